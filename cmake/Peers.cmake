@@ -1,0 +1,41 @@
+# The formats' own libraries, called as black boxes by tests, fuzz targets and benchmarks, never by
+# the library.
+#
+# x86-64 finds them in the system. 32-bit x86 finds them where `./vek setup` unpacked the
+# distribution's i386 packages (VEK_PEERS_DIR). Each one found becomes the target peer::<name>; one
+# that cannot be had leaves no target, and what needs it is not built.
+
+if(VEK_VARIANT STREQUAL "g9")
+  set(VEK_PEERS_DIR ${CMAKE_SOURCE_DIR}/build/peers-i386/root CACHE PATH
+      "Where the i386 packages of the peers are unpacked")
+  set(_peer_includes ${VEK_PEERS_DIR}/usr/include ${VEK_PEERS_DIR}/usr/include/i386-linux-gnu)
+  set(_peer_libs ${VEK_PEERS_DIR}/usr/lib/i386-linux-gnu)
+else()
+  set(_peer_includes /usr/include /usr/include/x86_64-linux-gnu)
+  set(_peer_libs /usr/lib/x86_64-linux-gnu)
+endif()
+
+function(vek_peer name header library)
+  find_path(PEER_${name}_INCLUDE ${header} PATHS ${_peer_includes} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+  find_library(PEER_${name}_LIBRARY NAMES lib${library}.a lib${library}.so PATHS ${_peer_libs}
+               NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+  if(NOT PEER_${name}_INCLUDE OR NOT PEER_${name}_LIBRARY)
+    message(STATUS "Peer ${name}: not found, left out")
+    return()
+  endif()
+  add_library(peer_${name} INTERFACE)
+  add_library(peer::${name} ALIAS peer_${name})
+  if(VEK_VARIANT STREQUAL "g9")
+    target_include_directories(peer_${name} SYSTEM INTERFACE ${PEER_${name}_INCLUDE} ${_peer_includes})
+  endif()
+  target_link_libraries(peer_${name} INTERFACE ${PEER_${name}_LIBRARY})
+endfunction()
+
+vek_peer(zlib zlib.h z)
+vek_peer(libdeflate libdeflate.h deflate)
+vek_peer(bzip2 bzlib.h bz2)
+vek_peer(divsufsort divsufsort.h divsufsort)
+vek_peer(lz4 lz4.h lz4)
+vek_peer(lzo2 lzo/lzo1x.h lzo2)
+vek_peer(zfp zfp.h zfp)
+vek_peer(benchmark benchmark/benchmark.h benchmark)

@@ -1,0 +1,44 @@
+# The variant that this tree builds, and the flags that every target shares.
+#
+# VEK_VARIANT is the variant code, a part of the library's file name and of every internal symbol.
+
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  set(VEK_VARIANT g9)
+else()
+  set(VEK_VARIANT x9)
+endif()
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_C_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+# Warnings are errors, everywhere.
+add_library(vek_warnings INTERFACE)
+target_compile_options(vek_warnings INTERFACE -Wall -Wextra -Wshadow -Werror)
+
+if(VEK_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+  add_link_options(-fsanitize=address,undefined)
+  if(VEK_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+  endif()
+endif()
+
+# What the library itself is compiled with. No C++ runtime, so no exceptions, type information or
+# guarded statics; callers may arrive with a 4-byte aligned stack on 32-bit x86; floats never go
+# through the x87 stack.
+add_library(vek_library_flags INTERFACE)
+target_compile_options(vek_library_flags INTERFACE
+  -Wconversion -fPIC -fvisibility=hidden -fstack-protector-strong -fno-plt
+  -mavx -msse4.2 -mpopcnt
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions -fno-rtti -fno-threadsafe-statics>)
+if(VEK_VARIANT STREQUAL "g9")
+  target_compile_options(vek_library_flags INTERFACE -mstackrealign -mfpmath=sse)
+endif()
+target_link_libraries(vek_library_flags INTERFACE vek_warnings)

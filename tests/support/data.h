@@ -1,0 +1,29 @@
+// Test data: reproducible bytes of every shape that makes a codec behave differently.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace vektest {
+
+using Bytes = std::vector<uint8_t>;
+using Random = std::mt19937;
+
+/// A named way to make `size` bytes from a seed.
+struct Shape {
+    const char* name;
+    Bytes (*make)(size_t size, uint32_t seed);
+};
+
+/// Every shape: zeros, random, two symbols, skewed, text, machine code, records, short and long
+/// periods, Fibonacci, runs, far repeats, sorted, a random string repeated at deflate's window
+/// edge.
+const std::vector<Shape>& shapes();
+
+/// Uniform integer in [low, high].
+size_t pick(Random& random, size_t low, size_t high);
+
+}  // namespace vektest
