@@ -1,0 +1,42 @@
+// What the benchmark programs share: inputs, and contenders that alternate within one run.
+//
+// A program has one function, registerBenchmarks(), which for each operation and input adds our
+// contender ("vekdc") and the peers'. It checks first that they agree, so nothing is timed that was
+// not verified. Google Benchmark interleaves the repetitions at random; scripts/bench-report turns
+// its JSON into tables of ratios.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace vekbench {
+
+struct Input {
+    std::string name;
+    std::vector<uint8_t> bytes;
+};
+
+/// The files to measure on: those of the folder VEK_CORPUS when set, else generated ones.
+const std::vector<Input>& files();
+
+/// One run of an operation over its input; returns the size of its output (0 where that means
+/// nothing).
+using Run = std::function<size_t()>;
+
+/// Adds a contender. Names become "operation/input/contender"; `bytes` is what a run works through.
+void add(const std::string& operation, const std::string& input, const std::string& contender,
+         size_t bytes, Run run);
+
+/// States a goal: our rate over `peer`'s rate, and our output size over its size (0: no size goal).
+void goal(const std::string& operation, const std::string& peer, double speed, double size = 0);
+
+/// Ends the program with a message: contenders disagree, so measuring them would mislead.
+[[noreturn]] void fail(const std::string& message);
+
+}  // namespace vekbench
+
+/// Defined by each benchmark program.
+void registerBenchmarks();
