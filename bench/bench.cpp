@@ -67,8 +67,8 @@ void add(const std::string& operation, const std::string& input, const std::stri
 }
 
 void goal(const std::string& operation, const std::string& peer, double speed, double size) {
-    benchmark::AddCustomContext("goal:" + operation,
-                                peer + " " + std::to_string(speed) + " " + std::to_string(size));
+    benchmark::AddCustomContext("goal:" + operation + "/" + peer,
+                                std::to_string(speed) + " " + std::to_string(size));
 }
 
 void fail(const std::string& message) {

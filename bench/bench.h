@@ -30,7 +30,8 @@ using Run = std::function<size_t()>;
 void add(const std::string& operation, const std::string& input, const std::string& contender,
          size_t bytes, Run run);
 
-/// States a goal: our rate over `peer`'s rate, and our output size over its size (0: no size goal).
+/// States a goal: our rate over `peer`'s, and our output size over its (0: no such goal). An
+/// operation may have a goal against each of several peers.
 void goal(const std::string& operation, const std::string& peer, double speed, double size = 0);
 
 /// Ends the program with a message: contenders disagree, so measuring them would mislead.

@@ -273,6 +273,94 @@ VekStatus veksDeflateDictionarySet_8u(const uint8_t* pDict, int32_t dictLen, int
  * Inflate
  * --------------------------------------------------------------------------------------------- */
 
+/** Size in bytes of the area of InflateState that holds the decoding tables. */
+#define VEK_INFLATE_TABLES_SIZE 7168
+
+/**
+ * State of one deflate stream being decoded (RFC 1951).
+ *
+ * The caller allocates it, sets `window` and `windowSize` (a null window with size 0 when all
+ * history stands in the output buffer), and sets `tableKind` to 0 before each block with the fixed
+ * code; the library fills the rest. Nothing else needs to be set before the first call.
+ */
+typedef struct InflateState {
+    const uint8_t* window;   /**< History older than the output buffer, circular; may be null. */
+    uint32_t windowSize;     /**< Bytes in the window, all of them history. */
+    uint32_t tableKind;      /**< 0: the fixed code, 1: two-level tables, 2: single-level tables. */
+    uint32_t reserved;       /**< Not used. */
+    uint32_t savedStep;      /**< Where a call stopped inside a symbol; with its three values. */
+    uint32_t savedValue;     /**< Length, bytes of the match still to copy, or literal. */
+    uint32_t savedExtraBits; /**< Number of extra bits still to read. */
+    uint32_t savedDistance;  /**< Base distance, or distance. */
+    uint32_t litBits;        /**< Bits a lookup of the single-level literal/length table takes. */
+    uint32_t distBits;       /**< Bits a lookup of the single-level distance table takes; or 0. */
+    uint8_t tables[VEK_INFLATE_TABLES_SIZE]; /**< The decoding tables. */
+} InflateState;
+
+/**
+ * Builds the decoding tables of a dynamic deflate block (RFC 1951, 3.2.7) in the state record.
+ *
+ * Call it once a block, before veksInflate_8u() decodes the block's data. A code whose longest
+ * lengths are at most 11 (literal/length) and 10 bits (distance) gets single-level tables, any
+ * other two-level ones. Beside codes that use up every bit string, accepted are a single code of
+ * length 1 (the other bit string is then invalid data), thirty distance codes of length 5 (the
+ * fixed code's), and a block with no distance code at all.
+ *
+ * @param codeLens       The `nLitCodeLens` code lengths of the literal/length alphabet, and
+ * directly behind them the `nDistCodeLens` of the distance alphabet; 0 (unused) to 15.
+ * @param nLitCodeLens   257 to 288 (a smaller count is corrupt data, as symbol 256 then has no
+ * code).
+ * @param nDistCodeLens  0 to 30.
+ * @param state          Its `tableKind`, `litBits`, `distBits` and tables are written; on failure
+ *                       they are not to be used.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize when a count is above its
+ *         maximum; ::vekStatusSourceDataError when a length is above 15, a code is over-subscribed
+ * or incomplete, or the end-of-block symbol 256 has no code.
+ */
+VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeLens,
+                                    uint32_t nDistCodeLens, InflateState* state);
+
+/**
+ * Decodes the Huffman-coded data of one deflate block (RFC 1951), from behind the block's header up
+ * to its end-of-block code; stops wherever input or output runs out and goes on in the next call.
+ *
+ * Bit buffer: the next bit of the stream is the lowest bit of `*pCode`, of which `*pCodeLenBits`
+ * are valid; bits above them are ignored on entry and zero on return. The bytes at `*ppSrc` follow.
+ * After the end of the block the buffer may hold whole bytes that were read ahead: the caller's
+ * next header starts with its bits.
+ *
+ * History: a match reaches back into the bytes written by this call, then into the `dstIdx` bytes
+ * before `*ppDst`, then into the window. The window is circular: its newest byte, which is the byte
+ * right before `*ppDst - dstIdx`, stands at `winIdx - 1`, older ones before it, wrapping round from
+ * the start to the end. The decoder only reads it; keeping it up to date is the caller's part. A
+ * distance beyond all that history is corrupt data. Nothing behind the last byte written is
+ * touched.
+ *
+ * @param ppSrc         In: next source byte; out: first byte not consumed.
+ * @param pSrcLen       In/out: source bytes left; may be 0.
+ * @param pCode         In/out: bit buffer.
+ * @param pCodeLenBits  In/out: valid bits in it, 0 to 32.
+ * @param winIdx        Window position of the next history byte, at most `windowSize`.
+ * @param ppDst         In: where the next output byte goes; out: behind the last byte written.
+ * @param pDstLen       In/out: room left; may be 0.
+ * @param dstIdx        Bytes before `*ppDst` in the output buffer that are history.
+ * @param pMode         In: 2 goes on from the position saved in the state; any other value starts
+ * at a symbol. Out: 0 when the end-of-block code was decoded; 1 when the input ran out between two
+ * symbols; 2 when the input ran out inside a symbol, or the output is full: give more of what is
+ * missing and call again with mode 2.
+ * @param state         Tables, window and saved position.
+ * @return ::vekStatusOk on every stop above; ::vekStatusNullPointer when a pointer, `*ppSrc` or
+ *         `*ppDst` is null (the window may be); ::vekStatusBadSize when `*pCodeLenBits` is above 32
+ * or `winIdx` above `windowSize`; these two leave everything as it was.
+ *         ::vekStatusSourceDataError on an invalid code, a distance beyond the history, a
+ * `tableKind` above 2 or an impossible saved position: what was decoded before stands in the
+ * output, the stream arguments are written back, `*pMode` and the saved position are left as they
+ *         were.
+ */
+VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCode,
+                         uint32_t* pCodeLenBits, uint32_t winIdx, uint8_t** ppDst,
+                         uint32_t* pDstLen, uint32_t dstIdx, int32_t* pMode, InflateState* state);
+
 /* (inflate end) */
 
 /* ------------------------------------------------------------------------------------------------

@@ -2,12 +2,21 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <numeric>
 
 namespace vektest {
 
 size_t pick(Random& random, size_t low, size_t high) {
     return std::uniform_int_distribution<size_t>(low, high)(random);
+}
+
+size_t effort(size_t rounds) {
+    static const size_t percent = [] {
+        const char* text = std::getenv("VEK_TEST_EFFORT");
+        return text != nullptr ? std::strtoul(text, nullptr, 10) : 100UL;
+    }();
+    return std::max<size_t>(1, rounds * percent / 100);
 }
 
 namespace {
