@@ -53,7 +53,7 @@ struct Operation {
     std::vector<Contender> contenders;
     const char* peer;
     double speed;       // goal over the peer
-    double shortSpeed;  // the same for the shortest input
+    double shortSpeed;  // the same for the shortest input; 0: none
 };
 
 std::vector<Operation> operations() {
@@ -87,7 +87,7 @@ std::vector<Operation> operations() {
          "libdeflate-crc32",
          1.3,
          1.0},
-        {"crc32c", {{"vekdc", ours<veksCRC32C_8u, 0>}, {"chain", chain}}, "chain", 2.5, 1.0},
+        {"crc32c", {{"vekdc", ours<veksCRC32C_8u, 0>}, {"chain", chain}}, "chain", 2.5, 0},
         {"adler32",
          {
              {"vekdc", ours<veksAdler32_8u, 1>},
@@ -144,8 +144,8 @@ void registerBenchmarks() {
                     return static_cast<size_t>(function(src, bytes));
                 });
             }
-            vekbench::goal(name, operation.peer,
-                           size.bytes == 64 ? operation.shortSpeed : operation.speed);
+            const double speed = size.bytes == 64 ? operation.shortSpeed : operation.speed;
+            if (speed != 0) vekbench::goal(name, operation.peer, speed);
         }
     }
 }

@@ -16,6 +16,8 @@
 #define ownscrc_216_asm VEK_INTERNAL(ownscrc_216_asm)
 #define ownscrc_plc_asm VEK_INTERNAL(ownscrc_plc_asm)
 
+// Told before the calls are compiled, so that they go straight to the kernels.
+#pragma GCC visibility push(hidden)
 extern "C" {
 
 /// Portable paths: tables only (Adler-32: the variant's own vector instructions). They update the
@@ -34,3 +36,4 @@ uint32_t owns_bzip2_reduction_crc_proc(const uint8_t* src, size_t len, uint32_t 
 uint32_t ownscrc_216_asm(const uint8_t* src, size_t len, uint32_t crc);
 uint32_t ownscrc_plc_asm(const uint8_t* src, size_t len, uint32_t crc);
 }
+#pragma GCC visibility pop

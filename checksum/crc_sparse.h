@@ -105,7 +105,7 @@ inline void shorten(uint8_t* ring, const uint8_t* src, size_t rounds) {
 
 /// The CRC of a long message: shortened first, then the ring and the bytes behind through `finish`
 /// (register, source, length), which returns the new register. The register's bytes stand in
-/// message order.
+/// message order. Callers keep this out of the way of short messages: the ring needs a stack frame.
 template <const auto& Multiple, class Finish>
 inline uint32_t shortenThen(uint32_t registerBytes, const uint8_t* src, size_t len, Finish finish) {
     alignas(sparseBlock) uint8_t ring[Multiple.ringBytes()] = {};

@@ -152,7 +152,7 @@ inline __m128i foldTail(__m128i x, const uint8_t* end, size_t count) {
 
 /// The accumulator after a message of at least 16 bytes.
 template <class Order>
-inline __m128i foldMessage(uint32_t reg, const uint8_t* src, size_t len) {
+[[gnu::always_inline]] inline __m128i foldMessage(uint32_t reg, const uint8_t* src, size_t len) {
     const uint8_t* const end = src + len;
     const __m128i start = Order::toBlock(_mm_cvtsi32_si128(static_cast<int>(Order::toBytes(reg))));
     __m128i x;
@@ -175,13 +175,26 @@ inline __m128i foldMessage(uint32_t reg, const uint8_t* src, size_t len) {
     return x;
 }
 
-/// The register after `len` more bytes.
+/// The path of short messages, out of line like that of long ones: the function that folds then
+/// calls nothing and needs no stack frame, which 64-byte messages would feel.
 template <class Order>
-uint32_t foldOrTables(uint32_t reg, const uint8_t* src, size_t len) {
-    if (len >= 16) return Order::reduce(foldMessage<Order>(reg, src, len));
-    uint32_t crc = ~reg;
+[[gnu::noinline]] uint32_t byTables(const uint8_t* src, size_t len, uint32_t crc) {
     Order::tables(src, len, &crc);
-    return ~crc;
+    return crc;
+}
+
+template <class Order>
+[[gnu::always_inline]] inline uint32_t foldOrTables(const uint8_t* src, size_t len, uint32_t crc) {
+    if (len < 16) return byTables<Order>(src, len, crc);
+    return ~Order::reduce(foldMessage<Order>(~crc, src, len));
+}
+
+template <class Order>
+[[gnu::noinline]] uint32_t shortenAndFold(const uint8_t* src, size_t len, uint32_t crc) {
+    return ~vek::crc::shortenThen<vek::crc::crc32Multiple>(
+        Order::toBytes(~crc), src, len, [](uint32_t reg, const uint8_t* piece, size_t size) {
+            return ~foldOrTables<Order>(piece, size, ~reg);
+        });
 }
 
 /// From here on shortening pays: a round of XOR takes a third of the time of folding it, but the
@@ -189,18 +202,17 @@ uint32_t foldOrTables(uint32_t reg, const uint8_t* src, size_t len) {
 constexpr size_t shortenFrom = 2 * vek::crc::crc32Multiple.ringBytes();
 
 template <class Order>
-uint32_t shortenAndFold(uint32_t crc, const uint8_t* src, size_t len) {
-    if (len < shortenFrom) return ~foldOrTables<Order>(~crc, src, len);
-    return ~vek::crc::shortenThen<vek::crc::crc32Multiple>(Order::toBytes(~crc), src, len,
-                                                           foldOrTables<Order>);
+[[gnu::always_inline]] inline uint32_t update(const uint8_t* src, size_t len, uint32_t crc) {
+    if (len >= shortenFrom) return shortenAndFold<Order>(src, len, crc);
+    return foldOrTables<Order>(src, len, crc);
 }
 
 }  // namespace
 
 uint32_t owns_zlib_reduction_crc_proc(const uint8_t* src, size_t len, uint32_t crc) {
-    return shortenAndFold<Reflected>(crc, src, len);
+    return update<Reflected>(src, len, crc);
 }
 
 uint32_t owns_bzip2_reduction_crc_proc(const uint8_t* src, size_t len, uint32_t crc) {
-    return shortenAndFold<MsbFirst>(crc, src, len);
+    return update<MsbFirst>(src, len, crc);
 }

@@ -80,7 +80,7 @@ inline uint32_t stepThree(uint32_t crc, const uint8_t* src, size_t units) {
     return vek::crc::step64(crc3, word);
 }
 
-uint32_t stepStreams(uint32_t crc, const uint8_t* src, size_t len) {
+uint32_t stepStreams(const uint8_t* src, size_t len, uint32_t crc) {
     for (; len >= 3 * maxUnits * unit; src += 3 * maxUnits * unit, len -= 3 * maxUnits * unit) {
         crc = stepThree(crc, src, maxUnits);
     }
@@ -93,11 +93,18 @@ uint32_t stepStreams(uint32_t crc, const uint8_t* src, size_t len) {
     return vek::crc::stepChain(crc, src, len);
 }
 
+[[gnu::noinline]] uint32_t shortenAndStep(const uint8_t* src, size_t len, uint32_t crc) {
+    return vek::crc::shortenThen<vek::crc::castagnoliMultiple>(
+        crc, src, len, [](uint32_t reg, const uint8_t* piece, size_t size) {
+            return stepStreams(piece, size, reg);
+        });
+}
+
 constexpr size_t shortenFrom = 3 * vek::crc::castagnoliMultiple.ringBytes();
 
 }  // namespace
 
 uint32_t ownscrc_plc_asm(const uint8_t* src, size_t len, uint32_t crc) {
-    if (len < shortenFrom) return stepStreams(crc, src, len);
-    return vek::crc::shortenThen<vek::crc::castagnoliMultiple>(crc, src, len, stepStreams);
+    if (len < threeStreamsFrom) return vek::crc::stepChain(crc, src, len);
+    return len < shortenFrom ? stepStreams(src, len, crc) : shortenAndStep(src, len, crc);
 }

@@ -39,7 +39,8 @@ __attribute__((target("xsave"))) bool systemSavesAvxState(const CpuidRegisters& 
 
 constexpr uint32_t featuresKnown = 0x80000000U;
 
-uint32_t detectFeatures() {
+/// Out of line: its stack frame is not for the calls that find the answer cached.
+[[gnu::noinline]] uint32_t detectFeatures() {
     const CpuidRegisters leaf1 = cpuid(1, 0);
     const CpuidRegisters leaf7 = cpuid(7, 0);
     const bool avxState = systemSavesAvxState(leaf1);
