@@ -1,4 +1,4 @@
-// CRC-32 of zlib and of bzip2 by carry-less multiplication.
+// CRC-32 of zlib and of bzip2: the exports, and the path by carry-less multiplication.
 //
 // Folding (Gopal et al., "Fast CRC Computation for Generic Polynomials Using PCLMULQDQ", 2009): a
 // 128-bit block of the message equals, modulo the generator, the product of its two halves with two
@@ -20,7 +20,9 @@
 
 #include "checksum/checksum.h"
 #include "checksum/crc_sparse.h"
+#include "frame/args.h"
 #include "vector/bytes.h"
+#include "vekcore.h"
 
 namespace {
 
@@ -201,18 +203,45 @@ template <class Order>
 /// ring, which has the length of a round, is still to be folded.
 constexpr size_t shortenFrom = 2 * vek::crc::crc32Multiple.ringBytes();
 
+/// The running value after a message. Inlined into the exports: at 64 bytes a further call shows.
 template <class Order>
 [[gnu::always_inline]] inline uint32_t update(const uint8_t* src, size_t len, uint32_t crc) {
     if (len >= shortenFrom) return shortenAndFold<Order>(src, len, crc);
     return foldOrTables<Order>(src, len, crc);
 }
 
-}  // namespace
-
-uint32_t owns_zlib_reduction_crc_proc(const uint8_t* src, size_t len, uint32_t crc) {
+[[gnu::always_inline]] inline uint32_t owns_zlib_reduction_crc_proc(const uint8_t* src, size_t len,
+                                                                    uint32_t crc) {
     return update<Reflected>(src, len, crc);
 }
 
-uint32_t owns_bzip2_reduction_crc_proc(const uint8_t* src, size_t len, uint32_t crc) {
+[[gnu::always_inline]] inline uint32_t owns_bzip2_reduction_crc_proc(const uint8_t* src, size_t len,
+                                                                     uint32_t crc) {
     return update<MsbFirst>(src, len, crc);
+}
+
+}  // namespace
+
+extern "C" VekStatus veksCRC32_8u(const uint8_t* src, int32_t len, uint32_t* pCRC) {
+    if (vek::anyNull(src, pCRC)) return vekStatusNullPointer;
+    if (len < 1) return vekStatusBadSize;
+    const auto size = static_cast<size_t>(len);
+    if (ownGetFeature(VEK_FEATURE_CLMUL) != 0) {
+        *pCRC = owns_zlib_reduction_crc_proc(src, size, *pCRC);
+    } else {
+        ownsCRC32_8u(src, size, pCRC);
+    }
+    return vekStatusOk;
+}
+
+extern "C" VekStatus veksCRC32_BZ2_8u(const uint8_t* src, int32_t len, uint32_t* pCRC) {
+    if (vek::anyNull(src, pCRC)) return vekStatusNullPointer;
+    if (len < 1) return vekStatusBadSize;
+    const auto size = static_cast<size_t>(len);
+    if (ownGetFeature(VEK_FEATURE_CLMUL) != 0) {
+        *pCRC = owns_bzip2_reduction_crc_proc(src, size, *pCRC);
+    } else {
+        ownsCRC32_BZ2_8u(src, size, pCRC);
+    }
+    return vekStatusOk;
 }
