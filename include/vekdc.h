@@ -135,9 +135,9 @@ VekStatus veksCRC32_BZ2_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
 VekStatus veksCRC32C_8u(const uint8_t* src, uint32_t len, uint32_t* pCRC);
 
 /**
- * Adler-32 of zlib (RFC 1950): A, 1 plus the sum of all bytes, in the low 16 bits; B, the sum of all
- * values of A, in the high 16 bits; both modulo 65521. Start with 1 and pass the value back with
- * each further piece.
+ * Adler-32 of zlib (RFC 1950): A, 1 plus the sum of all bytes, in the low 16 bits; B, the sum of
+ * all values of A, in the high 16 bits; both modulo 65521. Start with 1 and pass the value back
+ * with each further piece.
  *
  * @param src the data; any alignment. Null stores the sum of nothing, 1, whatever `len` is.
  * @param len bytes at `src`. 0 or less processes nothing, but still reduces both halves of `*pSum`
@@ -321,6 +321,153 @@ VekStatus veksDeflateDictionarySet_8u(const uint8_t* pDict, int32_t dictLen, int
 /* ------------------------------------------------------------------------------------------------
  * Deflate: Huffman coding
  * --------------------------------------------------------------------------------------------- */
+
+/*
+ * The deflate format is RFC 1951. A block's end-of-block code is not written by these functions:
+ * its entry is symbol 256 of the literal/length table, and the caller puts it behind the pairs.
+ *
+ * Bit buffer: a 32-bit word and its number of valid bits, 0 to 32, the stream's next bit lowest. On
+ * return fewer than 8 bits are valid, and those above them are 0.
+ */
+
+/**
+ * Makes length-limited canonical codes from frequencies: 15 bits for literals and lengths, 9 for
+ * distances. Every symbol gets a code, whether it occurs or not.
+ *
+ * @param pLitFreq       286 frequencies; an entry's two halves are read as one 32-bit number, low
+ * half first
+ * @param pDistFreq      30 frequencies, likewise
+ * @param pLitHuffTable  receives 286 codes and lengths; may be pLitFreq
+ * @param pDistHuffTable receives 30 codes and lengths; may be pDistFreq
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusFailure     A code could not be brought within its limit. The tables hold the
+ * codes of the last try, which are valid but longer.
+ */
+VekStatus veksDeflateLZ77FastestGenHuffTable_8u(const VekHuffEntry* pLitFreq,
+                                                const VekHuffEntry* pDistFreq,
+                                                VekHuffEntry* pLitHuffTable,
+                                                VekHuffEntry* pDistHuffTable);
+
+/** Room that a dynamic block's header may take, in bytes. */
+#define VEK_DEFLATE_HEADER_BOUND 288
+
+/**
+ * Writes the header of a dynamic block (RFC 1951, 3.2.7) that announces the tables' code lengths,
+ * all 286 and 30 of them. Its first bit, BFINAL, is 1: clear it in all blocks but the last.
+ *
+ * @param pLitHuffTable  286 entries whose lengths are 0 to 15
+ * @param pDistHuffTable 30 entries, likewise
+ * @param pHeader        receives the header, at most VEK_DEFLATE_HEADER_BOUND bytes, the last one
+ * padded with zero bits
+ * @param pHeaderLen     receives its length in bytes
+ * @param pHeaderBits    receives its length in bits
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ */
+VekStatus veksDeflateLZ77FastestGenHeader_8u(const VekHuffEntry* pLitHuffTable,
+                                             const VekHuffEntry* pDistHuffTable, uint8_t* pHeader,
+                                             uint32_t* pHeaderLen, uint32_t* pHeaderBits);
+
+/** Room that veksDeflateHuff_8u() may take for `pairs` pairs, in bytes: 48 bits a pair and the bit
+ * buffer. */
+static inline uint64_t vekDeflateHuffBound(uint32_t pairs) {
+    return (uint64_t)pairs * 6 + 4;
+}
+
+/**
+ * Codes pairs of the match finder.
+ *
+ * @param pLitSrc        literals, and lengths - 3
+ * @param pDistSrc       0 for a literal, else the distance, 1 to 32768
+ * @param srcLen         number of pairs
+ * @param pCode          in/out: bit buffer
+ * @param pCodeLenBits   in/out: its valid bits
+ * @param pLitHuffTable  286 codes
+ * @param pDistHuffTable 30 codes
+ * @param pDst           output; nothing is written behind the last complete byte. The caller sees
+ * to the room: vekDeflateHuffBound() bytes from `*pDstIdx` on always suffice
+ * @param pDstIdx        in/out: index in pDst where output goes on
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     `*pCodeLenBits` is above 32.
+ */
+VekStatus veksDeflateHuff_8u(const uint8_t* pLitSrc, const uint16_t* pDistSrc, uint32_t srcLen,
+                             uint32_t* pCode, uint32_t* pCodeLenBits,
+                             const VekHuffEntry* pLitHuffTable, const VekHuffEntry* pDistHuffTable,
+                             uint8_t* pDst, uint32_t* pDstIdx);
+
+/*
+ * The single-pass fastest path: a matcher that looks at one place and writes codes at once. Each
+ * call stands alone: matches reach neither before its source nor behind it. One block may be made
+ * of several calls.
+ */
+
+/**
+ * Counts the symbols that the fastest path will write for the same source.
+ *
+ * @param pSrc       source
+ * @param srcLen     its length, at least 1
+ * @param pHashHead  work table of hashSize entries; cleared first, used up
+ * @param hashSize   256 to 65536; powers of two use the whole table
+ * @param pLitFreq   286 frequencies, added to as 32-bit numbers; end of block is not counted
+ * @param pDistFreq  30 frequencies, likewise
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     srcLen or hashSize is out of range.
+ */
+VekStatus veksDeflateLZ77FastestGetStat_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pHashHead,
+                                           uint32_t hashSize, VekHuffEntry* pLitFreq,
+                                           VekHuffEntry* pDistFreq);
+
+/** Room that veksDeflateLZ77Fastest_8u() wants for `srcLen` bytes: 15 bits a byte, the bit buffer,
+ * slack. */
+static inline uint32_t vekDeflateFastestBound(int32_t srcLen) {
+    return 2 * (uint32_t)srcLen - (uint32_t)srcLen / 8 + 16;
+}
+
+/**
+ * Matches and codes a source in one pass.
+ *
+ * @param pSrc           source
+ * @param srcLen         its length, at least 1
+ * @param pHashHead      work table of hashSize entries; cleared first, used up
+ * @param hashSize       256 to 65536; powers of two use the whole table
+ * @param pCode          in/out: bit buffer
+ * @param pCodeLenBits   in/out: its valid bits
+ * @param pLitHuffTable  286 codes, for instance those of veksDeflateLZ77FastestPrecompHeader_8u()
+ * @param pDistHuffTable 30 codes, likewise
+ * @param pDst           output buffer; bytes behind the last one written may change, within the
+ * room
+ * @param pDstLen        in: room from `*pDstIdx` on, at least vekDeflateFastestBound(srcLen); out:
+ * bytes written
+ * @param pDstIdx        in/out: index in pDst where output goes on
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     srcLen, hashSize, the room or `*pCodeLenBits` is out of range.
+ */
+VekStatus veksDeflateLZ77Fastest_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pHashHead,
+                                    uint32_t hashSize, uint32_t* pCode, uint32_t* pCodeLenBits,
+                                    const VekHuffEntry* pLitHuffTable,
+                                    const VekHuffEntry* pDistHuffTable, uint8_t* pDst,
+                                    uint32_t* pDstLen, uint32_t* pDstIdx);
+
+/**
+ * Fills both tables with a general-purpose code, made beforehand from text, machine code and
+ * records, and writes its block header, so that a block can be written without a look at its data.
+ * BFINAL is 1 in it.
+ *
+ * @param pLitHuffTable  receives 286 codes
+ * @param pDistHuffTable receives 30 codes
+ * @param pHeader        receives the header, at most VEK_DEFLATE_HEADER_BOUND bytes
+ * @param pHeaderLen     receives its length in bytes
+ * @param pHeaderBits    receives its length in bits
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ */
+VekStatus veksDeflateLZ77FastestPrecompHeader_8u(VekHuffEntry* pLitHuffTable,
+                                                 VekHuffEntry* pDistHuffTable, uint8_t* pHeader,
+                                                 uint32_t* pHeaderLen, uint32_t* pHeaderBits);
 
 /* (deflate Huffman coding end) */
 
