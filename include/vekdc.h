@@ -92,6 +92,61 @@ const VekLibraryVersion* vekdcGetLibVersion(void);
  * Checksums
  * --------------------------------------------------------------------------------------------- */
 
+/**
+ * CRC-32 of zlib, gzip and many others (RFC 1952): polynomial 0x04C11DB7, least significant bit
+ * first. The running value is the finished CRC of all data so far; start with 0 and pass the value
+ * back with each further piece. Pieces may be cut anywhere.
+ *
+ * Fast where the processor has carry-less multiplication; every path gives the same value.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1.
+ * @param pCRC the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer for a null pointer; ::vekStatusBadSize for a `len`
+ *         below 1. A refused call leaves `*pCRC` alone.
+ */
+VekStatus veksCRC32_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
+
+/**
+ * CRC-32 of bzip2: polynomial 0x04C11DB7, most significant bit first. Otherwise as veksCRC32_8u():
+ * the running value is the finished CRC; start with 0.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1.
+ * @param pCRC the running value; updated.
+ * @return as veksCRC32_8u().
+ */
+VekStatus veksCRC32_BZ2_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
+
+/**
+ * CRC-32C, the Castagnoli CRC of iSCSI, ext4 and others (RFC 3720): polynomial 0x1EDC6F41, least
+ * significant bit first.
+ *
+ * The running value is the raw register: unlike the other CRCs' it is never complemented here. For
+ * the standard CRC-32C start with 0xFFFFFFFF, pass the value back with each further piece, and
+ * complement the last one.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1; unsigned, up to 4 GiB - 1.
+ * @param pCRC the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer for a null pointer; ::vekStatusBadSize for a `len`
+ *         of 0. A refused call leaves `*pCRC` alone.
+ */
+VekStatus veksCRC32C_8u(const uint8_t* src, uint32_t len, uint32_t* pCRC);
+
+/**
+ * Adler-32 of zlib (RFC 1950): A, 1 plus the sum of all bytes, in the low 16 bits; B, the sum of all
+ * values of A, in the high 16 bits; both modulo 65521. Start with 1 and pass the value back with
+ * each further piece.
+ *
+ * @param src the data; any alignment. Null stores the sum of nothing, 1, whatever `len` is.
+ * @param len bytes at `src`. 0 or less processes nothing, but still reduces both halves of `*pSum`
+ *        modulo 65521.
+ * @param pSum the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer when `pSum` is null.
+ */
+VekStatus veksAdler32_8u(const uint8_t* src, int32_t len, uint32_t* pSum);
+
 /* (checksums end) */
 
 /* ------------------------------------------------------------------------------------------------
