@@ -8,7 +8,7 @@
 //
 // `Tables` gives
 //   Entry lit(uint32_t bits), dist(uint32_t bits)   lookups, through sub-tables if there are any
-//   static bool isEnd(uint32_t kind)                kind without bit 7 and not a literal's
+//   static bool isEnd(uint32_t kind)                the end of block's kind
 #pragma once
 
 #include <algorithm>
@@ -98,12 +98,14 @@ Stop runSteps(Run& run, const Tables& tables) {
                 run.value = entry.value;
                 if (entry.isLiteral()) {
                     run.step = stepLiteral;
+                } else if (Tables::isEnd(entry.kind)) {
+                    return Stop::endOfBlock;
                 } else if (entry.isLength()) {
                     run.value += minMatch;
                     run.extraBits = entry.lengthExtra();
                     run.step = stepLengthExtra;
                 } else {
-                    return Tables::isEnd(entry.kind) ? Stop::endOfBlock : Stop::corrupt;
+                    return Stop::corrupt;
                 }
                 break;
             }

@@ -68,7 +68,7 @@ struct SingleLit {
     void set(uint32_t index, unsigned symbol, unsigned len) const {
         const unsigned entry = symbol < endSymbol    ? symbol << 8
                                : symbol == endSymbol ? singleEndKind
-                                                      : LenExtr[symbol - endSymbol];
+                                                     : LenExtr[symbol - endSymbol];
         put16(entries, index, entry + len);
     }
     void repeat(uint32_t size) const { std::memcpy(entries + 2 * size, entries, 2 * size); }
@@ -131,6 +131,7 @@ struct Code {
             ++count[lens[i] & maxCodeLen];
         }
         if (all > maxCodeLen) return false;
+        count[0] = 0;
         // The unused symbols get places too, behind all others: no branch a symbol, and no more
         // than nSymbols places in all.
         uint16_t next[maxCodeLen + 2] = {};
