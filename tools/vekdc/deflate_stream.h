@@ -21,10 +21,10 @@ class DeflateEncoder {
         for (bool more = true; more;) {
             const auto n = static_cast<uint16_t>(std::min(in.size(), most));
             more = n != in.size();
-            const auto low = [](unsigned value) { return static_cast<uint8_t>(value & 0xFF); };
-            for (const unsigned value :
-                 {unsigned{!more && end == End::Final}, unsigned{n}, unsigned{n} >> 8, ~n + 0U, ~n >> 8U})
-                out.push_back(low(value));
+            const auto length = static_cast<uint32_t>(n) | static_cast<uint32_t>(~n) << 16;
+            out.push_back(!more && end == End::Final ? 1 : 0);
+            for (int shift = 0; shift < 32; shift += 8)
+                out.push_back(static_cast<uint8_t>(length >> shift));
             out.insert(out.end(), in.begin(), in.begin() + n);
             in = in.subspan(n);
         }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <thread>
 
 #include "tools/vekdc/files.h"
@@ -159,15 +160,22 @@ void complete(CommandLine& line) {
     if (line.progress) work.progress = vekdc::Progress::When::Always;
 }
 
-}  // namespace
+// The nine levels are one option; its name says so more shortly than CLI11 would.
+class HelpFormatter : public CLI::Formatter {
+ public:
+    std::string make_option_name(const CLI::Option* option, bool isPositional) const override {
+        return option->check_name("-9") ? "-1 .. -9"
+                                        : CLI::Formatter::make_option_name(option, isPositional);
+    }
+};
 
-int main(int argc, char** argv) {
-    vekdc::installSignalHandlers();
+int runProgram(int argc, char** argv) {
     CommandLine line;
     std::function<ExitStatus()> run;
     CLI::App app("Compress, decompress and verify files", "vekdc");
     app.set_version_flag(
         "--version", vekdcGetLibVersion()->name + std::string(" ") + vekdcGetLibVersion()->version);
+    app.formatter(std::make_shared<HelpFormatter>());
     app.require_subcommand(1);
     app.footer("Exit status: 0 when all went well, 1 after a failure, 2 after a warning.");
     addCommands(app, line, run);
@@ -186,4 +194,16 @@ int main(int argc, char** argv) {
         status = vekdc::kFailure;
     }
     return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    vekdc::installSignalHandlers();
+    try {
+        return runProgram(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "vekdc: %s\n", error.what());
+        return vekdc::kFailure;
+    }
 }
