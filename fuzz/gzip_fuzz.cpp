@@ -16,7 +16,7 @@ using Data = std::vector<uint8_t>;
 using vekdc::Bytes;
 
 /// A stream of a few bytes decodes to a thousand times as many; more than this is not compared.
-constexpr size_t kMost = 4 << 20;
+constexpr size_t kMost = 256 << 10;
 
 struct TooMuch {};
 

@@ -5,15 +5,16 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <regex.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <sstream>
 
@@ -37,6 +38,21 @@ using vekdc::Source;
 using vektest::Bytes;
 using vektest::pick;
 using vektest::Random;
+
+/// Whether an extended regular expression fits some part of the text.
+bool contains(const std::string& text, const std::string& pattern) {
+    regex_t compiled;
+    if (regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB) != 0)
+        throw std::runtime_error("bad pattern " + pattern);
+    const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return found;
+}
+
+/// Whether it fits all of it.
+bool matches(const std::string& text, const std::string& pattern) {
+    return contains(text, "^(" + pattern + ")$");
+}
 
 // --- formats in memory
 // ----------------------------------------------------------------------------
@@ -293,8 +309,7 @@ TEST(Formats, SayWhatIsWrongAndWhere) {
             decompress(format(file.format), file.bytes);
             ADD_FAILURE() << file.what << " was accepted";
         } catch (const FormatError& error) {
-            EXPECT_TRUE(std::regex_search(error.what(), std::regex(file.reason)))
-                << file.what << ": " << error.what();
+            EXPECT_TRUE(contains(error.what(), file.reason)) << file.what << ": " << error.what();
             EXPECT_EQ(error.offset, file.offset) << file.what;
         }
     }
@@ -444,9 +459,9 @@ class Program : public testing::Test {
         const auto before = files();
         const Outcome outcome = run(command);
         EXPECT_EQ(outcome.status, status) << command << "\n" << outcome.err;
-        EXPECT_TRUE(std::regex_match(outcome.err, std::regex("vekdc: " + pattern + "\n")))
-            << command << "\n"
-            << outcome.err;
+        EXPECT_TRUE(matches(outcome.err, "vekdc: " + pattern + "\n")) << command << "\n"
+                                                                      << outcome.err;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
         EXPECT_EQ(files(), before) << command;
     }
 
@@ -571,9 +586,9 @@ TEST_F(Program, BrokenFilesLeaveNothing) {
     bad("vekdc decompress cut.gz", "cut.gz: byte 5000: the file ends too early");
     bad("vekdc test cut.gz", "cut.gz: byte 5000: the file ends too early");
     bad("vekdc info cut.gz > /dev/null", "cut.gz: byte 5000: the file ends too early");
-    bad("vekdc decompress --remove bit.gz", "bit.gz: byte \\d+: .*");
-    bad("vekdc decompress crc.gz", "crc.gz: byte \\d+: the CRC-32 does not match");
-    bad("vekdc test tail.gz", "tail.gz: byte \\d+: ignored what follows the gz data", 2);
+    bad("vekdc decompress --remove bit.gz", "bit.gz: byte [0-9]+: .*");
+    bad("vekdc decompress crc.gz", "crc.gz: byte [0-9]+: the CRC-32 does not match");
+    bad("vekdc test tail.gz", "tail.gz: byte [0-9]+: ignored what follows the gz data", 2);
     const Outcome warned =
         run("vekdc decompress --remove tail.gz; echo $?; vekdc test --quiet tail.gz; echo $?");
     EXPECT_EQ(warned.out, "2\n2\n");
@@ -629,17 +644,16 @@ TEST_F(Program, ProgressAndReports) {
     write("x", plain_);
     good("vekdc compress x");
     const std::string drawn = run("vekdc test --progress x.gz").err;
-    EXPECT_TRUE(std::regex_search(
-        drawn, std::regex("x\\.gz +\\d+% \\[#* *\\]  [0-9.]+ [kMGT]?B/s  \\d+:\\d\\d left")))
+    EXPECT_TRUE(
+        contains(drawn, "x\\.gz +[0-9]+% \\[#* *\\]  [0-9.]+ [kMGT]?B/s  [0-9]+:[0-9][0-9] left"))
         << drawn;
     EXPECT_TRUE(drawn.ends_with("\r\x1b[K"));
-    EXPECT_TRUE(std::regex_search(run("vekdc test --progress < <(cat x.gz)").err,
-                                  std::regex("standard input  [0-9.]+ kB  ")));
+    EXPECT_TRUE(
+        contains(run("vekdc test --progress < <(cat x.gz)").err, "standard input  [0-9.]+ kB  "));
     EXPECT_EQ(run("vekdc test --progress --quiet x.gz").err, "");
-    EXPECT_TRUE(std::regex_match(run("vekdc test -v x.gz").err, std::regex("x.gz: good\n")));
-    EXPECT_TRUE(std::regex_match(
-        run("vekdc decompress -vo y x.gz").err,
-        std::regex("x.gz: \\d+ -> " + std::to_string(plain_.size()) + " bytes, .*/s\n")));
+    EXPECT_TRUE(matches(run("vekdc test -v x.gz").err, "x.gz: good\n"));
+    EXPECT_TRUE(matches(run("vekdc decompress -vo y x.gz").err,
+                        "x.gz: [0-9]+ -> " + std::to_string(plain_.size()) + " bytes, .*/s\n"));
     const std::string info = good(
         "cat x.gz x.gz > m.gz; touch -d '2001-02-03 04:05:06 UTC' x; vekdc compress -fo n.gz x; "
         "cat n.gz >> m.gz; vekdc info m.gz");
