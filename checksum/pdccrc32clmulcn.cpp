@@ -158,22 +158,24 @@ template <class Order>
     const uint8_t* const end = src + len;
     const __m128i start = Order::toBlock(_mm_cvtsi32_si128(static_cast<int>(Order::toBytes(reg))));
     __m128i x;
-    if (len < 64) {
+    if (len < 64) [[unlikely]] {
         x = _mm_xor_si128(start, Order::toBlock(loadBlock(src)));
         src += 16;
     } else {
         Blocks4 acc = loadBlocks4<Order>(src);
         acc.a = _mm_xor_si128(acc.a, start);
         src += 64;
-        for (; end - src >= 64; src += 64) {
-            acc = foldBlocks4<Order, 512>(acc, loadBlocks4<Order>(src));
-        }
+        for (; end - src >= 64; src += 64) [[unlikely]] {
+                acc = foldBlocks4<Order, 512>(acc, loadBlocks4<Order>(src));
+            }
         // The three folds do not wait for one another.
         x = _mm_xor_si128(fold<Order, 384>(acc.a, acc.d),
                           fold<Order, 256>(acc.b, fold<Order, 128>(acc.c, _mm_setzero_si128())));
     }
-    for (; end - src >= 16; src += 16) x = fold<Order, 128>(x, Order::toBlock(loadBlock(src)));
-    if (src != end) x = foldTail<Order>(x, end, static_cast<size_t>(end - src));
+    for (; end - src >= 16; src += 16)
+        [[unlikely]] x = fold<Order, 128>(x, Order::toBlock(loadBlock(src)));
+    if (src != end) [[unlikely]]
+        x = foldTail<Order>(x, end, static_cast<size_t>(end - src));
     return x;
 }
 
@@ -187,7 +189,8 @@ template <class Order>
 
 template <class Order>
 [[gnu::always_inline]] inline uint32_t foldOrTables(const uint8_t* src, size_t len, uint32_t crc) {
-    if (len < 16) return byTables<Order>(src, len, crc);
+    if (len < 16) [[unlikely]]
+        return byTables<Order>(src, len, crc);
     return ~Order::reduce(foldMessage<Order>(~crc, src, len));
 }
 
@@ -206,7 +209,8 @@ constexpr size_t shortenFrom = 2 * vek::crc::crc32Multiple.ringBytes();
 /// The running value after a message. Inlined into the exports: at 64 bytes a further call shows.
 template <class Order>
 [[gnu::always_inline]] inline uint32_t update(const uint8_t* src, size_t len, uint32_t crc) {
-    if (len >= shortenFrom) return shortenAndFold<Order>(src, len, crc);
+    if (len >= shortenFrom) [[unlikely]]
+        return shortenAndFold<Order>(src, len, crc);
     return foldOrTables<Order>(src, len, crc);
 }
 
