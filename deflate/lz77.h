@@ -59,8 +59,9 @@ inline void count(VekHuffEntry& entry) {
 
 /// The four parameters, as both matchers read them.
 struct MatchParameters {
-    explicit MatchParameters(const int32_t* values)
-        : maxChain(static_cast<uint32_t>(values[0])),
+    /// No chain is longer than the ring, unless it runs in a circle.
+    MatchParameters(const int32_t* values, uint32_t ring)
+        : maxChain(std::min(static_cast<uint32_t>(values[0]), ring)),
           goodLength(static_cast<uint32_t>(values[1])),
           niceLength(static_cast<uint32_t>(values[2])),
           lengthLimit(static_cast<uint32_t>(values[3])) {}

@@ -155,7 +155,7 @@ void fillRing(const MatcherCall& call, const uint8_t* src, uint32_t start, uint3
 template <class Parse>
 VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     if (const VekStatus status = check(call); status != vekStatusOk) return status;
-    const MatchParameters params(call.pParams);
+    const MatchParameters params(call.pParams, ringSize(call.winSize));
     const HashChains chains{call.pHashHead, call.pHashPrev, call.hashSize - 1,
                             ringSize(call.winSize) - 1};
     PairWriter pairs{call.pLitDst, call.pDistDst, call.pLitFreqTable, call.pDistFreqTable,

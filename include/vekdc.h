@@ -183,9 +183,10 @@ typedef struct VekHuffEntry {
  *
  * The match state is the caller's: window, head table, chain table and position. Position p of the
  * stream lives at `pWindow[p & (winSize - 1)]`. Source bytes are read from the source; at its end a
- * call stores the bytes that it consumed (the last `winSize` of them) in the window. A caller who
- * places the same bytes there before the call, clear of the last `winSize` - 1 bytes of history,
- * sees no difference.
+ * call stores the bytes that it consumed (the last `winSize` of them) in the window. A caller may
+ * place the call's whole source there beforehand; the history overwritten by that is then left
+ * alone. (Of a source longer than the window, its last `winSize` bytes, provided that the room for
+ * pairs is no less than the source bytes.)
  *
  * To begin a stream, set all entries of both tables to -32768 or less (0 works as well: whatever
  * entry is found is verified before it is used) and `*pSrcIdx` to 0; then call for one piece of the
