@@ -46,6 +46,31 @@ class TwoLevel {
     }
     static bool isEnd(uint32_t kind) { return (kind & 0xF0) == twoLevelEndKind; }
 
+    // For the fast kernel: the first level's entry, whose value is loaded only when it is needed.
+    struct Look {
+        uint32_t kind;
+        uint32_t index;
+    };
+    Look look(Word bits) const {
+        const uint32_t index = static_cast<uint32_t>(bits) & (rootSize - 1);
+        return {tables_[litKindAt + index], index};
+    }
+    static uint32_t kind(Look entry) { return entry.kind; }
+    uint32_t value(Look entry) const { return tables_[litValueAt + entry.index]; }
+    static bool isShortLiteral(Look entry) { return entry.kind <= rootBits; }
+    static bool isLiteral(Look entry) { return entry.kind <= maxCodeLen; }
+    static bool isLength(Look entry) { return entry.kind >= 0x80; }
+    static bool isLink(Look entry) { return isLink(entry.kind) && isLiteral(entry); }
+    Look follow(Look entry, Word bits) const {
+        const uint32_t index =
+            rootSize + 2 * value(entry) + subIndex(static_cast<uint32_t>(bits), entry.kind);
+        return {tables_[litKindAt + index], index};
+    }
+    Entry lookDistance(Word bits) const {
+        const uint32_t index = static_cast<uint32_t>(bits) & (rootSize - 1);
+        return {tables_[distKindAt + index], base(index)};
+    }
+
  private:
     static bool isLink(uint32_t kind) { return (kind & 15) > rootBits; }
     static uint32_t subIndex(uint32_t bits, uint32_t link) {

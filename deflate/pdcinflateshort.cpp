@@ -27,6 +27,19 @@ class SingleLevel {
     }
     static bool isEnd(uint32_t kind) { return kind >= singleEndKind; }
 
+    // For the fast kernel: an entry as it stands in the table.
+    uint32_t look(vek::inflate::Word bits) const {
+        return vek::load<uint16_t>(lits_ + 2 * (bits & litMask_));
+    }
+    static uint32_t kind(uint32_t entry) { return entry; }
+    static uint32_t value(uint32_t entry) { return entry >> 8; }
+    static bool isShortLiteral(uint32_t entry) { return (entry & 0x80) == 0; }
+    static bool isLength(uint32_t entry) { return (entry & 0xF0) != singleEndKind; }
+    static bool isLink(uint32_t) { return false; }
+    static bool isLiteral(uint32_t) { return false; }
+    static uint32_t follow(uint32_t entry, vek::inflate::Word) { return entry; }
+    Entry lookDistance(vek::inflate::Word bits) const { return dist(static_cast<uint32_t>(bits)); }
+
  private:
     const uint8_t* lits_;
     const uint8_t* distKinds_;
