@@ -49,16 +49,32 @@ constexpr unsigned passLiterals = wideWord ? 3 : 2;
 static_assert(passLiterals * maxLitBits <= countedBits);
 static_assert(!wideWord || (passLiterals + 1) * maxLitBits <= wordBits);
 
-/// Input that must be left: a pass refills up to two or four times, and moves on by a byte less than
-/// a word each time.
+/// Input that must be left: a pass refills up to two or four times, and moves on by a byte less
+/// than a word each time.
 constexpr ptrdiff_t fastSource = wideWord ? 7 + 8 : 3 * 3 + 4;
 /// Room that must be left: that of the literals.
 constexpr ptrdiff_t fastRoom = passLiterals;
 /// Bytes that a wide copy may write behind the match.
-constexpr ptrdiff_t copySlack = 32;
+constexpr ptrdiff_t copySlack = 16;
 
 inline bool fastPossible(const Run& run) {
     return run.srcEnd - run.src >= fastSource && run.dstEnd - run.dst >= fastRoom && run.nBits < 32;
+}
+
+/// Takes `extra` bits.
+inline uint32_t takeExtra(uint32_t extra, Word& bits, uint32_t& count) {
+    const uint32_t value = static_cast<uint32_t>(bits) & ((1U << extra) - 1);
+    bits >>= extra;
+    count -= extra;
+    return value;
+}
+
+/// Takes a length's or a distance's code and `extra` bits, and adds these to its base.
+inline uint32_t takeEntry(uint32_t codeLen, uint32_t extra, uint32_t base, Word& bits,
+                          uint32_t& count) {
+    bits >>= codeLen;
+    count -= codeLen;
+    return base + takeExtra(extra, bits, count);
 }
 
 /// The first 16 bytes of strings that repeat after 1 to 15 bytes, and the longest whole period
@@ -83,13 +99,11 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     uint8_t* const end = dst + length;
     if (distance >= 16) [[likely]] {
         copy16(dst, src);
-        copy16(dst + 16, src + 16);
-        while (end - dst > 32) [[unlikely]] {
-            src += 32;
-            dst += 32;
-            copy16(dst, src);
-            copy16(dst + 16, src + 16);
-        }
+        while (end - dst > 16) [[unlikely]] {
+                src += 16;
+                dst += 16;
+                copy16(dst, src);
+            }
         return;
     }
     const __m128i order = _mm_load_si128(reinterpret_cast<const __m128i*>(repeats.order[distance]));
@@ -160,30 +174,19 @@ template <class Tables>
             if (!tables.isLength(entry)) break;
         }
 
-        const uint32_t kind = tables.kind(entry);
-        const uint32_t lengthMore = (kind >> 4) & 7;
-        bits >>= kind & 15;
-        uint32_t length = tables.value(entry) + minMatch;
-        length += static_cast<uint32_t>(bits) & ((1U << lengthMore) - 1);
-        bits >>= lengthMore;
-        count -= (kind & 15) + lengthMore;
+        const uint32_t length = tables.takeLength(entry, bits, count);
         if constexpr (!wideWord) refill();
-
-        Entry far = tables.lookDistance(bits);
-        if (far.codeLen() > rootBits) {
-            far = tables.dist(static_cast<uint32_t>(bits));
-            if constexpr (!wideWord) {
-                bits >>= far.codeLen();
-                count -= far.codeLen();
-                refill();
-                far.kind &= ~15U;
-            }
+        auto far = tables.lookDistance(bits);
+        uint32_t distance;
+        if (!tables.isLongDistance(far)) [[likely]] {
+            distance = tables.takeDistance(far, bits, count);
+        } else {
+            const Entry longFar = tables.dist(static_cast<uint32_t>(bits));
+            bits >>= longFar.codeLen();
+            count -= longFar.codeLen();
+            if constexpr (!wideWord) refill();
+            distance = longFar.value + takeExtra(longFar.distanceExtra(), bits, count);
         }
-        const uint32_t farMore = far.distanceExtra();
-        bits >>= far.codeLen();
-        const uint32_t distance = far.value + (static_cast<uint32_t>(bits) & ((1U << farMore) - 1));
-        bits >>= farMore;
-        count -= far.codeLen() + farMore;
         if constexpr (wideWord) {
             entry = tables.look(bits);
             refill();

@@ -19,15 +19,16 @@
 
 namespace vek::inflate {
 
-template <class Tables>
-Stop runSteps(Run& run, const Tables& tables) {
+/// Decodes until the call must end; `kernel` runs the fast kernel over `run`.
+template <class Tables, class Kernel>
+Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
     // With an incomplete literal/length code the kernel would take what is no code for a literal.
     const bool fast = tables.lit(1).codeLen() != 0;
     for (;;) {
         switch (run.step) {
             case stepSymbol: {
                 if (fast && fastPossible(run)) {
-                    runFast(run, tables);
+                    kernel();
                     if (run.step != stepSymbol) break;
                 }
                 fill(run, maxCodeLen);
