@@ -55,7 +55,7 @@ constexpr ptrdiff_t fastSource = wideWord ? 7 + 8 : 3 * 3 + 4;
 /// Room that must be left: that of the literals.
 constexpr ptrdiff_t fastRoom = passLiterals;
 /// Bytes that a wide copy may write behind the match.
-constexpr ptrdiff_t copySlack = 16;
+constexpr ptrdiff_t copySlack = 32;
 
 inline bool fastPossible(const Run& run) {
     return run.srcEnd - run.src >= fastSource && run.dstEnd - run.dst >= fastRoom && run.nBits < 32;
@@ -99,10 +99,12 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     uint8_t* const end = dst + length;
     if (distance >= 16) [[likely]] {
         copy16(dst, src);
-        while (end - dst > 16) [[unlikely]] {
-                src += 16;
-                dst += 16;
+        copy16(dst + 16, src + 16);
+        while (end - dst > 32) [[unlikely]] {
+                src += 32;
+                dst += 32;
                 copy16(dst, src);
+                copy16(dst + 16, src + 16);
             }
         return;
     }
