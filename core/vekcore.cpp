@@ -60,6 +60,19 @@ uint32_t detectFeatures() {
 
 std::atomic<uint32_t> cachedFeatures{0};
 
+/// In 32-bit halves: no processor has a feature of the upper one.
+inline int32_t hasAll(uint32_t features, uint64_t mask) {
+    const uint32_t missing = static_cast<uint32_t>(mask) & ~(features & ~featuresKnown);
+    return (missing | static_cast<uint32_t>(mask >> 32)) == 0 ? 1 : 0;
+}
+
+/// Out of line: its stack frame is not for the calls that find the answer cached.
+[[gnu::noinline]] int32_t detectAndTest(uint64_t mask) {
+    const uint32_t features = detectFeatures();
+    cachedFeatures.store(features, std::memory_order_relaxed);
+    return hasAll(features, mask);
+}
+
 /// The largest size among the caches that a deterministic cache leaf lists; 0 when it lists none.
 uint64_t largestCacheOfLeaf(unsigned leaf) {
     constexpr unsigned maxCaches = 16;  // real processors list four or five
@@ -88,12 +101,10 @@ uint64_t largestCacheOfSystem() {
 }  // namespace
 
 VEK_CORE_API int32_t ownGetFeature(uint64_t mask) {
-    uint32_t features = cachedFeatures.load(std::memory_order_relaxed);
-    if (features == 0) {
-        features = detectFeatures();
-        cachedFeatures.store(features, std::memory_order_relaxed);
-    }
-    return (mask & ~static_cast<uint64_t>(features & ~featuresKnown)) == 0 ? 1 : 0;
+    const uint32_t features = cachedFeatures.load(std::memory_order_relaxed);
+    if (features == 0) [[unlikely]]
+        return detectAndTest(mask);
+    return hasAll(features, mask);
 }
 
 VEK_CORE_API VekStatus vekGetMaxCacheSizeB(int32_t* pSize) {

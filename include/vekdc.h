@@ -92,17 +92,383 @@ const VekLibraryVersion* vekdcGetLibVersion(void);
  * Checksums
  * --------------------------------------------------------------------------------------------- */
 
+/**
+ * CRC-32 of zlib, gzip and many others (RFC 1952): polynomial 0x04C11DB7, least significant bit
+ * first. The running value is the finished CRC of all data so far; start with 0 and pass the value
+ * back with each further piece. Pieces may be cut anywhere.
+ *
+ * Fast where the processor has carry-less multiplication; every path gives the same value.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1.
+ * @param pCRC the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer for a null pointer; ::vekStatusBadSize for a `len`
+ *         below 1. A refused call leaves `*pCRC` alone.
+ */
+VekStatus veksCRC32_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
+
+/**
+ * CRC-32 of bzip2: polynomial 0x04C11DB7, most significant bit first. Otherwise as veksCRC32_8u():
+ * the running value is the finished CRC; start with 0.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1.
+ * @param pCRC the running value; updated.
+ * @return as veksCRC32_8u().
+ */
+VekStatus veksCRC32_BZ2_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
+
+/**
+ * CRC-32C, the Castagnoli CRC of iSCSI, ext4 and others (RFC 3720): polynomial 0x1EDC6F41, least
+ * significant bit first.
+ *
+ * The running value is the raw register: unlike the other CRCs' it is never complemented here. For
+ * the standard CRC-32C start with 0xFFFFFFFF, pass the value back with each further piece, and
+ * complement the last one.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1; unsigned, up to 4 GiB - 1.
+ * @param pCRC the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer for a null pointer; ::vekStatusBadSize for a `len`
+ *         of 0. A refused call leaves `*pCRC` alone.
+ */
+VekStatus veksCRC32C_8u(const uint8_t* src, uint32_t len, uint32_t* pCRC);
+
+/**
+ * Adler-32 of zlib (RFC 1950): A, 1 plus the sum of all bytes, in the low 16 bits; B, the sum of
+ * all values of A, in the high 16 bits; both modulo 65521. Start with 1 and pass the value back
+ * with each further piece.
+ *
+ * @param src the data; any alignment. Null stores the sum of nothing, 1, whatever `len` is.
+ * @param len bytes at `src`. 0 or less processes nothing, but still reduces both halves of `*pSum`
+ *        modulo 65521.
+ * @param pSum the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer when `pSum` is null.
+ */
+VekStatus veksAdler32_8u(const uint8_t* src, int32_t len, uint32_t* pSum);
+
 /* (checksums end) */
 
 /* ------------------------------------------------------------------------------------------------
  * Deflate: match finding
  * --------------------------------------------------------------------------------------------- */
 
+/**
+ * One symbol's entry in a literal/length table (286 symbols) or a distance table (30 symbols).
+ *
+ * The match finder counts frequencies in it, the code generator replaces them by codes.
+ */
+typedef struct VekHuffEntry {
+    /** While matches are found: how often the symbol occurred. Afterwards: the symbol's code, its
+     *  first bit in bit 0. */
+    uint16_t code;
+    /** While matches are found: 0. Afterwards: the code's length in bits. */
+    uint16_t length;
+} VekHuffEntry;
+
+/**
+ * Finds back-references in the source (the LZ77 stage of RFC 1951) at one of 30 parameter levels.
+ *
+ * Writes one pair for each literal or match into two parallel arrays:
+ *
+ *     pair     pLitDst[i]                  pDistDst[i]
+ *     literal  the byte                    0
+ *     match    length - 3 (length 4..258)  distance, 1 .. winSize - 1
+ *
+ * and counts them in the two frequency tables: a literal by its value, a match by 257 + its length
+ * code and by its distance code. Counts are added to what the tables hold; the caller clears them
+ * (both halves of every entry) before each block. They are whole 32-bit words: a count above 65535
+ * goes on into the entry's second half, where the code generator reads it. The end-of-block symbol
+ * is not counted.
+ *
+ * The match state is the caller's: window, head table, chain table and position. Position p of the
+ * stream lives at `pWindow[p & (winSize - 1)]`. Source bytes are read from the source; at its end a
+ * call stores the bytes that it consumed (the last `winSize` of them) in the window. A caller may
+ * place the call's whole source there beforehand; the history overwritten by that is then left
+ * alone. (Of a source longer than the window, its last `winSize` bytes, provided that the room for
+ * pairs is no less than the source bytes.)
+ *
+ * To begin a stream, set all entries of both tables to -32768 or less (0 works as well: whatever
+ * entry is found is verified before it is used) and `*pSrcIdx` to 0; then call for one piece of the
+ * source after another. Pieces may have any size. To start with a history, see
+ * veksDeflateDictionarySet_8u() and veksDeflateUpdateHash_8u(). The matches found depend on what
+ * the tables hold, but whatever they hold, the pairs give back the source.
+ *
+ * Every call goes on until the source is used up or the room for pairs is full; no byte is held
+ * back, and a match never reaches beyond the source of its call.
+ *
+ * Positions never overflow: before matching, when 2 * `*pSrcLen` + winSize + `*pSrcIdx` reaches
+ * 0x7FFFFFFF and `*pSrcIdx` is greater than winSize, the state is rebased: `*pSrcIdx` becomes
+ * winSize, the entries of both tables are lowered by the same shift (to no less than -32768), and
+ * the window and the chain table are rotated by the shift modulo winSize.
+ *
+ * @param ppSrc         In/out: next source byte.
+ * @param pSrcLen       In/out: source bytes left, at least 0.
+ * @param pSrcIdx       In/out: position of the next source byte, at least 0.
+ * @param pWindow       Window, winSize bytes: the history before the source.
+ * @param winSize       Window size, a power of two, 256..32768. (Other sizes within these bounds
+ *                      are safe to pass, but the window is then of no use: the pairs need not give
+ *                      back the source.)
+ * @param pHashHead     Head table, hashSize entries: the latest position of each hash.
+ * @param pHashPrev     Chain table, winSize entries: for each position, masked, the one before it
+ *                      with the same hash.
+ * @param hashSize      Size of the head table, a power of two, 256..65536.
+ * @param pLitFreqTable Literal/length frequencies, 286 entries, added to.
+ * @param pDistFreqTable Distance frequencies, 30 entries, added to.
+ * @param pLitDst       Literal/length array, `*pDstLen` elements.
+ * @param pDistDst      Distance array, `*pDstLen` elements.
+ * @param pDstLen       In/out: room in the pair arrays, decreased by the pairs written.
+ * @param comprLevel    0..29. The units digit is the effort: 0 makes literals only, 1..4 are
+ *                      greedy (veksDeflateLZ77Fast_8u()), 5..9 lazy (veksDeflateLZ77Slow_8u()). The
+ *                      tens digit chooses between three tunings of that scale.
+ * @param flush         2 and above: the stream ends with this source. Below 2: more follows, and
+ *                      the last positions, which need the next bytes to be hashed, are inserted at
+ *                      the start of the next call.
+ * @retval vekStatusOk          Done; `*pSrcLen` is 0 unless the room for pairs ran out.
+ * @retval vekStatusBadSize     comprLevel is above 29 (checked before anything else), winSize or
+ *                              hashSize is out of range, or `*pSrcLen` or `*pSrcIdx` is negative.
+ * @retval vekStatusNullPointer A pointer, or `*ppSrc`, is null.
+ */
+VekStatus veksDeflateLZ77_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
+                             uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+                             int32_t* pHashPrev, uint32_t hashSize, VekHuffEntry* pLitFreqTable,
+                             VekHuffEntry* pDistFreqTable, uint8_t* pLitDst, uint16_t* pDistDst,
+                             uint32_t* pDstLen, uint32_t comprLevel, uint32_t flush);
+
+/**
+ * The greedy matcher with parameters of the caller's choice: takes at each position the longest
+ * match that its search finds. Everything else is as in veksDeflateLZ77_8u().
+ *
+ * @param pParams Four values:
+ *                - maxChain: how many candidates a search looks at; 0 makes literals only;
+ *                - goodLength: once the match found is this long, the rest of the search looks at
+ *                  a quarter of maxChain candidates in all;
+ *                - niceLength: a match this long ends the search;
+ *                - maxInsert: the positions inside a match enter the tables if it is at most this
+ *                  long.
+ * @retval vekStatusBadArgument maxChain is negative, or is positive and another value is below 4.
+ */
+VekStatus veksDeflateLZ77Fast_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
+                                 uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+                                 int32_t* pHashPrev, uint32_t hashSize, VekHuffEntry* pLitFreqTable,
+                                 VekHuffEntry* pDistFreqTable, uint8_t* pLitDst, uint16_t* pDistDst,
+                                 uint32_t* pDstLen, const int32_t* pParams, uint32_t flush);
+
+/**
+ * The lazy matcher with parameters of the caller's choice: before it takes a match it looks for a
+ * better one at the next position, and if there is one makes the byte before it a literal.
+ * Everything else is as in veksDeflateLZ77_8u().
+ *
+ * @param pParams Four values:
+ *                - maxChain, goodLength, niceLength: as in veksDeflateLZ77Fast_8u(); moreover, when
+ *                  the match in hand is at least goodLength long, the search at the next position
+ *                  looks at a quarter of maxChain candidates;
+ *                - maxLazy: the next position is searched only if the match in hand is shorter.
+ * @retval vekStatusBadArgument maxChain is negative, or is positive and another value is below 4.
+ */
+VekStatus veksDeflateLZ77Slow_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
+                                 uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+                                 int32_t* pHashPrev, uint32_t hashSize, VekHuffEntry* pLitFreqTable,
+                                 VekHuffEntry* pDistFreqTable, uint8_t* pLitDst, uint16_t* pDistDst,
+                                 uint32_t* pDstLen, const int32_t* pParams, uint32_t flush);
+
+/**
+ * Enters positions into the match state without encoding them: history that later source bytes may
+ * refer to. The caller places the same bytes in the window.
+ *
+ * The last 3 positions (2 in mode 0) lack the bytes to hash and are not entered.
+ *
+ * @param pSrc      The bytes, srcLen of them.
+ * @param srcIdx    Position of the first.
+ * @param srcLen    Number of bytes; below 4 (3 in mode 0), also negative, nothing is done.
+ * @param pHashHead Head table, hashSize entries.
+ * @param hashSize  256..65536, a power of two.
+ * @param pHashPrev Chain table, winSize entries; not written in mode 0.
+ * @param winSize   256..32768, a power of two.
+ * @param hashMode  Not 0: the matchers' hash of 4 bytes, head and chain tables. 0: a rolling hash
+ *                  of 3 bytes, h = (h << 5 ^ byte) & (hashSize - 1), head table only; the matchers
+ *                  do not use it.
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     winSize or hashSize is out of range.
+ */
+VekStatus veksDeflateUpdateHash_8u(const uint8_t* pSrc, int32_t srcIdx, int32_t srcLen,
+                                   int32_t* pHashHead, uint32_t hashSize, int32_t* pHashPrev,
+                                   uint32_t winSize, int32_t hashMode);
+
+/**
+ * Enters a preset dictionary into the match state: its bytes become positions 0 .. dictLen - 1. The
+ * caller places them (the last winSize, if there are more) in the window, position p at
+ * `pWindow[p & (winSize - 1)]`, and begins encoding with `*pSrcIdx` = dictLen.
+ *
+ * @param pDict     The dictionary, dictLen bytes.
+ * @param dictLen   Its length; below 4 (3 in mode 0), also negative, nothing is done.
+ * @param pHashHead Head table, hashSize entries.
+ * @param hashSize  256..65536, a power of two.
+ * @param pHashPrev Chain table, winSize entries; not written in mode 0.
+ * @param pDictAux  Must not be null; not used otherwise.
+ * @param winSize   256..32768, a power of two.
+ * @param hashMode  As in veksDeflateUpdateHash_8u().
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     winSize or hashSize is out of range.
+ */
+VekStatus veksDeflateDictionarySet_8u(const uint8_t* pDict, int32_t dictLen, int32_t* pHashHead,
+                                      uint32_t hashSize, int32_t* pHashPrev, const void* pDictAux,
+                                      uint32_t winSize, int32_t hashMode);
+
 /* (deflate match finding end) */
 
 /* ------------------------------------------------------------------------------------------------
  * Deflate: Huffman coding
  * --------------------------------------------------------------------------------------------- */
+
+/*
+ * The deflate format is RFC 1951. A block's end-of-block code is not written by these functions:
+ * its entry is symbol 256 of the literal/length table, and the caller puts it behind the pairs.
+ *
+ * Bit buffer: a 32-bit word and its number of valid bits, 0 to 32, the stream's next bit lowest. On
+ * return fewer than 8 bits are valid, and those above them are 0.
+ */
+
+/**
+ * Makes length-limited canonical codes from frequencies: 15 bits for literals and lengths, 9 for
+ * distances. Every symbol gets a code, whether it occurs or not.
+ *
+ * @param pLitFreq       286 frequencies; an entry's two halves are read as one 32-bit number, low
+ * half first
+ * @param pDistFreq      30 frequencies, likewise
+ * @param pLitHuffTable  receives 286 codes and lengths; may be pLitFreq
+ * @param pDistHuffTable receives 30 codes and lengths; may be pDistFreq
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusFailure     A code could not be brought within its limit. The tables hold the
+ * codes of the last try, which are valid but longer.
+ */
+VekStatus veksDeflateLZ77FastestGenHuffTable_8u(const VekHuffEntry* pLitFreq,
+                                                const VekHuffEntry* pDistFreq,
+                                                VekHuffEntry* pLitHuffTable,
+                                                VekHuffEntry* pDistHuffTable);
+
+/** Room that a dynamic block's header may take, in bytes. */
+#define VEK_DEFLATE_HEADER_BOUND 288
+
+/**
+ * Writes the header of a dynamic block (RFC 1951, 3.2.7) that announces the tables' code lengths,
+ * all 286 and 30 of them. Its first bit, BFINAL, is 1: clear it in all blocks but the last.
+ *
+ * @param pLitHuffTable  286 entries whose lengths are 0 to 15
+ * @param pDistHuffTable 30 entries, likewise
+ * @param pHeader        receives the header, at most VEK_DEFLATE_HEADER_BOUND bytes, the last one
+ * padded with zero bits
+ * @param pHeaderLen     receives its length in bytes
+ * @param pHeaderBits    receives its length in bits
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ */
+VekStatus veksDeflateLZ77FastestGenHeader_8u(const VekHuffEntry* pLitHuffTable,
+                                             const VekHuffEntry* pDistHuffTable, uint8_t* pHeader,
+                                             uint32_t* pHeaderLen, uint32_t* pHeaderBits);
+
+/** Room that veksDeflateHuff_8u() may take for `pairs` pairs, in bytes: 48 bits a pair and the bit
+ * buffer. */
+static inline uint64_t vekDeflateHuffBound(uint32_t pairs) {
+    return (uint64_t)pairs * 6 + 4;
+}
+
+/**
+ * Codes pairs of the match finder.
+ *
+ * @param pLitSrc        literals, and lengths - 3
+ * @param pDistSrc       0 for a literal, else the distance, 1 to 32768
+ * @param srcLen         number of pairs
+ * @param pCode          in/out: bit buffer
+ * @param pCodeLenBits   in/out: its valid bits
+ * @param pLitHuffTable  286 codes
+ * @param pDistHuffTable 30 codes
+ * @param pDst           output; nothing is written behind the last complete byte. The caller sees
+ * to the room: vekDeflateHuffBound() bytes from `*pDstIdx` on always suffice
+ * @param pDstIdx        in/out: index in pDst where output goes on
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     `*pCodeLenBits` is above 32.
+ */
+VekStatus veksDeflateHuff_8u(const uint8_t* pLitSrc, const uint16_t* pDistSrc, uint32_t srcLen,
+                             uint32_t* pCode, uint32_t* pCodeLenBits,
+                             const VekHuffEntry* pLitHuffTable, const VekHuffEntry* pDistHuffTable,
+                             uint8_t* pDst, uint32_t* pDstIdx);
+
+/*
+ * The single-pass fastest path: a matcher that looks at one place and writes codes at once. Each
+ * call stands alone: matches reach neither before its source nor behind it. One block may be made
+ * of several calls.
+ */
+
+/**
+ * Counts the symbols that the fastest path will write for the same source.
+ *
+ * @param pSrc       source
+ * @param srcLen     its length, at least 1
+ * @param pHashHead  work table of hashSize entries; cleared first, used up
+ * @param hashSize   256 to 65536; powers of two use the whole table
+ * @param pLitFreq   286 frequencies, added to as 32-bit numbers; end of block is not counted
+ * @param pDistFreq  30 frequencies, likewise
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     srcLen or hashSize is out of range.
+ */
+VekStatus veksDeflateLZ77FastestGetStat_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pHashHead,
+                                           uint32_t hashSize, VekHuffEntry* pLitFreq,
+                                           VekHuffEntry* pDistFreq);
+
+/** Room that veksDeflateLZ77Fastest_8u() wants for `srcLen` bytes: 15 bits a byte, the bit buffer,
+ * slack. */
+static inline uint32_t vekDeflateFastestBound(int32_t srcLen) {
+    return 2 * (uint32_t)srcLen - (uint32_t)srcLen / 8 + 16;
+}
+
+/**
+ * Matches and codes a source in one pass.
+ *
+ * @param pSrc           source
+ * @param srcLen         its length, at least 1
+ * @param pHashHead      work table of hashSize entries; cleared first, used up
+ * @param hashSize       256 to 65536; powers of two use the whole table
+ * @param pCode          in/out: bit buffer
+ * @param pCodeLenBits   in/out: its valid bits
+ * @param pLitHuffTable  286 codes, for instance those of veksDeflateLZ77FastestPrecompHeader_8u()
+ * @param pDistHuffTable 30 codes, likewise
+ * @param pDst           output buffer; bytes behind the last one written may change, within the
+ * room
+ * @param pDstLen        in: room from `*pDstIdx` on, at least vekDeflateFastestBound(srcLen); out:
+ * bytes written
+ * @param pDstIdx        in/out: index in pDst where output goes on
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     srcLen, hashSize, the room or `*pCodeLenBits` is out of range.
+ */
+VekStatus veksDeflateLZ77Fastest_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pHashHead,
+                                    uint32_t hashSize, uint32_t* pCode, uint32_t* pCodeLenBits,
+                                    const VekHuffEntry* pLitHuffTable,
+                                    const VekHuffEntry* pDistHuffTable, uint8_t* pDst,
+                                    uint32_t* pDstLen, uint32_t* pDstIdx);
+
+/**
+ * Fills both tables with a general-purpose code, made beforehand from text, machine code and
+ * records, and writes its block header, so that a block can be written without a look at its data.
+ * BFINAL is 1 in it.
+ *
+ * @param pLitHuffTable  receives 286 codes
+ * @param pDistHuffTable receives 30 codes
+ * @param pHeader        receives the header, at most VEK_DEFLATE_HEADER_BOUND bytes
+ * @param pHeaderLen     receives its length in bytes
+ * @param pHeaderBits    receives its length in bits
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ */
+VekStatus veksDeflateLZ77FastestPrecompHeader_8u(VekHuffEntry* pLitHuffTable,
+                                                 VekHuffEntry* pDistHuffTable, uint8_t* pHeader,
+                                                 uint32_t* pHeaderLen, uint32_t* pHeaderBits);
 
 /* (deflate Huffman coding end) */
 

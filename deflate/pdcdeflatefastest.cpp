@@ -1,0 +1,141 @@
+// The single-pass fastest path: one look at each place, straight to bits.
+//
+// The matcher keeps one position for each hash and takes the first match it finds, of four bytes
+// and more. Where nothing matches it strides ahead faster and faster, so that data without matches
+// costs little more than its literals. Positions in the head table are source offsets plus one; 0
+// is empty. The matcher clears the table itself, so every entry it reads is its own and lies before
+// the place it stands at.
+//
+// The same matcher drives a counter of frequencies or a writer of codes. With the general-purpose
+// code below, one pass over the data is all: that is the fastest that deflate goes here.
+
+#include <cstring>
+
+#include "deflate/bit_sink.h"
+#include "deflate/pair_codes.h"
+#include "frame/args.h"
+#include "vector/crc32c_step.h"
+#include "vector/fill.h"
+#include "vector/match_length.h"
+#include "vekdc.h"
+
+using namespace vek::deflate;
+
+namespace {
+
+constexpr uint32_t hashBytes = 4;
+constexpr uint32_t maxDistance = 32768;
+constexpr uint32_t strideShift = 5;  // misses until the stride grows by one
+
+bool validSizes(int32_t srcLen, uint32_t hashSize) {
+    return srcLen >= 1 && !vek::outside<uint32_t>(hashSize, 256, 65536);
+}
+
+/// Runs the matcher; the sink is told of literals [begin, end) and of matches, in order.
+template <class Sink>
+void matchFastest(const uint8_t* src, uint32_t srcLen, uint32_t* head, uint32_t hashSize,
+                  Sink& sink) {
+    ownsSet_32s(0, reinterpret_cast<int32_t*>(head), hashSize);
+    const uint32_t mask = hashSize - 1;
+    const uint32_t end = srcLen < hashBytes ? 0 : srcLen - hashBytes + 1;
+    uint32_t literals = 0;  // start of the literals not yet told
+    uint32_t misses = 0;
+    uint32_t at = 0;
+    while (at < end) {
+        const auto word = vek::load<uint32_t>(src + at);
+        uint32_t& entry = head[vek::crc32cStep(0, word) & mask];
+        const uint32_t distance = at + 1 - entry;
+        const bool usable = entry != 0 && distance <= maxDistance;
+        entry = at + 1;
+        if (!usable || vek::load<uint32_t>(src + at - distance) != word) {
+            at += 1 + (misses++ >> strideShift);
+            continue;
+        }
+        const uint32_t limit = std::min<uint32_t>(maxMatch, srcLen - at) - hashBytes;
+        const uint8_t* behind = src + at + hashBytes;
+        const auto length =
+            hashBytes + static_cast<uint32_t>(vek::matchLength(behind, behind - distance, limit));
+        if (literals != at) sink.literals(src + literals, src + at);
+        sink.match(length, distance);
+        at += length;
+        literals = at;
+        misses = 0;
+    }
+    if (literals != srcLen) sink.literals(src + literals, src + srcLen);
+}
+
+/// Counts symbols; an entry is read and written as one 32-bit number.
+struct SymbolCounter {
+    VekHuffEntry* litFreq;
+    VekHuffEntry* distFreq;
+
+    static void add(VekHuffEntry& entry) { vek::store(&entry, vek::load<uint32_t>(&entry) + 1); }
+
+    void literals(const uint8_t* begin, const uint8_t* end) {
+        for (; begin != end; ++begin) add(litFreq[*begin]);
+    }
+
+    void match(uint32_t length, uint32_t distance) {
+        add(litFreq[firstLengthSymbol + lengthCode(length - minMatch)]);
+        add(distFreq[distanceCode(distance - 1)]);
+    }
+};
+
+/// Writes codes; the output's worst case, stated to callers, leaves room for the wide stores.
+struct CodeWriter {
+    const PairCodes& codes;
+    BitSink sink;
+
+    void literals(const uint8_t* begin, const uint8_t* end) {
+        constexpr int perFlush = BitSink::freeBits / maxCodeLength;
+        for (; end - begin >= perFlush; begin += perFlush) {
+            for (int i = 0; i < perFlush; ++i) sink.put(codes.symbols[begin[i]]);
+            sink.flushWide();
+        }
+        for (; begin != end; ++begin) sink.put(codes.symbols[*begin]);
+        sink.flushWide();
+    }
+
+    void match(uint32_t length, uint32_t distance) {
+        sink.put(codes.symbols[256 + length - minMatch]);
+        sink.put(codes.distance(distance));
+        sink.flushWide();
+    }
+};
+
+}  // namespace
+
+VekStatus veksDeflateLZ77FastestGetStat_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pHashHead,
+                                           uint32_t hashSize, VekHuffEntry* pLitFreq,
+                                           VekHuffEntry* pDistFreq) {
+    if (vek::anyNull(pSrc, pHashHead, pLitFreq, pDistFreq)) return vekStatusNullPointer;
+    if (!validSizes(srcLen, hashSize)) return vekStatusBadSize;
+    SymbolCounter counter{pLitFreq, pDistFreq};
+    matchFastest(pSrc, static_cast<uint32_t>(srcLen), pHashHead, hashSize, counter);
+    return vekStatusOk;
+}
+
+VekStatus veksDeflateLZ77Fastest_8u(const uint8_t* pSrc, int32_t srcLen, uint32_t* pHashHead,
+                                    uint32_t hashSize, uint32_t* pCode, uint32_t* pCodeLenBits,
+                                    const VekHuffEntry* pLitHuffTable,
+                                    const VekHuffEntry* pDistHuffTable, uint8_t* pDst,
+                                    uint32_t* pDstLen, uint32_t* pDstIdx) {
+    if (vek::anyNull(pSrc, pHashHead, pCode, pCodeLenBits, pLitHuffTable, pDistHuffTable, pDst,
+                     pDstLen, pDstIdx)) {
+        return vekStatusNullPointer;
+    }
+    if (!validSizes(srcLen, hashSize) || *pCodeLenBits > 32 ||
+        *pDstLen < vekDeflateFastestBound(srcLen)) {
+        return vekStatusBadSize;
+    }
+    const PairCodes codes(pLitHuffTable, pDistHuffTable);
+    CodeWriter writer{codes, BitSink(*pCode, *pCodeLenBits, pDst + *pDstIdx)};
+    writer.sink.flushExact();
+    matchFastest(pSrc, static_cast<uint32_t>(srcLen), pHashHead, hashSize, writer);
+    *pCode = writer.sink.buffer();
+    *pCodeLenBits = writer.sink.count();
+    const auto written = static_cast<uint32_t>(writer.sink.position() - (pDst + *pDstIdx));
+    *pDstLen = written;
+    *pDstIdx += written;
+    return vekStatusOk;
+}
