@@ -8,16 +8,14 @@ namespace vekdc {
 
 namespace {
 
-/// How a level of the tool uses the library: the row of its level table, and the size of its
-/// blocks.
-struct LevelChoice {
-    uint32_t row;
-    uint32_t blockPairs;
-};
+/// The matchers' parameters at each level of the tool; those of level 0 are not used. Levels up to
+/// 4 take the greedy matcher, the others the lazy one.
+constexpr int firstLazyLevel = 5;
+constexpr int32_t levelParameters[10][4] = {
+    {0, 4, 4, 4},   {2, 8, 16, 8},   {4, 16, 16, 9},    {16, 32, 32, 258},   {48, 32, 32, 16},
+    {12, 6, 16, 8}, {16, 6, 32, 12}, {120, 7, 256, 16}, {192, 32, 258, 128}, {256, 32, 258, 258}};
 
-constexpr LevelChoice levels[10] = {{1, 65536},  {1, 65536},  {2, 65536},  {14, 65536}, {4, 65536},
-                                    {15, 65536}, {16, 65536}, {17, 65536}, {18, 65536}, {9, 65536}};
-
+constexpr uint32_t blockPairs = 65536;    // most pairs of a block
 constexpr uint32_t lookEvery = 2048;      // pairs between looks at the statistics
 constexpr uint32_t minBlockPairs = 8192;  // pairs that a block has before it is cut for them
 constexpr size_t maxRaw = 256 << 10;      // bytes of a block
@@ -94,15 +92,15 @@ uint64_t codedBits(const VekHuffEntry* litFreq, const VekHuffEntry* distFreq,
 }  // namespace
 
 DeflateEncoder::DeflateEncoder(int level) : fastest_(level == fastestLevel) {
-    const LevelChoice& choice = levels[std::clamp(level, 0, 9)];
-    row_ = choice.row;
-    blockPairs_ = choice.blockPairs;
+    const int known = std::clamp(level, 0, 9);
+    std::copy_n(levelParameters[known], 4, parameters_);
+    lazy_ = known >= firstLazyLevel;
     head_.resize(hashSize);
     if (!fastest_) {
         window_.resize(windowSize);
         prev_.resize(windowSize);
-        lits_.resize(blockPairs_);
-        dists_.resize(blockPairs_);
+        lits_.resize(blockPairs);
+        dists_.resize(blockPairs);
     }
     start({});
 }
@@ -139,22 +137,23 @@ void DeflateEncoder::encode(Bytes in, End end, std::vector<uint8_t>& out) {
 
 /// Finds pairs in a stretch of input, and writes a block whenever one is full.
 void DeflateEncoder::match(Bytes in, End end, std::vector<uint8_t>& out) {
+    const auto matcher = lazy_ ? veksDeflateLZ77Slow_8u : veksDeflateLZ77Fast_8u;
     while (!in.empty()) {
-        const uint32_t room = std::min(lookEvery - pairs_ % lookEvery, blockPairs_ - pairs_);
+        const uint32_t room = std::min(lookEvery - pairs_ % lookEvery, blockPairs - pairs_);
         const size_t piece = std::min(in.size(), maxRaw - raw_.size());
         const uint8_t* src = in.data();
         auto left = static_cast<int32_t>(piece);
         uint32_t pairRoom = room;
         const bool last = piece == in.size() && end != End::More;
-        check(veksDeflateLZ77_8u(&src, &left, &position_, window_.data(), windowSize, head_.data(),
-                                 prev_.data(), hashSize, litFreq_, distFreq_, lits_.data() + pairs_,
-                                 dists_.data() + pairs_, &pairRoom, row_, last ? 2 : 0));
+        check(matcher(&src, &left, &position_, window_.data(), windowSize, head_.data(),
+                      prev_.data(), hashSize, litFreq_, distFreq_, lits_.data() + pairs_,
+                      dists_.data() + pairs_, &pairRoom, parameters_, last ? 2 : 0));
         const size_t consumed = piece - static_cast<size_t>(left);
         raw_.insert(raw_.end(), in.data(), in.data() + consumed);
         in = in.subspan(consumed);
         const uint32_t before = pairs_;
         pairs_ += room - pairRoom;
-        const bool full = pairs_ == blockPairs_ || raw_.size() == maxRaw;
+        const bool full = pairs_ == blockPairs || raw_.size() == maxRaw;
         if (full || (pairs_ % lookEvery == 0 && pairs_ != before && statisticsChanged(looked_)))
             writeBlock(false, out);
     }

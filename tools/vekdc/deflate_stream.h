@@ -54,8 +54,8 @@ class DeflateEncoder {
     void finish(End end, std::vector<uint8_t>& out);
     void clearBlock();
 
-    uint32_t row_;         // of the library's level table
-    uint32_t blockPairs_;  // most pairs of a block
+    int32_t parameters_[4];  // of the matcher
+    bool lazy_;
     bool fastest_;
 
     uint32_t bits_ = 0;  // the stream's last, incomplete byte
