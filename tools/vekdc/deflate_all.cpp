@@ -18,6 +18,10 @@ namespace {
 constexpr size_t kHistory = 32 << 10;
 constexpr size_t kBlock = 512 << 10;
 
+uint32_t encoderLevel(const Settings& settings) {
+    return settings.fastest ? DeflateEncoder::kFastest : static_cast<uint32_t>(settings.level);
+}
+
 struct Block {
     std::vector<uint8_t> data;  // History, then the block.
     size_t history = 0;
@@ -31,7 +35,7 @@ struct Block {
 
 Deflated onThreads(Source& source, Sink& sink, const Settings& settings, const Checksum& checksum) {
     Deflated result{checksum.initial, 0};
-    std::vector<DeflateEncoder> encoders(settings.jobs);
+    std::vector<DeflateEncoder> encoders(settings.jobs, DeflateEncoder(encoderLevel(settings)));
     std::vector<uint8_t> tail;  // The end of what was read, history for the next block.
     bool more = true;
 
@@ -68,11 +72,10 @@ Deflated onThreads(Source& source, Sink& sink, const Settings& settings, const C
 
 Deflated inTurn(Source& source, Sink& sink, const Settings& settings, const Checksum& checksum) {
     Deflated result{checksum.initial, 0};
-    DeflateEncoder encoder;
+    DeflateEncoder encoder(encoderLevel(settings));
     std::vector<uint8_t> coded;
-    (void)settings;
     for (bool more = true; more;) {
-        const Bytes bytes = source.peek(64 << 10);
+        const Bytes bytes = source.peek(128 << 10);
         result.check = checksum.update(result.check, bytes);
         result.plain += bytes.size();
         coded.clear();
