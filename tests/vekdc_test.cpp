@@ -698,6 +698,23 @@ TEST_F(Program, Sums) {
     bad("vekdc sum absent", "absent: No such file or directory");
 }
 
+TEST_F(Program, LevelsMeanWhatTheySay) {
+    plain_ = vektest::shapes()[0].make(0, 0);
+    for (const auto& shape : vektest::shapes())
+        if (std::string(shape.name) == "text") plain_ = shape.make(300000, 4);
+    ASSERT_FALSE(plain_.empty());
+    write("x", plain_);
+    const auto size = [&](const std::string& options) {
+        return std::stoul(good("vekdc compress -c " + options + " x | wc -c"));
+    };
+    EXPECT_EQ(good("vekdc compress -c x | cksum"), good("vekdc compress -6 -c x | cksum"));
+    EXPECT_EQ(size("-1 -9"), size("-9"));
+    EXPECT_LT(size("-9"), size("-1"));
+    EXPECT_LT(size("-1"), size("--fastest"));
+    EXPECT_LT(size("--fastest"), plain_.size());
+    EXPECT_LT(size("-6 -j 3"), size("-6") * 101 / 100 + 50);
+}
+
 TEST_F(Program, CommandLineMistakes) {
     write("x", plain_);
     for (const char* command :
