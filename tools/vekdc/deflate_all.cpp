@@ -75,7 +75,7 @@ Deflated inTurn(Source& source, Sink& sink, const Settings& settings, const Chec
     DeflateEncoder encoder(levelOf(settings));
     std::vector<uint8_t> coded;
     for (bool more = true; more;) {
-        const Bytes bytes = source.peek(64 << 10);
+        const Bytes bytes = source.peek(128 << 10);
         result.check = checksum.update(result.check, bytes);
         result.plain += bytes.size();
         coded.clear();

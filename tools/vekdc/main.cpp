@@ -23,6 +23,7 @@ constexpr unsigned kMaxJobs = 256;
 struct CommandLine {
     WorkOptions work;
     std::vector<std::string> paths;
+    std::vector<int> levels;  // As given; the last one holds.
     std::string format;
     std::string algorithm = "crc32";
     bool check = false;
@@ -99,8 +100,8 @@ void addCommands(CLI::App& app, CommandLine& line, std::function<ExitStatus()>& 
 
     CLI::App* compress = addFileCommand(app, line, "compress", "Compress files");
     addWritingOptions(*compress, line);
-    compress->add_flag("-1{1},-2{2},-3{3},-4{4},-5{5},-6{6},-7{7},-8{8},-9{9}",
-                       line.work.settings.level, "Effort, from fast to small; 6 unless given");
+    compress->add_flag("-1{1},-2{2},-3{3},-4{4},-5{5},-6{6},-7{7},-8{8},-9{9}", line.levels,
+                       "Effort, from fast to small; 6 unless given");
     compress->add_flag("--fastest", line.work.settings.fastest, "Faster than -1, and larger");
     compress->add_flag("--no-name", line.noName, "Store neither name nor time stamp");
     addFormatOptions(*compress, line);
@@ -146,6 +147,7 @@ void addCommands(CLI::App& app, CommandLine& line, std::function<ExitStatus()>& 
 void complete(CommandLine& line) {
     WorkOptions& work = line.work;
     if (line.paths.empty()) line.paths.emplace_back(vekdc::kStdin);
+    if (!line.levels.empty()) work.settings.level = line.levels.back();
     if (!line.format.empty()) {
         work.format = vekdc::formatByName(line.format);
         if (work.format == nullptr)
