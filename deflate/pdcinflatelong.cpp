@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 #include "deflate/pdcinflate.h"
 #include "deflate/pdcinflatefast.h"
@@ -90,14 +91,16 @@ class TwoLevel {
     const uint8_t* tables_;
 };
 
-/// The first level once more, with one 32-bit word an entry that holds what the kernel would have
-/// to work out: byte 0 the bits to take in all, byte 1 the code length, then the value (byte 2 or
-/// both). Byte 3 of literals/lengths tells what the entry is. Making it takes as long as decoding
-/// some 200 bytes, so it is for calls with more than that to do.
+/// The first level once more, for literals/lengths with one bit more, and with one 32-bit word an
+/// entry that holds what the kernel would have to work out: byte 0 the bits to take in all, byte 1
+/// the code length, then the value (byte 2 or both). Byte 3 of literals/lengths tells what the
+/// entry is. Making it takes as long as decoding some 200 bytes, so it is for calls with more than
+/// that to do.
 constexpr ptrdiff_t packedSource = 600;
 constexpr ptrdiff_t packedRoom = 1500;
+constexpr ptrdiff_t deepRoom = 12000;  ///< For looking through the links, too.
 struct PackedLevel {
-    uint32_t lits[rootSize];
+    uint32_t lits[2 * rootSize];
     uint32_t dists[rootSize];
 };
 
@@ -142,6 +145,7 @@ void pack(PackedLevel& packed, const uint8_t* tables) {
         storeAt(packed.lits + i + 8, _mm_unpackhi_epi8(total, len),
                 _mm_unpackhi_epi8(values, flags));
     }
+    std::memcpy(packed.lits + rootSize, packed.lits, sizeof(packed.lits) / 2);
     for (size_t i = 0; i < rootSize; i += 16) {
         const __m128i kinds = loadAt(distKindAt + i);
         const __m128i len = _mm_and_si128(kinds, low);
@@ -155,12 +159,24 @@ void pack(PackedLevel& packed, const uint8_t* tables) {
     }
 }
 
+/// Replaces links by the codes of 11 bits behind them.
+void deepen(PackedLevel& packed, const TwoLevel& tables) {
+    for (uint32_t i = 0; i < 2 * rootSize; ++i) {
+        if ((packed.lits[i] >> 8 & 15) <= rootBits || (packed.lits[i] & packedLength) != 0)
+            continue;
+        const Entry entry = tables.lit(i);
+        if (entry.codeLen() != rootBits + 1) continue;
+        packed.lits[i] = packLit(entry.kind, entry.value);
+        if (entry.isLiteral()) packed.lits[i] &= ~packedOther;
+    }
+}
+
 /// The tables as the kernel sees them through a packed first level.
 class Packed {
  public:
     Packed(const PackedLevel& level, const TwoLevel& tables) : level_(level), tables_(tables) {}
 
-    uint32_t look(Word bits) const { return level_.lits[bits & (rootSize - 1)]; }
+    uint32_t look(Word bits) const { return level_.lits[bits & (2 * rootSize - 1)]; }
     static uint32_t kind(uint32_t entry) { return entry; }
     static uint32_t value(uint32_t entry) { return (entry >> 16) & 0xFF; }
     static bool isShortLiteral(uint32_t entry) { return static_cast<int32_t>(entry) >= 0; }
@@ -204,6 +220,7 @@ extern "C" Stop ownsInflateLong_8u(Run& run, const uint8_t* tables) {
     return runSteps(run, plain, [&] {
         if (!packed && run.srcEnd - run.src >= packedSource && run.dstEnd - run.dst >= packedRoom) {
             pack(level, tables);
+            if (run.dstEnd - run.dst >= deepRoom) deepen(level, plain);
             packed = true;
         }
         if (packed) {
