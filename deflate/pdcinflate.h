@@ -121,5 +121,6 @@ vek::inflate::Stop ownsInflateLong_8u(vek::inflate::Run& run, const uint8_t* tab
 
 /// The fixed code of RFC 1951, 3.2.6, in the two-level layout. Symbols 286 and 287 and the
 /// distances 30 and 31 are invalid codes.
+// NOLINTNEXTLINE(bugprone-dynamic-static-initializers): it is constexpr where it is defined.
 extern const std::array<uint8_t, vek::inflate::twoLevelSize> spec_table_fixed_Huffman;
 }

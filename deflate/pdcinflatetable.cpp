@@ -186,13 +186,10 @@ unsigned longestBelow(const Code& code, unsigned len, unsigned index) {
     return len;
 }
 
-/// Writes a table of two levels. The codes are complete, or none is longer than the first level.
-///
-/// The second level cannot overflow: of complete codes of at most 288 symbols and 15 bits, in
-/// canonical order, none needs more than 312 places behind 10 bits; of 30 symbols, none more
-/// than 80.
+/// Writes a table of two levels, the second of `capacity` entries; false when it does not fit there
+/// (complete codes in canonical order stay far below).
 template <class Table>
-void fillTwoLevels(const Table& table, const Code& code) {
+bool fillTwoLevels(const Table& table, const Code& code, uint32_t capacity) {
     unsigned position = fillFirstLevel(table, code, rootBits);
     uint32_t next = 0;      // Behind the sub-tables so far.
     uint32_t at = 0;        // Place of the next code in the second level.
@@ -208,6 +205,7 @@ void fillTwoLevels(const Table& table, const Code& code) {
                 table.link(vek::reverseBits(prefix, rootBits), next, longest);
                 subBits = longest - rootBits;
                 next += 1U << subBits;
+                if (next > capacity) return false;
             }
             const uint32_t run = 1U << (subBits + rootBits - len);
             for (uint32_t k = 0; k < run; ++k) {
@@ -216,6 +214,7 @@ void fillTwoLevels(const Table& table, const Code& code) {
             ++position;
         }
     }
+    return true;
 }
 
 constexpr unsigned fixedLitLen(unsigned symbol) {
@@ -280,8 +279,10 @@ VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeL
         state->distBits = dist.longest;
         state->tableKind = singleLevelTables;
     } else {
-        fillTwoLevels(TwoLevelLit{area + litValueAt, area + litKindAt}, lit);
-        fillTwoLevels(Distances{area + distBaseAt, area + distKindAt}, dist);
+        if (!fillTwoLevels(TwoLevelLit{area + litValueAt, area + litKindAt}, lit, litSubSize) ||
+            !fillTwoLevels(Distances{area + distBaseAt, area + distKindAt}, dist, distSubSize)) {
+            return vekStatusSourceDataError;
+        }
         state->tableKind = twoLevelTables;
     }
     return vekStatusOk;

@@ -536,8 +536,9 @@ VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeL
  * before `*ppDst`, then into the window. The window is circular: its newest byte, which is the byte
  * right before `*ppDst - dstIdx`, stands at `winIdx - 1`, older ones before it, wrapping round from
  * the start to the end. The decoder only reads it; keeping it up to date is the caller's part. A
- * distance beyond all that history is corrupt data. Nothing behind the last byte written is
- * touched.
+ * distance beyond all that history is corrupt data. Within the room,
+ * bytes behind the last one written may be overwritten too (the copies are wide), so the window
+ * must not lie there; nothing outside `*pDstLen` bytes is touched.
  *
  * @param ppSrc         In: next source byte; out: first byte not consumed.
  * @param pSrcLen       In/out: source bytes left; may be 0.
