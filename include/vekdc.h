@@ -221,9 +221,10 @@ typedef struct VekHuffEntry {
  * @param comprLevel    0..29. The units digit is the effort: 0 makes literals only, 1..4 are
  *                      greedy (veksDeflateLZ77Fast_8u()), 5..9 lazy (veksDeflateLZ77Slow_8u()). The
  *                      tens digit chooses between three tunings of that scale.
- * @param flush         2 and above: the stream ends with this source. Below 2: more follows, and
- *                      the last positions, which need the next bytes to be hashed, are inserted at
- *                      the start of the next call.
+ * @param flush         2 and above: the stream ends with this source. Below 2: more follows.
+ *                      Either way the call uses all of its source, and may be followed by another:
+ *                      the last three positions, which need the next bytes to be hashed, are
+ *                      entered at the start of the next call if there is one.
  * @retval vekStatusOk          Done; `*pSrcLen` is 0 unless the room for pairs ran out.
  * @retval vekStatusBadSize     comprLevel is above 29 (checked before anything else), winSize or
  *                              hashSize is out of range, or `*pSrcLen` or `*pSrcIdx` is negative.
