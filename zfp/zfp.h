@@ -1,0 +1,97 @@
+// ZFP: the state record that the encoder and the decoder share.
+//
+// The coder works on blocks of 4 x 4 x 4 floats (P. Lindstrom, "Fixed-Rate Compressed
+// Floating-Point Arrays", 2014): a common exponent, 32-bit integers, a separable decorrelating
+// transform, and the coefficients' bit planes coded from the top until a budget of bits or a
+// smallest plane is reached.
+//
+// A stream is a sequence of little-endian 64-bit words, filled from the least significant bit. Bit
+// n of the stream is therefore bit n % 8 of byte n / 8: the kernels read and write in units of
+// their own, and bring the record back to whole words at the end of each block.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "frame/variant.h"
+
+#define ownsZfpInit VEK_INTERNAL(ownsZfpInit)
+#define ownsZfpSet VEK_INTERNAL(ownsZfpSet)
+#define ownsZfpSetAccuracy VEK_INTERNAL(ownsZfpSetAccuracy)
+#define ownsZfpMaxMagnitude_32f VEK_INTERNAL(ownsZfpMaxMagnitude_32f)
+#define ownsZfpForward_32f VEK_INTERNAL(ownsZfpForward_32f)
+
+/// The caller's memory for one stream; it may stand at any address that is a multiple of 4.
+struct __attribute__((packed, aligned(4))) ZfpState {
+    uint32_t marker;         ///< vek::zfpMarker once initialised.
+    int32_t minBits;         ///< Least bits of a block.
+    int32_t maxBits;         ///< Most bits of a block.
+    int32_t maxPrec;         ///< Most bit planes of a block.
+    int32_t minExp;          ///< Planes below 2^minExp are not coded.
+    int32_t pending;         ///< Bits held: 0..63, or 64 where a full word found no room.
+    uint64_t buffer;         ///< The bits held; those above them are zero.
+    uint8_t* current;        ///< Where the next word is stored or taken.
+    uint8_t* start;          ///< The caller's buffer.
+    uint8_t* end;            ///< One behind it.
+    uint8_t* limit;          ///< A block of maxBits bits that starts here or below fits.
+    uint8_t workspace[512];  ///< One block: bit planes in one half, the bytes of its values in the
+                             ///< other.
+};
+
+static_assert(sizeof(ZfpState) == 32 + 4 * sizeof(void*) + 512);
+static_assert(sizeof(void*) != 4 || sizeof(ZfpState) == 560);
+static_assert(offsetof(ZfpState, buffer) == 24 && offsetof(ZfpState, current) == 32);
+
+extern "C" {
+
+/// Prepares a record for a buffer whose length counts modulo the address space.
+void ownsZfpInit(uint8_t* buffer, int64_t length, ZfpState* state);
+void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp, ZfpState* state);
+void ownsZfpSetAccuracy(double tolerance, ZfpState* state);
+
+/// The largest magnitude among a block's floats, as the float's bits.
+uint32_t ownsZfpMaxMagnitude_32f(const float* src, ptrdiff_t step, ptrdiff_t planeStep);
+
+/// Transforms a block scaled by `scale` and leaves its negabinary coefficients as four byte planes
+/// of 64 bytes each, the lowest bytes first, in block order.
+void ownsZfpForward_32f(const float* src, ptrdiff_t step, ptrdiff_t planeStep, float scale,
+                        uint8_t* bytePlanes);
+}
+
+namespace vek {
+
+constexpr uint32_t zfpMarker = 0x4B617398U;
+
+constexpr unsigned zfpValues = 64;
+constexpr unsigned zfpPlanes = 32;
+
+/// Bits of a non-zero block's header: the flag and the exponent.
+constexpr unsigned zfpHeaderBits = 9;
+
+/// The largest block: its header, every bit of every plane, a positive group test for each
+/// coefficient and a negative one for each plane.
+constexpr unsigned zfpMaxBlockBits = zfpHeaderBits + zfpValues * zfpPlanes + zfpValues + zfpPlanes;
+
+/// Room in which a block coder needs not look for the end: the bits pending from the block before,
+/// the block, and two words that a wide access may reach beyond.
+constexpr size_t zfpBlockRoom = (63 + zfpMaxBlockBits + 63) / 64 * 8 + 16;
+
+/// Bytes between the position and the end; none when the end wrapped to below it.
+inline size_t zfpRoom(const ZfpState& state) {
+    return state.end > state.current ? static_cast<size_t>(state.end - state.current) : 0;
+}
+
+/// Bits that a block may take behind its header.
+inline uint32_t zfpBudget(int32_t maxBits) {
+    constexpr auto header = static_cast<int32_t>(zfpHeaderBits);
+    return maxBits > header ? static_cast<uint32_t>(maxBits - header) : 0;
+}
+
+/// Bit planes of a block whose values are below 2^emax, 0..32.
+inline unsigned zfpPrecision(const ZfpState& state, int32_t emax) {
+    const int64_t planes = std::min<int64_t>(state.maxPrec, int64_t{emax} - state.minExp + 8);
+    return static_cast<unsigned>(std::clamp<int64_t>(planes, 0, zfpPlanes));
+}
+
+}  // namespace vek
