@@ -17,6 +17,8 @@
 // runs in a circle ends with the search's budget.
 #pragma once
 
+#include <xmmintrin.h>
+
 #include <algorithm>
 #include <bit>
 #include <cstddef>
@@ -88,6 +90,11 @@ struct HashChains {
         return static_cast<uint32_t>(before);
     }
 
+    /// Fetches the entry of `hash` ahead of its use.
+    void prefetch(uint32_t hash) const {
+        _mm_prefetch(reinterpret_cast<const char*>(head + (hash & hashMask)), _MM_HINT_T0);
+    }
+
     uint32_t next(uint32_t position) const {
         return static_cast<uint32_t>(prev[position & ringMask]);
     }
@@ -130,25 +137,34 @@ struct History {
     uint32_t oldest;  ///< Position of the oldest byte that the ring still holds.
     uint32_t ringMask;
 
-    /// Length, up to `limit`, of the match of `current` with the bytes `back` before src[0].
-    uint32_t matchInRing(const uint8_t* current, uint32_t back, uint32_t limit) const {
-        const uint32_t at = (start - back) & ringMask;
-        const uint32_t toEdge = std::min({ringMask + 1 - at, back, limit});
-        auto length = static_cast<uint32_t>(matchLength(current, window + at, toEdge));
-        if (length < toEdge) return length;
-        const uint32_t inRing = std::min(back, limit);
-        if (length < inRing) {
-            length += static_cast<uint32_t>(matchLength(current + length, window, inRing - length));
-            if (length < inRing) return length;
-        }
-        return length + static_cast<uint32_t>(matchLength(current + length, src, limit - length));
+    /// Distances from `position` below or at this are within reach. Without `Ring`, all of them are
+    /// in the source.
+    template <bool Ring>
+    uint32_t reach(uint32_t position) const {
+        return Ring ? std::min(ringMask, position - oldest) : ringMask;
     }
 
-    /// Whether that match can be longer than `best`: a look at the byte behind it.
-    bool promisesInRing(const uint8_t* current, uint32_t back, uint32_t best) const {
-        const uint8_t byte =
-            best < back ? window[(start - back + best) & ringMask] : src[best - back];
-        return byte == current[best];
+    /// Length, up to `limit`, of the match of src[at] with the bytes `distance` before it, which
+    /// begin in the ring.
+    uint32_t matchInRing(uint32_t at, uint32_t distance, uint32_t limit) const {
+        const uint8_t* const current = src + at;
+        const uint32_t slot = (start + at - distance) & ringMask;
+        const uint32_t inRing = std::min(distance - at, limit);
+        const uint32_t toEdge = std::min(ringMask + 1 - slot, inRing);
+        auto length = static_cast<uint32_t>(matchLength(current, window + slot, toEdge));
+        if (length == toEdge)
+            length += static_cast<uint32_t>(matchLength(current + length, window, inRing - length));
+        if (length == inRing)
+            length += static_cast<uint32_t>(matchLength(current + length, src, limit - length));
+        return length;
+    }
+
+    /// The `need` bytes that stand `distance` before src[at], or null if the end of the ring or the
+    /// start of the source divides them.
+    const uint8_t* inOnePiece(uint32_t at, uint32_t distance, uint32_t need) const {
+        if (distance <= at) return src + (at - distance);
+        const uint32_t slot = (start + at - distance) & ringMask;
+        return distance - at >= need && slot + need <= ringMask + 1 ? window + slot : nullptr;
     }
 };
 
@@ -158,12 +174,13 @@ struct History {
 /// `budget` candidates are looked at; once a match has goodLength bytes, a quarter of `budget` in
 /// all; one of niceLength bytes ends the search.
 template <bool Ring>
-inline Match search(const History& history, const HashChains& chains, const MatchParameters& params,
-                    uint32_t at, uint32_t limit, uint32_t candidate, Match found, uint32_t budget) {
+[[gnu::always_inline]] inline Match search(const History& history, const HashChains& chains,
+                                           const MatchParameters& params, uint32_t at,
+                                           uint32_t limit, uint32_t candidate, Match found,
+                                           uint32_t budget) {
     const uint8_t* const current = history.src + at;
     const uint32_t position = history.start + at;
-    const uint32_t reach =
-        Ring ? std::min(chains.ringMask, position - history.oldest) : chains.ringMask;
+    const uint32_t reach = history.reach<Ring>(position);
     const uint32_t nice = std::min(params.niceLength, limit);
     const uint32_t reducedBudget = budget / 4;
     uint32_t tail = load<uint32_t>(current + found.length - 3);
@@ -171,11 +188,12 @@ inline Match search(const History& history, const HashChains& chains, const Matc
         const uint32_t distance = position - candidate;
         if (distance - 1 >= reach) break;
         uint32_t length = 0;
-        if (Ring && distance > at) {
-            if (history.promisesInRing(current, distance - at, found.length))
-                length = history.matchInRing(current, distance - at, limit);
-        } else if (load<uint32_t>(current - distance + found.length - 3) == tail) {
-            length = static_cast<uint32_t>(matchLength(current, current - distance, limit));
+        const uint8_t* const bytes =
+            Ring ? history.inOnePiece(at, distance, maxMatch) : current - distance;
+        if (Ring && bytes == nullptr) {
+            length = history.matchInRing(at, distance, limit);
+        } else if (load<uint32_t>(bytes + found.length - 3) == tail) {
+            length = static_cast<uint32_t>(matchLength(current, bytes, limit));
         }
         if (length > found.length) {
             found = {length, distance};

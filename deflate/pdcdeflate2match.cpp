@@ -203,6 +203,7 @@ uint32_t parseGreedy(const History& history, const HashChains& chains,
         const uint8_t* const current = history.src + at;
         const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
         const uint32_t candidate = chains.insert(hash4(current), history.start + at);
+        chains.prefetch(hash4(history.src + std::min(at + 1, length - hashBytes)));
         const Match match = search<Ring>(history, chains, params, at, limit, candidate,
                                          {hashBytes - 1, 0}, params.maxChain);
         if (match.distance == 0) {

@@ -27,6 +27,24 @@ class SingleLevel {
     }
     static bool isEnd(uint32_t kind) { return kind >= singleEndKind; }
 
+    // For the fast kernel: an entry as it stands in the table.
+    uint32_t look(Word bits) const { return vek::load<uint16_t>(lits_ + 2 * (bits & litMask_)); }
+    static uint32_t kind(uint32_t entry) { return entry; }
+    static uint32_t value(uint32_t entry) { return entry >> 8; }
+    static bool isShortLiteral(uint32_t entry) { return (entry & 0x80) == 0; }
+    static bool isLength(uint32_t entry) { return (entry & 0xF0) != singleEndKind; }
+    static bool isLink(uint32_t) { return false; }
+    static bool isLiteral(uint32_t) { return false; }
+    static uint32_t follow(uint32_t entry, Word) { return entry; }
+    static uint32_t takeLength(uint32_t entry, Word& bits, uint32_t& count) {
+        return takeEntry(entry & 15, (entry >> 4) & 7, (entry >> 8) + minMatch, bits, count);
+    }
+    Entry lookDistance(Word bits) const { return dist(static_cast<uint32_t>(bits)); }
+    static bool isLongDistance(Entry) { return false; }
+    static uint32_t takeDistance(Entry entry, Word& bits, uint32_t& count) {
+        return takeEntry(entry.codeLen(), entry.distanceExtra(), entry.value, bits, count);
+    }
+
  private:
     const uint8_t* lits_;
     const uint8_t* distKinds_;
@@ -38,5 +56,6 @@ class SingleLevel {
 
 extern "C" Stop ownsInflateShort_8u(Run& run, const InflateState& state) {
     if (state.litBits > maxLitBits || state.distBits > maxDistBits) return Stop::corrupt;
-    return runSteps(run, SingleLevel(state));
+    const SingleLevel tables(state);
+    return runSteps(run, tables, [&] { runFast(run, tables); });
 }

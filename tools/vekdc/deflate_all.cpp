@@ -29,9 +29,13 @@ struct Block {
     Bytes own() const { return Bytes(data).subspan(history); }
 };
 
+int levelOf(const Settings& settings) {
+    return settings.fastest ? DeflateEncoder::fastestLevel : settings.level;
+}
+
 Deflated onThreads(Source& source, Sink& sink, const Settings& settings, const Checksum& checksum) {
     Deflated result{checksum.initial, 0};
-    std::vector<DeflateEncoder> encoders(settings.jobs);
+    std::vector<DeflateEncoder> encoders(settings.jobs, DeflateEncoder(levelOf(settings)));
     std::vector<uint8_t> tail;  // The end of what was read, history for the next block.
     bool more = true;
 
@@ -68,9 +72,8 @@ Deflated onThreads(Source& source, Sink& sink, const Settings& settings, const C
 
 Deflated inTurn(Source& source, Sink& sink, const Settings& settings, const Checksum& checksum) {
     Deflated result{checksum.initial, 0};
-    DeflateEncoder encoder;
+    DeflateEncoder encoder(levelOf(settings));
     std::vector<uint8_t> coded;
-    (void)settings;
     for (bool more = true; more;) {
         const Bytes bytes = source.peek(64 << 10);
         result.check = checksum.update(result.check, bytes);

@@ -1,34 +1,85 @@
-// Raw deflate streams (RFC 1951), so far of stored blocks only.
+// Raw deflate streams (RFC 1951) through the library's stages.
 #pragma once
 
-#include <algorithm>
+#include <cstdint>
 #include <vector>
 
 #include "tools/vekdc/stream.h"
+#include "vekdc.h"
 
 namespace vekdc {
 
+/// Compresses one stream, or a part of one, in whatever pieces it comes.
+///
+/// Bytes become pairs, pairs a block; each block is written in the cheapest of the format's three
+/// ways, by exact size. A block ends when its pairs or its bytes are many, or when the bytes'
+/// statistics have changed so much that new codes pay for their header. Memory is about 1.5 MiB
+/// whatever the stream.
 class DeflateEncoder {
  public:
-    enum class End { More, Sync, Final };
+    enum class End {
+        More,  ///< More of the stream follows, through this encoder.
+        Sync,  ///< More follows from elsewhere: ends on a byte boundary, with an empty stored
+               ///< block.
+        Final  ///< The stream ends here.
+    };
 
-    /// Begins a stream, or a part of one that continues behind `history`.
-    void start(Bytes /*history*/) {}
+    static constexpr int fastestLevel = 0;
 
-    /// Appends the code of `in` to `out`.
-    void encode(Bytes in, End end, std::vector<uint8_t>& out) {
-        constexpr size_t most = 65535;
-        for (bool more = true; more;) {
-            const auto n = static_cast<uint16_t>(std::min(in.size(), most));
-            more = n != in.size();
-            const auto length = static_cast<uint32_t>(n) | static_cast<uint32_t>(~n) << 16;
-            out.push_back(!more && end == End::Final ? 1 : 0);
-            for (int shift = 0; shift < 32; shift += 8)
-                out.push_back(static_cast<uint8_t>(length >> shift));
-            out.insert(out.end(), in.begin(), in.begin() + n);
-            in = in.subspan(n);
-        }
-    }
+    /// Level 1 (fast) to 9 (small), or fastestLevel.
+    explicit DeflateEncoder(int level);
+
+    /// Begins a stream, or a part of one that continues behind `history` (its last 32 KiB count).
+    void start(Bytes history);
+
+    /// Appends the code of `in` to `out`. Except at an end, some of it may be kept for a later
+    /// call.
+    void encode(Bytes in, End end, std::vector<uint8_t>& out);
+
+ private:
+    static constexpr uint32_t windowSize = 32768;
+    static constexpr uint32_t hashSize = 32768;
+    static constexpr uint32_t litSymbols = 286;
+    static constexpr uint32_t distSymbols = 30;
+    static constexpr uint32_t endOfBlock = 256;
+
+    void match(Bytes in, End end, std::vector<uint8_t>& out);
+    bool encodeFastest(Bytes in, End end, std::vector<uint8_t>& out);
+    bool statisticsChanged(uint32_t newFrom);
+    void writeBlock(bool last, std::vector<uint8_t>& out);
+    void writePairs(const VekHuffEntry* lit, const VekHuffEntry* dist, std::vector<uint8_t>& out);
+    void writeStored(Bytes bytes, bool last, std::vector<uint8_t>& out);
+    void putBits(uint32_t bits, uint32_t count, std::vector<uint8_t>& out);
+    void putHeader(const uint8_t* header, uint32_t bits, bool last, std::vector<uint8_t>& out);
+    void finish(End end, std::vector<uint8_t>& out);
+    void clearBlock();
+
+    uint32_t row_;         // of the library's level table
+    uint32_t blockPairs_;  // most pairs of a block
+    bool fastest_;
+
+    uint32_t bits_ = 0;  // the stream's last, incomplete byte
+    uint32_t bitCount_ = 0;
+
+    int32_t position_ = 0;
+    std::vector<uint8_t> window_;
+    std::vector<int32_t> head_;
+    std::vector<int32_t> prev_;
+
+    // The block under way: its pairs, their frequencies, and its bytes in case they are stored.
+    std::vector<uint8_t> lits_;
+    std::vector<uint16_t> dists_;
+    uint32_t pairs_ = 0;
+    std::vector<uint8_t> raw_;
+    VekHuffEntry litFreq_[litSymbols];
+    VekHuffEntry distFreq_[distSymbols];
+
+    // Of the block up to the last look at its statistics: how often each kind of pair occurred.
+    static constexpr int kinds = 10;
+    uint32_t looked_ = 0;
+    uint32_t kindCounts_[kinds];
+
+    std::vector<uint8_t> coded_;
 };
 
 }  // namespace vekdc
