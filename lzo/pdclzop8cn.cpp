@@ -21,7 +21,7 @@
 #include "frame/args.h"
 #include "frame/variant.h"
 #include "include/vekdc.h"
-#include "lzo/lzo1x.h"
+#include "lzo/lzo_format.h"
 #include "vector/bytes.h"
 #include "vector/copy.h"
 #include "vector/crc32c_step.h"

@@ -57,7 +57,7 @@ struct BitWriter {
     uint64_t bits;
     int count;
     uint8_t* out;
-    uint8_t* const end;
+    uint8_t* end;
 
     size_t room() const { return static_cast<size_t>(end - out); }
 
