@@ -158,10 +158,6 @@ struct Encoder {
     void tail();
 };
 
-inline uint32_t hash(const uint8_t* p) {
-    return vek::crc32cStep(0, load<uint32_t>(p));
-}
-
 /// Whether the output for `length` more bytes fits whatever they are, wide copies included: a byte
 /// more for each 16 is above the twenty-third that the worst input takes.
 inline bool neverOverflows(const Encoder& encoder, size_t length) {
