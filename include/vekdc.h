@@ -584,11 +584,195 @@ VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCo
  * LZO
  * --------------------------------------------------------------------------------------------- */
 
+/*
+ * LZO1X, the format of the LZO library (M. F. X. J. Oberhumer), in one call a buffer. Lengths are
+ * unsigned. The encoder's record is veksEncodeLZOGetSize() bytes, opaque, aligned to 4; it may serve any
+ * number of buffers after one Init, one at a time.
+ *
+ * Container: both decoders also accept up to 32 independent streams behind a small header: byte 0x55,
+ * n (1..32), n XOR 0x55, the total expanded length T (32-bit, little-endian), the compressed lengths of
+ * all streams but the last, then the streams. Stream k expands to T / n bytes at offset k * (T / n),
+ * the last also to the remainder. It is recognised when the header is consistent and the first stream
+ * ends in 0x11 0x00 0x00. With n = 1 the word that the decoders check at offset 7 already belongs to the
+ * stream, so a container of one part may not be recognised as one.
+ */
+
+/**
+ * Room that always suffices to encode `len` bytes as one stream, whatever they are, for every method.
+ * Add 16 * n bytes for a container of n parts.
+ *
+ * @param len the source's length, at most 4042322000.
+ */
+static inline uint32_t vekLZOEncodeBound(uint32_t len) {
+    return len + len / 16 + 128;
+}
+
+/**
+ * Size of the encoder's record.
+ *
+ * @param method 0 or 1 (smaller output) or 2 (faster).
+ * @param maxInputLen not used.
+ * @param pSize receives 131096; 0 for another method.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadArgument for another method.
+ */
+VekStatus veksEncodeLZOGetSize(int32_t method, uint32_t maxInputLen, uint32_t* pSize);
+
+/**
+ * Prepares a record: stores the method (1 becomes 0) and clears the match finder's table.
+ *
+ * A record whose first 32-bit word the caller then sets to 1, and whose second to n, 1..32, makes
+ * veksEncodeLZO_8u() write a container of n parts of equal slices (the remainder in the last).
+ *
+ * @param method 0, 1 or 2; see veksEncodeLZOGetSize().
+ * @param maxInputLen not used.
+ * @param pState the record.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadArgument for another method (the record
+ *         is then untouched).
+ */
+VekStatus veksEncodeLZOInit_8u(int32_t method, uint32_t maxInputLen, void* pState);
+
+/**
+ * Compresses a buffer into one LZO1X stream that ends in 0x11 0x00 0x00.
+ *
+ * The capacity bounds what the match finder writes, and the literals behind the last match. That last
+ * run's header (at most 2 + t / 255 bytes for t literals) and the end instruction (3 bytes) are written
+ * without a look at the capacity: give vekLZOEncodeBound() bytes, or have 5 + capacity / 255 bytes more
+ * behind the capacity you state.
+ *
+ * @param src the data, `srcLen` bytes.
+ * @param srcLen 0 writes nothing, not even an end instruction.
+ * @param dst receives the stream; must not overlap `src`.
+ * @param pDstLen in: the capacity of `dst`; out: the bytes written.
+ * @param pState a prepared record. What its table holds from earlier buffers can change the output but
+ *        not its correctness.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadArgument for a record with an unknown
+ *         method or part count; ::vekStatusDestinationFull when room ran out: `*pDstLen` bytes are then
+ *         whole instructions without an end, which decode to the beginning of the data.
+ */
+VekStatus veksEncodeLZO_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pDstLen,
+                           void* pState);
+
+/**
+ * Expands a stream or container that the caller trusts. Nothing outside `src` and the capacity is
+ * written, nor read when the stream is good; distances are not checked, so a broken stream can make it
+ * read before `dst`. It stops at the end instruction, at the end of the source, and at the capacity.
+ *
+ * @param src the stream or container, `srcLen` bytes; 0 bytes expand to nothing.
+ * @param srcLen bytes at `src`.
+ * @param dst receives the data; must not overlap `src`. For a container it must hold all T bytes: the
+ *        capacity is then not looked at.
+ * @param pDstLen in: the capacity of `dst`; out: the bytes written.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusLzoBrokenStream only for a container whose
+ *         part lengths pass the source.
+ */
+VekStatus veksDecodeLZO_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pDstLen);
+
+/**
+ * Expands a stream or container of any origin: as veksDecodeLZO_8u(), but reports whatever is wrong.
+ * A container states its own length, T at offset 3: who cannot trust the source reads it first and
+ * provides T bytes, or refuses sources that begin with 0x55.
+ *
+ * Bytes behind the end instruction are ignored. A stream may also end without one, behind a run of 4
+ * or more literals.
+ *
+ * @param src,srcLen,dst,pDstLen as for veksDecodeLZO_8u().
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusLzoBrokenStream when the stream reads past
+ *         the source, writes past the capacity or reaches before the data. A plain stream then leaves
+ *         `*pDstLen` alone, with what was decoded in `dst`; a container decodes every part, counts 0
+ *         for broken ones in `*pDstLen`, and has the status of the last that is broken.
+ */
+VekStatus veksDecodeLZOSafe_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pDstLen);
+
 /* (LZO end) */
 
 /* ------------------------------------------------------------------------------------------------
  * LZSS
  * --------------------------------------------------------------------------------------------- */
+
+/*
+ * LZSS: a stream of tokens, most significant bit first, without header, length or end mark.
+ *
+ *     literal   9 bits: 1, the byte
+ *     match    24 bits: 0, distance (15 bits, 1..32767), length - 3 (8 bits)
+ *
+ * The last byte is filled up with zero bits, which no decoder takes for a token. The format holds no
+ * length and no checksum, and every bit pattern decodes to something: frame it yourself.
+ *
+ * All of it is resumable: input and room may be cut anywhere. One record of veksLZSSGetSize_8u() bytes,
+ * aligned as a pointer, serves either direction; each Init starts a new stream. It holds pointers into
+ * itself and must not be moved. Streams may be of any length.
+ */
+
+/**
+ * Room that always suffices to encode `len` bytes in one call and a flush.
+ *
+ * @param len the source's length, at most 1908874000.
+ */
+static inline int32_t vekLZSSEncodeBound(int32_t len) {
+    return len + len / 8 + 16;
+}
+
+/**
+ * Size of a record for either direction.
+ *
+ * @param pSize receives the size in bytes: 327724 on 32-bit x86.
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksLZSSGetSize_8u(int32_t* pSize);
+
+/**
+ * Prepares a record to encode a stream.
+ *
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksEncodeLZSSInit_8u(void* pState);
+
+/**
+ * Encodes input. Matches may reach 32767 bytes back into earlier calls' input; the last two bytes of
+ * a call are always literals, so longer calls compress better.
+ *
+ * @param ppSrc,pSrcLen the input; advanced past what was consumed.
+ * @param ppDst,pDstLen the room; advanced past the whole bytes written. Up to 46 bits stay in the
+ *        record.
+ * @param pState a prepared record.
+ * @return ::vekStatusOk when all input was consumed; ::vekStatusDestinationFull when the room was or
+ *         became full, also by the very last token; ::vekStatusNullPointer. No room (also a negative
+ *         one) is reported before input is looked at, no input returns ::vekStatusOk.
+ */
+VekStatus veksEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
+                            int32_t* pDstLen, void* pState);
+
+/**
+ * Writes the bits that await a whole byte, filled up with zero bits, at the end of a stream. After
+ * ::vekStatusOk the record is to be prepared anew before it encodes again.
+ *
+ * @param ppDst,pDstLen the room, at least 1 byte; advanced.
+ * @param pState the record.
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when the room became full, also by the last byte:
+ *         call again; ::vekStatusNullPointer; ::vekStatusBadSize for no room.
+ */
+VekStatus veksEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, void* pState);
+
+/**
+ * Prepares a record to decode a stream.
+ *
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksDecodeLZSSInit_8u(void* pState);
+
+/**
+ * Decodes tokens until input or room ends. A match that the room cuts is finished by the next call. A
+ * distance beyond what was produced reads whatever the record holds, nothing outside it.
+ *
+ * @param ppSrc,pSrcLen the input; advanced past the bytes of whole tokens, and of a last token that
+ *        awaits more. A length below 1 is no input.
+ * @param ppDst,pDstLen the room, at least 1 byte; advanced past what was written.
+ * @param pState a prepared record.
+ * @return ::vekStatusOk when the input is exhausted; ::vekStatusDestinationFull when the room is full;
+ *         ::vekStatusNullPointer; ::vekStatusBadSize for no room.
+ */
+VekStatus veksDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
+                            int32_t* pDstLen, void* pState);
 
 /* (LZSS end) */
 

@@ -1,0 +1,65 @@
+// The LZSS record, seen by the encoder and by the decoder, and the sizes they share.
+//
+// Private to the family; a test of the encoder's long streams includes it to move a stream forward.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+namespace vek::lzss {
+
+constexpr uint32_t maxDistance = 32767;
+constexpr uint32_t minMatch = 3;
+constexpr uint32_t maxMatch = 258;
+constexpr uint32_t chainEntries = 32768;
+constexpr uint32_t chainMask = chainEntries - 1;
+constexpr uint32_t historySize = 32768;
+constexpr uint32_t windowSize = 65536;
+
+/// Chain and head entries that hold nothing: at least 32768 before every position, so the distance
+/// test refuses them.
+constexpr uint32_t emptyEntry = 0xFFFF8000U;
+
+/// A stream whose position passed this is moved down before the next call. A call adds less than
+/// 2^31, so positions never come within a window of 2^32, where the empty mark would look near.
+constexpr uint32_t rebaseLimit = 0x40000000U;
+
+struct Encoder {
+    const int16_t* hashTable;
+    uint32_t* chain;
+    uint32_t* head;
+    uint8_t* window;
+    /// What a position is added to for its address in the window; wraps.
+    uintptr_t displacement;
+    uint32_t position;
+    int32_t bitCount;
+    uint32_t bitsHigh;
+    uint32_t bitsLow;
+    uint32_t reserved[2];
+    uint32_t chainTable[chainEntries];
+    uint32_t headTable[chainEntries];
+    uint8_t windowBytes[windowSize];
+};
+
+struct Decoder {
+    uint32_t reserved[3];
+    uint8_t* window;
+    uint32_t untouched[2];
+    int32_t bitCount;
+    uint32_t bits;
+    uint32_t reservedToo;
+    uint32_t pendingDistance;
+    uint32_t pendingLength;
+    uint8_t windowBytes[historySize];
+};
+
+constexpr size_t stateSize = std::max(sizeof(Encoder), sizeof(Decoder));
+
+#if !defined(__x86_64__)
+static_assert(stateSize == 327724);
+static_assert(offsetof(Encoder, position) == 20 && offsetof(Encoder, chainTable) == 44);
+static_assert(offsetof(Decoder, bitCount) == 24 && offsetof(Decoder, windowBytes) == 44);
+#endif
+
+}  // namespace vek::lzss
