@@ -1,0 +1,280 @@
+// LZ4 block decoder.
+//
+// One loop, instantiated for the two kinds of history: bytes in memory in front of the output
+// (none, or a prefix), and a dictionary in a buffer of its own that stands for the first positions
+// of the output buffer.
+//
+// Two gears. The fast one runs while a sequence begins far from the end of both buffers: it copies
+// 16 literals at once, whatever their number, and matches in steps of 16 bytes, so that a typical
+// sequence takes no loop and three predictable branches. A match that overlaps itself within 16
+// bytes is one shuffle of its first bytes into a 32-byte pattern, stored as often as needed. As
+// soon as a sequence could come near an end it is given back whole to the careful gear, which
+// copies exactly, gives every status, and defines the result.
+//
+// An offset of 0 is not refused: it names the write position itself, so the match is whatever the
+// buffer held there.
+#include <tmmintrin.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+
+#include "frame/args.h"
+#include "lz4/lz4.h"
+#include "vekdc.h"
+
+namespace {
+
+using vek::copy16;
+using vek::copyOverlap;
+using vek::load;
+using namespace vek::lz4;
+
+// A sequence in the fast gear takes token, 16 literals read at once, offset and one length byte:
+// 20 bytes; its literals are far from the last 8 of the source, where the careful gear looks
+// closer. It writes at most 14 literals and 32 bytes of match, or it looks at the room again.
+constexpr ptrdiff_t fastSource = 33;
+constexpr ptrdiff_t fastRoom = 64;
+// A literal run that ends in the last so many bytes, but not at the end, is a block cut short: a
+// match, which takes 2 bytes, is followed by a token and 5 literals.
+constexpr size_t tail = 8;
+
+// Shuffles that repeat the first `offset` bytes of a register over 32 bytes.
+struct Patterns {
+    alignas(16) std::array<std::array<uint8_t, 32>, 16> shuffle;
+    std::array<uint8_t, 16> step;  // the largest multiple of the offset that is at most 32
+};
+constexpr Patterns makePatterns() {
+    Patterns p{};
+    for (unsigned offset = 1; offset < 16; ++offset) {
+        for (unsigned i = 0; i < 32; ++i) p.shuffle[offset][i] = static_cast<uint8_t>(i % offset);
+        p.step[offset] = static_cast<uint8_t>(32 - 32 % offset);
+    }
+    return p;
+}
+constexpr Patterns patterns = makePatterns();
+
+/// Writes `length` bytes that repeat the `offset` (1..15) in front of `out`, and up to 32 more.
+inline void repeatShort(uint8_t* out, size_t offset, size_t length) {
+    const auto* masks = reinterpret_cast<const __m128i*>(patterns.shuffle[offset].data());
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(out - offset));
+    const __m128i low = _mm_shuffle_epi8(bytes, _mm_load_si128(masks));
+    const __m128i high = _mm_shuffle_epi8(bytes, _mm_load_si128(masks + 1));
+    const size_t step = patterns.step[offset];
+    uint8_t* const end = out + length;
+    do {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), low);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), high);
+        out += step;
+    } while (out < end);
+}
+
+/// Copies `length` bytes in steps of 32, and so up to 31 more. The source is at least 16 bytes off.
+inline void copyWide(uint8_t* out, const uint8_t* from, size_t length) {
+    uint8_t* const end = out + length;
+    do {
+        copy16(out, from);
+        copy16(out + 16, from + 16);
+        out += 32;
+        from += 32;
+    } while (out < end);
+}
+
+/// Copies forward, as if byte by byte, wherever the two strings lie.
+void copyForward(uint8_t* out, const uint8_t* from, size_t length) {
+    if (reinterpret_cast<uintptr_t>(out) - reinterpret_cast<uintptr_t>(from) >= length)
+        std::memmove(out, from, length);
+    else
+        for (size_t i = 0; i < length; ++i) out[i] = from[i];
+}
+
+/// History in memory from `lowest` to the write position.
+struct Prefix {
+    const uint8_t* lowest;
+
+    bool reaches(const uint8_t* out, size_t offset) const {
+        return offset <= static_cast<size_t>(out - lowest);
+    }
+    /// Copies the part of a match that lies outside the output; returns its length.
+    static size_t copyOutside(uint8_t* /*out*/, size_t /*offset*/, size_t /*length*/) { return 0; }
+};
+
+/// A dictionary that stands for the first `size` bytes of the buffer at `buffer`.
+struct Dictionary {
+    const uint8_t* buffer;
+    const uint8_t* bytes;
+    size_t size;
+
+    bool reaches(const uint8_t* out, size_t offset) const {
+        return offset <= static_cast<size_t>(out - buffer);
+    }
+    size_t copyOutside(uint8_t* out, size_t offset, size_t length) const {
+        const size_t from = static_cast<size_t>(out - buffer) - offset;
+        if (from >= size) return 0;
+        const size_t count = std::min(length, size - from);
+        copyForward(out, bytes + from, count);
+        return count;
+    }
+};
+
+/// Read and write position.
+struct Cursor {
+    const uint8_t* in;
+    uint8_t* out;
+};
+
+/// Adds the bytes of a length extension to `length`. Gives 0, 32 when the source ends first, or -6
+/// when the sum leaves the positive 32-bit range.
+inline VekStatus readExtension(const uint8_t*& in, const uint8_t* inEnd, uint32_t& length) {
+    uint8_t byte = 255;
+    while (byte == 255) {
+        if (in == inEnd) return vekStatusSourceIncomplete;
+        byte = *in++;
+        length += byte;
+        if (length > INT_MAX) return vekStatusBadSize;
+    }
+    return vekStatusOk;
+}
+
+/// The fast gear: decodes sequences while they stay clear of both ends. On return the cursor stands
+/// at the start of the first sequence it did not decode; false if that one reaches before the
+/// history.
+template <class History>
+bool decodeFast(Cursor& cursor, const uint8_t* inEnd, uint8_t* outEnd, const History& history) {
+    if (inEnd - cursor.in < fastSource || outEnd - cursor.out < fastRoom) return true;
+    const uint8_t* in = cursor.in;
+    uint8_t* out = cursor.out;
+    const uint8_t* const inFast = inEnd - fastSource;
+    uint8_t* const outFast = outEnd - fastRoom;
+    while (in <= inFast && out <= outFast) {
+        cursor = {in, out};
+        const uint32_t token = *in++;
+        uint32_t literals = token >> 4;
+        if (__builtin_expect(literals == nibbleFull, 0)) {
+            if (readExtension(in, inEnd, literals) != vekStatusOk) return true;
+            if (in > inFast || literals > static_cast<size_t>(inFast - in)) return true;
+            if (literals > static_cast<size_t>(outFast - out)) return true;
+            copyWide(out, in, literals);
+        } else {
+            copy16(out, in);
+        }
+        in += literals;
+        out += literals;
+        const size_t offset = load<uint16_t>(in);
+        in += 2;
+        if (__builtin_expect(!history.reaches(out, offset), 0)) return false;
+        uint32_t match = (token & nibbleFull) + minMatch;
+        if (match == nibbleFull + minMatch) {
+            if (readExtension(in, inEnd, match) != vekStatusOk) return true;
+            if (out > outFast || match > static_cast<size_t>(outFast - out)) return true;
+        }
+        const size_t outside = history.copyOutside(out, offset, match);
+        out += outside;
+        match -= static_cast<uint32_t>(outside);
+        // Then there may be no memory where the output's address minus the offset points.
+        if (outside != 0 && match == 0) continue;
+        if (__builtin_expect(offset >= 16, 1)) {
+            copyWide(out, out - offset, match);
+        } else {
+            if (offset == 0) return true;
+            repeatShort(out, offset, match);
+        }
+        out += match;
+    }
+    cursor = {in, out};
+    return true;
+}
+
+/// The careful gear: decodes to the end of the block or of a buffer.
+template <class History>
+VekStatus decodeCareful(Cursor& cursor, const uint8_t* inEnd, uint8_t* outEnd,
+                        const History& history) {
+    const uint8_t*& in = cursor.in;
+    uint8_t*& out = cursor.out;
+    while (inEnd - in > 1) {
+        const uint32_t token = *in++;
+        uint32_t literals = token >> 4;
+        if (literals == nibbleFull) {
+            const VekStatus status = readExtension(in, inEnd, literals);
+            if (status != vekStatusOk) return status;
+            if (reinterpret_cast<uintptr_t>(in) + literals < literals ||
+                reinterpret_cast<uintptr_t>(out) + literals < literals)
+                return vekStatusBadSize;
+        }
+        const auto available = static_cast<size_t>(inEnd - in);
+        const auto room = static_cast<size_t>(outEnd - out);
+        const size_t count = std::min({static_cast<size_t>(literals), available, room});
+        std::memcpy(out, in, count);
+        in += count;
+        out += count;
+        if (literals > room) return vekStatusDestinationFull;
+        if (literals > available || (in != inEnd && static_cast<size_t>(inEnd - in) < tail))
+            return vekStatusSourceIncomplete;
+        if (in == inEnd || out == outEnd) return vekStatusOk;
+
+        const size_t offset = load<uint16_t>(in);
+        in += 2;
+        if (!history.reaches(out, offset)) return vekStatusError;
+        uint32_t match = token & nibbleFull;
+        if (match == nibbleFull) {
+            const VekStatus status = readExtension(in, inEnd, match);
+            if (status != vekStatusOk) return status;
+        }
+        if (match > INT_MAX - minMatch) return vekStatusBadSize;
+        match += minMatch;
+        const size_t fits = std::min<size_t>(match, static_cast<size_t>(outEnd - out));
+        const size_t outside = history.copyOutside(out, offset, fits);
+        if (offset != 0 && outside < fits) copyOverlap(out + outside, offset, fits - outside);
+        out += fits;
+        if (fits < match) return vekStatusDestinationFull;
+    }
+    return vekStatusOk;
+}
+
+template <class History>
+VekStatus decode(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen,
+                 const History& history) {
+    if (*pSrcLen < 1 || *pDstLen < 1) return vekStatusBadSize;
+    const uint8_t* const inEnd = pSrc + *pSrcLen;
+    uint8_t* const outEnd = pDst + *pDstLen;
+    Cursor cursor{pSrc, pDst};
+    if (!decodeFast(cursor, inEnd, outEnd, history)) return vekStatusError;
+    VekStatus status = decodeCareful(cursor, inEnd, outEnd, history);
+    if (status < 0) return status;
+    // A block of a single byte, as empty input is encoded, holds nothing.
+    if (*pSrcLen == 1) status = vekStatusSourceIncomplete;
+    *pSrcLen = static_cast<int>(cursor.in - pSrc);
+    *pDstLen = static_cast<int>(cursor.out - pDst);
+    return status;
+}
+
+/// Decodes with the `prefix` bytes in front of the output as history.
+VekStatus ownsDecodeLZ4WithPrefix_8u(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen,
+                                     int prefix) {
+    if (vek::anyNull(pSrc, pSrcLen, pDst, pDstLen)) return vekStatusNullPointer;
+    return decode(pSrc, pSrcLen, pDst, pDstLen, Prefix{pDst - prefix});
+}
+
+}  // namespace
+
+extern "C" {
+
+VekStatus veksDecodeLZ4_8u(const uint8_t* pSrc, int srcLen, uint8_t* pDst, int* pDstLen) {
+    return ownsDecodeLZ4WithPrefix_8u(pSrc, &srcLen, pDst, pDstLen, 0);
+}
+
+VekStatus veksDecodeLZ4Dict_8u(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int dstIdx,
+                               int* pDstLen, const uint8_t* pDict, int dictSize) {
+    if (vek::anyNull(pSrc, pSrcLen, pDst, pDstLen)) return vekStatusNullPointer;
+    if (dstIdx < 0) return vekStatusBadSize;
+    uint8_t* const out = pDst + dstIdx;
+    if (pDict == nullptr || dictSize == 0)
+        return ownsDecodeLZ4WithPrefix_8u(pSrc, pSrcLen, out, pDstLen, 0);
+    if (dictSize < 0) return vekStatusBadSize;
+    if (pDict + dictSize == out)
+        return ownsDecodeLZ4WithPrefix_8u(pSrc, pSrcLen, out, pDstLen, dictSize);
+    return decode(pSrc, pSrcLen, out, pDstLen,
+                  Dictionary{pDst, pDict, static_cast<size_t>(dictSize)});
+}
+
+}  // extern "C"
