@@ -28,6 +28,7 @@ namespace {
 using vek::copy16;
 using vek::copyOverlap;
 using vek::load;
+using vek::store;
 using namespace vek::lz4;
 
 // A sequence in the fast gear takes token, 16 literals read at once, offset and one length byte:
@@ -80,6 +81,15 @@ inline void copyWide(uint8_t* out, const uint8_t* from, size_t length) {
     } while (out < end);
 }
 
+/// Copies literals: short runs in steps of 32 as above, long ones as the C library does best.
+inline void copyLiterals(uint8_t* out, const uint8_t* from, size_t length) {
+    constexpr size_t longRun = 512;
+    if (length < longRun)
+        copyWide(out, from, length);
+    else
+        std::memcpy(out, from, length);
+}
+
 /// Copies forward, as if byte by byte, wherever the two strings lie.
 void copyForward(uint8_t* out, const uint8_t* from, size_t length) {
     if (reinterpret_cast<uintptr_t>(out) - reinterpret_cast<uintptr_t>(from) >= length)
@@ -95,7 +105,9 @@ struct Prefix {
     bool reaches(const uint8_t* out, size_t offset) const {
         return offset <= static_cast<size_t>(out - lowest);
     }
-    /// Copies the part of a match that lies outside the output; returns its length.
+    /// True when a match begins outside the memory in front of the write position.
+    static bool isOutside(const uint8_t* /*out*/, size_t /*offset*/) { return false; }
+    /// Copies the part of a match that lies there; returns its length.
     static size_t copyOutside(uint8_t* /*out*/, size_t /*offset*/, size_t /*length*/) { return 0; }
 };
 
@@ -107,6 +119,9 @@ struct Dictionary {
 
     bool reaches(const uint8_t* out, size_t offset) const {
         return offset <= static_cast<size_t>(out - buffer);
+    }
+    bool isOutside(const uint8_t* out, size_t offset) const {
+        return static_cast<size_t>(out - buffer) - offset < size;
     }
     size_t copyOutside(uint8_t* out, size_t offset, size_t length) const {
         const size_t from = static_cast<size_t>(out - buffer) - offset;
@@ -124,65 +139,164 @@ struct Cursor {
 };
 
 /// Adds the bytes of a length extension to `length`. Gives 0, 32 when the source ends first, or -6
-/// when the sum leaves the positive 32-bit range.
+/// when the sum leaves the positive 32-bit range. Where there are many bytes, 16 a step.
 inline VekStatus readExtension(const uint8_t*& in, const uint8_t* inEnd, uint32_t& length) {
-    uint8_t byte = 255;
-    while (byte == 255) {
-        if (in == inEnd) return vekStatusSourceIncomplete;
-        byte = *in++;
+    while (in != inEnd) {
+        const uint8_t byte = *in++;
         length += byte;
         if (length > INT_MAX) return vekStatusBadSize;
+        if (byte != 255) return vekStatusOk;
+        while (inEnd - in >= 16 && length <= INT_MAX / 2) {
+            const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+            if (_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(-1))) != 0xFFFF) break;
+            length += 16 * 255;
+            in += 16;
+        }
     }
-    return vekStatusOk;
+    return vekStatusSourceIncomplete;
+}
+
+/// What the fast gear leaves to the careful one: the start of a sequence, or a match whose literals
+/// and offset are done.
+enum class Left { Sequence, Match, Error };
+struct Pending {
+    Left left;
+    uint32_t token;
+    size_t offset;
+};
+
+/// Where a sequence of the fast gear must begin, and the end of the source.
+struct Limits {
+    const uint8_t* inEnd;
+    const uint8_t* inFast;
+    uint8_t* outFast;
+};
+
+// Below this a length's extension, if any, has a single byte.
+constexpr size_t shortExtended = nibbleFull + 255;
+
+/// A literal run of 15 and more from its token on, up to the offset; false when it comes near an
+/// end, with the cursor untouched.
+[[gnu::noinline]] bool longLiterals(Cursor& cursor, const Limits& limits) {
+    const uint8_t* in = cursor.in + 1;
+    uint32_t literals = nibbleFull;
+    if (readExtension(in, limits.inEnd, literals) != vekStatusOk || in > limits.inFast ||
+        literals > static_cast<size_t>(limits.inFast - in) ||
+        literals > static_cast<size_t>(limits.outFast - cursor.out))
+        return false;
+    copyLiterals(cursor.out, in, literals);
+    cursor = {in + literals, cursor.out + literals};
+    return true;
+}
+
+/// A match that is long, near, or in a dictionary, from behind its offset on; false when it comes
+/// near an end, with the cursor untouched.
+template <class History>
+[[gnu::noinline]] bool longMatch(Cursor& cursor, uint32_t token, size_t offset,
+                                 const Limits& limits, const History& history) {
+    const uint8_t* in = cursor.in;
+    uint8_t* out = cursor.out;
+    uint32_t match = (token & nibbleFull) + minMatch;
+    if (match == nibbleFull + minMatch &&
+        (readExtension(in, limits.inEnd, match) != vekStatusOk || out > limits.outFast ||
+         match > static_cast<size_t>(limits.outFast - out)))
+        return false;
+    cursor = {in, out + match};
+    const size_t outside = history.copyOutside(out, offset, match);
+    // Then there may be no memory where the output's address minus the offset points.
+    if (outside == match) return true;
+    out += outside;
+    match -= static_cast<uint32_t>(outside);
+    if (offset >= 16)
+        copyWide(out, out - offset, match);
+    else if (offset != 0)
+        repeatShort(out, offset, match);
+    return true;
 }
 
 /// The fast gear: decodes sequences while they stay clear of both ends. On return the cursor stands
-/// at the start of the first sequence it did not decode; false if that one reaches before the
-/// history.
+/// where the careful gear goes on. What is rare lies in functions of its own, so that the loop gets
+/// by with the six registers that 32-bit mode has; its speed is that of the way from one token to
+/// the next.
 template <class History>
-bool decodeFast(Cursor& cursor, const uint8_t* inEnd, uint8_t* outEnd, const History& history) {
-    if (inEnd - cursor.in < fastSource || outEnd - cursor.out < fastRoom) return true;
+[[gnu::noinline]] Pending decodeFast(Cursor& cursor, const uint8_t* inEnd, uint8_t* outEnd,
+                                     const History history) {
+    if (inEnd - cursor.in < fastSource || outEnd - cursor.out < fastRoom)
+        return {Left::Sequence, 0, 0};
     const uint8_t* in = cursor.in;
     uint8_t* out = cursor.out;
-    const uint8_t* const inFast = inEnd - fastSource;
-    uint8_t* const outFast = outEnd - fastRoom;
-    while (in <= inFast && out <= outFast) {
-        cursor = {in, out};
-        const uint32_t token = *in++;
-        uint32_t literals = token >> 4;
-        if (__builtin_expect(literals == nibbleFull, 0)) {
-            if (readExtension(in, inEnd, literals) != vekStatusOk) return true;
-            if (in > inFast || literals > static_cast<size_t>(inFast - in)) return true;
-            if (literals > static_cast<size_t>(outFast - out)) return true;
-            copyWide(out, in, literals);
+    const Limits limits{inEnd, inEnd - fastSource, outEnd - fastRoom};
+    while (in <= limits.inFast && out <= limits.outFast) {
+        const uint8_t* const behind = in + 3;
+        const uint32_t token = *in;
+        const uint32_t literals = token >> 4;
+        copy16(out, in + 1);
+        if (literals != nibbleFull) [[likely]] {
+            in = behind + literals;
+            out += literals;
         } else {
-            copy16(out, in);
+            const size_t run = nibbleFull + in[1];
+            if (run < shortExtended && in + run <= limits.inFast - 2 && out + run <= limits.outFast)
+                [[likely]] {
+                copyWide(out, in + 2, run);
+                in += run + 4;
+                out += run;
+            } else {
+                Cursor side{in, out};
+                if (!longLiterals(side, limits)) break;
+                in = side.in + 2;
+                out = side.out;
+            }
         }
-        in += literals;
-        out += literals;
-        const size_t offset = load<uint16_t>(in);
-        in += 2;
-        if (__builtin_expect(!history.reaches(out, offset), 0)) return false;
-        uint32_t match = (token & nibbleFull) + minMatch;
-        if (match == nibbleFull + minMatch) {
-            if (readExtension(in, inEnd, match) != vekStatusOk) return true;
-            if (out > outFast || match > static_cast<size_t>(outFast - out)) return true;
+        const size_t offset = load<uint16_t>(in - 2);
+        if (!history.reaches(out, offset)) [[unlikely]]
+            return {Left::Error, 0, 0};
+        size_t match = (token & nibbleFull) + minMatch;
+        if (offset >= 16 && !history.isOutside(out, offset)) [[likely]] {
+            if (match != nibbleFull + minMatch) [[likely]] {
+                const uint8_t* const from = out - offset;
+                copy16(out, from);
+                store(out + 16, load<uint16_t>(from + 16));
+                out += match;
+                continue;
+            }
+            match += *in;
+            if (match < shortExtended && out + match <= limits.outFast) [[likely]] {
+                copyWide(out, out - offset, match);
+                ++in;
+                out += match;
+                continue;
+            }
         }
-        const size_t outside = history.copyOutside(out, offset, match);
-        out += outside;
-        match -= static_cast<uint32_t>(outside);
-        // Then there may be no memory where the output's address minus the offset points.
-        if (outside != 0 && match == 0) continue;
-        if (__builtin_expect(offset >= 16, 1)) {
-            copyWide(out, out - offset, match);
-        } else {
-            if (offset == 0) return true;
-            repeatShort(out, offset, match);
+        Cursor side{in, out};
+        const bool done = longMatch(side, token, offset, limits, history);
+        in = side.in;
+        out = side.out;
+        if (!done) {
+            cursor = side;
+            return {Left::Match, token, offset};
         }
-        out += match;
     }
     cursor = {in, out};
-    return true;
+    return {Left::Sequence, 0, 0};
+}
+
+/// The careful gear's match: all of it, or what fits.
+template <class History>
+VekStatus decodeMatch(Cursor& cursor, const uint8_t* inEnd, uint8_t* outEnd, uint32_t token,
+                      size_t offset, const History& history) {
+    uint32_t match = token & nibbleFull;
+    if (match == nibbleFull) {
+        const VekStatus status = readExtension(cursor.in, inEnd, match);
+        if (status != vekStatusOk) return status;
+    }
+    if (match > INT_MAX - minMatch) return vekStatusBadSize;
+    match += minMatch;
+    const size_t fits = std::min<size_t>(match, static_cast<size_t>(outEnd - cursor.out));
+    const size_t outside = history.copyOutside(cursor.out, offset, fits);
+    if (offset != 0 && outside < fits) copyOverlap(cursor.out + outside, offset, fits - outside);
+    cursor.out += fits;
+    return fits < match ? vekStatusDestinationFull : vekStatusOk;
 }
 
 /// The careful gear: decodes to the end of the block or of a buffer.
@@ -215,18 +329,8 @@ VekStatus decodeCareful(Cursor& cursor, const uint8_t* inEnd, uint8_t* outEnd,
         const size_t offset = load<uint16_t>(in);
         in += 2;
         if (!history.reaches(out, offset)) return vekStatusError;
-        uint32_t match = token & nibbleFull;
-        if (match == nibbleFull) {
-            const VekStatus status = readExtension(in, inEnd, match);
-            if (status != vekStatusOk) return status;
-        }
-        if (match > INT_MAX - minMatch) return vekStatusBadSize;
-        match += minMatch;
-        const size_t fits = std::min<size_t>(match, static_cast<size_t>(outEnd - out));
-        const size_t outside = history.copyOutside(out, offset, fits);
-        if (offset != 0 && outside < fits) copyOverlap(out + outside, offset, fits - outside);
-        out += fits;
-        if (fits < match) return vekStatusDestinationFull;
+        const VekStatus status = decodeMatch(cursor, inEnd, outEnd, token, offset, history);
+        if (status != vekStatusOk) return status;
     }
     return vekStatusOk;
 }
@@ -238,8 +342,12 @@ VekStatus decode(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen,
     const uint8_t* const inEnd = pSrc + *pSrcLen;
     uint8_t* const outEnd = pDst + *pDstLen;
     Cursor cursor{pSrc, pDst};
-    if (!decodeFast(cursor, inEnd, outEnd, history)) return vekStatusError;
-    VekStatus status = decodeCareful(cursor, inEnd, outEnd, history);
+    const Pending pending = decodeFast(cursor, inEnd, outEnd, history);
+    if (pending.left == Left::Error) return vekStatusError;
+    VekStatus status = vekStatusOk;
+    if (pending.left == Left::Match)
+        status = decodeMatch(cursor, inEnd, outEnd, pending.token, pending.offset, history);
+    if (status == vekStatusOk) status = decodeCareful(cursor, inEnd, outEnd, history);
     if (status < 0) return status;
     // A block of a single byte, as empty input is encoded, holds nothing.
     if (*pSrcLen == 1) status = vekStatusSourceIncomplete;
