@@ -91,11 +91,37 @@ inline size_t literalsThatFit(size_t available, size_t room) {
     return count;
 }
 
+/// Number of equal bytes, at most `limit`, in front of `a` and of `b`. The first four, where they
+/// may be read, go without a loop whose end nobody could foresee.
+inline size_t commonSuffix(const uint8_t* a, const uint8_t* b, size_t limit) {
+    if (limit == 0) return 0;
+    size_t n = 0;
+    if (limit >= 4) {
+        const uint32_t difference = load<uint32_t>(a - 4) ^ load<uint32_t>(b - 4);
+        if (difference != 0) return (31 - highestSetBit(difference)) / 8;
+        n = 4;
+    }
+    while (n < limit && *(a - n - 1) == *(b - n - 1)) ++n;
+    return n;
+}
+
 /// History that lies in memory right in front of the block: one string, from `base` on.
 struct InPlace {
     const uint8_t* base;  ///< Position 0.
 
     uint32_t position(const uint8_t* p) const { return static_cast<uint32_t>(p - base); }
+
+    /// Bit k tells whether byte k, of 16, at `p` and at position `c`, which lies in front, agree.
+    uint32_t compare(const uint8_t* p, uint32_t c) const {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + c));
+        return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y)));
+    }
+
+    /// Length of the match that compare() has seen the beginning of, at most up to `limit`.
+    size_t extend(const uint8_t* p, uint32_t c, uint32_t agreed, const uint8_t* limit) const {
+        return agreed != 0xFFFF ? lowestSetBit(~agreed) : forward(p, c, 16, limit);
+    }
 
     /// True when the 4 bytes at position `c`, which lies in front of `p`, are `word`.
     bool equal4(uint32_t c, uint32_t word) const { return load<uint32_t>(base + c) == word; }
@@ -114,12 +140,7 @@ struct InPlace {
 
     /// Equal bytes in front of `p` and of position `c`, at most down to `low`.
     size_t backward(const uint8_t* p, uint32_t c, const uint8_t* low) const {
-        size_t n = 0;
-        const size_t most = std::min(static_cast<size_t>(p - low), static_cast<size_t>(c));
-        const uint8_t* const q = base + c;
-        while (n < most && p[-1 - static_cast<ptrdiff_t>(n)] == q[-1 - static_cast<ptrdiff_t>(n)])
-            ++n;
-        return n;
+        return commonSuffix(p, base + c, std::min(static_cast<size_t>(p - low), size_t{c}));
     }
 };
 
@@ -150,6 +171,14 @@ struct SeparateDictionary {
                load<uint32_t>(dictionary + c) == word;
     }
 
+    uint32_t compare(const uint8_t* p, uint32_t c) const {
+        return equal4(c, load<uint32_t>(p)) ? 0xF : 0;
+    }
+
+    size_t extend(const uint8_t* p, uint32_t c, uint32_t /*agreed*/, const uint8_t* limit) const {
+        return forward(p, c, minMatch, limit);
+    }
+
     size_t forward(const uint8_t* p, uint32_t c, size_t known, const uint8_t* limit) const {
         const auto most = static_cast<size_t>(limit - p);
         if (c >= blockLow)
@@ -171,10 +200,7 @@ struct SeparateDictionary {
         const uint8_t* const q = inBlock ? block + (c - index) : dictionary + c;
         const size_t most =
             std::min<size_t>(static_cast<size_t>(p - low), inBlock ? c - blockLow : c);
-        size_t n = 0;
-        while (n < most && p[-1 - static_cast<ptrdiff_t>(n)] == q[-1 - static_cast<ptrdiff_t>(n)])
-            ++n;
-        return n;
+        return commonSuffix(p, q, most);
     }
 };
 

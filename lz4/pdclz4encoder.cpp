@@ -42,11 +42,17 @@ inline uint32_t hashAt(const uint8_t* p) {
     return vek::crc32cStep(p[4], load<uint32_t>(p)) & (tableEntries - 1);
 }
 
+/// A match that was found: its position and which of its first bytes agree.
+struct Hit {
+    uint32_t candidate;
+    uint32_t agreed;
+};
+
 /// The hash table over a block and its history.
 template <class Entry, class History>
 struct Matcher {
     Entry* entries;
-    const History& history;
+    const History history;
     const uint8_t* end;  ///< Where the search ends.
 
     /// Puts p under its hash and returns the candidate that stood there.
@@ -55,33 +61,33 @@ struct Matcher {
         entries[hash] = static_cast<Entry>(history.position(p));
         return candidate;
     }
-    bool matches(const uint8_t* p, uint32_t candidate) const {
-        return (sizeof(Entry) == 2 || history.position(p) - candidate <= maxOffset) &&
-               history.equal4(candidate, load<uint32_t>(p));
+    /// Looks at a candidate: true when it lies near enough and agrees in 4 bytes. Then `hit` tells
+    /// the match's beginning, which is known no later than that there is one.
+    bool matches(const uint8_t* p, uint32_t candidate, Hit& hit) const {
+        hit = {candidate, history.compare(p, candidate)};
+        return (hit.agreed & 0xF) == 0xF &&
+               (sizeof(Entry) == 2 || history.position(p) - candidate <= maxOffset);
     }
-    bool probe(const uint8_t* p, uint32_t& candidate) {
-        candidate = exchange(p, hashAt(p));
-        return matches(p, candidate);
-    }
+    bool probe(const uint8_t* p, Hit& hit) { return matches(p, exchange(p, hashAt(p)), hit); }
 };
 
 /// Probes every position at first and ever fewer while nothing matches.
 template <class M>
 class PlainSearch {
  public:
-    PlainSearch(M& matcher, uint32_t /*acceleration*/) : matcher_(matcher) {}
+    PlainSearch(const M& matcher, uint32_t /*acceleration*/) : matcher_(matcher) {}
 
     /// Moves `p` to the next match; false when there is none in front of the search's end.
-    bool next(const uint8_t*& p, uint32_t& candidate) {
+    [[gnu::always_inline]] bool next(const uint8_t*& p, Hit& hit) {
         if (dense_) {
             for (int pass = 0; pass < densePasses; ++pass, p += 3) {
-                if (matcher_.end - p < 3) return last(p, candidate);
-                if (probeThree(p, candidate)) return true;
+                if (matcher_.end - p < 3) return last(p, hit);
+                if (probeThree(p, hit)) return true;
             }
         }
         for (uint32_t step;; p += step) {
             if (p >= matcher_.end) return false;
-            if (matcher_.probe(p, candidate)) return true;
+            if (matcher_.probe(p, hit)) return true;
             step = counter_++ >> shift;
             if (step >= static_cast<size_t>(matcher_.end - p)) return false;
         }
@@ -94,25 +100,25 @@ class PlainSearch {
  private:
     static constexpr unsigned shift = sizeof(*M::entries) == 2 ? 4 : 6;
 
-    bool probeThree(const uint8_t*& p, uint32_t& candidate) {
+    [[gnu::always_inline]] bool probeThree(const uint8_t*& p, Hit& hit) {
         const uint32_t h0 = hashAt(p);
         const uint32_t h1 = hashAt(p + 1);
         const uint32_t h2 = hashAt(p + 2);
         const uint32_t c0 = matcher_.exchange(p, h0);
         const uint32_t c1 = matcher_.exchange(p + 1, h1);
         const uint32_t c2 = matcher_.exchange(p + 2, h2);
-        if (matcher_.matches(p, candidate = c0)) return true;
-        if (matcher_.matches(p + 1, candidate = c1)) return p += 1, true;
-        if (matcher_.matches(p + 2, candidate = c2)) return p += 2, true;
+        if (matcher_.matches(p, c0, hit)) return true;
+        if (matcher_.matches(p + 1, c1, hit)) return p += 1, true;
+        if (matcher_.matches(p + 2, c2, hit)) return p += 2, true;
         return false;
     }
-    bool last(const uint8_t*& p, uint32_t& candidate) {
+    bool last(const uint8_t*& p, Hit& hit) {
         for (; p < matcher_.end; ++p)
-            if (matcher_.probe(p, candidate)) return true;
+            if (matcher_.probe(p, hit)) return true;
         return false;
     }
 
-    M& matcher_;
+    M matcher_;
     uint32_t counter_ = 1U << shift;
     bool dense_ = false;
 };
@@ -121,16 +127,16 @@ class PlainSearch {
 template <class M>
 class AcceleratedSearch {
  public:
-    AcceleratedSearch(M& matcher, uint32_t acceleration)
+    AcceleratedSearch(const M& matcher, uint32_t acceleration)
         : matcher_(matcher), acceleration_(acceleration) {}
 
-    bool next(const uint8_t*& p, uint32_t& candidate) {
+    [[gnu::always_inline]] bool next(const uint8_t*& p, Hit& hit) {
         for (uint32_t step = acceleration_;; ++step) {
             for (int pass = 0; pass < passesPerStep; ++pass) {
                 if (p >= matcher_.end) return false;
                 const auto left = static_cast<size_t>(matcher_.end - p);
-                if ((left - 1) / 3 < step) return last(p, step, candidate);
-                if (probeFour(p, step, candidate)) return true;
+                if ((left - 1) / 3 < step) return last(p, step, hit);
+                if (probeFour(p, step, hit)) return true;
                 if (left <= uint64_t{4} * step) return false;
                 p += size_t{4} * step;
             }
@@ -141,23 +147,23 @@ class AcceleratedSearch {
  private:
     static constexpr int passesPerStep = 16;
 
-    bool probeFour(const uint8_t*& p, uint32_t step, uint32_t& candidate) {
+    [[gnu::always_inline]] bool probeFour(const uint8_t*& p, uint32_t step, Hit& hit) {
         const uint8_t* const at[4] = {p, p + step, p + 2 * size_t{step}, p + 3 * size_t{step}};
         const uint32_t hash[4] = {hashAt(at[0]), hashAt(at[1]), hashAt(at[2]), hashAt(at[3])};
         for (int i = 0; i < 4; ++i) {
-            candidate = matcher_.exchange(at[i], hash[i]);
-            if (matcher_.matches(at[i], candidate)) return p = at[i], true;
+            const uint32_t candidate = matcher_.exchange(at[i], hash[i]);
+            if (matcher_.matches(at[i], candidate, hit)) return p = at[i], true;
         }
         return false;
     }
-    bool last(const uint8_t*& p, uint32_t step, uint32_t& candidate) {
+    bool last(const uint8_t*& p, uint32_t step, Hit& hit) {
         for (;; p += step) {
-            if (matcher_.probe(p, candidate)) return true;
+            if (matcher_.probe(p, hit)) return true;
             if (static_cast<size_t>(matcher_.end - p) <= step) return false;
         }
     }
 
-    M& matcher_;
+    M matcher_;
     uint32_t acceleration_;
 };
 
@@ -211,12 +217,12 @@ Encoded encodeBlock(const uint8_t* src, size_t srcLen, uint8_t* out, uint8_t* ou
         M matcher{entries, history, srcEnd - searchEnd};
         Search<M> search(matcher, acceleration);
         const uint8_t* p = src + 1;
-        uint32_t candidate = 0;
-        while (search.next(p, candidate)) {
-            const size_t match = history.forward(p, candidate, minMatch, matchEnd);
-            const size_t back = history.backward(p, candidate, anchor);
+        Hit hit{};
+        while (search.next(p, hit)) {
+            const size_t back = history.backward(p, hit.candidate, anchor);
+            const size_t match = history.extend(p, hit.candidate, hit.agreed, matchEnd);
             Sequence s{anchor, static_cast<size_t>(p - anchor) - back,
-                       history.position(p) - candidate, match + back};
+                       history.position(p) - hit.candidate, match + back};
             if constexpr (CheckRoom) {
                 const auto room = static_cast<size_t>(outEnd - out);
                 const size_t need = s.count + s.count / 255 + s.match / 255 + 32;
