@@ -81,8 +81,9 @@ class Chains {
         const auto most = static_cast<size_t>(matchEnd_ - low);
         uint32_t candidate = head_[hashAt(p)];
         // Positions of an earlier call that did not get so far.
-        while (candidate >= position && older(candidate)) {
+        while (candidate >= position && older(candidate, 0)) {
         }
+        uint32_t along = 0;
         for (uint32_t left = candidates_; left != 0 && best < most; --left) {
             if (candidate == 0 || position - candidate - 1 >= farthest) break;
             const size_t decisive = std::max(best, before + 3) - before - 3;
@@ -92,9 +93,12 @@ class Chains {
                 if (forward + backward > best) {
                     best = forward + backward;
                     found = {p - backward, best, position - candidate};
+                    if (best > before + 3)
+                        along = sparsest(candidate, std::min({forward - minMatch, best - before - 3,
+                                                              size_t{position - candidate} - 1}));
                 }
             }
-            if (!older(candidate)) break;
+            if (!older(candidate, along)) break;
         }
         return found;
     }
@@ -103,13 +107,30 @@ class Chains {
     static uint32_t hashAt(const uint8_t* p) {
         return vek::crc32cStep(0, load<uint32_t>(p)) % hashEntries;
     }
-    /// Steps to the next older position of a chain; false at its end.
-    bool older(uint32_t& candidate) const {
-        const uint32_t next = chain_[candidate % chainEntries];
-        if (next >= candidate) return false;
-        candidate = next;
+    /// Steps to the next older candidate, by the chain of the bytes `along` behind it; false at the
+    /// chain's end.
+    bool older(uint32_t& candidate, uint32_t along) const {
+        const uint32_t next = chain_[(candidate + along) % chainEntries];
+        if (next - along >= candidate) return false;
+        candidate = next - along;
         return true;
     }
+    /// A longer match agrees with this one in the first `most` + 4 bytes, so its candidate is in
+    /// the chain of each of their groups of 4. Returns the place of the group that occurs least:
+    /// whose chain steps farthest back.
+    uint32_t sparsest(uint32_t candidate, size_t most) const {
+        uint32_t along = 0;
+        uint32_t farthestBack = 0;
+        for (uint32_t k = 0; k <= std::min<size_t>(most, groups - 1); ++k) {
+            const uint32_t back = candidate + k - chain_[(candidate + k) % chainEntries];
+            if (back > farthestBack) {
+                farthestBack = back;
+                along = k;
+            }
+        }
+        return along;
+    }
+    static constexpr size_t groups = 32;  // Looked at by sparsest().
 
     uint32_t* head_;
     uint32_t* chain_;
@@ -140,22 +161,8 @@ class Writer {
         return true;
     }
 
-    /// Two matches that overlap: the first keeps what the second leaves, or the second what the
-    /// first leaves where else the first would become too short.
-    bool encode2Sequences(Match first, Match second) {
-        separate(first, second);
+    bool encode2Sequences(const Match& first, const Match& second) {
         return encodeSequence(first) && encodeSequence(second);
-    }
-
-    /// Cuts one of two overlapping matches, of which the second is longer and begins at least 3
-    /// bytes later: so 4 bytes are left of the one or of the other.
-    static void separate(Match& first, Match& second) {
-        if (second.start >= first.end()) return;
-        const auto gap = static_cast<size_t>(second.start - first.start);
-        if (gap >= minMatch)
-            first.length = gap;
-        else
-            second.beginAt(first.end());
     }
 
     /// Writes the last literals, as many as fit; true when all did.
@@ -179,6 +186,23 @@ class Writer {
     uint8_t* outEnd_;
 };
 
+/// Moves the border of two overlapping matches, of which the second begins at least 3 bytes later:
+/// the first keeps up to 18 bytes, which need no extension byte, and leaves the second 4 and a
+/// start at or in front of `startEnd`. False when that leaves too little of the first.
+bool share(const Match& first, Match& second, const uint8_t* startEnd) {
+    constexpr size_t withoutExtension = nibbleFull - 1 + minMatch;
+    const auto gap = static_cast<size_t>(second.start - first.start);
+    const size_t keep = std::min({first.length, withoutExtension, gap + second.length - minMatch,
+                                  static_cast<size_t>(startEnd - first.start)});
+    if (keep > gap) second.beginAt(first.start + keep);
+    return std::max(keep, gap) >= minMatch;
+}
+
+/// Cuts the first of two matches where the second begins.
+void cut(Match& first, const Match& second) {
+    if (second.start < first.end()) first.length = static_cast<size_t>(second.start - first.start);
+}
+
 /// Parses a block and writes its sequences; false when the room ran out.
 template <class History>
 bool writeSequences(Chains<History>& chains, Writer& writer, const uint8_t* startEnd) {
@@ -197,31 +221,43 @@ bool writeSequences(Chains<History>& chains, Writer& writer, const uint8_t* star
             ++p;
             continue;
         }
+        Match earlier = first;  // What `first` was before a close match replaced it.
         Match second = findSecondMatch(first);
         while (second.length != 0) {
+            // What replaced the earlier match will be cut; then the earlier one serves as well.
+            if (earlier.start < first.start && second.start < first.start + earlier.length)
+                first = earlier;
             if (second.start - first.start < close) {
                 first = second;
                 second = findSecondMatch(first);
                 continue;
             }
+            if (!share(first, second, startEnd)) {
+                second.length = 0;
+                break;
+            }
             const Match third = findSecondMatch(second);
             if (third.length == 0) break;
+            if (third.start < first.end()) {
+                second = third;
+                earlier = first;
+                continue;
+            }
             if (third.start < first.end() + close) {
                 // The second match would only fill the few bytes between the first and the third.
-                if (third.start < first.end()) {
-                    second = third;
-                    continue;
-                }
+                if (second.start < first.end()) second.beginAt(std::min(first.end(), second.end()));
+                earlier = second.length >= minMatch && second.start <= startEnd ? second : third;
                 if (!writer.encodeSequence(first)) return false;
                 first = third;
                 second = findSecondMatch(first);
                 continue;
             }
-            Writer::separate(first, second);
+            cut(first, second);
             if (!writer.encodeSequence(first)) return false;
-            first = second;
+            first = earlier = second;
             second = third;
         }
+        if (second.length != 0) cut(first, second);
         if (second.length == 0 ? !writer.encodeSequence(first)
                                : !writer.encode2Sequences(first, second))
             return false;
