@@ -92,11 +92,229 @@ const VekLibraryVersion* vekdcGetLibVersion(void);
  * Checksums
  * --------------------------------------------------------------------------------------------- */
 
+/**
+ * CRC-32 of zlib, gzip and many others (RFC 1952): polynomial 0x04C11DB7, least significant bit
+ * first. The running value is the finished CRC of all data so far; start with 0 and pass the value
+ * back with each further piece. Pieces may be cut anywhere.
+ *
+ * Fast where the processor has carry-less multiplication; every path gives the same value.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1.
+ * @param pCRC the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer for a null pointer; ::vekStatusBadSize for a `len`
+ *         below 1. A refused call leaves `*pCRC` alone.
+ */
+VekStatus veksCRC32_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
+
+/**
+ * CRC-32 of bzip2: polynomial 0x04C11DB7, most significant bit first. Otherwise as veksCRC32_8u():
+ * the running value is the finished CRC; start with 0.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1.
+ * @param pCRC the running value; updated.
+ * @return as veksCRC32_8u().
+ */
+VekStatus veksCRC32_BZ2_8u(const uint8_t* src, int32_t len, uint32_t* pCRC);
+
+/**
+ * CRC-32C, the Castagnoli CRC of iSCSI, ext4 and others (RFC 3720): polynomial 0x1EDC6F41, least
+ * significant bit first.
+ *
+ * The running value is the raw register: unlike the other CRCs' it is never complemented here. For
+ * the standard CRC-32C start with 0xFFFFFFFF, pass the value back with each further piece, and
+ * complement the last one.
+ *
+ * @param src the data; any alignment.
+ * @param len bytes at `src`, at least 1; unsigned, up to 4 GiB - 1.
+ * @param pCRC the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer for a null pointer; ::vekStatusBadSize for a `len`
+ *         of 0. A refused call leaves `*pCRC` alone.
+ */
+VekStatus veksCRC32C_8u(const uint8_t* src, uint32_t len, uint32_t* pCRC);
+
+/**
+ * Adler-32 of zlib (RFC 1950): A, 1 plus the sum of all bytes, in the low 16 bits; B, the sum of all
+ * values of A, in the high 16 bits; both modulo 65521. Start with 1 and pass the value back with
+ * each further piece.
+ *
+ * @param src the data; any alignment. Null stores the sum of nothing, 1, whatever `len` is.
+ * @param len bytes at `src`. 0 or less processes nothing, but still reduces both halves of `*pSum`
+ *        modulo 65521.
+ * @param pSum the running value; updated.
+ * @return ::vekStatusOk; ::vekStatusNullPointer when `pSum` is null.
+ */
+VekStatus veksAdler32_8u(const uint8_t* src, int32_t len, uint32_t* pSum);
+
 /* (checksums end) */
 
 /* ------------------------------------------------------------------------------------------------
  * Deflate: match finding
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * One symbol's entry in a literal/length table (286 symbols) or a distance table (30 symbols).
+ *
+ * The match finder counts frequencies in it, the code generator replaces them by codes.
+ */
+typedef struct VekHuffEntry {
+    /** While matches are found: how often the symbol occurred. Afterwards: the symbol's code, its
+     *  first bit in bit 0. */
+    uint16_t code;
+    /** While matches are found: 0. Afterwards: the code's length in bits. */
+    uint16_t length;
+} VekHuffEntry;
+
+/**
+ * Finds back-references in the source (the LZ77 stage of RFC 1951) at one of 30 parameter levels.
+ *
+ * Writes one pair for each literal or match into two parallel arrays:
+ *
+ *     pair     pLitDst[i]                  pDistDst[i]
+ *     literal  the byte                    0
+ *     match    length - 3 (length 4..258)  distance, 1 .. winSize - 1
+ *
+ * and counts them in the two frequency tables: a literal by its value, a match by 257 + its length
+ * code and by its distance code. Counts are added to what the tables hold; the caller clears them
+ * (both halves of every entry) before each block. They are whole 32-bit words: a count above 65535
+ * goes on into the entry's second half, where the code generator reads it. The end-of-block symbol
+ * is not counted.
+ *
+ * The match state is the caller's: window, head table, chain table and position. Position p of the
+ * stream lives at `pWindow[p & (winSize - 1)]`. Source bytes are read from the source; at its end a
+ * call stores the bytes that it consumed (the last `winSize` of them) in the window. A caller who
+ * places the same bytes there before the call, clear of the last `winSize` - 1 bytes of history,
+ * sees no difference.
+ *
+ * To begin a stream, set all entries of both tables to -32768 or less (0 works as well: whatever
+ * entry is found is verified before it is used) and `*pSrcIdx` to 0; then call for one piece of the
+ * source after another. Pieces may have any size. To start with a history, see
+ * veksDeflateDictionarySet_8u() and veksDeflateUpdateHash_8u(). The matches found depend on what
+ * the tables hold, but whatever they hold, the pairs give back the source.
+ *
+ * Every call goes on until the source is used up or the room for pairs is full; no byte is held
+ * back, and a match never reaches beyond the source of its call.
+ *
+ * Positions never overflow: before matching, when 2 * `*pSrcLen` + winSize + `*pSrcIdx` reaches
+ * 0x7FFFFFFF and `*pSrcIdx` is greater than winSize, the state is rebased: `*pSrcIdx` becomes
+ * winSize, the entries of both tables are lowered by the same shift (to no less than -32768), and
+ * the window and the chain table are rotated by the shift modulo winSize.
+ *
+ * @param ppSrc         In/out: next source byte.
+ * @param pSrcLen       In/out: source bytes left, at least 0.
+ * @param pSrcIdx       In/out: position of the next source byte, at least 0.
+ * @param pWindow       Window, winSize bytes: the history before the source.
+ * @param winSize       Window size, a power of two, 256..32768. (Other sizes within these bounds
+ *                      are safe to pass, but the window is then of no use: the pairs need not give
+ *                      back the source.)
+ * @param pHashHead     Head table, hashSize entries: the latest position of each hash.
+ * @param pHashPrev     Chain table, winSize entries: for each position, masked, the one before it
+ *                      with the same hash.
+ * @param hashSize      Size of the head table, a power of two, 256..65536.
+ * @param pLitFreqTable Literal/length frequencies, 286 entries, added to.
+ * @param pDistFreqTable Distance frequencies, 30 entries, added to.
+ * @param pLitDst       Literal/length array, `*pDstLen` elements.
+ * @param pDistDst      Distance array, `*pDstLen` elements.
+ * @param pDstLen       In/out: room in the pair arrays, decreased by the pairs written.
+ * @param comprLevel    0..29. The units digit is the effort: 0 makes literals only, 1..4 are
+ *                      greedy (veksDeflateLZ77Fast_8u()), 5..9 lazy (veksDeflateLZ77Slow_8u()). The
+ *                      tens digit chooses between three tunings of that scale.
+ * @param flush         2 and above: the stream ends with this source. Below 2: more follows, and
+ *                      the last positions, which need the next bytes to be hashed, are inserted at
+ *                      the start of the next call.
+ * @retval vekStatusOk          Done; `*pSrcLen` is 0 unless the room for pairs ran out.
+ * @retval vekStatusBadSize     comprLevel is above 29 (checked before anything else), winSize or
+ *                              hashSize is out of range, or `*pSrcLen` or `*pSrcIdx` is negative.
+ * @retval vekStatusNullPointer A pointer, or `*ppSrc`, is null.
+ */
+VekStatus veksDeflateLZ77_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
+                             uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+                             int32_t* pHashPrev, uint32_t hashSize, VekHuffEntry* pLitFreqTable,
+                             VekHuffEntry* pDistFreqTable, uint8_t* pLitDst, uint16_t* pDistDst,
+                             uint32_t* pDstLen, uint32_t comprLevel, uint32_t flush);
+
+/**
+ * The greedy matcher with parameters of the caller's choice: takes at each position the longest
+ * match that its search finds. Everything else is as in veksDeflateLZ77_8u().
+ *
+ * @param pParams Four values:
+ *                - maxChain: how many candidates a search looks at; 0 makes literals only;
+ *                - goodLength: once the match found is this long, the rest of the search looks at
+ *                  a quarter of maxChain candidates in all;
+ *                - niceLength: a match this long ends the search;
+ *                - maxInsert: the positions inside a match enter the tables if it is at most this
+ *                  long.
+ * @retval vekStatusBadArgument maxChain is negative, or is positive and another value is below 4.
+ */
+VekStatus veksDeflateLZ77Fast_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
+                                 uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+                                 int32_t* pHashPrev, uint32_t hashSize, VekHuffEntry* pLitFreqTable,
+                                 VekHuffEntry* pDistFreqTable, uint8_t* pLitDst, uint16_t* pDistDst,
+                                 uint32_t* pDstLen, const int32_t* pParams, uint32_t flush);
+
+/**
+ * The lazy matcher with parameters of the caller's choice: before it takes a match it looks for a
+ * better one at the next position, and if there is one makes the byte before it a literal.
+ * Everything else is as in veksDeflateLZ77_8u().
+ *
+ * @param pParams Four values:
+ *                - maxChain, goodLength, niceLength: as in veksDeflateLZ77Fast_8u(); moreover, when
+ *                  the match in hand is at least goodLength long, the search at the next position
+ *                  looks at a quarter of maxChain candidates;
+ *                - maxLazy: the next position is searched only if the match in hand is shorter.
+ * @retval vekStatusBadArgument maxChain is negative, or is positive and another value is below 4.
+ */
+VekStatus veksDeflateLZ77Slow_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
+                                 uint8_t* pWindow, uint32_t winSize, int32_t* pHashHead,
+                                 int32_t* pHashPrev, uint32_t hashSize, VekHuffEntry* pLitFreqTable,
+                                 VekHuffEntry* pDistFreqTable, uint8_t* pLitDst, uint16_t* pDistDst,
+                                 uint32_t* pDstLen, const int32_t* pParams, uint32_t flush);
+
+/**
+ * Enters positions into the match state without encoding them: history that later source bytes may
+ * refer to. The caller places the same bytes in the window.
+ *
+ * The last 3 positions (2 in mode 0) lack the bytes to hash and are not entered.
+ *
+ * @param pSrc      The bytes, srcLen of them.
+ * @param srcIdx    Position of the first.
+ * @param srcLen    Number of bytes; below 4 (3 in mode 0), also negative, nothing is done.
+ * @param pHashHead Head table, hashSize entries.
+ * @param hashSize  256..65536, a power of two.
+ * @param pHashPrev Chain table, winSize entries; not written in mode 0.
+ * @param winSize   256..32768, a power of two.
+ * @param hashMode  Not 0: the matchers' hash of 4 bytes, head and chain tables. 0: a rolling hash
+ *                  of 3 bytes, h = (h << 5 ^ byte) & (hashSize - 1), head table only; the matchers
+ *                  do not use it.
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     winSize or hashSize is out of range.
+ */
+VekStatus veksDeflateUpdateHash_8u(const uint8_t* pSrc, int32_t srcIdx, int32_t srcLen,
+                                   int32_t* pHashHead, uint32_t hashSize, int32_t* pHashPrev,
+                                   uint32_t winSize, int32_t hashMode);
+
+/**
+ * Enters a preset dictionary into the match state: its bytes become positions 0 .. dictLen - 1. The
+ * caller places them (the last winSize, if there are more) in the window, position p at
+ * `pWindow[p & (winSize - 1)]`, and begins encoding with `*pSrcIdx` = dictLen.
+ *
+ * @param pDict     The dictionary, dictLen bytes.
+ * @param dictLen   Its length; below 4 (3 in mode 0), also negative, nothing is done.
+ * @param pHashHead Head table, hashSize entries.
+ * @param hashSize  256..65536, a power of two.
+ * @param pHashPrev Chain table, winSize entries; not written in mode 0.
+ * @param pDictAux  Must not be null; not used otherwise.
+ * @param winSize   256..32768, a power of two.
+ * @param hashMode  As in veksDeflateUpdateHash_8u().
+ * @retval vekStatusOk          Done.
+ * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusBadSize     winSize or hashSize is out of range.
+ */
+VekStatus veksDeflateDictionarySet_8u(const uint8_t* pDict, int32_t dictLen, int32_t* pHashHead,
+                                      uint32_t hashSize, int32_t* pHashPrev, const void* pDictAux,
+                                      uint32_t winSize, int32_t hashMode);
 
 /* (deflate match finding end) */
 
@@ -109,6 +327,94 @@ const VekLibraryVersion* vekdcGetLibVersion(void);
 /* ------------------------------------------------------------------------------------------------
  * Inflate
  * --------------------------------------------------------------------------------------------- */
+
+/** Size in bytes of the area of InflateState that holds the decoding tables. */
+#define VEK_INFLATE_TABLES_SIZE 7168
+
+/**
+ * State of one deflate stream being decoded (RFC 1951).
+ *
+ * The caller allocates it, sets `window` and `windowSize` (a null window with size 0 when all
+ * history stands in the output buffer), and sets `tableKind` to 0 before each block with the fixed
+ * code; the library fills the rest. Nothing else needs to be set before the first call.
+ */
+typedef struct InflateState {
+    const uint8_t* window;   /**< History older than the output buffer, circular; may be null. */
+    uint32_t windowSize;     /**< Bytes in the window, all of them history. */
+    uint32_t tableKind;      /**< 0: the fixed code, 1: two-level tables, 2: single-level tables. */
+    uint32_t reserved;       /**< Not used. */
+    uint32_t savedStep;      /**< Where a call stopped inside a symbol; with its three values. */
+    uint32_t savedValue;     /**< Length, bytes of the match still to copy, or literal. */
+    uint32_t savedExtraBits; /**< Number of extra bits still to read. */
+    uint32_t savedDistance;  /**< Base distance, or distance. */
+    uint32_t litBits;        /**< Bits a lookup of the single-level literal/length table takes. */
+    uint32_t distBits;       /**< Bits a lookup of the single-level distance table takes; or 0. */
+    uint8_t tables[VEK_INFLATE_TABLES_SIZE]; /**< The decoding tables. */
+} InflateState;
+
+/**
+ * Builds the decoding tables of a dynamic deflate block (RFC 1951, 3.2.7) in the state record.
+ *
+ * Call it once a block, before veksInflate_8u() decodes the block's data. A code whose longest
+ * lengths are at most 11 (literal/length) and 10 bits (distance) gets single-level tables, any
+ * other two-level ones. Beside codes that use up every bit string, accepted are a single code of
+ * length 1 (the other bit string is then invalid data), thirty distance codes of length 5 (the
+ * fixed code's), and a block with no distance code at all.
+ *
+ * @param codeLens       The `nLitCodeLens` code lengths of the literal/length alphabet, and
+ * directly behind them the `nDistCodeLens` of the distance alphabet; 0 (unused) to 15.
+ * @param nLitCodeLens   257 to 288 (a smaller count is corrupt data, as symbol 256 then has no
+ * code).
+ * @param nDistCodeLens  0 to 30.
+ * @param state          Its `tableKind`, `litBits`, `distBits` and tables are written; on failure
+ *                       they are not to be used.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize when a count is above its
+ *         maximum; ::vekStatusSourceDataError when a length is above 15, a code is over-subscribed
+ * or incomplete, or the end-of-block symbol 256 has no code.
+ */
+VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeLens,
+                                    uint32_t nDistCodeLens, InflateState* state);
+
+/**
+ * Decodes the Huffman-coded data of one deflate block (RFC 1951), from behind the block's header up
+ * to its end-of-block code; stops wherever input or output runs out and goes on in the next call.
+ *
+ * Bit buffer: the next bit of the stream is the lowest bit of `*pCode`, of which `*pCodeLenBits`
+ * are valid; bits above them are ignored on entry and zero on return. The bytes at `*ppSrc` follow.
+ * After the end of the block the buffer may hold whole bytes that were read ahead: the caller's
+ * next header starts with its bits.
+ *
+ * History: a match reaches back into the bytes written by this call, then into the `dstIdx` bytes
+ * before `*ppDst`, then into the window. The window is circular: its newest byte, which is the byte
+ * right before `*ppDst - dstIdx`, stands at `winIdx - 1`, older ones before it, wrapping round from
+ * the start to the end. The decoder only reads it; keeping it up to date is the caller's part. A
+ * distance beyond all that history is corrupt data. Nothing behind the last byte written is
+ * touched.
+ *
+ * @param ppSrc         In: next source byte; out: first byte not consumed.
+ * @param pSrcLen       In/out: source bytes left; may be 0.
+ * @param pCode         In/out: bit buffer.
+ * @param pCodeLenBits  In/out: valid bits in it, 0 to 32.
+ * @param winIdx        Window position of the next history byte, at most `windowSize`.
+ * @param ppDst         In: where the next output byte goes; out: behind the last byte written.
+ * @param pDstLen       In/out: room left; may be 0.
+ * @param dstIdx        Bytes before `*ppDst` in the output buffer that are history.
+ * @param pMode         In: 2 goes on from the position saved in the state; any other value starts
+ * at a symbol. Out: 0 when the end-of-block code was decoded; 1 when the input ran out between two
+ * symbols; 2 when the input ran out inside a symbol, or the output is full: give more of what is
+ * missing and call again with mode 2.
+ * @param state         Tables, window and saved position.
+ * @return ::vekStatusOk on every stop above; ::vekStatusNullPointer when a pointer, `*ppSrc` or
+ *         `*ppDst` is null (the window may be); ::vekStatusBadSize when `*pCodeLenBits` is above 32
+ * or `winIdx` above `windowSize`; these two leave everything as it was.
+ *         ::vekStatusSourceDataError on an invalid code, a distance beyond the history, a
+ * `tableKind` above 2 or an impossible saved position: what was decoded before stands in the
+ * output, the stream arguments are written back, `*pMode` and the saved position are left as they
+ *         were.
+ */
+VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCode,
+                         uint32_t* pCodeLenBits, uint32_t winIdx, uint8_t** ppDst,
+                         uint32_t* pDstLen, uint32_t dstIdx, int32_t* pMode, InflateState* state);
 
 /* (inflate end) */
 

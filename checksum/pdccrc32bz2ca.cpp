@@ -1,0 +1,34 @@
+// CRC-32 of bzip2: the export, and the portable path by slicing-by-8.
+//
+// This CRC takes the most significant bit first. With the register and every table entry
+// byte-swapped it shifts right, and the loop of the reflected CRCs serves it as it is.
+
+#include "checksum/checksum.h"
+#include "checksum/crc_math.h"
+#include "frame/args.h"
+#include "vekcore.h"
+
+namespace {
+
+constexpr auto crc_table =
+    vek::crc::slice<8>(vek::crc::swappedByteTable(vek::crc::crc32Polynomial));
+static_assert(crc_table[0][1] == 0xB71DC104U);
+
+}  // namespace
+
+void ownsCRC32_BZ2_8u(const uint8_t* src, size_t len, uint32_t* pCRC) {
+    const uint32_t r = vek::crc::sliceBytes(crc_table, ~vek::byteSwap(*pCRC), src, len);
+    *pCRC = ~vek::byteSwap(r);
+}
+
+extern "C" VekStatus veksCRC32_BZ2_8u(const uint8_t* src, int32_t len, uint32_t* pCRC) {
+    if (vek::anyNull(src, pCRC)) return vekStatusNullPointer;
+    if (len < 1) return vekStatusBadSize;
+    const auto size = static_cast<size_t>(len);
+    if (ownGetFeature(VEK_FEATURE_CLMUL) != 0) {
+        *pCRC = owns_bzip2_reduction_crc_proc(src, size, *pCRC);
+    } else {
+        ownsCRC32_BZ2_8u(src, size, pCRC);
+    }
+    return vekStatusOk;
+}

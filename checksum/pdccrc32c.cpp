@@ -1,0 +1,34 @@
+// CRC-32C (Castagnoli): the export, and the portable path by slicing-by-4.
+//
+// The register is the caller's, raw: whoever wants the standard CRC-32C (RFC 3720) starts with
+// 0xFFFFFFFF and complements the end.
+
+#include "checksum/checksum.h"
+#include "checksum/crc_math.h"
+#include "frame/args.h"
+#include "vekcore.h"
+
+namespace {
+
+constexpr auto CRC32CTable =
+    vek::crc::slice<4>(vek::crc::reflectedByteTable(vek::crc::castagnoliPolynomial));
+static_assert(CRC32CTable[0][1] == 0xF26B8303U);
+
+}  // namespace
+
+void ownsCRC32C_8u(const uint8_t* src, size_t len, uint32_t* pCRC) {
+    *pCRC = vek::crc::sliceBytes(CRC32CTable, *pCRC, src, len);
+}
+
+extern "C" VekStatus veksCRC32C_8u(const uint8_t* src, uint32_t len, uint32_t* pCRC) {
+    if (vek::anyNull(src, pCRC)) return vekStatusNullPointer;
+    if (len == 0) return vekStatusBadSize;
+    if (ownGetFeature(VEK_FEATURE_CLMUL) != 0) {
+        *pCRC = ownscrc_plc_asm(src, len, *pCRC);
+    } else if (ownGetFeature(VEK_FEATURE_SSE42) != 0) {
+        *pCRC = ownscrc_216_asm(src, len, *pCRC);
+    } else {
+        ownsCRC32C_8u(src, len, pCRC);
+    }
+    return vekStatusOk;
+}

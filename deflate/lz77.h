@@ -1,0 +1,190 @@
+// What the two matchers share: the match state, the search along a hash chain, the pairs written.
+//
+// Every position is entered under the hash of the four bytes that begin there; the head table holds
+// the latest position of each hash, the chain table leads from each position to the one before it
+// with the same hash. A search follows the chain from the nearest position to farther ones and
+// keeps the longest match, the nearest of equals.
+//
+// Positions count from the start of the stream, and the caller keeps only the last `winSize` bytes,
+// in a ring. The source of the running call is not copied there first: candidates at or behind the
+// call's start are read from the source, older ones from the ring. Once a call has come a window's
+// length into its source, every candidate within reach is in the source; from there on the search
+// is compiled without the ring (`Ring` below).
+//
+// The tables are the caller's, and may hold anything. A candidate is used only if its distance is
+// 1 .. winSize - 1 and its bytes are still there, which one unsigned comparison says; then its
+// bytes are compared. So whatever the tables hold, the pairs give back the source; a chain that
+// runs in a circle ends with the search's budget.
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "deflate/deflate_tables.h"
+#include "include/vekdc.h"
+#include "vector/bytes.h"
+#include "vector/crc32c_step.h"
+#include "vector/match_length.h"
+
+namespace vek::deflate {
+
+/// Bytes that the hash covers, and the shortest match.
+constexpr uint32_t hashBytes = 4;
+
+/// The empty table entry, farther back than any window reaches.
+constexpr int32_t noPosition = -32768;
+
+/// Whether the sizes of the window and the head table are within their bounds.
+constexpr bool validSizes(uint32_t winSize, uint32_t hashSize) {
+    return winSize >= 256 && winSize <= 32768 && hashSize >= 256 && hashSize <= 65536;
+}
+
+inline uint32_t hash4(const uint8_t* p) {
+    return crc32cStep(0, load<uint32_t>(p));
+}
+
+/// Size of the ring within a window of `winSize` bytes: a power of two.
+inline uint32_t ringSize(uint32_t winSize) {
+    return std::bit_floor(winSize);
+}
+
+/// Adds one to a frequency. The count is the entry's whole 32 bits: what goes beyond the first half
+/// is carried into the second.
+inline void count(VekHuffEntry& entry) {
+    store(&entry, load<uint32_t>(&entry) + 1);
+}
+
+/// The four parameters, as both matchers read them.
+struct MatchParameters {
+    explicit MatchParameters(const int32_t* values)
+        : maxChain(static_cast<uint32_t>(values[0])),
+          goodLength(static_cast<uint32_t>(values[1])),
+          niceLength(static_cast<uint32_t>(values[2])),
+          lengthLimit(static_cast<uint32_t>(values[3])) {}
+
+    uint32_t maxChain;
+    uint32_t goodLength;
+    uint32_t niceLength;
+    uint32_t lengthLimit;  ///< maxInsert of the greedy matcher, maxLazy of the lazy one.
+};
+
+/// The head and chain tables.
+struct HashChains {
+    int32_t* head;
+    int32_t* prev;
+    uint32_t hashMask;
+    uint32_t ringMask;
+
+    /// Enters `position` under `hash` and returns the position that it hides.
+    uint32_t insert(uint32_t hash, uint32_t position) const {
+        int32_t& latest = head[hash & hashMask];
+        const int32_t before = latest;
+        prev[position & ringMask] = before;
+        latest = static_cast<int32_t>(position);
+        return static_cast<uint32_t>(before);
+    }
+
+    uint32_t next(uint32_t position) const {
+        return static_cast<uint32_t>(prev[position & ringMask]);
+    }
+};
+
+/// The pairs written by a call, and their frequencies.
+struct PairWriter {
+    uint8_t* lit;
+    uint16_t* dist;
+    VekHuffEntry* litFreq;
+    VekHuffEntry* distFreq;
+    uint32_t room;
+
+    void literal(uint8_t byte) {
+        *lit++ = byte;
+        *dist++ = 0;
+        --room;
+        count(litFreq[byte]);
+    }
+
+    void match(uint32_t length, uint32_t distance) {
+        *lit++ = static_cast<uint8_t>(length - minMatch);
+        *dist++ = static_cast<uint16_t>(distance);
+        --room;
+        count(litFreq[firstLengthSymbol + lengthCode(length - minMatch)]);
+        count(distFreq[distanceCode(distance - 1)]);
+    }
+};
+
+struct Match {
+    uint32_t length;
+    uint32_t distance;
+};
+
+/// The source of one call and the history before it.
+struct History {
+    const uint8_t* src;
+    const uint8_t* window;
+    uint32_t start;   ///< Position of src[0].
+    uint32_t oldest;  ///< Position of the oldest byte that the ring still holds.
+    uint32_t ringMask;
+
+    /// Length, up to `limit`, of the match of `current` with the bytes `back` before src[0].
+    uint32_t matchInRing(const uint8_t* current, uint32_t back, uint32_t limit) const {
+        const uint32_t at = (start - back) & ringMask;
+        const uint32_t toEdge = std::min({ringMask + 1 - at, back, limit});
+        auto length = static_cast<uint32_t>(matchLength(current, window + at, toEdge));
+        if (length < toEdge) return length;
+        const uint32_t inRing = std::min(back, limit);
+        if (length < inRing) {
+            length += static_cast<uint32_t>(matchLength(current + length, window, inRing - length));
+            if (length < inRing) return length;
+        }
+        return length + static_cast<uint32_t>(matchLength(current + length, src, limit - length));
+    }
+
+    /// Whether that match can be longer than `best`: a look at the byte behind it.
+    bool promisesInRing(const uint8_t* current, uint32_t back, uint32_t best) const {
+        const uint8_t byte =
+            best < back ? window[(start - back + best) & ringMask] : src[best - back];
+        return byte == current[best];
+    }
+};
+
+/// Looks along the chain from `candidate` for a match longer than `found` at source offset `at`, of
+/// at most `limit` bytes (found.length < limit), and returns the best.
+///
+/// `budget` candidates are looked at; once a match has goodLength bytes, a quarter of `budget` in
+/// all; one of niceLength bytes ends the search.
+template <bool Ring>
+inline Match search(const History& history, const HashChains& chains, const MatchParameters& params,
+                    uint32_t at, uint32_t limit, uint32_t candidate, Match found, uint32_t budget) {
+    const uint8_t* const current = history.src + at;
+    const uint32_t position = history.start + at;
+    const uint32_t reach =
+        Ring ? std::min(chains.ringMask, position - history.oldest) : chains.ringMask;
+    const uint32_t nice = std::min(params.niceLength, limit);
+    const uint32_t reducedBudget = budget / 4;
+    uint32_t tail = load<uint32_t>(current + found.length - 3);
+    for (uint32_t steps = 0; steps < budget; ++steps) {
+        const uint32_t distance = position - candidate;
+        if (distance - 1 >= reach) break;
+        uint32_t length = 0;
+        if (Ring && distance > at) {
+            if (history.promisesInRing(current, distance - at, found.length))
+                length = history.matchInRing(current, distance - at, limit);
+        } else if (load<uint32_t>(current - distance + found.length - 3) == tail) {
+            length = static_cast<uint32_t>(matchLength(current, current - distance, limit));
+        }
+        if (length > found.length) {
+            found = {length, distance};
+            if (length >= nice) break;
+            if (length >= params.goodLength) budget = reducedBudget;
+            tail = load<uint32_t>(current + length - 3);
+        }
+        candidate = chains.next(candidate);
+    }
+    return found;
+}
+
+}  // namespace vek::deflate

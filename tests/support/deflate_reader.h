@@ -1,0 +1,122 @@
+// A reader of raw deflate streams (RFC 1951) over the inflate calls, for tests, fuzz targets and
+// benchmarks: it reads the blocks' headers from a whole stream in memory and leaves how the data is
+// cut up to its target.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "vekdc.h"
+
+namespace vektest {
+
+/// A position in a stream: whole bytes, and the bits taken from the bytes before.
+struct BitSource {
+    const uint8_t* src;
+    const uint8_t* end;
+    uint32_t code = 0;
+    uint32_t nBits = 0;
+
+    bool has(uint32_t count) {
+        for (; nBits < count && src != end; nBits += 8) {
+            code |= static_cast<uint32_t>(*src++) << nBits;
+        }
+        return nBits >= count;
+    }
+    /// The next `count` bits, at most 16; 0s and `failed` behind the end.
+    uint32_t take(uint32_t count) {
+        if (!has(count)) {
+            failed = true;
+            return 0;
+        }
+        const uint32_t bits = code & ((1U << count) - 1);
+        code >>= count;
+        nBits -= count;
+        return bits;
+    }
+    bool failed = false;
+};
+
+/// Reads the code lengths of a dynamic block and builds its tables; false when they are corrupt.
+inline bool readDynamicHeader(BitSource& in, InflateState& state) {
+    constexpr std::array<uint8_t, 19> order = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
+                                               11, 4,  12, 3, 13, 2, 14, 1, 15};
+    const uint32_t nLit = in.take(5) + 257;
+    const uint32_t nDist = in.take(5) + 1;
+    const uint32_t nCodes = in.take(4) + 4;
+    if (nLit > 286 || nDist > 30) return false;
+    std::array<uint8_t, 19> codeLens{};
+    for (uint32_t i = 0; i < nCodes; ++i) codeLens[order[i]] = static_cast<uint8_t>(in.take(3));
+    std::array<int, 8> count{};
+    for (const uint8_t len : codeLens) ++count[len];
+    int left = 1;
+    for (size_t len = 1; len < 8; ++len) left = left * 2 - count[len];
+    if (left != 0) return false;
+
+    std::array<uint16_t, 286 + 30> lens{};
+    for (uint32_t i = 0; i < nLit + nDist && !in.failed;) {
+        // Bit by bit: the codes of a length follow those of the lengths before, twice as dense.
+        int symbol = -1;
+        int code = 0;
+        int first = 0;
+        for (size_t len = 1; symbol < 0; ++len) {
+            if (len == 8) return false;
+            code = code * 2 + static_cast<int>(in.take(1));
+            first *= 2;
+            int index = code - first;
+            if (index < count[len]) {
+                for (symbol = 0; codeLens[static_cast<size_t>(symbol)] != len || index-- > 0;)
+                    ++symbol;
+            } else {
+                first += count[len];
+            }
+        }
+        uint32_t repeat = 1;
+        uint16_t value = 0;
+        if (symbol < 16) {
+            value = static_cast<uint16_t>(symbol);
+        } else if (symbol == 16) {
+            if (i == 0) return false;
+            value = lens[i - 1];
+            repeat = 3 + in.take(2);
+        } else {
+            repeat = symbol == 17 ? 3 + in.take(3) : 11 + in.take(7);
+        }
+        if (repeat > nLit + nDist - i) return false;
+        std::fill_n(lens.begin() + i, repeat, value);
+        i += repeat;
+    }
+    return !in.failed && veksInflateBuildHuffTable(lens.data(), nLit, nDist, &state) == vekStatusOk;
+}
+
+/// Decodes a stream from `in` to its last block; false when it is corrupt, cut off, or the target
+/// refuses. The target's stored(bytes, count) takes the bytes of a stored block; its coded(in,
+/// state) decodes one block's data with veksInflate_8u up to the end-of-block code.
+template <class Target>
+bool readDeflate(BitSource& in, InflateState& state, Target& target) {
+    for (bool last = false; !last;) {
+        last = in.take(1) != 0;
+        const uint32_t type = in.take(2);
+        if (in.failed || type == 3) return false;
+        if (type == 0) {
+            in.take(in.nBits % 8);
+            const uint32_t size = in.take(16);
+            const uint32_t complement = in.take(16);
+            if (in.failed || (size ^ complement) != 0xFFFF) return false;
+            in.src -= in.nBits / 8;
+            in.code = in.nBits = 0;
+            const auto there = std::min<size_t>(size, static_cast<size_t>(in.end - in.src));
+            if (!target.stored(in.src, there) || there != size) return false;
+            in.src += size;
+            continue;
+        }
+        state.tableKind = 0;
+        if (type == 2 && !readDynamicHeader(in, state)) return false;
+        if (!target.coded(in, state)) return false;
+    }
+    return true;
+}
+
+}  // namespace vektest

@@ -1,0 +1,714 @@
+// The tool: its formats in memory against zlib, and the built program as a user runs it.
+//
+// The program is run by bash in a folder of its own, which must hold exactly the expected files
+// afterwards: nothing half-written, no temporary.
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <regex.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "support/data.h"
+#include "tools/vekdc/checks.h"
+#include "tools/vekdc/format.h"
+#include "tools/vekdc/inflate_stream.h"
+#include "tools/vekdc/pipeline.h"
+#include "tools/vekdc/stream.h"
+
+#ifdef VEK_HAS_zlib
+#include <zlib.h>
+#endif
+
+namespace {
+
+using vekdc::Format;
+using vekdc::FormatError;
+using vekdc::Settings;
+using vekdc::Source;
+using vektest::Bytes;
+using vektest::pick;
+using vektest::Random;
+
+/// Whether an extended regular expression fits some part of the text.
+bool contains(const std::string& text, const std::string& pattern) {
+    regex_t compiled;
+    if (regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB) != 0)
+        throw std::runtime_error("bad pattern " + pattern);
+    const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return found;
+}
+
+/// Whether it fits all of it.
+bool matches(const std::string& text, const std::string& pattern) {
+    return contains(text, "^(" + pattern + ")$");
+}
+
+// --- formats in memory
+// ----------------------------------------------------------------------------
+
+/// Gives out its bytes in pieces of at most `piece`.
+class Dripping : public vekdc::Reader {
+ public:
+    Dripping(const Bytes& bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
+    size_t read(uint8_t* to, size_t room) override {
+        const size_t count = std::min({room, piece_, bytes_.size() - at_});
+        std::copy_n(bytes_.begin() + static_cast<ptrdiff_t>(at_), count, to);
+        at_ += count;
+        return count;
+    }
+
+ private:
+    const Bytes& bytes_;
+    size_t piece_;
+    size_t at_ = 0;
+};
+
+const Format& format(const char* name) {
+    return *vekdc::formatByName(name);
+}
+
+Bytes compress(const Format& format, const Bytes& plain, const Settings& settings) {
+    Source source(plain);
+    vekdc::MemorySink sink;
+    format.compress(source, sink, settings);
+    return sink.data;
+}
+
+Bytes decompress(const Format& format, const Bytes& packed, const Settings& settings = {}) {
+    Source source(packed);
+    vekdc::MemorySink sink;
+    format.decompress(source, sink, settings);
+    return sink.data;
+}
+
+Bytes sample(size_t size, uint32_t seed = 1) {
+    Bytes all;
+    for (const auto& shape : vektest::shapes()) {
+        const Bytes part = shape.make(size / vektest::shapes().size(), seed);
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+}
+
+Bytes concatenate(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+#ifdef VEK_HAS_zlib
+constexpr int kGzipMode = 16;
+
+Bytes zlibInflate(const Bytes& packed, int windowBits) {
+    z_stream stream{};
+    if (inflateInit2(&stream, windowBits) != Z_OK) throw std::runtime_error("inflateInit2");
+    stream.next_in = const_cast<Bytef*>(packed.data());
+    stream.avail_in = static_cast<uInt>(packed.size());
+    Bytes out;
+    Bytes piece(1 << 16);
+    int status = Z_OK;
+    while (status == Z_OK) {
+        stream.next_out = piece.data();
+        stream.avail_out = static_cast<uInt>(piece.size());
+        status = inflate(&stream, Z_NO_FLUSH);
+        out.insert(out.end(), piece.data(), stream.next_out);
+    }
+    const bool whole = status == Z_STREAM_END && stream.avail_in == 0;
+    inflateEnd(&stream);
+    if (!whole) throw std::runtime_error("zlib refuses it");
+    return out;
+}
+
+struct ZlibWay {
+    int level, windowBits, memory, strategy, flush;
+};
+
+Bytes zlibDeflate(const Bytes& plain, const ZlibWay& way, size_t piece) {
+    z_stream stream{};
+    if (deflateInit2(&stream, way.level, Z_DEFLATED, way.windowBits, way.memory, way.strategy) !=
+        Z_OK)
+        throw std::runtime_error("deflateInit2");
+    Bytes out(deflateBound(&stream, static_cast<uLong>(plain.size())) +
+              20 * (plain.size() / piece + 1) + 64);
+    stream.next_out = out.data();
+    stream.avail_out = static_cast<uInt>(out.size());
+    stream.next_in = const_cast<Bytef*>(plain.data());
+    for (size_t left = plain.size(); left > piece; left -= piece) {
+        stream.avail_in = static_cast<uInt>(piece);
+        deflate(&stream, way.flush);
+    }
+    stream.avail_in = static_cast<uInt>(plain.data() + plain.size() - stream.next_in);
+    const int status = deflate(&stream, Z_FINISH);
+    out.resize(stream.total_out);
+    deflateEnd(&stream);
+    if (status != Z_STREAM_END) throw std::runtime_error("deflate");
+    return out;
+}
+
+TEST(Formats, ReadWhatZlibWrites) {
+    const ZlibWay ways[] = {
+        {0, 15, 8, Z_DEFAULT_STRATEGY, Z_NO_FLUSH},
+        {1, 15, 9, Z_DEFAULT_STRATEGY, Z_FULL_FLUSH},
+        {6, 15, 8, Z_DEFAULT_STRATEGY, Z_NO_FLUSH},
+        {9, 9, 1, Z_DEFAULT_STRATEGY, Z_SYNC_FLUSH},
+        {6, 12, 4, Z_FILTERED, Z_PARTIAL_FLUSH},
+        {6, 15, 8, Z_HUFFMAN_ONLY, Z_BLOCK},
+        {6, 15, 8, Z_RLE, Z_NO_FLUSH},
+        {6, 15, 8, Z_FIXED, Z_SYNC_FLUSH},
+    };
+    for (const auto& shape : vektest::shapes()) {
+        for (const size_t size : {size_t{0}, size_t{1}, size_t{300}, size_t{400000}}) {
+            const Bytes plain = shape.make(size, 7);
+            for (ZlibWay way : ways) {
+                SCOPED_TRACE(std::string(shape.name) + ", " + std::to_string(size) +
+                             " bytes, level " + std::to_string(way.level) + ", strategy " +
+                             std::to_string(way.strategy));
+                EXPECT_EQ(decompress(format("zlib"), zlibDeflate(plain, way, 33333)), plain);
+                way.windowBits += kGzipMode;
+                EXPECT_EQ(decompress(format("gz"), zlibDeflate(plain, way, 5000)), plain);
+            }
+        }
+    }
+}
+
+TEST(Formats, ZlibReadsWhatTheyWrite) {
+    for (const auto& shape : vektest::shapes()) {
+        for (const size_t size :
+             {size_t{0}, size_t{1}, size_t{300}, size_t{70000}, size_t{1200000}}) {
+            const Bytes plain = shape.make(size, 8);
+            for (const int level : {0, 1, 4, 6, 9}) {
+                // The longest ones show the seams between blocks; two levels are enough for that.
+                if (size > 100000 && level != 0 && level != 6) continue;
+                for (const unsigned jobs : {1U, 3U}) {
+                    SCOPED_TRACE(std::string(shape.name) + ", " + std::to_string(size) +
+                                 " bytes, level " + std::to_string(level) + ", jobs " +
+                                 std::to_string(jobs));
+                    Settings settings;
+                    settings.fastest = level == 0;
+                    settings.level = std::max(level, 1);
+                    settings.jobs = jobs;
+                    settings.name = "name";
+                    const Bytes gz = compress(format("gz"), plain, settings);
+                    EXPECT_EQ(zlibInflate(gz, 15 + kGzipMode), plain);
+                    EXPECT_EQ(decompress(format("gz"), gz), plain);
+                    EXPECT_LE(gz.size(), plain.size() + plain.size() / 1000 + 64);
+                    EXPECT_EQ(zlibInflate(compress(format("zlib"), plain, settings), 15), plain);
+                }
+            }
+        }
+    }
+}
+
+TEST(Formats, AnyPiecesOfInputAndOutput) {
+    const Bytes plain = sample(60000);
+    const Bytes packed = zlibDeflate(plain, {6, -15, 1, Z_DEFAULT_STRATEGY, Z_SYNC_FLUSH}, 7000);
+    for (const size_t inPiece : {1, 2, 15, 17, 4096}) {
+        for (const size_t outPiece : {1, 257, 5000}) {
+            Dripping reader(packed, inPiece);
+            Source source(reader, 64);
+            vekdc::InflateReader inflate(source, outPiece);
+            inflate.start();
+            Bytes out;
+            for (auto bytes = inflate.next(); !bytes.empty(); bytes = inflate.next())
+                out.insert(out.end(), bytes.begin(), bytes.end());
+            EXPECT_EQ(out, plain) << inPiece << " in, " << outPiece << " out";
+            EXPECT_EQ(source.offset(), packed.size());
+        }
+    }
+}
+#endif
+
+// A member whose every byte matters or is known not to: what a changed file decodes to is either
+// refused or the same.
+Bytes smallGz(size_t size = 2000) {
+    Settings settings;
+    settings.name = "a";
+    return compress(format("gz"), sample(size), settings);
+}
+
+TEST(Formats, EveryTruncationIsRefused) {
+    for (const char* name : {"gz", "zlib"}) {
+        const Bytes packed = compress(format(name), sample(1500), Settings());
+        for (size_t size = 0; size < packed.size(); ++size) {
+            const Bytes cut(packed.begin(), packed.begin() + static_cast<ptrdiff_t>(size));
+            EXPECT_THROW(decompress(format(name), cut), FormatError) << name << " cut at " << size;
+        }
+    }
+}
+
+TEST(Formats, EveryFlippedBitIsRefusedOrHarmless) {
+    for (const char* name : {"gz", "zlib"}) {
+        const Bytes plain = sample(1500);
+        Bytes packed = compress(format(name), plain, Settings());
+        size_t unnoticed = 0;
+        for (size_t bit = 0; bit < packed.size() * 8; ++bit) {
+            packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+            try {
+                EXPECT_EQ(decompress(format(name), packed), plain) << name << " bit " << bit;
+                ++unnoticed;
+            } catch (const FormatError& error) {
+                EXPECT_LE(error.offset, packed.size());
+            }
+            packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        }
+        // A gz header's time stamp, hints and text flag, and bits that only pad, say nothing.
+        EXPECT_LT(unnoticed, 80U) << name;
+    }
+}
+
+struct BadFile {
+    const char* what;
+    const char* format;
+    Bytes bytes;
+    uint64_t offset;
+    const char* reason;
+};
+
+TEST(Formats, SayWhatIsWrongAndWhere) {
+    const BadFile files[] = {
+        {"foreign", "gz", {'P', 'K', 3, 4}, 0, "not a gz"},
+        {"method", "gz", {0x1F, 0x8B, 7, 0, 0, 0, 0, 0, 0, 3}, 2, "method"},
+        {"flags", "gz", {0x1F, 0x8B, 8, 0x40, 0, 0, 0, 0, 0, 3}, 3, "reserved"},
+        {"header checksum",
+         "gz",
+         {0x1F, 0x8B, 8, 2, 0, 0, 0, 0, 0, 3, 1, 2},
+         10,
+         "header's checksum"},
+        {"block type", "gz", {0x1F, 0x8B, 8, 0, 0, 0, 0, 0, 0, 3, 7}, 11, "block type"},
+        {"stored length", "gz", {0x1F, 0x8B, 8, 0, 0, 0, 0, 0, 0, 3, 1, 1, 0, 0, 0}, 15, "stored"},
+        {"CRC",
+         "gz",
+         {0x1F, 0x8B, 8, 0, 0, 0, 0, 0, 0, 3, 3, 0, 1, 0, 0, 0, 0, 0, 0, 0},
+         12,
+         "CRC-32"},
+        {"length",
+         "gz",
+         {0x1F, 0x8B, 8, 0, 0, 0, 0, 0, 0, 3, 3, 0, 0, 0, 0, 0, 1, 0, 0, 0},
+         16,
+         "length"},
+        {"distance", "zlib", {0x78, 0x9C, 0x03, 0x02, 0x00, 0x00, 0x00}, 4, "invalid deflate data"},
+        {"dictionary", "zlib", {0x78, 0xBB, 0, 0, 0, 1}, 1, "preset dictionary"},
+        {"window", "zlib", {0x88, 0x1C, 3, 0, 0, 0, 0, 1}, 0, "32 KiB"},
+        {"check", "zlib", {0x78, 0x9D, 3, 0, 0, 0, 0, 1}, 0, "not a zlib"},
+        {"Adler", "zlib", {0x78, 0x9C, 3, 0, 0, 0, 0, 2}, 4, "Adler-32"},
+        {"many codes", "zlib", {0x78, 0x9C, 0xFD, 0xFF, 0xFF, 0xFF}, 5, "too many symbols"},
+    };
+    for (const BadFile& file : files) {
+        try {
+            decompress(format(file.format), file.bytes);
+            ADD_FAILURE() << file.what << " was accepted";
+        } catch (const FormatError& error) {
+            EXPECT_TRUE(contains(error.what(), file.reason)) << file.what << ": " << error.what();
+            EXPECT_EQ(error.offset, file.offset) << file.what;
+        }
+    }
+}
+
+TEST(Formats, WhatWasGoodBeforeAFaultIsDelivered) {
+    const Bytes plain = sample(900000);
+    Bytes packed = compress(format("gz"), plain, Settings());
+    packed.resize(packed.size() * 3 / 4);
+    Source source(packed);
+    vekdc::MemorySink sink;
+    EXPECT_THROW(format("gz").decompress(source, sink, Settings()), FormatError);
+    EXPECT_GT(sink.data.size(), plain.size() / 10);
+    EXPECT_TRUE(std::equal(sink.data.begin(), sink.data.end(), plain.begin()));
+}
+
+// Every optional header field, in every combination, in members one behind the other.
+TEST(Formats, GzHeaderFieldsMembersAndPadding) {
+    const Bytes body = smallGz();
+    const Bytes data(body.begin() + 12, body.end());  // Behind ten bytes and the name "a".
+    Bytes all;
+    Bytes expected;
+    for (uint8_t flags = 0; flags < 32; ++flags) {
+        Bytes header = {0x1F, 0x8B, 8, flags, 1, 2, 3, 4, 0, 255};
+        if ((flags & 4) != 0) header = concatenate({header, {5, 0, 'x', 'y', 1, 0, 'z'}});
+        if ((flags & 8) != 0) header = concatenate({header, {'n', 'a', 'm', 'e', 0}});
+        if ((flags & 16) != 0) header = concatenate({header, Bytes(70000, 'c'), {0}});
+        if ((flags & 2) != 0) {
+            const uint32_t crc = vekdc::kCrc32.update(0, header);
+            header.push_back(static_cast<uint8_t>(crc));
+            header.push_back(static_cast<uint8_t>(crc >> 8));
+        }
+        all = concatenate({all, header, data});
+        expected = concatenate({expected, sample(2000)});
+        EXPECT_EQ(decompress(format("gz"), all), expected) << "flags " << +flags;
+    }
+    std::vector<std::string> warnings;
+    Settings settings;
+    settings.warn = [&](const std::string& text) { warnings.push_back(text); };
+    const Bytes padded = concatenate({all, Bytes(5000, 0)});
+    EXPECT_EQ(decompress(format("gz"), padded, settings), expected);
+    EXPECT_EQ(decompress(format("gz"), concatenate({padded, all}), settings).size(),
+              2 * expected.size());
+    EXPECT_TRUE(warnings.empty());
+    EXPECT_EQ(decompress(format("gz"), concatenate({all, {'g', 'a'}}), settings), expected);
+    ASSERT_EQ(warnings.size(), 1U);
+    EXPECT_NE(warnings[0].find(std::to_string(all.size())), std::string::npos);
+}
+
+TEST(Checks, CombinationEqualsTheWhole) {
+    Random random(3);
+    for (const auto* checksum : {&vekdc::kCrc32, &vekdc::kAdler32}) {
+        for (size_t round = 0; round < vektest::effort(200); ++round) {
+            const Bytes bytes = sample(pick(random, 0, 3000), static_cast<uint32_t>(round));
+            const size_t cut = pick(random, 0, bytes.size());
+            const vekdc::Bytes whole(bytes);
+            const auto sum = [&](vekdc::Bytes part) {
+                return checksum->update(checksum->initial, part);
+            };
+            EXPECT_EQ(checksum->combine(sum(whole.first(cut)), sum(whole.subspan(cut)),
+                                        bytes.size() - cut),
+                      sum(whole));
+        }
+    }
+    // Lengths beyond 32 bits: by halves.
+    const uint32_t crc = 0x12345678;
+    EXPECT_EQ(vekdc::crc32Combine(crc, 0, 6ULL << 32),
+              vekdc::crc32Combine(vekdc::crc32Combine(crc, 0, 5ULL << 32), 0, 1ULL << 32));
+}
+
+TEST(Pipeline, KeepsOrderAndPassesFailuresOn) {
+    for (const unsigned threads : {1U, 2U, 5U}) {
+        int next = 0;
+        std::vector<int> seen;
+        vekdc::orderedPipeline<int>(
+            threads, [&](int& block) { return block = next, next++ < 100; },
+            [](int& block, unsigned) {
+                if (block % 7 == 0) std::this_thread::yield();
+                block *= 3;
+            },
+            [&](int& block) { seen.push_back(block); });
+        ASSERT_EQ(seen.size(), 100U);
+        for (int i = 0; i < 100; ++i) EXPECT_EQ(seen[static_cast<size_t>(i)], 3 * i);
+
+        next = 0;
+        seen.clear();
+        EXPECT_THROW(vekdc::orderedPipeline<int>(
+                         threads, [&](int& block) { return block = next, next++ < 100; },
+                         [](int& block, unsigned) {
+                             if (block == 31) throw std::runtime_error("block 31");
+                         },
+                         [&](int& block) { seen.push_back(block); }),
+                     std::runtime_error);
+        EXPECT_EQ(seen.size(), 31U);
+    }
+}
+
+// --- the program
+// ----------------------------------------------------------------------------------
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+bool haveTool(const char* name) {
+    return std::system(("command -v " + std::string(name) + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+class Program : public testing::Test {
+ protected:
+    void SetUp() override {
+        const char* base = std::getenv("TMPDIR");
+        root_ = std::string(base == nullptr ? "/tmp" : base) + "/vekdc-test-XXXXXX";
+        ASSERT_NE(mkdtemp(root_.data()), nullptr);
+        folder_ = root_ + "/work";
+        ASSERT_EQ(mkdir(folder_.c_str(), 0700), 0);
+        plain_ = sample(300000);
+    }
+    void TearDown() override {
+        EXPECT_EQ(std::system(("chmod -R u+rwx " + root_ + " && rm -rf " + root_).c_str()), 0);
+    }
+
+    /// Runs a bash command line in the folder; `vekdc` is the program under test.
+    Outcome run(const std::string& command) {
+        const std::string script =
+            "vekdc() { " + tool() + " \"$@\"; }; cd " + folder_ + "; " + command;
+        write("../script", Bytes(script.begin(), script.end()));
+        const int status = std::system(
+            ("bash " + root_ + "/script >" + root_ + "/out 2>" + root_ + "/err </dev/null")
+                .c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), text("../out"),
+                text("../err")};
+    }
+
+    /// Runs a command line that must succeed in silence on standard error.
+    std::string good(const std::string& command) {
+        const Outcome outcome = run(command);
+        EXPECT_EQ(outcome.status, 0) << command << "\n" << outcome.err;
+        EXPECT_EQ(outcome.err, "") << command;
+        return outcome.out;
+    }
+
+    /// Runs one that must fail with one line that fits the pattern, and no file more or less.
+    void bad(const std::string& command, const std::string& pattern, int status = 1) {
+        const auto before = files();
+        const Outcome outcome = run(command);
+        EXPECT_EQ(outcome.status, status) << command << "\n" << outcome.err;
+        EXPECT_TRUE(matches(outcome.err, "vekdc: " + pattern + "\n")) << command << "\n"
+                                                                      << outcome.err;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_EQ(files(), before) << command;
+    }
+
+    static std::string tool() { return VEK_BUILD_DIR "/bin/vekdc"; }
+    std::string path(const std::string& name) const { return folder_ + "/" + name; }
+
+    void write(const std::string& name, const Bytes& bytes) const {
+        std::ofstream(path(name), std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+    }
+    std::string text(const std::string& name) const {
+        std::ostringstream out;
+        out << std::ifstream(path(name), std::ios::binary).rdbuf();
+        return out.str();
+    }
+    Bytes read(const std::string& name) const {
+        const std::string all = text(name);
+        return {all.begin(), all.end()};
+    }
+    std::set<std::string> files() const {
+        std::set<std::string> names;
+        DIR* folder = opendir(folder_.c_str());
+        while (const dirent* entry = readdir(folder)) names.insert(entry->d_name);
+        closedir(folder);
+        names.erase(".");
+        names.erase("..");
+        return names;
+    }
+
+    std::string root_;
+    std::string folder_;
+    Bytes plain_;
+};
+
+TEST_F(Program, FilesGoThereAndBack) {
+    using Names = std::set<std::string>;
+    write("x", plain_);
+    good("chmod 640 x; touch -d '2001-02-03 04:05:06.7 UTC' x");
+    good("vekdc compress x");
+    EXPECT_EQ(files(), (Names{"x", "x.gz"}));
+    EXPECT_EQ(good("stat -c '%a %y' x.gz"), good("stat -c '%a %y' x"));
+    good("vekdc compress --format zlib -9 --remove x");
+    EXPECT_EQ(files(), (Names{"x.gz", "x.zz"}));
+    good("vekdc decompress x.zz");
+    EXPECT_EQ(read("x"), plain_);
+    EXPECT_EQ(good("stat -c '%a %y' x.gz"), good("stat -c '%a %y' x"));
+    good("echo old > x; vekdc decompress --force --remove x.gz");
+    EXPECT_EQ(read("x"), plain_);
+    good("vekdc compress -o y.zlib x; vekdc decompress -o z y.zlib; cmp x z");
+    good("vekdc compress < x | vekdc decompress | cmp - x");
+    good("vekdc compress --fastest - < x | vekdc test");
+    good("vekdc compress -c x z > two.gz; vekdc decompress --stdout two.gz | cmp - <(cat x z)");
+    good(
+        "cp x.gz t.tgz 2>/dev/null || vekdc compress -o t.tgz x; vekdc decompress t.tgz; cmp t.tar "
+        "x");
+    good(
+        "vekdc compress -k -1 -j 3 -o j.gz z; vekdc test j.gz; touch empty; vekdc compress empty; "
+        "vekdc test empty.gz");
+    good(
+        "mkfifo fifo; (cat x > fifo &); vekdc compress --stdout fifo | vekdc decompress -o f; cmp "
+        "f x");
+    good("vekdc compress -o /dev/null x");
+}
+
+TEST_F(Program, GzipAndPigzAgree) {
+    write("x", plain_);
+    for (const char* other : {"gzip", "pigz"}) {
+        if (!haveTool(other)) continue;
+        const std::string name = other;
+        for (const char* options : {"--fastest", "-1", "-6", "-9", "-j 4", "--no-name"})
+            good("vekdc compress -c " + std::string(options) + " x > a.gz; " + name +
+                 " -t a.gz && " + name + " -dc a.gz | cmp - x");
+        for (const char* options : {"-1", "-6", "-9", "-n"})
+            good(name + " -c " + options +
+                 " x > b.gz; vekdc test b.gz && vekdc decompress -c b.gz | cmp - x");
+        good("(" + name + " -c x; vekdc compress -c x) | vekdc decompress | cmp - <(cat x x)");
+        EXPECT_EQ(good(name + " -l a.gz | awk 'NR == 2 { print $2 }'"),
+                  std::to_string(plain_.size()) + "\n");
+    }
+    if (haveTool("pigz"))
+        good(
+            "pigz -zc x | vekdc decompress --format zlib | cmp - x; vekdc compress --format zlib "
+            "-c x | pigz -dc | cmp - x");
+}
+
+TEST_F(Program, RefusesWhatItMustNotDo) {
+    write("x", plain_);
+    good("vekdc compress x; mkdir folder; ln x link; mkfifo fifo; cp x.gz strange");
+    bad("vekdc compress x", "x.gz: File exists");
+    bad("vekdc decompress x.gz", "x: File exists");
+    bad("vekdc compress -o link x", "x: input and output are the same file");
+    bad("vekdc compress --force -o x x", "x: input and output are the same file");
+    bad("vekdc compress --stdout < x >> x", "standard input: input and output are the same file");
+    bad("vekdc compress folder", "folder: Is a directory");
+    bad("vekdc compress -o folder x", "folder: Is a directory");
+    bad("vekdc compress absent", "absent: No such file or directory");
+    bad("vekdc compress -o absent/y x", "absent/y: No such file or directory");
+    bad("vekdc compress /proc/self/mem --stdout | cat; exit ${PIPESTATUS[0]}",
+        "/proc/self/mem: Input/output error");
+    bad("vekdc compress fifo", "fifo: not a regular file.*");
+    bad("vekdc compress x.gz", "x.gz: already has a suffix.*");
+    bad("vekdc decompress strange", "strange: unknown suffix.*");
+    bad("vekdc decompress x -c", "x: byte 0: not in any format that vekdc knows");
+    bad("vekdc decompress < /dev/null", "standard input: byte 0: the file is empty");
+    if (geteuid() != 0) {
+        good("cp x secret; chmod 0 secret");
+        bad("vekdc compress secret", "secret: Permission denied");
+    }
+    // One bad file does not keep the others from being done.
+    const Outcome outcome = run("cp x y; vekdc compress absent y");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(files().count("y.gz"), 1U);
+}
+
+TEST_F(Program, BrokenFilesLeaveNothing) {
+    write("x", plain_);
+    good(
+        "vekdc compress x; rm x; head -c 5000 x.gz > cut.gz; cp x.gz bit.gz; printf '\\x55' | dd "
+        "of=bit.gz bs=1 seek=4000 conv=notrunc status=none");
+    good("head -c -6 x.gz > crc.gz; printf 'abcdef' >> crc.gz; (cat x.gz; echo more) > tail.gz");
+    bad("vekdc decompress cut.gz", "cut.gz: byte 5000: the file ends too early");
+    bad("vekdc test cut.gz", "cut.gz: byte 5000: the file ends too early");
+    bad("vekdc info cut.gz > /dev/null", "cut.gz: byte 5000: the file ends too early");
+    bad("vekdc decompress --remove bit.gz", "bit.gz: byte [0-9]+: .*");
+    bad("vekdc decompress crc.gz", "crc.gz: byte [0-9]+: the CRC-32 does not match");
+    bad("vekdc test tail.gz", "tail.gz: byte [0-9]+: ignored what follows the gz data", 2);
+    const Outcome warned =
+        run("vekdc decompress --remove tail.gz; echo $?; vekdc test --quiet tail.gz; echo $?");
+    EXPECT_EQ(warned.out, "2\n2\n");
+    EXPECT_EQ(read("tail"), plain_);  // And the input is kept.
+    const Outcome partial = run("vekdc decompress --keep-partial cut.gz");
+    EXPECT_EQ(partial.status, 1);
+    const Bytes kept = read("cut");
+    EXPECT_GT(kept.size(), 1000U);
+    EXPECT_TRUE(std::equal(kept.begin(), kept.end(), plain_.begin()));
+}
+
+TEST_F(Program, FullDisksClosedPipesAndLimits) {
+    write("x", plain_);
+    good("vekdc compress x");
+    bad("vekdc compress -c x > /dev/full", "standard output: No space left on device");
+    bad("vekdc decompress -o /dev/full x.gz", "/dev/full: No space left on device");
+    bad("vekdc sum x > /dev/full", "standard output: No space left on device");
+    bad("vekdc info x.gz > /dev/full", "standard output: No space left on device");
+    bad("ulimit -f 20; vekdc decompress -o y x.gz", "y: File too large");
+    EXPECT_EQ(
+        run("vekdc decompress -c x.gz | head -c 10 > /dev/null; exit ${PIPESTATUS[0]}").status,
+        128 + SIGPIPE);
+    bad("trap '' PIPE; vekdc decompress -c x.gz | head -c 10 > /dev/null; exit ${PIPESTATUS[0]}",
+        "standard output: Broken pipe");
+}
+
+TEST_F(Program, ASignalRemovesTheTemporary) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        int ends[2];
+        ASSERT_EQ(pipe(ends), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            dup2(ends[0], STDIN_FILENO);
+            close(ends[0]);
+            close(ends[1]);
+            const std::string out = path("out.gz");
+            execl(tool().c_str(), "vekdc", "compress", "-o", out.c_str(), nullptr);
+            _exit(127);
+        }
+        close(ends[0]);
+        while (files().empty()) usleep(1000);
+        EXPECT_EQ(files().count("out.gz"), 0U);
+        kill(child, number);
+        int status = 0;
+        waitpid(child, &status, 0);
+        close(ends[1]);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == number);
+        EXPECT_TRUE(files().empty());
+    }
+}
+
+TEST_F(Program, ProgressAndReports) {
+    write("x", plain_);
+    good("vekdc compress x");
+    const std::string drawn = run("vekdc test --progress x.gz").err;
+    EXPECT_TRUE(
+        contains(drawn, "x\\.gz +[0-9]+% \\[#* *\\]  [0-9.]+ [kMGT]?B/s  [0-9]+:[0-9][0-9] left"))
+        << drawn;
+    EXPECT_TRUE(drawn.ends_with("\r\x1b[K"));
+    EXPECT_TRUE(
+        contains(run("vekdc test --progress < <(cat x.gz)").err, "standard input  [0-9.]+ kB  "));
+    EXPECT_EQ(run("vekdc test --progress --quiet x.gz").err, "");
+    EXPECT_TRUE(matches(run("vekdc test -v x.gz").err, "x.gz: good\n"));
+    EXPECT_TRUE(matches(run("vekdc decompress -vo y x.gz").err,
+                        "x.gz: [0-9]+ -> " + std::to_string(plain_.size()) + " bytes, .*/s\n"));
+    const std::string info = good(
+        "cat x.gz x.gz > m.gz; touch -d '2001-02-03 04:05:06 UTC' x; vekdc compress -fo n.gz x; "
+        "cat n.gz >> m.gz; vekdc info m.gz");
+    EXPECT_NE(info.find("3 members"), std::string::npos) << info;
+    EXPECT_NE(info.find("2001-02-03 04:05:06"), std::string::npos) << info;
+    EXPECT_NE(info.find(vekdc::hex32(vekdc::kCrc32.update(0, plain_))), std::string::npos) << info;
+    EXPECT_NE(
+        good("vekdc compress --format zlib -c x | vekdc info").find(std::to_string(plain_.size())),
+        std::string::npos);
+    EXPECT_NE(good("vekdc --version").find("vekDC"), std::string::npos);
+}
+
+TEST_F(Program, Sums) {
+    good("printf 123456789 > nine");
+    EXPECT_EQ(good("vekdc sum nine"), "cbf43926  nine\n");
+    EXPECT_EQ(good("vekdc sum -a crc32c - < nine"), "e3069283  -\n");
+    EXPECT_EQ(good("vekdc sum -a bzip2 nine"), "fc891918  nine\n");
+    EXPECT_EQ(good("vekdc sum --algorithm adler32 nine nine"), "091e01de  nine\n091e01de  nine\n");
+    good("vekdc sum nine > list; vekdc sum --check --quiet list");
+    EXPECT_EQ(run("echo x >> nine; vekdc sum --check list; echo $?").out, "nine: FAILED\n1\n");
+    bad("echo junk | vekdc sum --check", "standard input: a line is not .*");
+    bad("vekdc sum absent", "absent: No such file or directory");
+}
+
+TEST_F(Program, CommandLineMistakes) {
+    write("x", plain_);
+    for (const char* command :
+         {"vekdc", "vekdc squash x", "vekdc compress --level 3 x", "vekdc compress -j 257 x",
+          "vekdc compress --format rar x", "vekdc sum -a md5 x", "vekdc compress -c -o y x",
+          "vekdc compress -k --remove x", "vekdc compress -o y x x"})
+        bad(command, ".*\\(see vekdc --help\\)");
+}
+
+// What a job may take in all: the program, its library, and the buffers of a long input.
+TEST_F(Program, MemoryIsBounded) {
+#ifndef __SANITIZE_ADDRESS__
+    good("head -c 30000000 /dev/zero > long; vekdc compress -9 long");
+    for (const auto& [arguments, jobs] : {std::pair{"compress -c -9", 1},
+                                          {"compress -c -1 -j 3", 3},
+                                          {"decompress -c --force", 1}}) {
+        const std::string file = path(std::string(arguments).starts_with("c") ? "long" : "long.gz");
+        const std::string command =
+            "exec " + tool() + " " + arguments + " " + file + " > /dev/null";
+        const pid_t child = fork();
+        if (child == 0) {
+            execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+            _exit(127);
+        }
+        int status = 0;
+        rusage usage{};
+        wait4(child, &status, 0, &usage);
+        EXPECT_EQ(status, 0);
+        EXPECT_LT(usage.ru_maxrss, 16 * 1024 * jobs) << arguments;
+    }
+#endif
+}
+
+}  // namespace

@@ -1,0 +1,11 @@
+// The one instance of every format. A new format adds its line here and in registry.cpp.
+#pragma once
+
+#include "tools/vekdc/format.h"
+
+namespace vekdc {
+
+const Format& gzFormat();
+const Format& zlibFormat();
+
+}  // namespace vekdc
