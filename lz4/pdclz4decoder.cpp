@@ -70,6 +70,10 @@ inline void repeatShort(uint8_t* out, size_t offset, size_t length) {
     } while (out < end);
 }
 
+inline void copy64(uint8_t* out, const uint8_t* from) {
+    for (int i = 0; i < 64; i += 16) copy16(out + i, from + i);
+}
+
 /// Copies `length` bytes in steps of 32, and so up to 31 more. The source is at least 16 bytes off.
 inline void copyWide(uint8_t* out, const uint8_t* from, size_t length) {
     uint8_t* const end = out + length;
@@ -262,7 +266,9 @@ template <class History>
             }
             match += *in;
             if (match < shortExtended && out + match <= limits.outFast) [[likely]] {
-                copyWide(out, out - offset, match);
+                copy64(out, out - offset);
+                if (match > 64) [[unlikely]]
+                    copyWide(out + 64, out + 64 - offset, match - 64);
                 ++in;
                 out += match;
                 continue;
