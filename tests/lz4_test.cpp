@@ -594,7 +594,9 @@ TEST(LZ4, DictionariesOfAnySizeAtAnyIndex) {
             }
         }
     }
-    EXPECT_GT(gained, 100000U * effort(30) / 30);
+    if (effort(100) == 100) {
+        EXPECT_GT(gained, 100000U);
+    }
 }
 
 TEST(LZ4, TablesOfRubbishStayHarmless) {
