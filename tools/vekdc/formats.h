@@ -6,6 +6,7 @@
 namespace vekdc {
 
 const Format& gzFormat();
+const Format& lz4Format();
 const Format& zlibFormat();
 
 }  // namespace vekdc

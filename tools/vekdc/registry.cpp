@@ -9,7 +9,7 @@
 namespace vekdc {
 
 const std::vector<const Format*>& formats() {
-    static const std::vector<const Format*> all = {&gzFormat(), &zlibFormat()};
+    static const std::vector<const Format*> all = {&gzFormat(), &lz4Format(), &zlibFormat()};
     return all;
 }
 
