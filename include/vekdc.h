@@ -116,6 +116,182 @@ const VekLibraryVersion* vekdcGetLibVersion(void);
  * Bzip2
  * --------------------------------------------------------------------------------------------- */
 
+/**
+ * State of the run-length stage, 264 bytes; one layout serves both directions. The format: a run of 4
+ * to 259 equal bytes is written as the byte four times and a byte holding the run's length less 4.
+ */
+typedef struct Bz2RleState {
+    uint8_t inUse[256]; /**< Encoder: entry v is 1 once value v has been written. Decoder: unused. */
+    int32_t symbol;     /**< Last value taken (encoder), value of the open run (decoder); -1: none. */
+    int32_t runCount;   /**< Length of the open run (encoder), bytes still to write (decoder). */
+} Bz2RleState;
+
+/**
+ * Size of ::Bz2RleState in bytes.
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksRLEGetSize_BZ2_8u(int32_t* pSize);
+
+/**
+ * Prepares a state for a new block: nothing in use, no open run.
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksEncodeRLEInit_BZ2_8u(Bz2RleState* pState);
+
+/**
+ * Run-length codes as much of the input as fits.
+ *
+ * @param ppSrc    in/out: next input byte
+ * @param pSrcLen  in/out: input bytes left, at least 1 on entry
+ * @param pDst     output; the pointer is not advanced
+ * @param pDstLen  in: room, at least 1; out: bytes written
+ * @param pState   prepared by veksEncodeRLEInit_BZ2_8u(); an open run stays in it between calls
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when input is left; ::vekStatusNullPointer (also
+ *         for a null `*ppSrc`); ::vekStatusBadSize.
+ */
+VekStatus veksEncodeRLE_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
+                               int32_t* pDstLen, Bz2RleState* pState);
+
+/**
+ * Ends a block: writes the count byte of an open run of 4 and more, if there is one.
+ *
+ * @param pDst     output
+ * @param pDstLen  in: room, at least 1; out: 0 or 1, the bytes written
+ * @param pState   the block's state; the symbol stays
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksEncodeRLEFlush_BZ2_8u(uint8_t* pDst, int32_t* pDstLen, Bz2RleState* pState);
+
+/**
+ * Copies the state's 256-entry in-use table; the two areas may overlap.
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksRLEGetInUseTable_8u(uint8_t* pInUse, const Bz2RleState* pState);
+
+/**
+ * Prepares a state for decoding a block. The in-use table is not touched.
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksDecodeRLEStateInit_BZ2_8u(Bz2RleState* pState);
+
+/**
+ * Expands run-coded input, the whole of a block's or what an earlier call left of it.
+ *
+ * The last three bytes of a call's input begin no run and are copied as they are, so a block's input
+ * must not be cut; its output may be cut anywhere. Every byte sequence is valid.
+ *
+ * @param ppSrc    in/out: next input byte
+ * @param pSrcLen  in/out: input bytes left, at least 1 on entry
+ * @param ppDst    in/out: next output byte
+ * @param pDstLen  in/out: room left, at least 1 on entry
+ * @param pState   prepared by veksDecodeRLEStateInit_BZ2_8u(); holds what is left of a run
+ * @return ::vekStatusOk, also when the room ended between two units with input left (see `*pSrcLen`);
+ *         ::vekStatusDestinationFull when the room ended among literals or inside a run;
+ *         ::vekStatusNullPointer (also for null inner pointers); ::vekStatusBadSize.
+ */
+VekStatus veksDecodeRLEState_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
+                                    int32_t* pDstLen, Bz2RleState* pState);
+
+/**
+ * Writes what is left of a run, without further input.
+ *
+ * @param pState   the block's state
+ * @param ppDst    in/out: next output byte
+ * @param pDstLen  in/out: room left
+ * @return ::vekStatusOk when nothing is left; ::vekStatusDestinationFull; ::vekStatusNullPointer (also
+ *         for a null `*ppDst`).
+ */
+VekStatus veksDecodeRLEStateFlush_BZ2_8u(Bz2RleState* pState, uint8_t** ppDst, int32_t* pDstLen);
+
+/** State of a move-to-front coder, 256 bytes; each direction keeps its own. */
+typedef struct MtfState {
+    uint8_t table[256]; /**< Forward: position of each value. Inverse: value at each position. */
+} MtfState;
+
+/**
+ * Size of ::MtfState in bytes.
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksMTFGetSize_8u(int32_t* pSize);
+
+/**
+ * Sets a state, of either direction, to the identity.
+ * @return ::vekStatusOk; ::vekStatusNullPointer.
+ */
+VekStatus veksMTFInit_8u(MtfState* pState);
+
+/**
+ * Replaces each byte by its position in the list of values in order of last use.
+ *
+ * @param pSrc    `len` bytes
+ * @param pDst    `len` positions; may be `pSrc`
+ * @param len     at least 1
+ * @param pState  goes on from the call before
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, MtfState* pState);
+
+/** The inverse of veksMTFFwd_8u(): positions become bytes. Same arguments and statuses. */
+VekStatus veksMTFInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, MtfState* pState);
+
+/**
+ * Makes a block's alphabet dense, in place: each byte becomes its rank among the values in use.
+ *
+ * @param pInUse   256 entries, 1 for a value that occurs, else 0
+ * @param pSrcDst  `len` bytes; values that are not in use take the rank of the next value that is
+ * @param len      at least 1
+ * @param pSize    receives the number of values in use
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksReduceDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int32_t len,
+                                    int32_t* pSize);
+
+/**
+ * The inverse of veksReduceDictionary_8u_I().
+ *
+ * @param pInUse   256 entries, 1 for a value in use, else 0
+ * @param pSrcDst  `len` ranks, replaced by their values
+ * @param len      at least 1
+ * @param size     number of values in use, at least 1
+ * @return ::vekStatusOk; ::vekStatusError when `size` is not that number, the block untouched;
+ *         ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksExpandDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int32_t len,
+                                    int32_t size);
+
+/**
+ * Codes runs of zeros as numbers in bijective base 2, and counts the symbols.
+ *
+ * Symbols 0 and 1 are the digits, worth 1 and 2 times 2^k, least significant first; a value b from 1 to
+ * 255 becomes b + 1. A run that does not fit the room, with a slot to spare when a value follows, is cut
+ * to what fits and the call ends. A block whose room is its length or more is never cut; pieces of a cut
+ * run must not be joined into one symbol stream, where they would read as one longer number.
+ *
+ * @param ppSrc    in/out: next input byte
+ * @param pSrcLen  in/out: input bytes left, at least 1 on entry
+ * @param pDst     output symbols
+ * @param pDstLen  in: room in symbols, at least 1; out: symbols written
+ * @param pFreq    257 counters or more, added to
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when input is left; ::vekStatusNullPointer (also
+ *         for a null `*ppSrc`); ::vekStatusBadSize.
+ */
+VekStatus veksEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen, uint16_t* pDst,
+                                   int32_t* pDstLen, uint32_t* pFreq);
+
+/**
+ * The inverse of veksEncodeZ1Z2_BZ2_8u16u(). Give it the whole block's room: the digits of a run that
+ * does not fit count as consumed.
+ *
+ * @param ppSrc    in/out: next symbol
+ * @param pSrcLen  in/out: symbols left, at least 1 on entry
+ * @param pDst     output bytes
+ * @param pDstLen  in: room, at least 1; out: bytes written
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when the room did not suffice or symbols are left;
+ *         ::vekStatusNullPointer (also for a null `*ppSrc`); ::vekStatusBadSize.
+ */
+VekStatus veksDecodeZ1Z2_BZ2_16u8u(const uint16_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
+                                   int32_t* pDstLen);
+
 /* (bzip2 end) */
 
 /* ------------------------------------------------------------------------------------------------
