@@ -117,13 +117,15 @@ const VekLibraryVersion* vekdcGetLibVersion(void);
  * --------------------------------------------------------------------------------------------- */
 
 /**
- * State of the run-length stage, 264 bytes; one layout serves both directions. The format: a run of 4
- * to 259 equal bytes is written as the byte four times and a byte holding the run's length less 4.
+ * State of the run-length stage, 264 bytes; one layout serves both directions. The format: a run of
+ * 4 to 259 equal bytes is written as the byte four times and a byte holding the run's length
+ * less 4.
  */
 typedef struct Bz2RleState {
-    uint8_t inUse[256]; /**< Encoder: entry v is 1 once value v has been written. Decoder: unused. */
-    int32_t symbol;     /**< Last value taken (encoder), value of the open run (decoder); -1: none. */
-    int32_t runCount;   /**< Length of the open run (encoder), bytes still to write (decoder). */
+    uint8_t
+        inUse[256];   /**< Encoder: entry v is 1 once value v has been written. Decoder: unused. */
+    int32_t symbol;   /**< Last value taken (encoder), value of the open run (decoder); -1: none. */
+    int32_t runCount; /**< Length of the open run (encoder), bytes still to write (decoder). */
 } Bz2RleState;
 
 /**
@@ -146,8 +148,8 @@ VekStatus veksEncodeRLEInit_BZ2_8u(Bz2RleState* pState);
  * @param pDst     output; the pointer is not advanced
  * @param pDstLen  in: room, at least 1; out: bytes written
  * @param pState   prepared by veksEncodeRLEInit_BZ2_8u(); an open run stays in it between calls
- * @return ::vekStatusOk; ::vekStatusDestinationFull when input is left; ::vekStatusNullPointer (also
- *         for a null `*ppSrc`); ::vekStatusBadSize.
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when input is left; ::vekStatusNullPointer
+ * (also for a null `*ppSrc`); ::vekStatusBadSize.
  */
 VekStatus veksEncodeRLE_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
                                int32_t* pDstLen, Bz2RleState* pState);
@@ -177,15 +179,16 @@ VekStatus veksDecodeRLEStateInit_BZ2_8u(Bz2RleState* pState);
 /**
  * Expands run-coded input, the whole of a block's or what an earlier call left of it.
  *
- * The last three bytes of a call's input begin no run and are copied as they are, so a block's input
- * must not be cut; its output may be cut anywhere. Every byte sequence is valid.
+ * The last three bytes of a call's input begin no run and are copied as they are, so a block's
+ * input must not be cut; its output may be cut anywhere. Every byte sequence is valid.
  *
  * @param ppSrc    in/out: next input byte
  * @param pSrcLen  in/out: input bytes left, at least 1 on entry
  * @param ppDst    in/out: next output byte
  * @param pDstLen  in/out: room left, at least 1 on entry
  * @param pState   prepared by veksDecodeRLEStateInit_BZ2_8u(); holds what is left of a run
- * @return ::vekStatusOk, also when the room ended between two units with input left (see `*pSrcLen`);
+ * @return ::vekStatusOk, also when the room ended between two units with input left (see
+ * `*pSrcLen`);
  *         ::vekStatusDestinationFull when the room ended among literals or inside a run;
  *         ::vekStatusNullPointer (also for null inner pointers); ::vekStatusBadSize.
  */
@@ -198,8 +201,8 @@ VekStatus veksDecodeRLEState_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uin
  * @param pState   the block's state
  * @param ppDst    in/out: next output byte
  * @param pDstLen  in/out: room left
- * @return ::vekStatusOk when nothing is left; ::vekStatusDestinationFull; ::vekStatusNullPointer (also
- *         for a null `*ppDst`).
+ * @return ::vekStatusOk when nothing is left; ::vekStatusDestinationFull; ::vekStatusNullPointer
+ * (also for a null `*ppDst`).
  */
 VekStatus veksDecodeRLEStateFlush_BZ2_8u(Bz2RleState* pState, uint8_t** ppDst, int32_t* pDstLen);
 
@@ -262,35 +265,155 @@ VekStatus veksExpandDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int
 /**
  * Codes runs of zeros as numbers in bijective base 2, and counts the symbols.
  *
- * Symbols 0 and 1 are the digits, worth 1 and 2 times 2^k, least significant first; a value b from 1 to
- * 255 becomes b + 1. A run that does not fit the room, with a slot to spare when a value follows, is cut
- * to what fits and the call ends. A block whose room is its length or more is never cut; pieces of a cut
- * run must not be joined into one symbol stream, where they would read as one longer number.
+ * Symbols 0 and 1 are the digits, worth 1 and 2 times 2^k, least significant first; a value b from
+ * 1 to 255 becomes b + 1. A run that does not fit the room, with a slot to spare when a value
+ * follows, is cut to what fits and the call ends. A block whose room is its length or more is never
+ * cut; pieces of a cut run must not be joined into one symbol stream, where they would read as one
+ * longer number.
  *
  * @param ppSrc    in/out: next input byte
  * @param pSrcLen  in/out: input bytes left, at least 1 on entry
  * @param pDst     output symbols
  * @param pDstLen  in: room in symbols, at least 1; out: symbols written
  * @param pFreq    257 counters or more, added to
- * @return ::vekStatusOk; ::vekStatusDestinationFull when input is left; ::vekStatusNullPointer (also
- *         for a null `*ppSrc`); ::vekStatusBadSize.
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when input is left; ::vekStatusNullPointer
+ * (also for a null `*ppSrc`); ::vekStatusBadSize.
  */
 VekStatus veksEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen, uint16_t* pDst,
                                    int32_t* pDstLen, uint32_t* pFreq);
 
 /**
- * The inverse of veksEncodeZ1Z2_BZ2_8u16u(). Give it the whole block's room: the digits of a run that
- * does not fit count as consumed.
+ * The inverse of veksEncodeZ1Z2_BZ2_8u16u(). Give it the whole block's room: the digits of a run
+ * that does not fit count as consumed.
  *
  * @param ppSrc    in/out: next symbol
  * @param pSrcLen  in/out: symbols left, at least 1 on entry
  * @param pDst     output bytes
  * @param pDstLen  in: room, at least 1; out: bytes written
- * @return ::vekStatusOk; ::vekStatusDestinationFull when the room did not suffice or symbols are left;
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when the room did not suffice or symbols are
+ * left;
  *         ::vekStatusNullPointer (also for a null `*ppSrc`); ::vekStatusBadSize.
  */
 VekStatus veksDecodeZ1Z2_BZ2_16u8u(const uint16_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
                                    int32_t* pDstLen);
+
+/*
+ * Huffman coding of a block's symbols. Both directions share the caller's bit accumulator: a 32-bit
+ * word of pending bits, the next one in bit 31, and their number, 0 to 32.
+ */
+
+/** Code tables and table choices of one block; see veksEncodeHuffGetSize_BZ2_16u8u(). */
+typedef struct Bz2HuffEncState Bz2HuffEncState;
+
+/**
+ * Size in bytes of the encoder's record for a block of `len` symbols, at least 1.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksEncodeHuffGetSize_BZ2_16u8u(int32_t len, int32_t* pSize);
+
+/**
+ * Builds the two to six code tables of a block and chooses one for each 50 symbols.
+ *
+ * @param alphaSize  symbols in the alphabet, end of block included: 1 to 258
+ * @param pFreq      `alphaSize` frequencies
+ * @param pSrc       the block's symbols, each below `alphaSize`, end of block included
+ * @param len        their number, 1 to 1638350
+ * @param pState     record of the size that the query gives for `len`
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksEncodeHuffInit_BZ2_16u8u(int32_t alphaSize, const uint32_t* pFreq,
+                                       const uint16_t* pSrc, int32_t len, Bz2HuffEncState* pState);
+
+/**
+ * Writes the tables' description: number of tables and groups, choices, code lengths.
+ *
+ * @param pCode         in/out: accumulator
+ * @param pCodeLenBits  in/out: its pending bits; fewer than 8 remain where the room is not used up
+ * @param pDst          output
+ * @param pDstLen       in: room, at least 1; out: bytes written
+ * @param pState        the block's record
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when more than 32 bits would remain: the
+ * accumulator is untouched, and the call is to be repeated with more room; ::vekStatusNullPointer;
+ *         ::vekStatusBadSize; ::vekStatusError for a record that was not prepared.
+ */
+VekStatus veksPackHuffContext_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, uint8_t* pDst,
+                                        int32_t* pDstLen, const Bz2HuffEncState* pState);
+
+/**
+ * Writes a whole block's symbols.
+ *
+ * @param pCode         in/out: accumulator
+ * @param pCodeLenBits  in/out: its pending bits; fewer than 8 remain where the room is not used up
+ * @param ppSrc         in/out: the symbols that the record was prepared from
+ * @param pSrcLen       in/out: their number, at least 0
+ * @param pDst          output
+ * @param pDstLen       in: room, at least 1; out: bytes written
+ * @param pState        the block's record
+ * @return As veksPackHuffContext_BZ2_16u8u(); after ::vekStatusDestinationFull source and
+ * accumulator are as they were. ::vekStatusBadSize also for symbols that the record does not cover.
+ */
+VekStatus veksEncodeHuff_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, const uint16_t** ppSrc,
+                                   int32_t* pSrcLen, uint8_t* pDst, int32_t* pDstLen,
+                                   const Bz2HuffEncState* pState);
+
+/** Decoding tables, table choices and position; see veksDecodeHuffGetSize_BZ2_8u16u(). */
+typedef struct Bz2HuffDecState Bz2HuffDecState;
+
+/**
+ * Size in bytes of the decoder's record for blocks of up to `len` symbols, at least 1.
+ *
+ * A stream names its own number of groups, up to 32767, and the record must hold them all: callers
+ * of input that they do not trust size the record for 32767 * 50 symbols.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksDecodeHuffGetSize_BZ2_8u16u(int32_t len, int32_t* pSize);
+
+/**
+ * Prepares a record for a block.
+ *
+ * @param alphaSize  symbols in the alphabet, end of block included: 1 to 258
+ * @param pState     record
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksDecodeHuffInit_BZ2_8u16u(int32_t alphaSize, Bz2HuffDecState* pState);
+
+/**
+ * Reads the tables' description and builds the decoding tables; stops and resumes at any bit.
+ *
+ * @param pCode         in/out: accumulator
+ * @param pCodeLenBits  in/out: its pending bits
+ * @param ppSrc         in/out: next input byte
+ * @param pSrcLen       in/out: input bytes left, at least 1 on entry
+ * @param pState        prepared record
+ * @return ::vekStatusOk when all is read; ::vekStatusSourceIncomplete: call again with more input;
+ *         ::vekStatusSourceDataError for a description that is corrupt; ::vekStatusError for a
+ * record in an impossible phase; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksUnpackHuffContext_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits,
+                                          const uint8_t** ppSrc, int32_t* pSrcLen,
+                                          Bz2HuffDecState* pState);
+
+/**
+ * Decodes a block's symbols up to its end-of-block symbol; stops and resumes between any two.
+ *
+ * Twenty bits are held before each symbol, so the stream's bytes behind the block must be at hand.
+ *
+ * @param pCode         in/out: accumulator
+ * @param pCodeLenBits  in/out: its pending bits
+ * @param ppSrc         in/out: next input byte
+ * @param pSrcLen       in/out: input bytes left, at least 0
+ * @param pDst          output symbols
+ * @param pDstLen       in: room in symbols, at least 1; out: symbols decoded. End of block is
+ * stored behind them, in the room, and not counted
+ * @param pState        record whose tables are built
+ * @return ::vekStatusOk at the end of block; ::vekStatusSourceIncomplete;
+ * ::vekStatusDestinationFull;
+ *         ::vekStatusError for a code that no symbol has or more symbols than the groups cover;
+ *         ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const uint8_t** ppSrc,
+                                   int32_t* pSrcLen, uint16_t* pDst, int32_t* pDstLen,
+                                   Bz2HuffDecState* pState);
 
 /* (bzip2 end) */
 
