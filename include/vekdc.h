@@ -415,6 +415,53 @@ VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const
                                    int32_t* pSrcLen, uint16_t* pDst, int32_t* pDstLen,
                                    Bz2HuffDecState* pState);
 
+/**
+ * Size in bytes of the work buffer of veksBWTInv_8u() for a block of `len` bytes, at least 1.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksBWTInvGetSize_8u(int32_t len, int32_t* pSize);
+
+/**
+ * Inverts a block sort (Burrows and Wheeler, 1994).
+ *
+ * @param pSrc     last column of the sorted rotations, `len` bytes
+ * @param pDst     receives the block, `len` bytes; may be `pSrc` for blocks of up to 2^24 bytes
+ * @param len      at least 1
+ * @param index    primary index: row of the unrotated block, 0 to `len` - 1
+ * @param pBuffer  work buffer of the size that the query gives, any alignment
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksBWTInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t index,
+                        uint8_t* pBuffer);
+
+/**
+ * Size in bytes of the work buffer of veksDecodeBlock_BZ2_16u8u() for a capacity of `blockSize`
+ * bytes, 0 to 2^24 - 1.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksDecodeBlockGetSize_BZ2_8u(int32_t blockSize, int32_t* pSize);
+
+/**
+ * Decodes a block's symbols to what the run-length stage expands: zero runs, move-to-front, symbol
+ * map and block sort in one.
+ *
+ * @param pSrc      the block's symbols without end of block
+ * @param srcLen    their number, at least 1
+ * @param pDst      receives the block; written only on success
+ * @param pDstLen   in: capacity, below 2^24; out: length of the block, or of what was decoded
+ * before an error
+ * @param index     primary index, 0 to the capacity - 1
+ * @param dictSize  number of values in use, 0 to 256
+ * @param pInUse    256 entries, above 0 (as signed bytes) for values in use. When their number is
+ * not `dictSize` nothing is written, `*pDstLen` stays, and the status is ::vekStatusOk
+ * @param pBuffer   work buffer of the size that the query gives for the capacity, any alignment
+ * @return ::vekStatusOk; ::vekStatusError for a block beyond the capacity, a symbol without a value
+ * or an index at or beyond the length; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksDecodeBlock_BZ2_16u8u(const uint16_t* pSrc, int32_t srcLen, uint8_t* pDst,
+                                    int32_t* pDstLen, int32_t index, int32_t dictSize,
+                                    const uint8_t* pInUse, uint8_t* pBuffer);
+
 /* (bzip2 end) */
 
 /* ------------------------------------------------------------------------------------------------
