@@ -118,6 +118,52 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     } while (dst < end);
 }
 
+/// What stood behind the output before wide copies ran over it.
+///
+/// Callers may keep something of their own behind the last byte they get, so it is put back at the
+/// end. The bytes are saved 32 at a time, before a copy first reaches them: one save for every 32
+/// bytes of output.
+class SavedRoom {
+ public:
+    /// How far beyond its match a copy's end may be when it is saved: the copy's slack and a save.
+    static constexpr ptrdiff_t reach = 2 * copySlack;
+
+    explicit SavedRoom(uint8_t* output) : start_(output), end_(output) {}
+
+    /// Makes a wide copy that ends its match at `matchEnd` safe; reach bytes of room follow there.
+    void prepare(uint8_t* matchEnd) {
+        if (end_ - matchEnd < copySlack) [[unlikely]]
+            save(matchEnd);
+    }
+
+    /// Puts back what was behind `output`, the end of what was decoded.
+    void restore(uint8_t* output) const {
+        if (output < end_)
+            std::memcpy(output, bytes_ + (output - start_), static_cast<size_t>(end_ - output));
+    }
+
+ private:
+    void save(uint8_t* matchEnd) {
+        // What is saved of the bytes behind the match stays, moved to the front; below 32 of them.
+        uint8_t* const from = std::max(end_, matchEnd);
+        if (from != matchEnd) copy32(bytes_, bytes_ + (matchEnd - start_));
+        copy32(bytes_ + (from - matchEnd), from);
+        start_ = matchEnd;
+        end_ = from + copySlack;
+    }
+
+    static void copy32(uint8_t* dst, const uint8_t* src) {
+        const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
+        const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 16));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), low);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 16), high);
+    }
+
+    uint8_t* start_;
+    uint8_t* end_;
+    uint8_t bytes_[3 * copySlack];
+};
+
 /// Decodes whole symbols; fastPossible() holds. Ends at a symbol, or at a match's copy.
 template <class Tables>
 [[gnu::noinline]] void runFast(Run& run, const Tables tables) {
@@ -128,7 +174,9 @@ template <class Tables>
     const uint8_t* const srcSafe = run.srcEnd - fastSource;
     uint8_t* const dstSafe = run.dstEnd - fastRoom;
     const uint8_t* const dstStart = run.dstStart;
-    uint8_t* const dstWide = run.dstEnd - dst >= copySlack ? run.dstEnd - copySlack : dst;
+    uint8_t* const dstWide =
+        run.dstEnd - dst >= SavedRoom::reach ? run.dstEnd - SavedRoom::reach : dst;
+    SavedRoom room(dst);
 
     const auto refill = [&] {
         bits |= vek::load<Word>(src) << (count % wordBits);
@@ -199,6 +247,7 @@ template <class Tables>
 
         uint8_t* const end = dst + length;
         if (distance - 1 < static_cast<size_t>(dst - dstStart) && end <= dstWide) [[likely]] {
+            room.prepare(end);
             copyWide(dst, distance, length);
             dst = end;
         } else {
@@ -213,6 +262,7 @@ template <class Tables>
         }
     }
 
+    room.restore(dst);
     // Back to whole bytes in the source, as far as they are this call's.
     count %= wordBits;
     const auto unread = std::min<ptrdiff_t>(count / 8, src - run.src);

@@ -537,9 +537,8 @@ VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeL
  * before `*ppDst`, then into the window. The window is circular: its newest byte, which is the byte
  * right before `*ppDst - dstIdx`, stands at `winIdx - 1`, older ones before it, wrapping round from
  * the start to the end. The decoder only reads it; keeping it up to date is the caller's part. A
- * distance beyond all that history is corrupt data. Within the room,
- * bytes behind the last one written may be overwritten too (the copies are wide), so the window
- * must not lie there; nothing outside `*pDstLen` bytes is touched.
+ * distance beyond all that history is corrupt data. On return nothing behind the last byte written
+ * has changed; while the call runs the room is the decoder's, so the window must not lie in it.
  *
  * @param ppSrc         In: next source byte; out: first byte not consumed.
  * @param pSrcLen       In/out: source bytes left; may be 0.
@@ -1186,20 +1185,20 @@ VekStatus veksEncodeLZ4HCDictLimit_8u(const uint8_t* pSrc, int srcIdx, int* pSrc
 
 /*
  * LZO1X, the format of the LZO library (M. F. X. J. Oberhumer), in one call a buffer. Lengths are
- * unsigned. The encoder's record is veksEncodeLZOGetSize() bytes, opaque, aligned to 4; it may serve any
- * number of buffers after one Init, one at a time.
+ * unsigned. The encoder's record is veksEncodeLZOGetSize() bytes, opaque, aligned to 4; it may
+ * serve any number of buffers after one Init, one at a time.
  *
- * Container: both decoders also accept up to 32 independent streams behind a small header: byte 0x55,
- * n (1..32), n XOR 0x55, the total expanded length T (32-bit, little-endian), the compressed lengths of
- * all streams but the last, then the streams. Stream k expands to T / n bytes at offset k * (T / n),
- * the last also to the remainder. It is recognised when the header is consistent and the first stream
- * ends in 0x11 0x00 0x00. With n = 1 the word that the decoders check at offset 7 already belongs to the
- * stream, so a container of one part may not be recognised as one.
+ * Container: both decoders also accept up to 32 independent streams behind a small header: byte
+ * 0x55, n (1..32), n XOR 0x55, the total expanded length T (32-bit, little-endian), the compressed
+ * lengths of all streams but the last, then the streams. Stream k expands to T / n bytes at offset
+ * k * (T / n), the last also to the remainder. It is recognised when the header is consistent and
+ * the first stream ends in 0x11 0x00 0x00. With n = 1 the word that the decoders check at offset 7
+ * already belongs to the stream, so a container of one part may not be recognised as one.
  */
 
 /**
- * Room that always suffices to encode `len` bytes as one stream, whatever they are, for every method.
- * Add 16 * n bytes for a container of n parts.
+ * Room that always suffices to encode `len` bytes as one stream, whatever they are, for every
+ * method. Add 16 * n bytes for a container of n parts.
  *
  * @param len the source's length, at most 4042322000.
  */
@@ -1226,62 +1225,64 @@ VekStatus veksEncodeLZOGetSize(int32_t method, uint32_t maxInputLen, uint32_t* p
  * @param method 0, 1 or 2; see veksEncodeLZOGetSize().
  * @param maxInputLen not used.
  * @param pState the record.
- * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadArgument for another method (the record
- *         is then untouched).
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadArgument for another method (the
+ * record is then untouched).
  */
 VekStatus veksEncodeLZOInit_8u(int32_t method, uint32_t maxInputLen, void* pState);
 
 /**
  * Compresses a buffer into one LZO1X stream that ends in 0x11 0x00 0x00.
  *
- * The capacity bounds what the match finder writes, and the literals behind the last match. That last
- * run's header (at most 2 + t / 255 bytes for t literals) and the end instruction (3 bytes) are written
- * without a look at the capacity: give vekLZOEncodeBound() bytes, or have 5 + capacity / 255 bytes more
- * behind the capacity you state.
+ * The capacity bounds what the match finder writes, and the literals behind the last match. That
+ * last run's header (at most 2 + t / 255 bytes for t literals) and the end instruction (3 bytes)
+ * are written without a look at the capacity: give vekLZOEncodeBound() bytes, or have 5 + capacity
+ * / 255 bytes more behind the capacity you state.
  *
  * @param src the data, `srcLen` bytes.
  * @param srcLen 0 writes nothing, not even an end instruction.
  * @param dst receives the stream; must not overlap `src`.
  * @param pDstLen in: the capacity of `dst`; out: the bytes written.
- * @param pState a prepared record. What its table holds from earlier buffers can change the output but
- *        not its correctness.
- * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadArgument for a record with an unknown
- *         method or part count; ::vekStatusDestinationFull when room ran out: `*pDstLen` bytes are then
- *         whole instructions without an end, which decode to the beginning of the data.
+ * @param pState a prepared record. What its table holds from earlier buffers can change the output
+ * but not its correctness.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadArgument for a record with an
+ * unknown method or part count; ::vekStatusDestinationFull when room ran out: `*pDstLen` bytes are
+ * then whole instructions without an end, which decode to the beginning of the data.
  */
 VekStatus veksEncodeLZO_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pDstLen,
                            void* pState);
 
 /**
  * Expands a stream or container that the caller trusts. Nothing outside `src` and the capacity is
- * written, nor read when the stream is good; distances are not checked, so a broken stream can make it
- * read before `dst`. It stops at the end instruction, at the end of the source, and at the capacity.
+ * written, nor read when the stream is good; distances are not checked, so a broken stream can make
+ * it read before `dst`. It stops at the end instruction, at the end of the source, and at the
+ * capacity.
  *
  * @param src the stream or container, `srcLen` bytes; 0 bytes expand to nothing.
  * @param srcLen bytes at `src`.
- * @param dst receives the data; must not overlap `src`. For a container it must hold all T bytes: the
- *        capacity is then not looked at.
+ * @param dst receives the data; must not overlap `src`. For a container it must hold all T bytes:
+ * the capacity is then not looked at.
  * @param pDstLen in: the capacity of `dst`; out: the bytes written.
- * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusLzoBrokenStream only for a container whose
- *         part lengths pass the source.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusLzoBrokenStream only for a container
+ * whose part lengths pass the source.
  */
 VekStatus veksDecodeLZO_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pDstLen);
 
 /**
- * Expands a stream or container of any origin: as veksDecodeLZO_8u(), but reports whatever is wrong.
- * A container states its own length, T at offset 3: who cannot trust the source reads it first and
- * provides T bytes, or refuses sources that begin with 0x55.
+ * Expands a stream or container of any origin: as veksDecodeLZO_8u(), but reports whatever is
+ * wrong. A container states its own length, T at offset 3: who cannot trust the source reads it
+ * first and provides T bytes, or refuses sources that begin with 0x55.
  *
- * Bytes behind the end instruction are ignored. A stream may also end without one, behind a run of 4
- * or more literals.
+ * Bytes behind the end instruction are ignored. A stream may also end without one, behind a run of
+ * 4 or more literals.
  *
  * @param src,srcLen,dst,pDstLen as for veksDecodeLZO_8u().
- * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusLzoBrokenStream when the stream reads past
- *         the source, writes past the capacity or reaches before the data. A plain stream then leaves
- *         `*pDstLen` alone, with what was decoded in `dst`; a container decodes every part, counts 0
- *         for broken ones in `*pDstLen`, and has the status of the last that is broken.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusLzoBrokenStream when the stream reads
+ * past the source, writes past the capacity or reaches before the data. A plain stream then leaves
+ *         `*pDstLen` alone, with what was decoded in `dst`; a container decodes every part, counts
+ * 0 for broken ones in `*pDstLen`, and has the status of the last that is broken.
  */
-VekStatus veksDecodeLZOSafe_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pDstLen);
+VekStatus veksDecodeLZOSafe_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst,
+                               uint32_t* pDstLen);
 
 /* (LZO end) */
 
@@ -1295,12 +1296,12 @@ VekStatus veksDecodeLZOSafe_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst
  *     literal   9 bits: 1, the byte
  *     match    24 bits: 0, distance (15 bits, 1..32767), length - 3 (8 bits)
  *
- * The last byte is filled up with zero bits, which no decoder takes for a token. The format holds no
- * length and no checksum, and every bit pattern decodes to something: frame it yourself.
+ * The last byte is filled up with zero bits, which no decoder takes for a token. The format holds
+ * no length and no checksum, and every bit pattern decodes to something: frame it yourself.
  *
- * All of it is resumable: input and room may be cut anywhere. One record of veksLZSSGetSize_8u() bytes,
- * aligned as a pointer, serves either direction; each Init starts a new stream. It holds pointers into
- * itself and must not be moved. Streams may be of any length.
+ * All of it is resumable: input and room may be cut anywhere. One record of veksLZSSGetSize_8u()
+ * bytes, aligned as a pointer, serves either direction; each Init starts a new stream. It holds
+ * pointers into itself and must not be moved. Streams may be of any length.
  */
 
 /**
@@ -1328,15 +1329,15 @@ VekStatus veksLZSSGetSize_8u(int32_t* pSize);
 VekStatus veksEncodeLZSSInit_8u(void* pState);
 
 /**
- * Encodes input. Matches may reach 32767 bytes back into earlier calls' input; the last two bytes of
- * a call are always literals, so longer calls compress better.
+ * Encodes input. Matches may reach 32767 bytes back into earlier calls' input; the last two bytes
+ * of a call are always literals, so longer calls compress better.
  *
  * @param ppSrc,pSrcLen the input; advanced past what was consumed.
  * @param ppDst,pDstLen the room; advanced past the whole bytes written. Up to 46 bits stay in the
  *        record.
  * @param pState a prepared record.
- * @return ::vekStatusOk when all input was consumed; ::vekStatusDestinationFull when the room was or
- *         became full, also by the very last token; ::vekStatusNullPointer. No room (also a negative
+ * @return ::vekStatusOk when all input was consumed; ::vekStatusDestinationFull when the room was
+ * or became full, also by the very last token; ::vekStatusNullPointer. No room (also a negative
  *         one) is reported before input is looked at, no input returns ::vekStatusOk.
  */
 VekStatus veksEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
@@ -1348,8 +1349,8 @@ VekStatus veksEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** p
  *
  * @param ppDst,pDstLen the room, at least 1 byte; advanced.
  * @param pState the record.
- * @return ::vekStatusOk; ::vekStatusDestinationFull when the room became full, also by the last byte:
- *         call again; ::vekStatusNullPointer; ::vekStatusBadSize for no room.
+ * @return ::vekStatusOk; ::vekStatusDestinationFull when the room became full, also by the last
+ * byte: call again; ::vekStatusNullPointer; ::vekStatusBadSize for no room.
  */
 VekStatus veksEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, void* pState);
 
@@ -1361,14 +1362,15 @@ VekStatus veksEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, void* pState
 VekStatus veksDecodeLZSSInit_8u(void* pState);
 
 /**
- * Decodes tokens until input or room ends. A match that the room cuts is finished by the next call. A
- * distance beyond what was produced reads whatever the record holds, nothing outside it.
+ * Decodes tokens until input or room ends. A match that the room cuts is finished by the next call.
+ * A distance beyond what was produced reads whatever the record holds, nothing outside it.
  *
  * @param ppSrc,pSrcLen the input; advanced past the bytes of whole tokens, and of a last token that
  *        awaits more. A length below 1 is no input.
  * @param ppDst,pDstLen the room, at least 1 byte; advanced past what was written.
  * @param pState a prepared record.
- * @return ::vekStatusOk when the input is exhausted; ::vekStatusDestinationFull when the room is full;
+ * @return ::vekStatusOk when the input is exhausted; ::vekStatusDestinationFull when the room is
+ * full;
  *         ::vekStatusNullPointer; ::vekStatusBadSize for no room.
  */
 VekStatus veksDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
@@ -1388,9 +1390,9 @@ VekStatus veksDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** p
  * One record serves one stream in one direction. Every function but the size queries and the Inits
  * returns ::vekStatusStateMismatch for a record that no Init prepared.
  *
- * Four numbers govern a stream, and the decoder must be set to the encoder's: a block takes at least
- * minBits and at most maxBits bits (both equal: a fixed rate, so that blocks stand at known places),
- * keeps at most maxPrec bit planes, and drops planes below 2^minExp.
+ * Four numbers govern a stream, and the decoder must be set to the encoder's: a block takes at
+ * least minBits and at most maxBits bits (both equal: a fixed rate, so that blocks stand at known
+ * places), keeps at most maxPrec bit planes, and drops planes below 2^minExp.
  *
  * The method does not preserve infinities and NaNs: a block that holds one decodes to some values,
  * and its neighbours are not disturbed.
@@ -1406,8 +1408,8 @@ typedef struct ZfpState ZfpState;
 VekStatus veksEncodeZfpGetStateSize_32f(int32_t* pSize);
 
 /**
- * Prepares a record to write into a buffer, with minBits 0, maxBits 4171, maxPrec 64 and minExp -10740:
- * every plane of every value is kept.
+ * Prepares a record to write into a buffer, with minBits 0, maxBits 4171, maxPrec 64 and minExp
+ * -10740: every plane of every value is kept.
  *
  * @param[out] pDst   the buffer; it must stay in place until the stream is flushed.
  * @param      dstLen its length in bytes, at least 1.
@@ -1455,7 +1457,8 @@ VekStatus veksEncodeZfpGetCompressedSize_32f(const ZfpState* pState, int32_t* pS
 /** veksEncodeZfpGetCompressedSize_32f() for longer streams. */
 VekStatus veksEncodeZfpGetCompressedSizeLong_32f(const ZfpState* pState, int64_t* pSize);
 
-/** Bits written so far, those that are held in the record included. Arguments and results likewise. */
+/** Bits written so far, those that are held in the record included. Arguments and results likewise.
+ */
 VekStatus veksEncodeZfpGetCompressedBitSize_32f(const ZfpState* pState, int64_t* pSize);
 
 /**
@@ -1476,8 +1479,8 @@ VekStatus veksEncodeZfpFlush_32f(ZfpState* pState);
  * @param         srcPlaneStep bytes from one plane (z) to the next, likewise.
  * @param[in,out] pState       the record.
  * @return ::vekStatusOk, ::vekStatusNullPointer, ::vekStatusStateMismatch; ::vekStatusNoRoom when a
- *         word would pass the end: the words that fitted are stored, and the stream cannot go on. Up
- *         to 304 bytes behind the stream, never behind the buffer's end, may have been overwritten.
+ *         word would pass the end: the words that fitted are stored, and the stream cannot go on.
+ * Up to 304 bytes behind the stream, never behind the buffer's end, may have been overwritten.
  */
 VekStatus veksEncodeZfp444_32f(const float* pSrc, int32_t srcStep, int32_t srcPlaneStep,
                                ZfpState* pState);
@@ -1526,11 +1529,12 @@ VekStatus veksDecodeZfpGetDecompressedSizeLong_32f(const ZfpState* pState, int64
  * @param[out]    pDst         the block's first value; x runs over 4 neighbouring floats.
  * @param         dstStep      bytes from one row (y) to the next, of either sign, any number.
  * @param         dstPlaneStep bytes from one plane (z) to the next, likewise.
- * @return ::vekStatusOk, ::vekStatusNullPointer, ::vekStatusStateMismatch; ::vekStatusNoRoom when the
- *         stream ends inside the block: the position is then the end, and the block is not written
- *         (a zero block whose padding is cut short is).
+ * @return ::vekStatusOk, ::vekStatusNullPointer, ::vekStatusStateMismatch; ::vekStatusNoRoom when
+ * the stream ends inside the block: the position is then the end, and the block is not written (a
+ * zero block whose padding is cut short is).
  */
-VekStatus veksDecodeZfp444_32f(ZfpState* pState, float* pDst, int32_t dstStep, int32_t dstPlaneStep);
+VekStatus veksDecodeZfp444_32f(ZfpState* pState, float* pDst, int32_t dstStep,
+                               int32_t dstPlaneStep);
 
 /* (ZFP end) */
 
