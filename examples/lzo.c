@@ -21,7 +21,9 @@ int main(void) {
                        vekStatusOk &&
                    veksDecodeLZOSafe_8u(stream, packed, back, &length) == vekStatusOk &&
                    length == sizeof(text) && memcmp(back, text, sizeof(text)) == 0;
-    if (ok) printf("%u bytes -> %u -> %u\n", (unsigned)sizeof(text), (unsigned)packed, (unsigned)length);
+    if (ok)
+        printf("%u bytes -> %u -> %u\n", (unsigned)sizeof(text), (unsigned)packed,
+               (unsigned)length);
     free(stream);
     free(state);
     return ok ? 0 : 1;

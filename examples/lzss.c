@@ -26,14 +26,15 @@ static int roundTrip(const uint8_t* text, void* state, int32_t* packed) {
     dst = back;
     while (dst != back + kSize) {
         int32_t piece = 100; /* kSize is a multiple of it */
-        if (veksDecodeLZSS_8u(&src, &left, &dst, &piece, state) != vekStatusDestinationFull) return 0;
+        if (veksDecodeLZSS_8u(&src, &left, &dst, &piece, state) != vekStatusDestinationFull)
+            return 0;
     }
     return memcmp(back, text, kSize) == 0;
 }
 
 int main(void) {
     uint8_t text[kSize];
-    for (int i = 0; i < kSize; ++i) text[i] = (uint8_t)"the quick brown fox "[i % 20];
+    for (int i = 0; i < kSize; ++i) text[i] = (uint8_t) "the quick brown fox "[i % 20];
     int32_t size = 0;
     int32_t packed = 0;
     if (veksLZSSGetSize_8u(&size) != vekStatusOk) return 1;

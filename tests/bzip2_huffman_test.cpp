@@ -17,7 +17,8 @@ namespace {
 
 using Symbols = std::vector<uint16_t>;
 
-/// A record of the size that its query gives, rounded up so that it is aligned at its buffer's edge.
+/// A record of the size that its query gives, rounded up so that it is aligned at its buffer's
+/// edge.
 template <class State>
 struct Record {
     explicit Record(int32_t size) : bytes((static_cast<size_t>(size) + 7) & ~size_t{7}) {}

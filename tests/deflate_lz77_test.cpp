@@ -251,7 +251,7 @@ Pairs referenceGreedy(const Bytes& data, const std::vector<size_t>& ends, size_t
                 int32_t candidate = prev[p];
                 for (int steps = 0; steps < budget && best < limit; ++steps) {
                     if (candidate < 0 || static_cast<size_t>(candidate) + winSize <= p) break;
-                    const uint8_t* at = &data[static_cast<size_t>(candidate)];
+                    const uint8_t* at = data.data() + candidate;
                     int length = 0;
                     while (length < limit && at[length] == data[p + static_cast<size_t>(length)])
                         ++length;
@@ -496,7 +496,7 @@ TEST(DeflateLz77, RefusesBadArgumentsBeforeTouchingAnything) {
                 return c.nullAt == at ? nullptr : pointer;
             };
             if (c.nullAt == 12) src = nullptr;
-            VekStatus status{};
+            VekStatus status;
             if (which == 0) {
                 if (c.status == vekStatusBadArgument || c.what == std::string("no matching") ||
                     c.nullAt == 11)

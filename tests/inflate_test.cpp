@@ -589,8 +589,8 @@ TEST(Inflate, CorruptData) {
 
 TEST(InflateTables, Statuses) {
     auto state = std::make_unique<InflateState>();
-    const auto build = [&](std::vector<std::pair<size_t, uint16_t>> lits, uint32_t nLit,
-                           std::vector<uint16_t> dists) {
+    const auto build = [&](const std::vector<std::pair<size_t, uint16_t>>& lits, uint32_t nLit,
+                           const std::vector<uint16_t>& dists) {
         std::vector<uint16_t> lens(nLit + dists.size());
         for (const auto& [symbol, len] : lits) lens[symbol] = len;
         std::copy(dists.begin(), dists.end(), lens.begin() + nLit);

@@ -540,7 +540,11 @@ TEST_F(Program, GzipAndPigzAgree) {
         for (const char* options : {"--fastest", "-1", "-6", "-9", "-j 4", "--no-name"})
             good(std::string("vekdc compress -c x > a.gz ")
                      .append(options)
-                     .append("; " + name + " -t a.gz && " + name + " -dc a.gz | cmp - x"));
+                     .append("; ")
+                     .append(name)
+                     .append(" -t a.gz && ")
+                     .append(name)
+                     .append(" -dc a.gz | cmp - x"));
         for (const char* options : {"-1", "-6", "-9", "-n"})
             good(name + " -c " + options +
                  " x > b.gz; vekdc test b.gz && vekdc decompress -c b.gz | cmp - x");

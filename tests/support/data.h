@@ -23,8 +23,8 @@ struct Shape {
 /// edge.
 const std::vector<Shape>& shapes();
 
-/// `rounds` scaled by VEK_TEST_EFFORT (percent, 100 when unset), at least 1: random loops run shorter
-/// under tools that slow everything down.
+/// `rounds` scaled by VEK_TEST_EFFORT (percent, 100 when unset), at least 1: random loops run
+/// shorter under tools that slow everything down.
 size_t effort(size_t rounds);
 
 /// Uniform integer in [low, high].

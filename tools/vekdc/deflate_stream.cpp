@@ -12,13 +12,11 @@ namespace {
 /// 4 take the greedy matcher, the others the lazy one.
 constexpr int firstLazyLevel = 5;
 constexpr int32_t levelParameters[10][4] = {
-    {0, 4, 4, 4},   {2, 8, 16, 8},   {4, 16, 16, 9},    {16, 32, 32, 258},   {48, 32, 32, 16},
+    {0, 4, 4, 4},   {4, 8, 8, 8},    {4, 16, 16, 9},    {16, 32, 32, 258},   {48, 32, 32, 16},
     {12, 6, 16, 8}, {16, 6, 32, 12}, {120, 7, 256, 16}, {192, 32, 258, 128}, {256, 32, 258, 258}};
 
 constexpr uint32_t blockPairs = 65536;    // most pairs of a block
-constexpr uint32_t lookEvery = 2048;      // pairs between looks at the statistics
-constexpr uint32_t minBlockPairs = 8192;  // pairs that a block has before it is cut for them
-constexpr size_t maxRaw = 256 << 10;      // bytes of a block
+constexpr size_t blockBytes = 256 << 10;  // most bytes of a block
 constexpr size_t fastestPiece = 256 << 10;
 constexpr size_t maxStored = 65535;
 
@@ -135,52 +133,27 @@ void DeflateEncoder::encode(Bytes in, End end, std::vector<uint8_t>& out) {
     finish(end, out);
 }
 
-/// Finds pairs in a stretch of input, and writes a block whenever one is full.
+/// Finds pairs in a stretch of input, and writes a block whenever one is full. The matcher is given
+/// all the room there is: each of its calls begins with the history apart from the source, which is
+/// slower.
 void DeflateEncoder::match(Bytes in, End end, std::vector<uint8_t>& out) {
     const auto matcher = lazy_ ? veksDeflateLZ77Slow_8u : veksDeflateLZ77Fast_8u;
     while (!in.empty()) {
-        const uint32_t room = std::min(lookEvery - pairs_ % lookEvery, blockPairs - pairs_);
-        const size_t piece = std::min(in.size(), maxRaw - raw_.size());
+        const uint32_t room = blockPairs - pairs_;
+        const size_t piece = std::min(in.size(), blockBytes - raw_.size());
         const uint8_t* src = in.data();
         auto left = static_cast<int32_t>(piece);
-        uint32_t pairRoom = room;
+        uint32_t roomLeft = room;
         const bool last = piece == in.size() && end != End::More;
         check(matcher(&src, &left, &position_, window_.data(), windowSize, head_.data(),
                       prev_.data(), hashSize, litFreq_, distFreq_, lits_.data() + pairs_,
-                      dists_.data() + pairs_, &pairRoom, parameters_, last ? 2 : 0));
+                      dists_.data() + pairs_, &roomLeft, parameters_, last ? 2 : 0));
         const size_t consumed = piece - static_cast<size_t>(left);
         raw_.insert(raw_.end(), in.data(), in.data() + consumed);
         in = in.subspan(consumed);
-        const uint32_t before = pairs_;
-        pairs_ += room - pairRoom;
-        const bool full = pairs_ == blockPairs || raw_.size() == maxRaw;
-        if (full || (pairs_ % lookEvery == 0 && pairs_ != before && statisticsChanged(looked_)))
-            writeBlock(false, out);
+        pairs_ += room - roomLeft;
+        if (pairs_ == blockPairs || raw_.size() == blockBytes) writeBlock(false, out);
     }
-}
-
-/// Compares the pairs from `newFrom` on with the block's pairs before them, by ten kinds: literals
-/// by their high bits, matches by their length. When the mix differs by enough, codes of their own
-/// pay for a header.
-bool DeflateEncoder::statisticsChanged(uint32_t newFrom) {
-    std::array<uint32_t, kinds> counts{};
-    for (uint32_t i = newFrom; i < pairs_; ++i) {
-        const uint32_t kind =
-            dists_[i] != 0 ? (lits_[i] >= 6 ? 9 : 8) : ((lits_[i] >> 5) & 6) | (lits_[i] & 1);
-        ++counts[kind];
-    }
-    const uint32_t fresh = pairs_ - newFrom;
-    const uint32_t old = newFrom;
-    uint64_t difference = 0;
-    for (int k = 0; k < kinds; ++k) {
-        const uint64_t expected = static_cast<uint64_t>(kindCounts_[k]) * fresh;
-        const uint64_t actual = static_cast<uint64_t>(counts[k]) * old;
-        difference += expected > actual ? expected - actual : actual - expected;
-        kindCounts_[k] += counts[k];
-    }
-    looked_ = pairs_;
-    constexpr uint64_t share = 4;  // a quarter of the pairs are of other kinds than before
-    return pairs_ >= minBlockPairs && difference * share > static_cast<uint64_t>(fresh) * old * 2;
 }
 
 /// Writes the block under way in the cheapest of the three ways.
@@ -297,9 +270,7 @@ void DeflateEncoder::finish(End end, std::vector<uint8_t>& out) {
 
 void DeflateEncoder::clearBlock() {
     pairs_ = 0;
-    looked_ = 0;
     raw_.clear();
-    std::fill(std::begin(kindCounts_), std::end(kindCounts_), 0U);
     std::memset(litFreq_, 0, sizeof(litFreq_));
     std::memset(distFreq_, 0, sizeof(distFreq_));
 }

@@ -12,8 +12,7 @@ namespace vekdc {
 /// Compresses one stream, or a part of one, in whatever pieces it comes.
 ///
 /// Bytes become pairs, pairs a block; each block is written in the cheapest of the format's three
-/// ways, by exact size. A block ends when its pairs or its bytes are many, or when the bytes'
-/// statistics have changed so much that new codes pay for their header. Memory is about 1.5 MiB
+/// ways, by exact size. A block ends when its pairs or its bytes are many. Memory is about 1.5 MiB
 /// whatever the stream.
 class DeflateEncoder {
  public:
@@ -45,7 +44,6 @@ class DeflateEncoder {
 
     void match(Bytes in, End end, std::vector<uint8_t>& out);
     bool encodeFastest(Bytes in, End end, std::vector<uint8_t>& out);
-    bool statisticsChanged(uint32_t newFrom);
     void writeBlock(bool last, std::vector<uint8_t>& out);
     void writePairs(const VekHuffEntry* lit, const VekHuffEntry* dist, std::vector<uint8_t>& out);
     void writeStored(Bytes bytes, bool last, std::vector<uint8_t>& out);
@@ -73,11 +71,6 @@ class DeflateEncoder {
     std::vector<uint8_t> raw_;
     VekHuffEntry litFreq_[litSymbols];
     VekHuffEntry distFreq_[distSymbols];
-
-    // Of the block up to the last look at its statistics: how often each kind of pair occurred.
-    static constexpr int kinds = 10;
-    uint32_t looked_ = 0;
-    uint32_t kindCounts_[kinds];
 
     std::vector<uint8_t> coded_;
 };
