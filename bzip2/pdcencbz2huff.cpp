@@ -204,10 +204,10 @@ class BitWriter {
         storeBytes();
     }
 
-    /// Appends `length` bits, 0 to 17. Checked: stores what fits and remembers when bits were lost.
-    /// Unchecked: the caller has seen to it that the word has room.
+    /// Appends `length` bits, 0 to 17, and remembers when bits were lost. Checked: stores whole
+    /// bytes while there is room. Unchecked: leaves that to flushWord().
     void put(uint32_t bits, int length, bool checked = false) {
-        if (checked && count_ + length > wordBits) {
+        if (count_ + length > wordBits) {
             lost_ = true;
             return;
         }
