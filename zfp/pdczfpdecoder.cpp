@@ -81,8 +81,20 @@ uint64_t takePlane(BitReader& in, unsigned& known, uint32_t& budget) {
     uint64_t plane = in.take(std::min(verbatim, 32U));
     if (verbatim > 32) plane |= static_cast<uint64_t>(in.take(verbatim - 32)) << 32;
     const unsigned end = in.position() + budget - verbatim;
-    while (known < vek::zfpValues && in.position() != end && in.take(1) != 0) {
-        known += takeRun(in, std::min(vek::zfpValues - 1 - known, end - in.position()));
+    while (known < vek::zfpValues && in.position() != end) {
+        const uint32_t bits = in.peek();
+        in.skip(1);
+        if ((bits & 1) == 0) break;
+        const unsigned most = std::min(vek::zfpValues - 1 - known, end - in.position());
+        // Most runs end among the bits that came with their group test.
+        const uint32_t run = bits >> 1;
+        const unsigned zeros = run != 0 ? vek::lowestSetBit(run) : 32;
+        if (zeros < most && zeros < 31) {
+            in.skip(zeros + 1);
+            known += zeros;
+        } else {
+            known += takeRun(in, most);
+        }
         plane |= uint64_t{1} << known++;
     }
     budget = end - in.position();
