@@ -86,10 +86,10 @@ inline unsigned lengthCode(unsigned lengthMinus3) {
     return litCodeTable[lengthMinus3];
 }
 
-/// Code of a distance, given as distance - 1, in [0, 32768).
+/// Code of a distance, given as distance - 1, in [0, 32768); of larger values the low bits count.
 inline unsigned distanceCode(unsigned distanceMinus1) {
     return distanceMinus1 < 256 ? litCodeTable[256 + distanceMinus1]
-                                : litCodeTable[512 + (distanceMinus1 >> 7)];
+                                : litCodeTable[512 + ((distanceMinus1 >> 7) & 255)];
 }
 
 static_assert(litBaseTable[27] == 224 && distBaseTable[29] == 24576 && litExtraTable[27] == 5 &&

@@ -313,7 +313,7 @@ TEST(Lzss, HashSpreadsEvenly) {
     // 65536 balls in 32768 boxes leave exp(-2), 13.5 %, of them empty.
     std::vector<int> filled(32768);
     for (int b = 0; b < 256; ++b)
-        for (int c = 0; c < 256; ++c) ++filled[rows[0]['e'] ^ rows[1][b] ^ rows[2][c]];
+        for (int c = 0; c < 256; ++c) ++filled[rows[0][101] ^ rows[1][b] ^ rows[2][c]];
     const auto empty = std::count(filled.begin(), filled.end(), 0);
     EXPECT_LT(empty, 32768 * 15 / 100);
     EXPECT_LT(*std::max_element(filled.begin(), filled.end()), 14);

@@ -24,7 +24,6 @@
 namespace {
 
 using vek::load;
-using vek::store;
 using vek::zfpMarker;
 
 constexpr vek::ByteShuffles blockOrder = vek::byteShuffles(vek::permTableDecode);
