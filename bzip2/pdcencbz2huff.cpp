@@ -207,11 +207,12 @@ class BitWriter {
     /// Appends `length` bits, 0 to 17, and remembers when bits were lost. Checked: stores whole
     /// bytes while there is room. Unchecked: leaves that to flushWord().
     void put(uint32_t bits, int length, bool checked = false) {
-        if (count_ + length > wordBits) {
+        const int shift = wordBits - count_ - length;
+        if (shift < 0) {
             lost_ = true;
             return;
         }
-        if (length != 0) word_ |= static_cast<Word>(bits) << (wordBits - count_ - length);
+        if (length != 0) word_ |= static_cast<Word>(bits) << shift;
         count_ += length;
         if (checked) storeBytes();
     }
