@@ -207,12 +207,13 @@ class BitWriter {
     /// Appends `length` bits, 0 to 17, and remembers when bits were lost. Checked: stores whole
     /// bytes while there is room. Unchecked: leaves that to flushWord().
     void put(uint32_t bits, int length, bool checked = false) {
-        const int shift = wordBits - count_ - length;
-        if (shift < 0) {
+        if (count_ + length > wordBits) {
             lost_ = true;
             return;
         }
-        if (length != 0) word_ |= static_cast<Word>(bits) << shift;
+        // No bits at all in an empty word would be a shift by the word's width.
+        const auto shift = static_cast<unsigned>(wordBits - count_ - length);
+        if (shift < wordBits) word_ |= static_cast<Word>(bits) << shift;
         count_ += length;
         if (checked) storeBytes();
     }
