@@ -12,7 +12,7 @@ namespace {
 /// 4 take the greedy matcher, the others the lazy one.
 constexpr int firstLazyLevel = 5;
 constexpr int32_t levelParameters[10][4] = {
-    {0, 4, 4, 4},   {4, 8, 8, 8},    {4, 16, 16, 9},    {16, 32, 32, 258},   {48, 32, 32, 16},
+    {0, 4, 4, 4},   {1, 8, 8, 8},    {4, 16, 16, 9},    {16, 32, 32, 258},   {48, 32, 32, 16},
     {12, 6, 16, 8}, {16, 6, 32, 12}, {120, 7, 256, 16}, {192, 32, 258, 128}, {256, 32, 258, 258}};
 
 constexpr uint32_t blockPairs = 65536;    // most pairs of a block
