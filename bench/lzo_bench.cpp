@@ -1,5 +1,4 @@
-// LZO against the format's own library: both decoders (and its assembly ones on 32-bit x86), both
-// methods.
+// LZO against the format's own library: both decoders, both methods.
 
 #include <cstring>
 
@@ -8,9 +7,6 @@
 
 #ifdef VEK_HAS_lzo2
 #include <lzo/lzo1x.h>
-#if defined(__i386__)
-#include <lzo/lzo_asm.h>
-#endif
 #endif
 
 namespace {
