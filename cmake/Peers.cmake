@@ -39,3 +39,14 @@ vek_peer(lz4 lz4.h lz4)
 vek_peer(lzo2 lzo/lzo1x.h lzo2)
 vek_peer(zfp zfp.h zfp)
 vek_peer(benchmark benchmark/benchmark.h benchmark)
+
+# vek_link_peers(<target> [peer]...): links those of the peers that this machine has; for each one
+# VEK_HAS_<peer> is defined.
+function(vek_link_peers target)
+  foreach(peer IN LISTS ARGN)
+    if(TARGET peer::${peer})
+      target_link_libraries(${target} PRIVATE peer::${peer})
+      target_compile_definitions(${target} PRIVATE VEK_HAS_${peer})
+    endif()
+  endforeach()
+endfunction()
