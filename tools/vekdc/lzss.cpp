@@ -38,15 +38,17 @@ uint32_t sumOf(Bytes bytes) {
     return kCrc32c.finish(kCrc32c.update(kCrc32c.initial, bytes));
 }
 
-/// The library's record, for one block at a time.
+/// The library's record, for one block at a time; takes memory when it is first used.
 class Record {
  public:
-    Record() {
-        int32_t size = 0;
-        veksLZSSGetSize_8u(&size);
-        words_.resize(static_cast<size_t>(size) / sizeof(void*) + 1);
+    void* get() {
+        if (words_.empty()) {
+            int32_t size = 0;
+            veksLZSSGetSize_8u(&size);
+            words_.resize(static_cast<size_t>(size) / sizeof(void*) + 1);
+        }
+        return words_.data();
     }
-    void* get() { return words_.data(); }
 
  private:
     std::vector<void*> words_;
