@@ -188,9 +188,10 @@ TEST(Lzo, SaysWhatIsWrongAndWhere) {
     const LzoPart part;
     const Bytes hello = bytesOf("hello");
     const Bytes start = part.header() + part.block(hello);
-    const auto field = [](LzoPart changed, uint32_t LzoPart::*member, uint32_t value) {
+    const auto field = [](const LzoPart& of, uint32_t LzoPart::*member, uint32_t value) {
+        LzoPart changed = of;
         changed.*member = value;
-        return changed.header() + changed.end();
+        return changed.header() + LzoPart::end();
     };
     const auto lengths = [](uint32_t plain, uint32_t coded) {
         Bytes out;
