@@ -3,56 +3,11 @@
 // taken as a raw deflate stream, so that checksums do not keep mutations out.
 #include <zlib.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <optional>
-#include <vector>
-
-#include "tools/vekdc/format.h"
+#include "fuzz/reader.h"
 
 namespace {
 
-using Data = std::vector<uint8_t>;
-using vekdc::Bytes;
-
-/// A stream of a few bytes decodes to a thousand times as many; more than this is not compared.
-constexpr size_t kMost = 256 << 10;
-
-struct TooMuch {};
-
-class LimitedSink : public vekdc::Sink {
- public:
-    void write(Bytes bytes) override {
-        if (data.size() + bytes.size() > kMost) throw TooMuch();
-        data.insert(data.end(), bytes.begin(), bytes.end());
-    }
-    Data data;
-};
-
-class Dripping : public vekdc::Reader {
- public:
-    Dripping(Bytes bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
-    size_t read(uint8_t* to, size_t room) override {
-        const size_t count = std::min({room, piece_, bytes_.size()});
-        std::copy_n(bytes_.begin(), count, to);
-        bytes_ = bytes_.subspan(count);
-        return count;
-    }
-
- private:
-    Bytes bytes_;
-    size_t piece_;
-};
-
-std::optional<Data> ours(const vekdc::Format& format, vekdc::Source& source) {
-    LimitedSink sink;
-    try {
-        format.decompress(source, sink, {});
-    } catch (const vekdc::FormatError&) {
-        return std::nullopt;
-    }
-    return sink.data;
-}
+using namespace vekfuzz;
 
 /// What zlib makes of one stream; nothing when it refuses it or more follows.
 std::optional<Data> zlibs(Bytes packed, int windowBits) {
@@ -91,19 +46,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const vekdc::Format& format = *vekdc::formatByName(gz ? "gz" : "zlib");
     const Bytes packed(data + 1, size - 1);
     try {
-        vekdc::Source whole(packed);
-        const auto result = ours(format, whole);
-        Dripping reader(packed, 1 + (data[0] >> 1));
-        vekdc::Source pieces(reader, 32 + data[0]);
-        if (ours(format, pieces) != result) abort();
+        const auto result = decodedInAnyPieces(format, packed, 1U + (data[0] >> 1));
         const auto reference = zlibs(packed, gz ? 15 + 16 : 15);
         if (reference && result != reference) abort();
 
         // The bytes as raw deflate data: here no checksum stands in the way of mutation.
         if (const auto plain = zlibs(packed, -15)) {
             const Data file = wrapped(packed, *plain);
-            vekdc::Source source(file);
-            if (ours(*vekdc::formatByName("gz"), source) != plain) abort();
+            if (decoded(*vekdc::formatByName("gz"), Bytes(file)) != plain) abort();
         }
     } catch (const TooMuch&) {
         return 0;

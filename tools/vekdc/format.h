@@ -30,6 +30,7 @@ struct Settings {
     unsigned jobs = 1;                       ///< Threads, at least 1.
     std::string name;                        ///< Name to store; empty: none.
     uint32_t modified = 0;                   ///< Time stamp to store; 0: none.
+    uint32_t mode = 0;                       ///< File type and permissions to store; 0: none.
     std::map<std::string, std::string> own;  ///< Given options of the format's own, by name.
     Print warn = [](const std::string&) {};  ///< Takes what is odd but no failure.
 };
@@ -70,6 +71,14 @@ const Format* formatByName(std::string_view name);
 const Format* formatBySuffix(std::string_view path, Suffix* suffix = nullptr);
 /// By a file's first bytes; null when there is none.
 const Format* formatByStart(Bytes start);
+
+/// Calls `readPart` for every part of a file of parts one behind the other, each as the format
+/// recognises it. Zeros behind the last one are padding; warns of anything else there.
+void readParts(const Format& format, Source& source, const Settings& settings,
+               const std::function<void()>& readPart);
+
+/// The last line of info on a file of several parts; `parts` is what the format calls them.
+std::string totalText(uint64_t count, const char* parts, uint64_t packed, uint64_t plain);
 
 /// A checksum or size as info prints it; a ratio with three decimals.
 std::string hex32(uint32_t value);

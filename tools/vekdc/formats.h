@@ -7,6 +7,8 @@ namespace vekdc {
 
 const Format& gzFormat();
 const Format& lz4Format();
+const Format& lzoFormat();
+const Format& lzssFormat();
 const Format& zlibFormat();
 
 }  // namespace vekdc

@@ -120,27 +120,6 @@ Member readMember(Source& source, InflateReader& inflate, Sink& sink) {
     return member;
 }
 
-/// Skips zeros; true when another member follows, warns of anything else that does.
-bool anotherFollows(Source& source, const Settings& settings) {
-    for (Bytes bytes = source.peek(); !bytes.empty() && bytes[0] == 0; bytes = source.peek()) {
-        size_t zeros = 1;
-        while (zeros < bytes.size() && bytes[zeros] == 0) ++zeros;
-        source.skip(zeros);
-    }
-    if (source.atEnd()) return false;
-    if (startsMember(source.peek(2))) return true;
-    settings.warn("byte " + std::to_string(source.offset()) + ": ignored what follows the gz data");
-    return false;
-}
-
-template <class Use>
-void readAll(Source& source, Sink& sink, const Settings& settings, Use&& use) {
-    InflateReader inflate(source);
-    do {
-        use(readMember(source, inflate, sink));
-    } while (anotherFollows(source, settings));
-}
-
 std::string flagNames(const Member& member) {
     std::string names;
     const auto add = [&](uint8_t flag, const char* name) {
@@ -183,7 +162,8 @@ class Gz : public Format {
     }
 
     void decompress(Source& source, Sink& sink, const Settings& settings) const override {
-        readAll(source, sink, settings, [](const Member&) {});
+        InflateReader inflate(source);
+        readParts(*this, source, settings, [&] { readMember(source, inflate, sink); });
     }
 
     void describe(Source& source, const Settings& settings, const Print& print) const override {
@@ -193,7 +173,9 @@ class Gz : public Format {
         NullSink nowhere;
         Member total;
         uint64_t members = 0;
-        readAll(source, nowhere, settings, [&](const Member& member) {
+        InflateReader inflate(source);
+        readParts(*this, source, settings, [&] {
+            const Member member = readMember(source, inflate, nowhere);
             print(row(member));
             if (!member.comment.empty()) print("          comment: " + printable(member.comment));
             if (member.extraSize != 0)
@@ -202,10 +184,7 @@ class Gz : public Format {
             total.packed += member.packed;
             total.plain += member.plain;
         });
-        if (members > 1)
-            print("  " + std::to_string(members) + " members, " + std::to_string(total.packed) +
-                  " -> " + std::to_string(total.plain) + " bytes, ratio " +
-                  ratio(total.plain, total.packed));
+        if (members > 1) print(totalText(members, "members", total.packed, total.plain));
     }
 
  private:

@@ -63,13 +63,23 @@ void addWritingOptions(CLI::App& command, CommandLine& line) {
         ->excludes(keep);
 }
 
-// Options that one format alone has.
+/// The formats that have an option, "lz4, lzo".
+std::string formatsWith(const std::string& option) {
+    std::string names;
+    for (const vekdc::Format* format : vekdc::formats())
+        for (const vekdc::FormatOption& own : format->options())
+            if (own.name == option)
+                names += (names.empty() ? "" : ", ") + std::string(format->name());
+    return names;
+}
+
+// Options that not all formats have.
 void addFormatOptions(CLI::App& command, CommandLine& line) {
     for (const vekdc::Format* format : vekdc::formats()) {
         for (const vekdc::FormatOption& option : format->options()) {
             const std::string key = option.name;
             const std::string flag = "--" + key;
-            const std::string help = std::string(format->name()) + ": " + option.help;
+            const std::string help = formatsWith(key) + ": " + option.help;
             if (command.get_option_no_throw(flag) != nullptr) continue;
             if (option.valueName == nullptr) {
                 command.add_flag_callback(

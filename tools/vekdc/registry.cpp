@@ -9,7 +9,8 @@
 namespace vekdc {
 
 const std::vector<const Format*>& formats() {
-    static const std::vector<const Format*> all = {&gzFormat(), &lz4Format(), &zlibFormat()};
+    static const std::vector<const Format*> all = {&gzFormat(), &lz4Format(), &lzoFormat(),
+                                                   &lzssFormat(), &zlibFormat()};
     return all;
 }
 
@@ -38,6 +39,25 @@ const Format* formatByStart(Bytes start) {
     const auto found = std::find_if(
         all.begin(), all.end(), [&](const Format* format) { return format->recognises(start); });
     return found == all.end() ? nullptr : *found;
+}
+
+void readParts(const Format& format, Source& source, const Settings& settings,
+               const std::function<void()>& readPart) {
+    for (;;) {
+        readPart();
+        source.skipZeros();
+        if (source.atEnd()) return;
+        if (!format.recognises(source.peek(kMagicBytes))) {
+            settings.warn("byte " + std::to_string(source.offset()) +
+                          ": ignored what follows the " + format.name() + " data");
+            return;
+        }
+    }
+}
+
+std::string totalText(uint64_t count, const char* parts, uint64_t packed, uint64_t plain) {
+    return "  " + std::to_string(count) + " " + parts + ", " + std::to_string(packed) + " -> " +
+           std::to_string(plain) + " bytes, ratio " + ratio(plain, packed);
 }
 
 std::string hex32(uint32_t value) {

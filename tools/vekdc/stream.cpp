@@ -39,4 +39,22 @@ size_t Source::read(uint8_t* to, size_t count) {
     return done;
 }
 
+void Source::take(std::vector<uint8_t>& to, size_t count) {
+    for (size_t piece = 0; count != 0; count -= piece) {
+        const Bytes bytes = peek();
+        if (bytes.empty()) throwTruncated();
+        piece = std::min(bytes.size(), count);
+        to.insert(to.end(), bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(piece));
+        skip(piece);
+    }
+}
+
+void Source::skipZeros() {
+    for (Bytes bytes = peek(); !bytes.empty() && bytes[0] == 0; bytes = peek()) {
+        size_t zeros = 1;
+        while (zeros < bytes.size() && bytes[zeros] == 0) ++zeros;
+        skip(zeros);
+    }
+}
+
 }  // namespace vekdc

@@ -110,6 +110,20 @@ class Source {
         return value;
     }
 
+    /// Likewise, the most significant byte first.
+    uint64_t bigEndian(int count) {
+        uint64_t value = 0;
+        for (int i = 0; i < count; ++i) value = value << 8 | byte();
+        return value;
+    }
+
+    /// Puts the next `count` bytes behind what `to` holds; throws FormatError when the input ends.
+    /// A length that lies takes no more memory than what follows it.
+    void take(std::vector<uint8_t>& to, size_t count);
+
+    /// Moves on to the first byte that is not 0, or to the end.
+    void skipZeros();
+
     bool atEnd() { return peek().empty(); }
 
     /// Offset of the next byte from the start of the input.

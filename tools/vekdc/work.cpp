@@ -126,6 +126,7 @@ class FileWork {
             own.modified = time > 0 && time <= std::numeric_limits<uint32_t>::max()
                                ? static_cast<uint32_t>(time)
                                : 0;
+            own.mode = input_.status().st_mode;
         }
         format->compress(source_, *output, own);
         finish(*output);

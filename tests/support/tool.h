@@ -1,0 +1,223 @@
+// What the tests of the tool share: its formats in memory, and the built program as a user runs it.
+#pragma once
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <regex.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "support/data.h"
+#include "tools/vekdc/format.h"
+
+namespace vektest {
+
+/// Whether an extended regular expression fits some part of the text.
+inline bool contains(const std::string& text, const std::string& pattern) {
+    regex_t compiled;
+    if (regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB) != 0)
+        throw std::runtime_error("bad pattern " + pattern);
+    const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return found;
+}
+
+/// Whether it fits all of it.
+inline bool matches(const std::string& text, const std::string& pattern) {
+    return contains(text, "^(" + pattern + ")$");
+}
+
+inline bool haveTool(const std::string& name) {
+    return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+inline Bytes operator+(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+/// All shapes, one behind the other.
+inline Bytes sample(size_t size, uint32_t seed = 1) {
+    Bytes all;
+    for (const auto& shape : shapes()) all = all + shape.make(size / shapes().size() + 1, seed);
+    all.resize(size);
+    return all;
+}
+
+/// Gives out its bytes in pieces of at most `piece`.
+class Dripping : public vekdc::Reader {
+ public:
+    Dripping(const Bytes& bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
+    size_t read(uint8_t* to, size_t room) override {
+        const size_t count = std::min({room, piece_, bytes_.size() - at_});
+        std::copy_n(bytes_.begin() + static_cast<ptrdiff_t>(at_), count, to);
+        at_ += count;
+        return count;
+    }
+
+ private:
+    const Bytes& bytes_;
+    size_t piece_;
+    size_t at_ = 0;
+};
+
+inline const vekdc::Format& format(const std::string& name) {
+    return *vekdc::formatByName(name);
+}
+
+inline Bytes compress(const vekdc::Format& format, const Bytes& plain,
+                      const vekdc::Settings& settings = {}) {
+    vekdc::Source source(plain);
+    vekdc::MemorySink sink;
+    format.compress(source, sink, settings);
+    return sink.data;
+}
+
+inline Bytes decompress(const vekdc::Format& format, const Bytes& packed,
+                        const vekdc::Settings& settings = {}) {
+    vekdc::Source source(packed);
+    vekdc::MemorySink sink;
+    format.decompress(source, sink, settings);
+    return sink.data;
+}
+
+/// What the format says of a file that it refuses, "OFFSET: REASON"; nothing when it does not.
+inline std::string complaint(const vekdc::Format& format, const Bytes& packed) {
+    try {
+        decompress(format, packed);
+    } catch (const vekdc::FormatError& error) {
+        return std::to_string(error.offset) + ": " + error.what();
+    }
+    return "";
+}
+
+/// Level 0 is the fastest one; `own` are options without a value.
+inline vekdc::Settings settingsOf(int level, unsigned jobs = 1,
+                                  const std::vector<std::string>& own = {}) {
+    vekdc::Settings settings;
+    settings.fastest = level == 0;
+    settings.level = std::max(level, 1);
+    settings.jobs = jobs;
+    settings.name = "name";
+    for (const std::string& option : own) settings.own[option] = "";
+    return settings;
+}
+
+/// Cuts a file everywhere, which must be refused, and flips every bit of it: that must be refused
+/// or decode to the very same, or to what `others`, weak checksums and all, decode it to. Returns
+/// how many of the flipped bits went unnoticed.
+inline size_t damage(const vekdc::Format& format, Bytes packed,
+                     Bytes (*others)(const Bytes&) = nullptr) {
+    const Bytes plain = decompress(format, packed);
+    for (size_t size = 0; size < packed.size(); ++size) {
+        const Bytes cut(packed.begin(), packed.begin() + static_cast<ptrdiff_t>(size));
+        EXPECT_NE(complaint(format, cut), "") << format.name() << " cut at " << size;
+    }
+    size_t unnoticed = 0;
+    for (size_t bit = 0; bit < packed.size() * 8; ++bit) {
+        packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        try {
+            const Bytes out = decompress(format, packed);
+            const Bytes good = out == plain || others == nullptr ? plain : others(packed);
+            EXPECT_EQ(out, good) << format.name() << " bit " << bit;
+            ++unnoticed;
+        } catch (const vekdc::FormatError& error) {
+            EXPECT_LE(error.offset, packed.size());
+        }
+        packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+    }
+    return unnoticed;
+}
+
+/// Runs the built program by bash in a folder of its own, which must hold exactly the expected
+/// files afterwards: nothing half-written, no temporary.
+class Program : public testing::Test {
+ protected:
+    struct Outcome {
+        int status;
+        std::string out;
+        std::string err;
+    };
+
+    void SetUp() override {
+        const char* base = std::getenv("TMPDIR");
+        root_ = std::string(base == nullptr ? "/tmp" : base) + "/vekdc-test-XXXXXX";
+        ASSERT_NE(mkdtemp(root_.data()), nullptr);
+        folder_ = root_ + "/work";
+        ASSERT_EQ(mkdir(folder_.c_str(), 0700), 0);
+        plain_ = sample(300000);
+    }
+    void TearDown() override {
+        EXPECT_EQ(std::system(("chmod -R u+rwx " + root_ + " && rm -rf " + root_).c_str()), 0);
+    }
+
+    /// Runs a bash command line in the folder; `vekdc` is the program under test.
+    Outcome run(const std::string& command) {
+        const std::string script =
+            "vekdc() { " + tool() + " \"$@\"; }; cd " + folder_ + "; " + command;
+        write("../script", Bytes(script.begin(), script.end()));
+        const int status = std::system(
+            ("bash " + root_ + "/script >" + root_ + "/out 2>" + root_ + "/err </dev/null")
+                .c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status), text("../out"),
+                text("../err")};
+    }
+
+    /// Runs a command line that must succeed in silence on standard error.
+    std::string good(const std::string& command) {
+        const Outcome outcome = run(command);
+        EXPECT_EQ(outcome.status, 0) << command << "\n" << outcome.err;
+        EXPECT_EQ(outcome.err, "") << command;
+        return outcome.out;
+    }
+
+    /// Runs one that must fail with one line that fits the pattern, and no file more or less.
+    void bad(const std::string& command, const std::string& pattern, int status = 1) {
+        const auto before = files();
+        const Outcome outcome = run(command);
+        EXPECT_EQ(outcome.status, status) << command << "\n" << outcome.err;
+        EXPECT_TRUE(matches(outcome.err, "vekdc: " + pattern + "\n")) << command << "\n"
+                                                                      << outcome.err;
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_EQ(files(), before) << command;
+    }
+
+    static std::string tool() { return VEK_BUILD_DIR "/bin/vekdc"; }
+    std::string path(const std::string& name) const { return folder_ + "/" + name; }
+
+    void write(const std::string& name, const Bytes& bytes) const {
+        std::ofstream(path(name), std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+    }
+    std::string text(const std::string& name) const {
+        std::ostringstream out;
+        out << std::ifstream(path(name), std::ios::binary).rdbuf();
+        return out.str();
+    }
+    Bytes read(const std::string& name) const {
+        const std::string all = text(name);
+        return {all.begin(), all.end()};
+    }
+    std::set<std::string> files() const {
+        std::set<std::string> names;
+        DIR* folder = opendir(folder_.c_str());
+        while (const dirent* entry = readdir(folder)) names.insert(entry->d_name);
+        closedir(folder);
+        names.erase(".");
+        names.erase("..");
+        return names;
+    }
+
+    std::string root_;
+    std::string folder_;
+    Bytes plain_;
+};
+
+}  // namespace vektest

@@ -1,0 +1,378 @@
+// The tool's lzo and lzss formats: in memory, against lzop where it is installed, and what they say
+// of broken files.
+#include "support/tool.h"
+#include "tools/vekdc/checks.h"
+
+namespace {
+
+using vekdc::Settings;
+using namespace vektest;
+
+void big(Bytes& to, uint64_t value, int count = 4) {
+    while (--count >= 0) to.push_back(static_cast<uint8_t>(value >> (8 * count)));
+}
+void little(Bytes& to, uint64_t value, int count = 4) {
+    for (int i = 0; i < count; ++i) to.push_back(static_cast<uint8_t>(value >> (8 * i)));
+}
+uint32_t adler(const Bytes& bytes) {
+    return vekdc::kAdler32.update(1, bytes);
+}
+uint32_t crc(const Bytes& bytes) {
+    return vekdc::kCrc32.update(0, bytes);
+}
+Bytes bytesOf(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
+/// A part of an lzo file of any fields, with good checksums.
+struct LzoPart {
+    uint32_t version = 0x1040, needed = 0x0940, method = 1, flags = 1, filter = 0;
+    std::string name = "a";
+    Bytes extra;
+
+    Bytes header() const {
+        Bytes out;
+        big(out, version, 2);
+        big(out, 0x20A0, 2);
+        if (version >= 0x0940) big(out, needed, 2);
+        big(out, method, 1);
+        if (version >= 0x0940) big(out, 5, 1);
+        big(out, flags);
+        if ((flags & 0x800) != 0) big(out, filter);
+        big(out, 0100644);
+        big(out, 981173106);
+        if (version >= 0x0940) big(out, 0);
+        big(out, name.size(), 1);
+        out = out + bytesOf(name);
+        const auto sum = [&](const Bytes& bytes) {
+            return (flags & 0x1000) != 0 ? crc(bytes) : adler(bytes);
+        };
+        big(out, sum(out));
+        if ((flags & 0x40) != 0) {
+            Bytes field;
+            big(field, extra.size());
+            field = field + extra;
+            big(field, sum(field));
+            out = out + field;
+        }
+        return Bytes{0x89, 'L', 'Z', 'O', 0, 0x0D, 0x0A, 0x1A, 0x0A} + out;
+    }
+
+    /// The data stored, or, when there is one, as a stream. `sums` is what the checksums are of.
+    Bytes block(const Bytes& sums, const Bytes& stream = {}) const {
+        Bytes out;
+        const Bytes& coded = stream.empty() ? sums : stream;
+        big(out, sums.size());
+        big(out, coded.size());
+        if ((flags & 1) != 0) big(out, adler(sums));
+        if ((flags & 0x100) != 0) big(out, crc(sums));
+        if (!stream.empty() && (flags & 2) != 0) big(out, adler(stream));
+        if (!stream.empty() && (flags & 0x200) != 0) big(out, crc(stream));
+        return out + coded;
+    }
+
+    static Bytes end() { return Bytes(4, 0); }
+};
+
+/// 104 bytes: a literal, then itself again and again.
+const Bytes kRepeated(104, 'r');
+const Bytes kRepeatedStream = {21, 'r', 'r', 'r', 'r', 32, 67, 0, 0, 17, 0, 0};
+
+TEST(LzoAndLzss, GoThereAndBackOnAnyNumberOfThreadsInAnyPieces) {
+    for (const char* name : {"lzo", "lzss"}) {
+        const vekdc::Format& f = format(name);
+        const size_t block = f.name() == std::string("lzo") ? 256 << 10 : 1 << 20;
+        for (const size_t size :
+             {size_t{0}, size_t{1}, size_t{3}, size_t{300}, block - 1, block, 2 * block + 77}) {
+            const Bytes plain = sample(size);
+            for (const int level : {0, 6}) {
+                SCOPED_TRACE(name + std::to_string(size) + " level " + std::to_string(level));
+                const Bytes packed = compress(f, plain, settingsOf(level));
+                ASSERT_TRUE(compress(f, plain, settingsOf(level, 3)) == packed);
+                ASSERT_TRUE(decompress(f, packed) == plain);
+                EXPECT_LE(packed.size(), plain.size() + 64 + 16 * (size / block + 1));
+                EXPECT_EQ(vekdc::formatByStart(packed), &f);
+                Dripping reader(packed, size / 500 + 1);
+                vekdc::Source source(reader, 32);
+                vekdc::MemorySink sink;
+                f.decompress(source, sink, {});
+                ASSERT_TRUE(sink.data == plain);
+            }
+        }
+        for (const auto& shape : shapes()) {
+            const Bytes plain = shape.make(70000, 2);
+            ASSERT_TRUE(decompress(f, compress(f, plain, settingsOf(6))) == plain) << shape.name;
+        }
+    }
+    EXPECT_LT(compress(format("lzo"), sample(600000), settingsOf(6)).size(),
+              compress(format("lzo"), sample(600000), settingsOf(1)).size());
+}
+
+TEST(LzoAndLzss, PartsFollowEachOther) {
+    for (const char* name : {"lzo", "lzss"}) {
+        const vekdc::Format& f = format(name);
+        const Bytes plain = sample(3000);
+        const Bytes packed = compress(f, plain, settingsOf(6));
+        const Bytes three = packed + compress(f, {}, settingsOf(6)) + packed;
+        std::string warning;
+        Settings settings;
+        settings.warn = [&](const std::string& text) { warning += text; };
+        EXPECT_EQ(decompress(f, three + Bytes(70000, 0), settings), plain + plain);
+        EXPECT_EQ(warning, "");
+        EXPECT_EQ(decompress(f, three + Bytes{'j'}, settings), plain + plain);
+        EXPECT_EQ(warning, "byte " + std::to_string(three.size()) + ": ignored what follows the " +
+                               name + " data");
+        std::string info;
+        vekdc::Source source(three);
+        f.describe(source, {}, [&](const std::string& line) { info += line + "\n"; });
+        EXPECT_TRUE(contains(info, "3 parts, " + std::to_string(three.size()) + " -> 6000 bytes"))
+            << info;
+    }
+}
+
+TEST(LzoAndLzss, AllDamageIsNoticed) {
+    const Bytes plain = sample(1000);
+    const auto lzo = [&](const std::vector<std::string>& own) {
+        return damage(format("lzo"), compress(format("lzo"), plain, settingsOf(6, 1, own)));
+    };
+    EXPECT_EQ(lzo({"block-checksums"}), 0U);
+    EXPECT_EQ(lzo({"block-checksums", "crc32"}), 0U);
+    // Other distances in a run, and bits that fill up the last byte, are as good.
+    EXPECT_LT(lzo({"crc32"}), 100U);
+    EXPECT_LT(damage(format("lzss"), compress(format("lzss"), plain)), 100U);
+}
+
+TEST(Lzo, ReadsEveryKindOfHeaderAndBlock) {
+    const Bytes hello = bytesOf("hello");
+    for (const uint32_t version : {0x0900U, 0x0940U, 0x1040U, 0x7FFFU}) {
+        for (uint32_t mask = 0; mask < 128; ++mask) {
+            LzoPart part;
+            part.version = version;
+            part.method = 1 + mask % 3;
+            part.name = std::string(mask, 'n');
+            part.extra = Bytes(mask * 3000, 'x');
+            part.flags = 0x03000000;
+            const uint32_t flags[] = {1, 0x100, 2, 0x200, 0x1000, 0x40, 0x2430};
+            for (size_t i = 0; i < std::size(flags); ++i)
+                if ((mask >> i & 1) != 0) part.flags |= flags[i];
+            const Bytes file = part.header() + part.block(hello) +
+                               part.block(kRepeated, kRepeatedStream) + part.end();
+            ASSERT_EQ(decompress(format("lzo"), file), hello + kRepeated) << version << mask;
+        }
+    }
+}
+
+// The library's decoders take a stream that begins so for a container of their own, and go by the
+// lengths in it, here beyond all room; in a file it is a run of 68 literals.
+TEST(Lzo, AStreamThatLooksLikeTheLibrarysContainerIsNone) {
+    Bytes literals = {2, 2 ^ 0x55, 0xFF, 0xFF, 0xFF, 0x7F, 65, 0, 0, 0};
+    literals.resize(68, 'l');
+    const Bytes stream = Bytes{0x55} + literals + Bytes{32, 20, 0, 0, 17, 0, 0};
+    const Bytes plain = literals + Bytes(53, 'l');
+    const LzoPart part;
+    EXPECT_EQ(decompress(format("lzo"), part.header() + part.block(plain, stream) + part.end()),
+              plain);
+}
+
+TEST(Lzo, SaysWhatIsWrongAndWhere) {
+    const LzoPart part;
+    const Bytes hello = bytesOf("hello");
+    const Bytes start = part.header() + part.block(hello);
+    const auto field = [](const LzoPart& of, uint32_t LzoPart::*member, uint32_t value) {
+        LzoPart changed = of;
+        changed.*member = value;
+        return changed.header() + LzoPart::end();
+    };
+    const auto lengths = [](uint32_t plain, uint32_t coded) {
+        Bytes out;
+        big(out, plain);
+        big(out, coded);
+        return out;
+    };
+    const auto flipped = [](Bytes bytes, size_t at) {
+        bytes[at] ^= 1;
+        return bytes;
+    };
+    LzoPart checked;
+    checked.flags = 0x303;
+    const Bytes coded = checked.header() + checked.block(kRepeated, kRepeatedStream);
+    LzoPart extra;
+    extra.flags = 0x41;
+    extra.extra = hello;
+    const Bytes unchecked = field(part, &LzoPart::flags, 0);
+    const Bytes bare(unchecked.begin(), unchecked.end() - 4);
+    LzoPart filtered = part;
+    filtered.flags |= 0x800;
+    const struct {
+        const char* what;
+        Bytes file;
+        std::string complaint;
+    } cases[] = {
+        {"foreign", bytesOf("PKxx"), "0: not an lzo file"},
+        {"cut magic", {0x89, 'L'}, "2: the file ends too early"},
+        {"old", field(part, &LzoPart::version, 0x08FF), "9: part 1: unknown version of the format"},
+        {"new", field(part, &LzoPart::needed, 0x1041),
+         "13: part 1: needs a reader of a version that is unknown"},
+        {"method", field(part, &LzoPart::method, 0x80),
+         "15: part 1: unknown compression method 128"},
+        {"flags", field(part, &LzoPart::flags, 0x4000),
+         "17: part 1: reserved flags are set in the header"},
+        {"filter", field(filtered, &LzoPart::filter, 17), "21: part 1: unknown filter 17"},
+        {"header sum", flipped(part.header(), 20),
+         "35: part 1: the header's checksum does not match"},
+        {"extra sum", flipped(extra.header(), 45),
+         "48: part 1: the extra field's checksum does not match"},
+        {"large", start + lengths((64 << 20) + 1, 5),
+         "56: part 1, block 2: the block is larger than 64 MiB"},
+        {"split file", start + lengths(0xFFFFFFFF, 5),
+         "56: part 1, block 2: the block is larger than 64 MiB"},
+        {"grown", start + lengths(5, 6),
+         "60: part 1, block 2: the compressed length is impossible"},
+        {"no data", start + lengths(5, 0),
+         "60: part 1, block 2: the compressed length is impossible"},
+        {"bomb", start + lengths(64 << 20, 16),
+         "60: part 1, block 2: the compressed length is impossible"},
+        {"cut block", start + lengths(64 << 20, 64 << 20), "64: the file ends too early"},
+        {"Adler", flipped(coded, 47), "47: part 1, block 1: the Adler-32 does not match"},
+        {"CRC", flipped(coded, 51), "51: part 1, block 1: the CRC-32 does not match"},
+        {"Adler of stream", flipped(coded, 55),
+         "55: part 1, block 1: the Adler-32 of the compressed data does not match"},
+        {"CRC of stream", flipped(coded, 59),
+         "59: part 1, block 1: the CRC-32 of the compressed data does not match"},
+        {"data", flipped(start, start.size() - 1),
+         "47: part 1, block 1: the Adler-32 does not match"},
+        {"stream", bare + lengths(105, 12) + kRepeatedStream,
+         "47: part 1, block 1: the block's data are broken"},
+        {"distance", bare + lengths(104, 12) + flipped(kRepeatedStream, 8),
+         "47: part 1, block 1: the block's data are broken"},
+        {"second part", start + part.end() + flipped(start, start.size() - 1),
+         std::to_string(start.size() + 4 + 47) + ": part 2, block 1: the Adler-32 does not match"},
+        {"no end", start, "56: the file ends too early"},
+    };
+    for (const auto& [what, file, expected] : cases)
+        EXPECT_EQ(complaint(format("lzo"), file), expected) << what;
+    EXPECT_THROW(compress(format("lzo"), {}, settingsOf(6, 1, {"no-checksum", "block-checksums"})),
+                 vekdc::Failure);
+}
+
+TEST(Lzss, SaysWhatIsWrongAndWhere) {
+    const auto sumOf = [](const Bytes& bytes) { return ~vekdc::kCrc32c.update(0xFFFFFFFF, bytes); };
+    const auto header = [&](uint32_t version, uint32_t bits, uint64_t length) {
+        Bytes out = {0x89, 'L', 'Z', 'S', 'S', 0x0D, 0x0A, 0x1A};
+        little(out, version, 1);
+        little(out, bits, 1);
+        little(out, length, 8);
+        little(out, sumOf(out));
+        return out;
+    };
+    const auto block = [&](size_t size, const Bytes& coded, uint32_t sum) {
+        Bytes out;
+        little(out, size);
+        little(out, coded.size());
+        little(out, sum);
+        return out + coded;
+    };
+    const auto end = [](uint64_t length) {
+        Bytes out(4, 0);
+        little(out, length, 8);
+        return out;
+    };
+    const Bytes good = header(1, 12, ~uint64_t{0});
+    const Bytes plain = Bytes(9, 'a');
+    // A literal and a match of 8 at distance 1; then the same with one more literal begun.
+    const Bytes coded = {0xB0, 0x80, 0x00, 0x82, 0x80};
+    const uint32_t sum = sumOf(plain);
+    ASSERT_EQ(decompress(format("lzss"), good + block(9, coded, sum) + end(9)), plain);
+    const struct {
+        const char* what;
+        Bytes file;
+        std::string complaint;
+    } cases[] = {
+        {"foreign", bytesOf("PKxx"), "0: not an lzss file"},
+        {"version", header(2, 12, 0), "8: part 1: unknown version of the format"},
+        {"empty", header(1, 12, 0) + end(0), ""},
+        {"header sum", Bytes(good.begin(), good.end() - 1) + Bytes{0} + end(0),
+         "18: part 1: the header's checksum does not match"},
+        {"small blocks", header(1, 11, 0), "9: part 1: unknown block size"},
+        {"large blocks", header(1, 25, 0), "9: part 1: unknown block size"},
+        {"block", good + block(4097, coded, sum),
+         "22: part 1, block 1: the block is larger than the file allows"},
+        {"grown", good + block(4, coded, sum),
+         "26: part 1, block 1: the compressed length is impossible"},
+        {"bomb", good + block(4096, coded, sum),
+         "26: part 1, block 1: the compressed length is impossible"},
+        {"sum", good + block(9, coded, sum + 1), "30: part 1, block 1: the CRC-32C does not match"},
+        {"short", good + block(10, coded, sum), "34: part 1, block 1: the block's data are broken"},
+        {"long", good + block(8, coded, sum), "34: part 1, block 1: the block's data are broken"},
+        {"more data", good + block(9, coded + Bytes(3, 0xFF), sum),
+         "34: part 1, block 1: the block's data are broken"},
+        {"lost block", good + block(9, plain, sum) + end(18),
+         "47: part 1: the length does not match"},
+        {"twice", good + block(9, plain, sum) + block(9, plain, sum),
+         "51: part 1, block 2: the CRC-32C does not match"},
+        {"header length", header(1, 12, 8) + block(9, plain, sum) + end(9),
+         "10: part 1: the length in the header does not match"},
+        {"no end", good + block(9, plain, sum), "43: the file ends too early"},
+    };
+    for (const auto& [what, file, expected] : cases)
+        EXPECT_EQ(complaint(format("lzss"), file), expected) << what;
+}
+
+class LzoProgram : public Program {};
+
+TEST_F(LzoProgram, LzopReadsWhatItWritesAndTheReverse) {
+    if (!haveTool("lzop")) GTEST_SKIP() << "no lzop";
+    write("x", sample(700000));
+    good("touch -d '2001-02-03 04:05:06 UTC' x; chmod 640 x; touch empty; head -c 262144 x > one");
+    good(R"(for f in x empty one; do
+            for o in --fastest -1 -6 -9 '-j 3' --crc32 --no-checksum --block-checksums \
+                     '--crc32 --block-checksums' --no-name; do
+                vekdc compress --format lzo -c $o $f > a.lzo && lzop -qt a.lzo &&
+                    lzop -dc a.lzo | cmp - $f || exit
+            done
+            for o in -1 -2 -3 -4 -5 -6 -7 -8 -9 -F -CC --crc32 '--crc32 -F' --filter=1 \
+                     '--filter=16 -9' -P; do
+                lzop -c $o $f > b.lzo; vekdc test b.lzo && vekdc decompress -c b.lzo | cmp - $f ||
+                    exit
+            done
+        done
+        lzop < x | vekdc decompress | cmp - x && vekdc compress --format lzo < x | lzop -d | cmp - x &&
+        (lzop -c x; lzop -c one; vekdc compress --format lzo -c x) | vekdc decompress |
+            cmp - <(cat x one x))");
+    // Name, time stamp and permissions are where lzop looks for them.
+    good(
+        "vekdc compress -o c.lzo x; chmod 600 c.lzo; mkdir d; cd d; lzop -qx ../c.lzo; cmp x ../x");
+    EXPECT_EQ(good("cd d; stat -c '%a %Y %n' *"), "640 981173106 x\n");
+    EXPECT_TRUE(contains(good("vekdc info c.lzo"), "LZO1X-1/5 +2001-02-03 04:05:06  adler32  x\n"));
+}
+
+TEST_F(LzoProgram, FilesPipesAndBrokenFiles) {
+    write("x", sample(2500000));
+    for (const std::string f : {"lzo", "lzss"}) {
+        const auto command = [&](std::string text) {
+            for (size_t at; (at = text.find('@')) != std::string::npos;) text.replace(at, 1, f);
+            return text;
+        };
+        good(command("vekdc compress --format @ x; vekdc decompress -o y x.@; cmp x y; rm y"));
+        good(command("vekdc compress --format @ -j 2 < x | vekdc decompress | cmp - x"));
+        good(
+            command("head -c -9 x.@ > cut.@; head -c 20 x.@ > begun.@; (head -c 600000 x.@; echo; "
+                    "tail -c +600001 x.@) > more.@"));
+        for (const char* task : {"decompress", "test", "decompress -o y"}) {
+            bad(command(std::string("vekdc ") + task + " cut.@"),
+                command("cut.@: byte [0-9]+: the file ends too early"));
+            bad(command(std::string("vekdc ") + task + " begun.@"),
+                command("begun.@: byte 20: the file ends too early"));
+            bad(command(std::string("vekdc ") + task + " more.@"),
+                command("more.@: byte [0-9]+: part 1, block [0-9]+: .*"));
+        }
+        bad(command("vekdc info more.@ > /dev/null"), "more.*: byte .*block.*");
+#ifndef __SANITIZE_ADDRESS__
+        good(
+            command("head -c 40000000 /dev/zero > long; ulimit -s 512 -d 16384; vekdc compress -c "
+                    "--format @ long > long.@; vekdc test long.@"));
+#endif
+    }
+}
+
+}  // namespace
