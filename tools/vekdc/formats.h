@@ -7,6 +7,7 @@ namespace vekdc {
 
 const Format& gzFormat();
 const Format& lz4Format();
+const Format& zfpFormat();
 const Format& zlibFormat();
 
 }  // namespace vekdc
