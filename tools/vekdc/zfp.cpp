@@ -1,9 +1,7 @@
 // Headered ZFP fields (P. Lindstrom, "Fixed-Rate Compressed Floating-Point Arrays", 2014), as the
 // method's own tool writes and reads them.
 //
-// A file is one stream of bits, each byte filled from its lowest bit: "zfp" and the codec's
-// version, the type and size of the field, the four numbers that govern its blocks (in 12 bits
-// where a code for them exists, else in 64), and the blocks of 4 x 4 x 4 values, x fastest. Only
+// A file is a header (zfp_header.h) and the bits of the blocks of 4 x 4 x 4 values, x fastest. Only
 // fields of three dimensions and single precision have blocks of the library's kind; a field of
 // fewer dimensions is written as one whose other sides are 1. A block at a far side that the field
 // does not fill is padded along each axis in turn: three values by their first, two by the second
@@ -28,51 +26,19 @@
 
 #include "tools/vekdc/formats.h"
 #include "tools/vekdc/pipeline.h"
+#include "tools/vekdc/zfp_header.h"
 #include "vekdc.h"
 
 namespace vekdc {
 namespace {
 
+using namespace zfp;
+
 using Data = std::vector<uint8_t>;
 
 static_assert(std::endian::native == std::endian::little && sizeof(float) == 4);
 
-constexpr std::array<uint8_t, 3> kMagic = {'z', 'f', 'p'};
-constexpr uint8_t kCodecVersion = 5;
 constexpr size_t kMegabyte = 1 << 20;
-
-constexpr int32_t kUnlimitedBits = 16658;  // More than any block takes.
-constexpr int32_t kAllPlanes = 64;
-constexpr int32_t kLowestExp = -1074;  // Below it the method's tool codes without loss.
-constexpr int32_t kHeaderBits = 9;     // Of a block that is not zero.
-constexpr int32_t kLargestBlock = 2153;
-constexpr unsigned kBlockValues = 64;
-
-/// The numbers that govern a stream, as the library takes them.
-struct Parameters {
-    int32_t minBits = 1;
-    int32_t maxBits = kUnlimitedBits;
-    int32_t maxPrec = kAllPlanes;
-    int32_t minExp = kLowestExp;
-
-    bool operator==(const Parameters&) const = default;
-    bool isFixedRate() const { return minBits == maxBits; }
-    /// Most bits that a block takes.
-    int32_t mostBits() const { return std::max(minBits, std::min(maxBits, kLargestBlock)); }
-};
-
-/// Sides of a field or of a part of it, 1 to 65536 each.
-struct Dims {
-    uint32_t x = 1;
-    uint32_t y = 1;
-    uint32_t z = 1;
-
-    uint64_t values() const { return uint64_t{x} * y * z; }
-    uint64_t blocks() const { return uint64_t{(x + 3) / 4} * ((y + 3) / 4) * ((z + 3) / 4); }
-    std::string text() const {
-        return std::to_string(x) + " x " + std::to_string(y) + " x " + std::to_string(z);
-    }
-};
 
 constexpr uint32_t kLongestSide = 65536;
 
@@ -81,193 +47,6 @@ size_t inMemory(uint64_t bytes) {
     if (bytes > static_cast<uint64_t>(std::numeric_limits<ptrdiff_t>::max()))
         throw std::bad_alloc();
     return static_cast<size_t>(bytes);
-}
-
-// --- the file's header ---------------------------------------------------------------------------
-
-/// The 12-bit code of the numbers, by ranges: a fixed rate by its bits a block, a precision, a code
-/// for coding without loss, a smallest exponent; the last one announces the numbers themselves.
-constexpr uint32_t kRateCodes = 2048;
-constexpr uint32_t kPrecisionCodes = 128;
-constexpr uint32_t kLosslessCode = kRateCodes + kPrecisionCodes;
-constexpr uint32_t kLongCode = 4095;
-constexpr int32_t kLowestLongExp = -16495;
-
-uint32_t shortCode(const Parameters& p) {
-    const auto matches = [&](Parameters like) { return p == like; };
-    if (p.isFixedRate() && matches({p.minBits, p.minBits, kAllPlanes, kLowestExp}) &&
-        static_cast<uint32_t>(p.maxBits) <= kRateCodes)
-        return static_cast<uint32_t>(p.maxBits) - 1;
-    if (matches({1, kUnlimitedBits, p.maxPrec, kLowestExp}) && p.maxPrec < kAllPlanes)
-        return kRateCodes + static_cast<uint32_t>(p.maxPrec) - 1;
-    const int64_t code = int64_t{kLosslessCode} + 1 + p.minExp - kLowestExp;
-    if (matches({1, kUnlimitedBits, kAllPlanes, p.minExp}) && code < kLongCode)
-        return static_cast<uint32_t>(code);
-    return kLongCode;
-}
-
-struct Header {
-    Dims dims;
-    Parameters parameters;
-    unsigned bits = 0;   ///< Where the first block begins.
-    uint64_t bytes = 0;  ///< Of the whole file, once it is read.
-};
-
-/// Takes numbers off a few bytes, the lowest bit first.
-class HeaderBits {
- public:
-    explicit HeaderBits(Source& source) : source_(source) {}
-
-    uint32_t take(unsigned count) {
-        uint32_t value = 0;
-        for (unsigned i = 0; i < count; ++i, ++position_) {
-            if (position_ % 8 == 0) byte_ = source_.byte();
-            value |= static_cast<uint32_t>(byte_ >> position_ % 8 & 1) << i;
-        }
-        return value;
-    }
-    unsigned position() const { return position_; }
-
- private:
-    Source& source_;
-    unsigned position_ = 0;
-    uint8_t byte_ = 0;
-};
-
-Parameters readParameters(HeaderBits& in) {
-    const auto number = [&](unsigned bits) { return static_cast<int32_t>(in.take(bits)); };
-    const uint64_t offset = in.position() / 8;
-    const uint32_t code = in.take(12);
-    Parameters p;
-    if (code < kRateCodes) {
-        p.minBits = p.maxBits = static_cast<int32_t>(code) + 1;
-    } else if (code < kLosslessCode) {
-        p.maxPrec = static_cast<int32_t>(code - kRateCodes) + 1;
-    } else if (code == kLongCode) {
-        p.minBits = number(15) + 1;
-        p.maxBits = number(15) + 1;
-        p.maxPrec = number(7) + 1;
-        p.minExp = number(15) + kLowestLongExp;
-    } else if (code != kLosslessCode) {
-        p.minExp = static_cast<int32_t>(code - kLosslessCode) - 1 + kLowestExp;
-    }
-    if (code == kLosslessCode || p.minExp < kLowestExp)
-        throw FormatError(offset, "coded without loss, which is not read here");
-    if (p.minBits > p.maxBits)
-        throw FormatError(offset, "the header has blocks of at least " + std::to_string(p.minBits) +
-                                      " and at most " + std::to_string(p.maxBits) + " bits");
-    if (p.maxBits < kHeaderBits)
-        throw FormatError(offset, "blocks of " + std::to_string(p.maxBits) +
-                                      " bits, which have no room for a header, are not read here");
-    return p;
-}
-
-bool startsField(Bytes bytes) {
-    return bytes.size() >= 4 && std::equal(kMagic.begin(), kMagic.end(), bytes.begin()) &&
-           bytes[3] < ' ';
-}
-
-Header readHeader(Source& source) {
-    const Bytes start = source.peek(4);
-    if (start.size() < 4) source.throwTruncated();
-    if (!startsField(start))
-        throw FormatError(0, "not a zfp file with a header (as zfp -h writes it)");
-    if (start[3] != kCodecVersion)
-        throw FormatError(3, "version " + std::to_string(start[3]) + " of the zfp codec, not 5");
-    HeaderBits in(source);
-    in.take(32);
-    constexpr std::array<const char*, 4> types = {"32-bit integers", "64-bit integers", "floats",
-                                                  "doubles"};
-    constexpr uint32_t floats = 2;
-    constexpr uint32_t wantedDims = 3;
-    const uint32_t type = in.take(2);
-    const uint32_t dims = in.take(2) + 1;
-    if (type != floats)
-        throw FormatError(4, std::string("a field of ") + types[type] +
-                                 "; only fields of 32-bit floats are read here");
-    if (dims != wantedDims)
-        throw FormatError(4, "a field of " + std::to_string(dims) +
-                                 " dimensions, coded in blocks of other sizes; only fields of 3 "
-                                 "dimensions are read here");
-    Header header;
-    header.dims.x = in.take(16) + 1;
-    header.dims.y = in.take(16) + 1;
-    header.dims.z = in.take(16) + 1;
-    header.parameters = readParameters(in);
-    header.bits = in.position();
-    return header;
-}
-
-/// Strings bits together and writes them, at the end as whole 64-bit words.
-class BitSink {
- public:
-    explicit BitSink(Sink& sink) : sink_(sink) {}
-
-    /// Appends `count` bits, at most 64; those above must be zero.
-    void put(uint64_t bits, unsigned count) {
-        held_ |= bits << pending_;
-        if (pending_ + count < 64) {
-            pending_ += count;
-            return;
-        }
-        bytes_.resize(bytes_.size() + 8);
-        std::memcpy(bytes_.data() + bytes_.size() - 8, &held_, 8);
-        const unsigned taken = 64 - pending_;
-        held_ = taken < 64 ? bits >> taken : 0;
-        pending_ = count - taken;
-    }
-
-    /// Appends the first `bits` bits of whole words; the last word's others are zero.
-    void append(Bytes words, uint64_t bits) {
-        const auto full = static_cast<size_t>(bits / 64 * 8);
-        if (pending_ == 0) {
-            write();
-            sink_.write(words.first(full));
-        } else {
-            for (size_t at = 0; at < full; at += 8) put(wordAt(words, at), 64);
-        }
-        if (bits % 64 != 0) put(wordAt(words, full), bits % 64);
-        write();
-    }
-
-    void finish() {
-        if (pending_ != 0) put(0, 64 - pending_);
-        write();
-    }
-
- private:
-    static uint64_t wordAt(Bytes words, size_t at) {
-        uint64_t word = 0;
-        std::memcpy(&word, words.data() + at, 8);
-        return word;
-    }
-    void write() {
-        sink_.write(bytes_);
-        bytes_.clear();
-    }
-
-    Sink& sink_;
-    Data bytes_;
-    uint64_t held_ = 0;
-    unsigned pending_ = 0;
-};
-
-void putHeader(BitSink& out, const Dims& dims, const Parameters& p) {
-    const auto put = [&](int64_t value, unsigned count) {
-        out.put(static_cast<uint64_t>(value), count);
-    };
-    for (const uint8_t letter : kMagic) put(letter, 8);
-    put(kCodecVersion, 8);
-    put(2, 2);  // Floats,
-    put(2, 2);  // of 3 dimensions.
-    for (const uint32_t side : {dims.x, dims.y, dims.z}) put(side - 1, 16);
-    const uint32_t code = shortCode(p);
-    put(code, 12);
-    if (code != kLongCode) return;
-    put(p.minBits - 1, 15);
-    put(p.maxBits - 1, 15);
-    put(p.maxPrec - 1, 7);
-    put(p.minExp - kLowestLongExp, 15);
 }
 
 // --- fields, chunks and blocks -------------------------------------------------------------------
@@ -447,7 +226,7 @@ Parameters expertOption(const std::string& text) {
         return value >= low && value <= high;
     };
     if (v.size() != 4 || !within(v[0], 0, v[1]) || !within(v[1], kHeaderBits, mostBits) ||
-        !within(v[2], 1, kAllPlanes) || !within(v[3], kLowestExp, -kLowestLongExp - 223))
+        !within(v[2], 1, kAllPlanes) || !within(v[3], kLowestExp, kHighestExp))
         badOption("expert",
                   "MINBITS,MAXBITS,MAXPREC,MINEXP with 0 <= MINBITS <= MAXBITS, MAXBITS of 9 to "
                   "32768, MAXPREC of 1 to 64 and MINEXP of -1074 to 16272",
