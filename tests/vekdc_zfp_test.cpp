@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -86,37 +87,25 @@ std::vector<float> makeField(size_t count) {
 /// A folder of its own for files that programs exchange.
 class Folder {
  public:
-    Folder() : path_(testing::TempDir() + "vekdc_zfp_" + std::to_string(getpid()) + "_") {}
-    ~Folder() {
-        for (const std::string& name : names_) std::remove(name.c_str());
+    ~Folder() { std::filesystem::remove_all(path_); }
+    std::string operator/(const char* name) const { return path_ / name; }
+    std::string put(const char* name, const Bytes& bytes) const {
+        std::ofstream file(path_ / name, std::ios::binary);
+        std::copy(bytes.begin(), bytes.end(), std::ostreambuf_iterator<char>(file));
+        return path_ / name;
     }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
-
-    std::string path(const std::string& name) {
-        names_.push_back(path_ + name);
-        return names_.back();
-    }
-    std::string put(const std::string& name, const Bytes& bytes) {
-        std::ofstream file(path(name), std::ios::binary);
-        file.write(reinterpret_cast<const char*>(bytes.data()),
-                   static_cast<std::streamsize>(bytes.size()));
-        return names_.back();
-    }
-    static Bytes get(const std::string& path) {
-        std::ifstream file(path, std::ios::binary);
+    Bytes get(const char* name) const {
+        std::ifstream file(path_ / name, std::ios::binary);
         return Bytes{std::istreambuf_iterator<char>(file), {}};
     }
 
  private:
-    std::string path_;
-    std::vector<std::string> names_;
+    const std::filesystem::path path_ = [] {
+        std::filesystem::path path = testing::TempDir() + "vekdc_zfp_" + std::to_string(getpid());
+        std::filesystem::create_directories(path);
+        return path;
+    }();
 };
-
-bool haveZfpTool() {
-    static const bool have = std::system("command -v zfp >/dev/null") == 0;
-    return have;
-}
 
 struct Mode {
     const char* theirs;
@@ -136,17 +125,13 @@ const std::vector<Mode> modes = {{"-r 8", {{"rate", "8"}}, 0},
                                  {"-c 70 900 64 -8", {{"expert", "70,900,64,-8"}}, 0},
                                  {"-c 333 333 12 -10", {{"expert", "333,333,12,-10"}}, 0}};
 
-struct Shape {
-    const char* dims;
-    const char* three;
-    size_t count;
-};
-
-void exchange(const Mode& mode, const Shape& shape) {
-    SCOPED_TRACE(std::string(mode.theirs) + " " + shape.dims);
+void exchange(const Mode& mode, const char* dims) {
+    SCOPED_TRACE(std::string(mode.theirs) + " " + dims);
     Options own = mode.ours;
-    own["dims"] = shape.dims;
-    const std::vector<float> field = makeField(shape.count);
+    own["dims"] = dims;
+    std::array<unsigned, 3> sides = {1, 1, 1};
+    std::sscanf(dims, "%ux%ux%u", &sides[0], &sides[1], &sides[2]);
+    const std::vector<float> field = makeField(size_t{sides[0]} * sides[1] * sides[2]);
     const Bytes plain = bytesOf(field);
     const Bytes packed = compress(plain, with(own));
     ASSERT_EQ(packed.size() % 8, 0U);
@@ -154,43 +139,35 @@ void exchange(const Mode& mode, const Shape& shape) {
     const Bytes decoded = decompress(packed);
     ASSERT_EQ(decoded.size(), plain.size());
     EXPECT_TRUE(decompress(packed, with({}, 3)) == decoded);
-    if (mode.tolerance != 0) {
-        const std::vector<float> after = floatsOf(decoded);
-        for (size_t i = 0; i < field.size(); ++i)
-            ASSERT_NEAR(field[i], after[i], mode.tolerance) << i;
-    }
-    if (!haveZfpTool()) return;
-    Folder folder;
-    const std::string raw = folder.put("raw", plain);
-    const std::string ours = folder.put("ours", packed);
-    const std::string theirs = folder.path("theirs");
-    const std::string back = folder.path("back");
-    ASSERT_EQ(
-        std::system(("zfp -q -h -f -3 " + std::string(shape.three) + " " + mode.theirs + " -i " +
-                     raw + " -z " + theirs + " && zfp -q -h -z " + ours + " -o " + back)
-                        .c_str()),
-        0);
-    EXPECT_TRUE(Folder::get(back) == decoded);
+    const std::vector<float> after = floatsOf(decoded);
+    for (size_t i = 0; i < field.size() && mode.tolerance != 0; ++i)
+        ASSERT_NEAR(field[i], after[i], mode.tolerance) << i;
+    static const bool haveTool = std::system("command -v zfp >/dev/null") == 0;
+    if (!haveTool) return;
+    const Folder folder;
+    std::string command = "zfp -q -h -f -3";
+    for (const unsigned side : sides) command += " " + std::to_string(side);
+    command += std::string(" ") + mode.theirs + " -i " + folder.put("raw", plain) + " -z " +
+               folder / "theirs" + " && zfp -q -h -z " + folder.put("ours", packed) + " -o " +
+               folder / "back";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    EXPECT_TRUE(folder.get("back") == decoded);
     // Its stream may end sooner, where it is built for shorter words.
-    const Bytes their = Folder::get(theirs);
-    ASSERT_LE(their.size(), packed.size());
-    EXPECT_TRUE(std::equal(their.begin(), their.end(), packed.begin()));
-    EXPECT_TRUE(decompress(their) == decoded);
+    const Bytes theirs = folder.get("theirs");
+    ASSERT_LE(theirs.size(), packed.size());
+    EXPECT_TRUE(std::equal(theirs.begin(), theirs.end(), packed.begin()));
+    EXPECT_TRUE(decompress(theirs) == decoded);
 }
 
 TEST(ZfpFormat, ExchangesFieldsOfAnySidesWithTheZfpTool) {
     for (const Mode& mode : modes)
-        for (const Shape& shape : {Shape{"9x6x5", "9 6 5", 270}, Shape{"8x4x4", "8 4 4", 128},
-                                   Shape{"1x2x3", "1 2 3", 6}, Shape{"7x21", "7 21 1", 147},
-                                   Shape{"50", "50 1 1", 50}, Shape{"1x1x1", "1 1 1", 1}})
-            exchange(mode, shape);
+        for (const char* dims : {"9x6x5", "8x4x4", "1x2x3", "7x21", "50", "1x1x1"})
+            exchange(mode, dims);
 }
 
 TEST(ZfpFormat, LargeFieldsGoInChunksOfPlanesOrRows) {
-    for (const size_t mode : {1, 5, 6, 9}) {
-        exchange(modes[mode], {"101x90x50", "101 90 50", 454500});
-        exchange(modes[mode], {"1022x601", "1022 601 1", 614222});
-    }
+    for (const size_t mode : {1, 5, 6, 9})
+        for (const char* dims : {"101x90x50", "1022x601"}) exchange(modes[mode], dims);
 }
 
 TEST(ZfpFormat, SaysWhatIsWrongWithAFile) {
@@ -250,14 +227,8 @@ TEST(ZfpFormat, SaysWhatIsWrongWithAFile) {
     // A small file that promises a large field takes no memory for it.
     Bytes vast = expert;
     std::fill(vast.begin() + 5, vast.begin() + 10, uint8_t{0x7F});
-    EXPECT_NE(complaint([&] {
-                  try {
-                      decompress(vast);
-                  } catch (const std::bad_alloc&) {
-                      throw vekdc::Failure("memory");
-                  }
-              }),
-              "none");
+    const std::string text = complaint([&] { decompress(vast); });
+    EXPECT_TRUE(text.ends_with("too early") || text.ends_with("than fits in memory")) << text;
 }
 
 TEST(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
@@ -303,10 +274,10 @@ TEST(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
 }
 
 TEST(ZfpFormat, InfoTellsParametersAndErrors) {
-    std::vector<float> field = makeField(270);
-    const Bytes packed = compress(bytesOf(field), with({{"dims", "9x6x5"}, {"rate", "8"}}));
+    const Bytes plain = bytesOf(makeField(270));
+    const Bytes packed = compress(plain, with({{"dims", "9x6x5"}, {"rate", "8"}}));
     const auto info = [&](const std::vector<float>& original) {
-        Folder folder;
+        const Folder folder;
         std::string text;
         Source source(packed);
         zfp().describe(source, with({{"original", folder.put("original", bytesOf(original))}}),
@@ -320,15 +291,15 @@ TEST(ZfpFormat, InfoTellsParametersAndErrors) {
               std::string::npos)
         << info(decoded);
     EXPECT_NE(info(decoded).find("maximum error 0, RMSE 0, PSNR infinite"), std::string::npos);
+    // Half of the range is added to one value in the middle of it.
     const auto [low, high] = std::minmax_element(decoded.begin(), decoded.end());
-    const double range = *high - *low;
-    size_t middle = 0;
-    while (decoded[middle] == *low || decoded[middle] == *high || decoded[middle] == 0) ++middle;
-    decoded[middle] += 0.5F * (decoded[middle] < 0 ? 1.0F : -1.0F);
+    const float range = *high - *low;
+    *std::find_if(decoded.begin(), decoded.end(), [&, least = *low](float v) {
+        return v > least && v < least + range / 4;
+    }) += range / 2;
     std::array<char, 100> text{};
-    const double rmse = 0.5 / std::sqrt(270);
-    std::snprintf(text.data(), text.size(), "maximum error 0.5, RMSE %.4g, PSNR %.2f dB", rmse,
-                  20 * std::log10(range / (2 * rmse)));
+    std::snprintf(text.data(), text.size(), "RMSE %.4g, PSNR %.2f dB", range / 2 / std::sqrt(270),
+                  20 * std::log10(std::sqrt(270)));
     EXPECT_NE(info(decoded).find(text.data()), std::string::npos) << info(decoded) << text.data();
     decoded[3] = std::nanf("");
     EXPECT_NE(info(decoded).find("left out: 1 value"), std::string::npos);

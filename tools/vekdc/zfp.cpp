@@ -42,12 +42,7 @@ constexpr size_t kMegabyte = 1 << 20;
 
 constexpr uint32_t kLongestSide = 65536;
 
-/// A count of bytes that has to be held in memory.
-size_t inMemory(uint64_t bytes) {
-    if (bytes > static_cast<uint64_t>(std::numeric_limits<ptrdiff_t>::max()))
-        throw std::bad_alloc();
-    return static_cast<size_t>(bytes);
-}
+constexpr uint64_t kMostMemory = std::numeric_limits<ptrdiff_t>::max();
 
 // --- fields, chunks and blocks -------------------------------------------------------------------
 
@@ -59,11 +54,12 @@ class Chunks {
         : field_(field), byPlanes_(field.z > 1), layers_(byPlanes_ ? field.z : field.y) {
         const uint64_t four = 16 * field.values() / layers_;
         perChunk_ = static_cast<uint32_t>(4 * std::clamp<uint64_t>(kMegabyte / four, 1, 1 << 14));
-        inMemory(4 * first().values());
+        if (sizeof(float) * at(0).values() > kMostMemory)
+            throw Failure("four planes of " + field.text() +
+                          " floats are more than fits in memory");
     }
 
     uint32_t count() const { return (layers_ + perChunk_ - 1) / perChunk_; }
-    Dims first() const { return at(0); }
     Dims at(uint32_t index) const {
         Dims dims = field_;
         (byPlanes_ ? dims.z : dims.y) = std::min(perChunk_, layers_ - index * perChunk_);
@@ -274,7 +270,8 @@ struct Coded {
 void encodeChunk(Record& record, const std::vector<float>& values, const Dims& dims,
                  const Parameters& p, Coded& coded) {
     const uint64_t mostBits = dims.blocks() * static_cast<uint64_t>(p.mostBits());
-    coded.words.resize(inMemory(mostBits / 64 * 8 + 8));
+    if (mostBits / 8 >= kMostMemory) throw std::bad_alloc();
+    coded.words.resize(static_cast<size_t>(mostBits / 64 * 8 + 8));
     veksEncodeZfpInitLong_32f(coded.words.data(), static_cast<int64_t>(coded.words.size()),
                               record.get());
     veksEncodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, record.get());
