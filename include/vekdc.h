@@ -1388,7 +1388,8 @@ VekStatus veksDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** p
  * writes them). Opaque: allocate what the size query says, at a multiple of 4.
  *
  * One record serves one stream in one direction. Every function but the size queries and the Inits
- * returns ::vekStatusStateMismatch for a record that no Init prepared.
+ * returns ::vekStatusStateMismatch for a record that no Init prepared. A record may be copied as
+ * bytes: the copy goes on, in the same buffer, from where the record stood.
  *
  * Four numbers govern a stream, and the decoder must be set to the encoder's: a block takes at
  * least minBits and at most maxBits bits (both equal: a fixed rate, so that blocks stand at known

@@ -68,6 +68,7 @@ ExitStatus demonstrate(unsigned jobs) {
                 "ratio", "compress", "decompress");
     for (const Sample& sample : samples) {
         for (const Format* format : formats()) {
+            if (!format->codesAnyBytes()) continue;
             for (const int level : {0, 1, 6, 9}) {
                 Settings settings;
                 settings.jobs =

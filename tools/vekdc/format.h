@@ -51,6 +51,8 @@ class Format {
     /// Whether a file that begins so (kMagicBytes, fewer when it is shorter) is of this format.
     virtual bool recognises(Bytes start) const = 0;
     virtual std::vector<FormatOption> options() const { return {}; }
+    /// False for one that codes fields of numbers, and not without loss.
+    virtual bool codesAnyBytes() const { return true; }
 
     /// Codes the source to its end.
     virtual void compress(Source& source, Sink& sink, const Settings& settings) const = 0;

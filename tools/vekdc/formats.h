@@ -9,6 +9,7 @@ const Format& gzFormat();
 const Format& lz4Format();
 const Format& lzoFormat();
 const Format& lzssFormat();
+const Format& zfpFormat();
 const Format& zlibFormat();
 
 }  // namespace vekdc

@@ -9,8 +9,8 @@
 namespace vekdc {
 
 const std::vector<const Format*>& formats() {
-    static const std::vector<const Format*> all = {&gzFormat(), &lz4Format(), &lzoFormat(),
-                                                   &lzssFormat(), &zlibFormat()};
+    static const std::vector<const Format*> all = {&gzFormat(),   &lz4Format(), &lzoFormat(),
+                                                   &lzssFormat(), &zfpFormat(), &zlibFormat()};
     return all;
 }
 

@@ -1,0 +1,312 @@
+// The tool's zfp fields: exchanged with the method's own tool in every mode, and what is wrong with
+// broken files and options.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "support/data.h"
+#include "tools/vekdc/format.h"
+
+namespace {
+
+using vekdc::FormatError;
+using vekdc::Settings;
+using vekdc::Source;
+using vektest::Bytes;
+using Options = std::map<std::string, std::string>;
+
+const vekdc::Format& zfp() {
+    return *vekdc::formatByName("zfp");
+}
+
+Settings with(const Options& own, unsigned jobs = 1) {
+    Settings settings;
+    settings.own = own;
+    settings.jobs = jobs;
+    return settings;
+}
+
+Bytes compress(const Bytes& plain, const Settings& settings) {
+    Source source(plain);
+    vekdc::MemorySink sink;
+    zfp().compress(source, sink, settings);
+    return sink.data;
+}
+
+Bytes decompress(const Bytes& packed, const Settings& settings = {}) {
+    Source source(packed);
+    vekdc::MemorySink sink;
+    zfp().decompress(source, sink, settings);
+    return sink.data;
+}
+
+/// The message of the FormatError or Failure that `call` ends in, behind a FormatError's offset.
+template <class Call>
+std::string complaint(Call&& call) {
+    try {
+        call();
+    } catch (const FormatError& error) {
+        return std::to_string(error.offset) + ": " + error.what();
+    } catch (const vekdc::Failure& error) {
+        return error.what();
+    }
+    return "none";
+}
+
+Bytes bytesOf(const std::vector<float>& field) {
+    Bytes bytes(field.size() * sizeof(float));
+    std::memcpy(bytes.data(), field.data(), bytes.size());
+    return bytes;
+}
+
+std::vector<float> floatsOf(const Bytes& bytes) {
+    std::vector<float> field(bytes.size() / sizeof(float));
+    std::memcpy(field.data(), bytes.data(), bytes.size());
+    return field;
+}
+
+/// Waves, some noise, and a stretch of zeros.
+std::vector<float> makeField(size_t count) {
+    vektest::Random random(7);
+    std::vector<float> field(count);
+    for (size_t i = 0; i < count; ++i) {
+        const auto x = static_cast<float>(i);
+        const float noise = static_cast<float>(random() % 2001) / 1e6F;
+        field[i] = i % 997 > 700 ? 0 : std::sin(x * 0.07F) * std::cos(x * 0.0013F) * 5 + noise;
+    }
+    return field;
+}
+
+/// A folder of its own for files that programs exchange.
+class Folder {
+ public:
+    ~Folder() { std::filesystem::remove_all(path_); }
+    std::string operator/(const char* name) const { return path_ / name; }
+    std::string put(const char* name, const Bytes& bytes) const {
+        std::ofstream file(path_ / name, std::ios::binary);
+        std::copy(bytes.begin(), bytes.end(), std::ostreambuf_iterator<char>(file));
+        return path_ / name;
+    }
+    Bytes get(const char* name) const {
+        std::ifstream file(path_ / name, std::ios::binary);
+        return Bytes{std::istreambuf_iterator<char>(file), {}};
+    }
+
+ private:
+    const std::filesystem::path path_ = [] {
+        std::filesystem::path path = testing::TempDir() + "vekdc_zfp_" + std::to_string(getpid());
+        std::filesystem::create_directories(path);
+        return path;
+    }();
+};
+
+struct Mode {
+    const char* theirs;
+    Options ours;
+    double tolerance;  ///< 0: none is promised.
+};
+
+const std::vector<Mode> modes = {{"-r 8", {{"rate", "8"}}, 0},
+                                 {"-r 7.3", {{"rate", "7.3"}}, 0},
+                                 {"-r 0.15", {{"rate", "0.15"}}, 0},
+                                 {"-r 40", {{"rate", "40"}}, 1e-5},
+                                 {"-p 13", {{"precision", "13"}}, 0},
+                                 {"-p 32", {}, 1e-5},
+                                 {"-a 1e-3", {{"accuracy", "1e-3"}}, 1e-3},
+                                 {"-a 3", {{"accuracy", "3"}}, 3},
+                                 {"-c 0 200 20 -10", {{"expert", "0,200,20,-10"}}, 0},
+                                 {"-c 70 900 64 -8", {{"expert", "70,900,64,-8"}}, 0},
+                                 {"-c 333 333 12 -10", {{"expert", "333,333,12,-10"}}, 0}};
+
+void exchange(const Mode& mode, const char* dims) {
+    SCOPED_TRACE(std::string(mode.theirs) + " " + dims);
+    Options own = mode.ours;
+    own["dims"] = dims;
+    std::array<unsigned, 3> sides = {1, 1, 1};
+    std::sscanf(dims, "%ux%ux%u", &sides[0], &sides[1], &sides[2]);
+    const std::vector<float> field = makeField(size_t{sides[0]} * sides[1] * sides[2]);
+    const Bytes plain = bytesOf(field);
+    const Bytes packed = compress(plain, with(own));
+    ASSERT_EQ(packed.size() % 8, 0U);
+    EXPECT_TRUE(compress(plain, with(own, 3)) == packed);
+    const Bytes decoded = decompress(packed);
+    ASSERT_EQ(decoded.size(), plain.size());
+    EXPECT_TRUE(decompress(packed, with({}, 3)) == decoded);
+    const std::vector<float> after = floatsOf(decoded);
+    for (size_t i = 0; i < field.size() && mode.tolerance != 0; ++i)
+        ASSERT_NEAR(field[i], after[i], mode.tolerance) << i;
+    static const bool haveTool = std::system("command -v zfp >/dev/null") == 0;
+    if (!haveTool) return;
+    const Folder folder;
+    std::string command = "zfp -q -h -f -3";
+    for (const unsigned side : sides) command += " " + std::to_string(side);
+    command += std::string(" ") + mode.theirs + " -i " + folder.put("raw", plain) + " -z " +
+               folder / "theirs" + " && zfp -q -h -z " + folder.put("ours", packed) + " -o " +
+               folder / "back";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    EXPECT_TRUE(folder.get("back") == decoded);
+    // Its stream may end sooner, where it is built for shorter words.
+    const Bytes theirs = folder.get("theirs");
+    ASSERT_LE(theirs.size(), packed.size());
+    EXPECT_TRUE(std::equal(theirs.begin(), theirs.end(), packed.begin()));
+    EXPECT_TRUE(decompress(theirs) == decoded);
+}
+
+TEST(ZfpFormat, ExchangesFieldsOfAnySidesWithTheZfpTool) {
+    for (const Mode& mode : modes)
+        for (const char* dims : {"9x6x5", "8x4x4", "1x2x3", "7x21", "50", "1x1x1"})
+            exchange(mode, dims);
+}
+
+TEST(ZfpFormat, LargeFieldsGoInChunksOfPlanesOrRows) {
+    for (const size_t mode : {1, 5, 6, 9})
+        for (const char* dims : {"101x90x50", "1022x601"}) exchange(modes[mode], dims);
+}
+
+TEST(ZfpFormat, SaysWhatIsWrongWithAFile) {
+    const Bytes plain = bytesOf(makeField(270));
+    const Bytes rate = compress(plain, with({{"dims", "9x6x5"}, {"rate", "8"}}));
+    const Bytes expert = compress(plain, with({{"dims", "9x6x5"}, {"expert", "0,200,20,-10"}}));
+    const struct {
+        const Bytes& file;
+        std::map<size_t, uint8_t> changes;
+        const char* message;
+    } cases[] = {
+        {rate, {{0, 'Z'}}, "0: not a zfp file with a header (as zfp -h writes it)"},
+        {rate, {{3, 4}}, "3: version 4 of the zfp codec, not 5"},
+        {rate,
+         {{4, 0x88}},
+         "4: a field of 32-bit integers; only fields of 32-bit floats are read here"},
+        {rate, {{4, 0x8B}}, "4: a field of doubles; only fields of 32-bit floats are read here"},
+        {rate,
+         {{4, 0x86}},
+         "4: a field of 2 dimensions, coded in blocks of other sizes; only fields of 3 dimensions "
+         "are read here"},
+        {rate, {{10, 0}, {11, 0x88}}, "10: coded without loss, which is not read here"},
+        {expert, {{18, 0}}, "10: coded without loss, which is not read here"},
+        {rate,
+         {{10, 0}, {11, 0}},
+         "10: blocks of 1 bits, which have no room for a header, are not read here"},
+        {expert, {{13, 0xFF}}, "10: the header has blocks of at least 32513 and at most 200 bits"},
+    };
+    for (const auto& c : cases) {
+        Bytes broken = c.file;
+        for (const auto& [at, value] : c.changes) broken[at] = value;
+        EXPECT_EQ(complaint([&] { decompress(broken); }), c.message);
+    }
+    for (const Bytes& file : {rate, expert}) {
+        const Bytes good = decompress(file);
+        for (size_t size = 0; size < file.size() - 7; ++size)
+            EXPECT_EQ(complaint([&] {
+                          decompress({file.begin(), file.begin() + size});
+                      }),
+                      std::to_string(size < 4 ? 0 : size) + ": the file ends too early");
+        // A changed bit of a block does not show, unless the blocks then go on behind the end.
+        for (size_t bit = 84; bit < 8 * file.size(); ++bit) {
+            Bytes broken = file;
+            broken[bit / 8] ^= static_cast<uint8_t>(1U << (bit % 8));
+            const std::string text = complaint([&] { decompress(broken); });
+            EXPECT_TRUE(text == "none" || bit < 8 * 19 || text.ends_with("too early")) << text;
+        }
+        std::string warning;
+        Settings settings;
+        settings.warn = [&](const std::string& text) { warning = text; };
+        Bytes longer = file;
+        longer.push_back(0);
+        EXPECT_TRUE(decompress(longer, settings) == good);
+        EXPECT_EQ(warning,
+                  "byte " + std::to_string(file.size()) + ": ignored what follows the zfp data");
+    }
+    // A small file that promises a large field takes no memory for it.
+    Bytes vast = expert;
+    std::fill(vast.begin() + 5, vast.begin() + 10, uint8_t{0x7F});
+    const std::string text = complaint([&] { decompress(vast); });
+    EXPECT_TRUE(text.ends_with("too early") || text.ends_with("than fits in memory")) << text;
+}
+
+TEST(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
+    const struct {
+        size_t size;
+        Options own;
+        const char* message;
+    } cases[] = {
+        {1080, {}, "the field's sides are missing: --dims NXxNYxNZ, x fastest"},
+        {1076,
+         {{"dims", "9x6x5"}},
+         "1076: the field ends too early; 9 x 6 x 5 floats are 1080 bytes"},
+        {1078,
+         {{"dims", "9x6x5"}},
+         "1078: the length is not a multiple of 4 bytes, a float's; 9 x 6 x 5 floats are 1080 "
+         "bytes"},
+        {1084,
+         {{"dims", "9x6x5"}},
+         "1080: the file goes on behind the field; 9 x 6 x 5 floats are 1080 bytes"},
+        {0, {{"dims", "1"}}, "0: the field ends too early; 1 x 1 x 1 floats are 4 bytes"},
+        {1080,
+         {{"dims", "270"}, {"rate", "8"}, {"accuracy", "1"}},
+         "--rate, --precision, --accuracy and --expert exclude each other"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(complaint([&] { compress(Bytes(c.size), with(c.own)); }), c.message);
+    const std::pair<const char*, std::vector<const char*>> wrong[] = {
+        {"dims", {"", "x", "0", "9x", "9x6x5x1", "65537", "9,6,5", "-1x3", "99999999999"}},
+        {"rate", {"", "0.1", "65", "nan", "8x"}},
+        {"precision", {"0", "33", "x"}},
+        {"accuracy", {"0", "-1", "inf", "x"}},
+        {"expert",
+         {"1,2,3", "0,8,64,0", "100,50,64,0", "0,100,65,0", "0,100,0,0", "0,100,64,-1075",
+          "0,40000,64,0"}}};
+    for (const auto& [name, values] : wrong) {
+        for (const char* value : values) {
+            Options own = {{"dims", "9x6x5"}};
+            own[name] = value;
+            EXPECT_EQ(complaint([&] { compress(Bytes(1080), with(own)); }).find("--"), 0U)
+                << name << " " << value;
+        }
+    }
+}
+
+TEST(ZfpFormat, InfoTellsParametersAndErrors) {
+    const Bytes plain = bytesOf(makeField(270));
+    const Bytes packed = compress(plain, with({{"dims", "9x6x5"}, {"rate", "8"}}));
+    const auto info = [&](const std::vector<float>& original) {
+        const Folder folder;
+        std::string text;
+        Source source(packed);
+        zfp().describe(source, with({{"original", folder.put("original", bytesOf(original))}}),
+                       [&](const std::string& line) { text += line + "\n"; });
+        return text;
+    };
+    std::vector<float> decoded = floatsOf(decompress(packed));
+    EXPECT_NE(info(decoded).find("9 x 6 x 5 floats, 12 blocks\n  fixed rate, 8 bits a value "
+                                 "(minbits 512, maxbits 512, maxprec 64, minexp -1074)\n  784 -> "
+                                 "1080 bytes, ratio 1.378, 23.230 bits a value\n"),
+              std::string::npos)
+        << info(decoded);
+    EXPECT_NE(info(decoded).find("maximum error 0, RMSE 0, PSNR infinite"), std::string::npos);
+    // Half of the range is added to one value in the middle of it.
+    const auto [low, high] = std::minmax_element(decoded.begin(), decoded.end());
+    const float range = *high - *low;
+    *std::find_if(decoded.begin(), decoded.end(), [&, least = *low](float v) {
+        return v > least && v < least + range / 4;
+    }) += range / 2;
+    std::array<char, 100> text{};
+    std::snprintf(text.data(), text.size(), "RMSE %.4g, PSNR %.2f dB", range / 2 / std::sqrt(270),
+                  20 * std::log10(std::sqrt(270)));
+    EXPECT_NE(info(decoded).find(text.data()), std::string::npos) << info(decoded) << text.data();
+    decoded[3] = std::nanf("");
+    EXPECT_NE(info(decoded).find("left out: 1 value"), std::string::npos);
+    for (const size_t size : {269, 271}) {
+        decoded.resize(size);
+        EXPECT_NE(complaint([&] { info(decoded); }).find("not as long"), std::string::npos);
+    }
+}
+
+}  // namespace
