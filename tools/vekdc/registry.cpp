@@ -9,7 +9,8 @@
 namespace vekdc {
 
 const std::vector<const Format*>& formats() {
-    static const std::vector<const Format*> all = {&gzFormat(), &lz4Format(), &zlibFormat()};
+    static const std::vector<const Format*> all = {&bz2Format(), &gzFormat(), &lz4Format(),
+                                                   &zlibFormat()};
     return all;
 }
 
