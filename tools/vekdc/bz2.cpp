@@ -65,7 +65,7 @@ struct Block {
 
 // --- writing -------------------------------------------------------------------------------------
 
-/// Room that decoders may want to have to spare in a block.
+/// Room to spare in a block, for the count of its last run among others.
 constexpr int kSlack = 19;
 
 /// Bits, the most significant first, in memory of a given size.
@@ -135,13 +135,12 @@ class BlockFiller {
         require(veksEncodeRLEInit_BZ2_8u(&state));
         int32_t length = 0;
         block.crc = kBzip2Crc.initial;
-        const int32_t most = room_ - 1;  // A run's count may be due at the end.
-        while (length < most && !source_.atEnd()) {
+        while (length < room_ && !source_.atEnd()) {
             const Bytes bytes = source_.peek();
             const Bytes part = bytes.first(std::min(bytes.size(), Source::kRoom));
             const uint8_t* src = part.data();
             auto left = static_cast<int32_t>(part.size());
-            int32_t written = most - length;
+            int32_t written = room_ - length;
             veksEncodeRLE_BZ2_8u(&src, &left, block.data.get() + length, &written, &state);
             length += written;
             const Bytes taken = part.first(static_cast<size_t>(src - part.data()));
@@ -192,18 +191,20 @@ class BlockEncoder {
     }
 
  private:
+    static constexpr int kSortMethod = 1;  // Never gives up, in the least memory.
     static constexpr int kMostSymbols = kMostBlock + 1;
     /// Codes have at most 17 bits; the rest is for the header and the tables' description.
     static constexpr int kMostCoded = kMostSymbols / 8 * 17 + (64 << 10);
 
     void sort(const PlainBlock& block, int32_t length, int32_t& index) {
         int32_t size = 0;
-        require(veksBWTFwdGetSize_8u(length, &size));
+        require(veksBWTFwdGetBufSize_SelectSort_8u(length, &size, kSortMethod));
         if (static_cast<size_t>(size) > workSize_) {
             work_ = makeBuffer<uint8_t>(static_cast<size_t>(size));
             workSize_ = static_cast<size_t>(size);
         }
-        require(veksBWTFwd_8u(block.data.get(), sorted_.get(), length, &index, work_.get()));
+        require(veksBWTFwd_SelectSort_8u(block.data.get(), sorted_.get(), length, &index,
+                                         work_.get(), kSortMethod));
     }
 
     /// Returns the number of symbols, end of block included; their frequencies stand in freq_.
@@ -439,15 +440,10 @@ class BlockDecoder {
         readMap(bits);
         const int32_t count = readSymbols(bits, most);
         int32_t length = most;
-        if (count == 0 || index >= most)
-            throw FormatError(offset, "the block's first byte lies outside of it");
-        const VekStatus status =
+        if (count == 0 || index >= most ||
             veksDecodeBlock_BZ2_16u8u(symbols_.get(), count, block.data.get(), &length, index,
-                                      valueCount_, inUse_.data(), entries_.get());
-        if (status != vekStatusOk)
-            throw FormatError(offset, index >= length
-                                          ? "the block's first byte lies outside of it"
-                                          : "the block is longer than the stream's may be");
+                                      valueCount_, inUse_.data(), entries_.get()) != vekStatusOk)
+            throw FormatError(offset, kBrokenData);
         block.length = static_cast<size_t>(length);
         if (lacksCount(block.bytes()))
             throw FormatError(offset, "the block's last run has no length");
@@ -456,6 +452,8 @@ class BlockDecoder {
     }
 
  private:
+    static constexpr const char* kBrokenData = "the block's data are broken";
+
     void readMap(BitSource& bits) {
         const uint32_t rows = bits.take(16);
         inUse_.fill(0);
@@ -484,9 +482,7 @@ class BlockDecoder {
             count += room;
             return result;
         });
-        if (status == vekStatusDestinationFull)
-            throw FormatError(bits.offset(), "the block is longer than the stream's may be");
-        if (status != vekStatusOk) throw FormatError(bits.offset(), "the coded data are broken");
+        if (status != vekStatusOk) throw FormatError(bits.offset(), kBrokenData);
         return count;
     }
 
@@ -746,6 +742,8 @@ class StreamsReader {
             [&](Segment& segment, unsigned thread) { decode(segment, decoders[thread]); },
             [&](Segment& segment) { take(segment); });
         decoders.clear();
+        // The splitter has shown more than it went over.
+        source_.skip(static_cast<size_t>(againFrom_ + again_.size() - source_.offset()));
         Replay replay(again_, source_);
         Source rest(replay);
         readSerial(rest, againFrom_);
