@@ -17,6 +17,7 @@ using Data = std::vector<uint8_t>;
 
 constexpr int kMostGroups = 32767;
 constexpr int kGroup = 50;
+constexpr size_t kRoom = 1000;
 
 void require(bool holds) {
     if (!holds) abort();
@@ -44,12 +45,13 @@ class Pieces {
             const Data part(at, at + static_cast<ptrdiff_t>(std::min(piece_, data_.size() - at_)));
             const bool atEnd = part.empty();
             if (atEnd && !stageTakesNothing) return vekStatusSourceIncomplete;
-            const uint8_t* src = atEnd ? data_.data() : part.data();
+            const uint8_t* const begin = atEnd ? data_.data() : part.data();
+            const uint8_t* src = begin;
             auto left = static_cast<int32_t>(part.size());
             const VekStatus status = stage(&code_, &count_, &src, &left);
-            require(src == (atEnd ? data_ : part).data() + part.size() - left && left >= 0);
+            require(src == begin + part.size() - left && left >= 0);
             require(count_ >= 0 && count_ <= 32);
-            at_ += static_cast<size_t>(src - part.data());
+            at_ += static_cast<size_t>(src - begin);
             if (atEnd || status != vekStatusSourceIncomplete) return status;
             require(left == 0);
         }
@@ -100,8 +102,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const int alphaSize = 1 + (data[0] + 256 * data[1]) % 258;
     const size_t piece = 1U + data[2];
     const Data bits(data + 3, data + size);
-    const Result whole = decode(bits, alphaSize, bits.size(), 8 * bits.size() + 1);
-    require(decode(bits, alphaSize, piece, 8 * bits.size() + 1) == whole);
+    const Result whole = decode(bits, alphaSize, bits.size(), kRoom);
+    require(decode(bits, alphaSize, piece, kRoom) == whole);
     require(decode(bits, alphaSize, bits.size(), 1 + piece * 3) == whole);
     return 0;
 }
