@@ -100,7 +100,8 @@ class BlockFiller {
         int32_t written = 1;
         require(veksEncodeRLEFlush_BZ2_8u(block.data.get() + length, &written, &state));
         require(veksRLEGetInUseTable_8u(block.inUse.data(), &state));
-        block.length = static_cast<size_t>(length + written);
+        length += written;
+        block.length = static_cast<size_t>(length);
         return true;
     }
 
