@@ -871,6 +871,52 @@ VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const
                                    Bz2HuffDecState* pState);
 
 /**
+ * Size in bytes of the work buffer of veksBWTFwd_8u() for a block of `len` bytes, at least 1: the
+ * larger of 6 * len + 524484 and 18 * len + 80, where that fits an int32_t.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksBWTFwdGetSize_8u(int32_t len, int32_t* pSize);
+
+/**
+ * Sorts a block's rotations (Burrows and Wheeler, 1994), in near-linear time whatever it holds.
+ *
+ * @param pSrc     block, `len` bytes, not changed
+ * @param pDst     receives the last column of the sorted rotations, `len` bytes; not `pSrc`
+ * @param len      at least 1
+ * @param pIndex   receives the primary index: row of the unrotated block, the first of equal ones
+ * @param pBuffer  work buffer of the size that the query gives, any alignment
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksBWTFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t* pIndex,
+                        uint8_t* pBuffer);
+
+/**
+ * Size in bytes of the work buffer of veksBWTFwd_SelectSort_8u(): 6 * len + 524484 for methods 0
+ * and 1, 18 * len + 80 for method 2, the larger of them for method 3. Any other method leaves
+ * `*pSize` as it is. Only a length of 0, or one whose size does not fit, is refused.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksBWTFwdGetBufSize_SelectSort_8u(int32_t len, int32_t* pSize, int32_t method);
+
+/**
+ * Sorts a block's rotations by a method of the caller's choice. All that succeed give the same
+ * column and index.
+ *
+ * @param pSrc     block, `len` bytes, not changed
+ * @param pDst     receives the last column of the sorted rotations, `len` bytes; not `pSrc`
+ * @param len      at least 1; blocks below 100 bytes are sorted the same way by every method
+ * @param pIndex   receives the primary index: row of the unrotated block, the first of equal ones
+ * @param pBuffer  work buffer of the size that the query gives for the method, any alignment
+ * @param method   0: a bucket sort that gives up on repetitive blocks; 1: in the least memory;
+ *                 2: the general kernel alone, for blocks below 43701 bytes in less memory than the
+ *                 others; 3: as veksBWTFwd_8u(). Others do nothing
+ * @return ::vekStatusOk; ::vekStatusSortLimit when method 0 gave up: column and index are not
+ * valid; ::vekStatusNullPointer; ::vekStatusBadSize.
+ */
+VekStatus veksBWTFwd_SelectSort_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t* pIndex,
+                                   uint8_t* pBuffer, int32_t method);
+
+/**
  * Size in bytes of the work buffer of veksBWTInv_8u() for a block of `len` bytes, at least 1.
  * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
  */

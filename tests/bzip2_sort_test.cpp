@@ -74,7 +74,126 @@ std::vector<Bytes> blocks() {
     return all;
 }
 
+/// Sorts in exactly the room that the query names, and by method 3 also through the plain export.
+Sorted transform(const Bytes& block, int32_t method, VekStatus* status) {
+    const auto len = static_cast<int32_t>(block.size());
+    int32_t size = 0;
+    EXPECT_EQ(veksBWTFwdGetBufSize_SelectSort_8u(len, &size, method), vekStatusOk);
+    Guarded buffer(static_cast<size_t>(size));
+    Guarded src(block);
+    Guarded column(block.size());
+    Sorted result;
+    *status = veksBWTFwd_SelectSort_8u(src.data(), column.data(), len, &result.index, buffer.data(),
+                                       method);
+    result.column = column.bytes();
+    return result;
+}
+
+/// Every method gives what `expected` says, or the bucket sort gives up.
+void expectEveryMethod(const Bytes& block, const Sorted& expected) {
+    for (const int32_t method : {0, 1, 2, 3}) {
+        VekStatus status{};
+        const Sorted result = transform(block, method, &status);
+        if (method == 0 && status == vekStatusSortLimit) continue;
+        ASSERT_EQ(status, vekStatusOk);
+        ASSERT_EQ(result.index, expected.index) << method << " of " << block.size();
+        ASSERT_EQ(result.column, expected.column) << method << " of " << block.size();
+    }
+}
+
 }  // namespace
+
+TEST(Bzip2Sort, EveryMethodSortsRotations) {
+    for (const Bytes& block : blocks()) expectEveryMethod(block, sortRotations(block));
+    Random random(7);
+    for (size_t round = 0; round < effort(1500); ++round) {
+        const size_t alphabet = pick(random, 1, round % 4 == 0 ? 256 : 3);
+        Bytes root(pick(random, 1, round % 2 == 0 ? 20 : 300));
+        for (auto& byte : root) byte = static_cast<uint8_t>(255 - random() % alphabet);
+        // Runs longer than what is compared before ranks take over.
+        if (round % 3 == 0)
+            root.insert(root.begin() + static_cast<ptrdiff_t>(root.size() / 2), 60, root[0]);
+        Bytes block;
+        const size_t times = pick(random, 1, 12);
+        for (size_t i = 0; i < times; ++i) block.insert(block.end(), root.begin(), root.end());
+        if (random() % 2 == 0) block.back() ^= 1;
+        expectEveryMethod(block, sortRotations(block));
+    }
+}
+
+// A column and an index that give the block back are its transform.
+TEST(Bzip2Sort, LongBlocksOfEveryShape) {
+    for (const Shape& shape : shapes()) {
+        for (const size_t size : {size_t{99899}, size_t{99900}, effort(900000)}) {
+            const Bytes block = shape.make(size, 3);
+            VekStatus status{};
+            const Sorted sorted = transform(block, 3, &status);
+            expectEveryMethod(block, sorted);
+            Bytes buffer(4 * size + 1024);
+            Bytes back(size);
+            ASSERT_EQ(veksBWTInv_8u(sorted.column.data(), back.data(), static_cast<int32_t>(size),
+                                    sorted.index, buffer.data()),
+                      vekStatusOk);
+            ASSERT_EQ(back, block) << shape.name << size;
+        }
+    }
+}
+
+TEST(Bzip2Sort, TheBucketSortGivesUpOnRepetition) {
+    Bytes block;
+    for (int i = 0; i < 40000; ++i) block.insert(block.end(), {'a', 'b', 'c'});
+    VekStatus status{};
+    transform(block, 0, &status);
+    EXPECT_EQ(status, vekStatusSortLimit);
+    transform(shapes()[1].make(200000, 1), 0, &status);
+    EXPECT_EQ(status, vekStatusOk);
+    const Bytes equal(100, 'x');
+    EXPECT_EQ(transform(equal, 0, &status).column, equal);
+    EXPECT_EQ(status, vekStatusOk);
+}
+
+TEST(Bzip2Sort, ForwardSizesAndRefusedCalls) {
+    int32_t size = -1;
+    EXPECT_EQ(veksBWTFwdGetBufSize_SelectSort_8u(900000, &size, 7), vekStatusOk);
+    EXPECT_EQ(size, -1);
+    const int32_t expected[] = {5924484, 5924484, 16200080, 16200080};
+    for (const int32_t method : {0, 1, 2, 3}) {
+        EXPECT_EQ(veksBWTFwdGetBufSize_SelectSort_8u(900000, &size, method), vekStatusOk);
+        EXPECT_EQ(size, expected[method]);
+        EXPECT_EQ(veksBWTFwdGetBufSize_SelectSort_8u(0, &size, method), vekStatusBadSize);
+        EXPECT_EQ(veksBWTFwdGetBufSize_SelectSort_8u(1, nullptr, method), vekStatusNullPointer);
+    }
+    EXPECT_EQ(veksBWTFwdGetBufSize_SelectSort_8u(-1, &size, 0), vekStatusOk);
+    EXPECT_EQ(veksBWTFwdGetSize_8u(1, &size), vekStatusOk);
+    EXPECT_EQ(size, 524490);
+    EXPECT_EQ(veksBWTFwdGetSize_8u(0, &size), vekStatusBadSize);
+    EXPECT_EQ(veksBWTFwdGetSize_8u(INT32_MAX / 18, &size), vekStatusBadSize);
+    EXPECT_EQ(veksBWTFwdGetSize_8u(1, nullptr), vekStatusNullPointer);
+
+    Bytes block(100, 'x');
+    Bytes column(100, '-');
+    Bytes buffer(600000);
+    int32_t index = -1;
+    uint8_t* const s = block.data();
+    uint8_t* const d = column.data();
+    uint8_t* const b = buffer.data();
+    for (const int32_t method : {-1, 4})
+        EXPECT_EQ(veksBWTFwd_SelectSort_8u(s, d, 100, &index, b, method), vekStatusOk);
+    for (const int32_t len : {0, -5}) {
+        EXPECT_EQ(veksBWTFwd_8u(s, d, len, &index, b), vekStatusBadSize);
+        EXPECT_EQ(veksBWTFwd_SelectSort_8u(s, d, len, &index, b, 3), vekStatusBadSize);
+    }
+    EXPECT_EQ(veksBWTFwd_8u(nullptr, d, 1, &index, b), vekStatusNullPointer);
+    EXPECT_EQ(veksBWTFwd_8u(s, nullptr, 1, &index, b), vekStatusNullPointer);
+    EXPECT_EQ(veksBWTFwd_8u(s, d, 1, nullptr, b), vekStatusNullPointer);
+    EXPECT_EQ(veksBWTFwd_8u(s, d, 1, &index, nullptr), vekStatusNullPointer);
+    EXPECT_EQ(veksBWTFwd_SelectSort_8u(s, d, 1, &index, nullptr, 1), vekStatusNullPointer);
+    EXPECT_EQ(column, Bytes(100, '-'));
+    EXPECT_EQ(index, -1);
+    EXPECT_EQ(veksBWTFwd_8u(s, d, 100, &index, b), vekStatusOk);
+    EXPECT_EQ(column, block);
+    EXPECT_EQ(index, 0);
+}
 
 TEST(Bzip2Sort, TheInverseRestoresEveryBlock) {
     for (const Bytes& block : blocks()) {

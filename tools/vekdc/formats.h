@@ -5,6 +5,7 @@
 
 namespace vekdc {
 
+const Format& bz2Format();
 const Format& gzFormat();
 const Format& lz4Format();
 const Format& lzoFormat();

@@ -9,8 +9,9 @@
 namespace vekdc {
 
 const std::vector<const Format*>& formats() {
-    static const std::vector<const Format*> all = {&gzFormat(),   &lz4Format(), &lzoFormat(),
-                                                   &lzssFormat(), &zfpFormat(), &zlibFormat()};
+    static const std::vector<const Format*> all = {&bz2Format(), &gzFormat(),   &lz4Format(),
+                                                   &lzoFormat(), &lzssFormat(), &zfpFormat(),
+                                                   &zlibFormat()};
     return all;
 }
 

@@ -1,0 +1,397 @@
+// The tool's bz2 format against libbz2 and the bzip2 tool, both ways; files composed field by
+// field, for what no encoder writes; and what is wrong with broken ones.
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <fstream>
+#include <functional>
+
+#include "support/data.h"
+#include "tools/vekdc/checks.h"
+#include "tools/vekdc/format.h"
+#include "vekdc.h"
+
+#ifdef VEK_HAS_bzip2
+#include <bzlib.h>
+#endif
+
+namespace {
+
+using vekdc::FormatError;
+using vekdc::Settings;
+using vekdc::Source;
+using vektest::Bytes;
+
+const vekdc::Format& bz2() {
+    return *vekdc::formatByName("bz2");
+}
+
+/// Gives out its bytes in pieces of at most `piece`.
+class Dripping : public vekdc::Reader {
+ public:
+    Dripping(const Bytes& bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
+    size_t read(uint8_t* to, size_t room) override {
+        const size_t count = std::min({room, piece_, bytes_.size() - at_});
+        std::copy_n(bytes_.begin() + static_cast<ptrdiff_t>(at_), count, to);
+        at_ += count;
+        return count;
+    }
+
+ private:
+    const Bytes& bytes_;
+    size_t piece_;
+    size_t at_ = 0;
+};
+
+Bytes compress(const Bytes& plain, int level = 9, unsigned jobs = 1) {
+    Settings settings;
+    settings.level = level;
+    settings.jobs = jobs;
+    Source source(plain);
+    vekdc::MemorySink sink;
+    bz2().compress(source, sink, settings);
+    return sink.data;
+}
+
+struct Outcome {
+    Bytes plain;
+    std::string complaint;  ///< Offset and reason; empty: none.
+    std::string warning;
+    bool operator==(const Outcome&) const = default;
+};
+
+Outcome decompress(Source& source, unsigned jobs) {
+    Outcome outcome;
+    Settings settings;
+    settings.jobs = jobs;
+    settings.warn = [&](const std::string& text) { outcome.warning += text; };
+    vekdc::MemorySink sink;
+    try {
+        bz2().decompress(source, sink, settings);
+    } catch (const FormatError& error) {
+        outcome.complaint = std::to_string(error.offset) + ": " + error.what();
+    }
+    outcome.plain = std::move(sink.data);
+    return outcome;
+}
+
+/// In memory at once on one thread, and in pieces on several: the same.
+Outcome decompress(const Bytes& packed) {
+    Source whole(packed);
+    Outcome outcome = decompress(whole, 1);
+    for (const unsigned jobs : {1U, 2U, 5U}) {
+        Dripping reader(packed, 1 + packed.size() / (11 * jobs));
+        Source pieces(reader, 100 * jobs);
+        EXPECT_TRUE(decompress(pieces, jobs) == outcome) << outcome.complaint << jobs;
+    }
+    return outcome;
+}
+
+Bytes operator+(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+Bytes text(const std::string& s) {
+    return {s.begin(), s.end()};
+}
+
+/// All shapes, one behind the other.
+Bytes sample(size_t size) {
+    Bytes all;
+    for (const auto& shape : vektest::shapes())
+        all = all + shape.make(size / vektest::shapes().size() + 1, 1);
+    all.resize(size);
+    return all;
+}
+
+#ifdef VEK_HAS_bzip2
+Bytes compressByPeer(Bytes plain, int level) {
+    plain.reserve(1);  // libbz2 takes no null pointer.
+    Bytes out(plain.size() + plain.size() / 100 + 600);
+    auto size = static_cast<unsigned>(out.size());
+    EXPECT_EQ(BZ2_bzBuffToBuffCompress(reinterpret_cast<char*>(out.data()), &size,
+                                       reinterpret_cast<char*>(plain.data()),
+                                       static_cast<unsigned>(plain.size()), level, 0, 0),
+              BZ_OK);
+    out.resize(size);
+    return out;
+}
+
+/// Whether libbz2 makes `plain` of one whole stream.
+bool peerAgrees(const Bytes& packed, const Bytes& plain) {
+    Bytes out(plain.size() + 1);
+    auto size = static_cast<unsigned>(out.size());
+    const int status =
+        BZ2_bzBuffToBuffDecompress(reinterpret_cast<char*>(out.data()), &size,
+                                   reinterpret_cast<char*>(const_cast<uint8_t*>(packed.data())),
+                                   static_cast<unsigned>(packed.size()), 0, 0);
+    out.resize(size);
+    return status == BZ_OK && out == plain;
+}
+#endif
+
+void checkBothWays(const Bytes& plain, int level) {
+    const Bytes packed = compress(plain, level);
+    ASSERT_TRUE(decompress(packed) == (Outcome{plain, "", ""}));
+    ASSERT_TRUE(compress(plain, level, 3) == packed);
+#ifdef VEK_HAS_bzip2
+    ASSERT_TRUE(peerAgrees(packed, plain));
+    const Bytes theirs = compressByPeer(plain, level);
+    EXPECT_LE(static_cast<double>(packed.size()), 1.005 * static_cast<double>(theirs.size()) + 4);
+    ASSERT_TRUE(decompress(theirs) == (Outcome{plain, "", ""}));
+#endif
+}
+
+TEST(Bz2Format, AgreesWithTheLibrary) {
+    for (const auto& shape : vektest::shapes()) {
+        for (const size_t size : {0U, 1U, 99U, 100U, 4000U, 99899U, 99900U, 99981U, 120000U}) {
+            SCOPED_TRACE(std::string(shape.name) + " " + std::to_string(size));
+            if (size < 90000 || vektest::effort(100) == 100) checkBothWays(shape.make(size, 3), 1);
+        }
+    }
+    const Bytes plain = sample(vektest::effort(900000));
+    for (int level = 1; level <= 9; ++level) {
+        SCOPED_TRACE(level);
+        checkBothWays(plain, level);
+    }
+    // One run fills no block, however long it is.
+    checkBothWays(Bytes(3000000, 'x') + sample(1000), 1);
+}
+
+// --- composed files ------------------------------------------------------------------------------
+
+/// What a composed block holds, as symbols. All byte values are in use.
+struct Content {
+    std::vector<uint16_t> symbols = std::vector<uint16_t>(60, 7);
+    int moreSelectors = 0;  ///< Than there are groups.
+    size_t wander = 0;      ///< So many times up and down in the first code's description.
+
+    Bytes plain() const {
+        const Bytes inUse(256, 1);
+        Bytes work(400000);
+        Bytes block(100000);
+        auto length = static_cast<int32_t>(block.size());
+        if (symbols.empty() ||
+            veksDecodeBlock_BZ2_16u8u(symbols.data(), static_cast<int32_t>(symbols.size()),
+                                      block.data(), &length, 0, 256, inUse.data(),
+                                      work.data()) != vekStatusOk)
+            return {};
+        Bytes out(300000);
+        const uint8_t* src = block.data();
+        uint8_t* dst = out.data();
+        auto room = static_cast<int32_t>(out.size());
+        Bz2RleState state;
+        veksDecodeRLEStateInit_BZ2_8u(&state);
+        veksDecodeRLEState_BZ2_8u(&src, &length, &dst, &room, &state);
+        out.resize(out.size() - static_cast<size_t>(room));
+        return out;
+    }
+};
+
+/// A stream of one block, with some bits of one field flipped. Both of its codes are the same:
+/// symbols up to 253 are coded as themselves, in 8 bits, the last four in 9.
+Bytes compose(const Content& content, const std::string& field, uint64_t flip) {
+    Bytes out;
+    size_t size = 0;
+    const auto put = [&](const char* name, uint64_t value, unsigned count) {
+        if (field == name) value ^= flip;
+        while (count-- != 0) {
+            if (size % 8 == 0) out.push_back(0);
+            out.back() |= static_cast<uint8_t>((value >> count & 1) << (7 - size++ % 8));
+        }
+    };
+    const uint32_t crc = vekdc::kBzip2Crc.update(0, content.plain());
+    put("magic", 0x425A6831, 32);
+    put("block magic", 0x314159265359, 48);
+    put("block CRC", crc, 32);
+    put("randomised", 0, 1);
+    put("index", 0, 24);
+    put("rows", 0xFFFF, 16);
+    for (int row = 0; row < 16; ++row) put("values", 0xFFFF, 16);
+    put("tables", 2, 3);
+    const size_t selectors =
+        content.symbols.size() / 50 + 1 + static_cast<size_t>(content.moreSelectors);
+    put("selectors", selectors, 15);
+    for (size_t i = 0; i < selectors; ++i) put("selector", 0, 1);
+    for (int table = 0; table < 2; ++table) {
+        put("start length", 8, 5);
+        for (size_t i = 0; table == 0 && i < content.wander; ++i) put("", 0b1011, 4);
+        for (int symbol = 0; symbol < 254; ++symbol) put("", 0, 1);
+        put("longer codes", 0b100000, 6);
+    }
+    for (const unsigned s : content.symbols) put("", s < 254 ? s : s + 254, s < 254 ? 8 : 9);
+    put("end of block", 257 + 254, 9);
+    put("end magic", 0x177245385090, 48);
+    put("stream CRC", crc, 32);
+    return out;
+}
+
+TEST(Bz2Format, SaysWhatIsWrongAndWhere) {
+    const std::string block = ": stream 1, block 1: ";
+    const std::string tables = block + "the code tables are broken";
+    const std::string data = block + "the block's data are broken";
+    const bool quick = vektest::effort(100) != 100;
+    Content magicNumbers;
+    for (int i = 0; i < 600; ++i)
+        for (const uint16_t s : {0x31, 0x41, 0x59, 0x26, 0x53, 0x59})
+            magicNumbers.symbols.push_back(s);
+    struct Case {
+        const char* field;
+        uint64_t flip;
+        std::string complaint;  ///< Behind its offset where it begins with a colon.
+        Content content = {};
+    };
+    const Case cases[] = {
+        {"", 0, ""},
+        {"magic", 1, "0: not a bz2 file"},
+        {"block magic", 1, "4: stream 1: neither a block nor the end of the stream"},
+        {"block CRC", 1U << 31, "4" + block + "the block's CRC does not match"},
+        {"randomised", 1,
+         "4" + block +
+             "the block is randomised, as by versions of bzip2 before 0.9.5; that is not "
+             "supported"},
+        {"index", 60, "4" + data},
+        {"index", 0xFFFFFF, "4" + data},
+        {"rows", 0xFFFF, block + "the block has no values"},
+        {"tables", 2 ^ 1, tables},
+        {"tables", 2 ^ 7, tables},
+        {"selectors", 2, tables},
+        {"selector", 1, tables},
+        {"start length", 8, tables},
+        {"start length", 8 ^ 21, tables},
+        {"longer codes", 0b100000, tables},
+        {"end magic", 1, ": stream 1: neither a block nor the end of the stream"},
+        {"stream CRC", 1, ": stream 1: the stream's CRC does not match"},
+        {"no symbols", 0, "4" + data, {{}}},
+        {"too few selectors", 0, data, {std::vector<uint16_t>(60, 7), -1}},
+        {"too long a run", 0, "4" + data, {std::vector<uint16_t>(17, 1)}},
+        {"too many literals", 0, data, {std::vector<uint16_t>(100001, 7)}},
+        {"a run without a length", 0, "4" + block + "the block's last run has no length", {{1, 0}}},
+        {"end of block", 1, block + "the file ends too early", {{5}}},
+        {"more selectors than groups", 0, "", {{5, 9, 200}, 20000}},
+        {"as many as there can be", 0, "", {{5, 9, 255}, 32766}},
+        {"a description longer than a block", 0, "", {{5}, 0, quick ? 1000U : 2200000U}},
+        {"magic numbers in a block", 0, "", magicNumbers},
+    };
+    const Bytes before = sample(150000);
+    const Bytes front = compress(before, 1);
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.field) + " " + std::to_string(c.flip));
+        const Bytes plain = c.content.plain();
+        const Bytes file = compose(c.content, c.field, c.flip);
+        const auto [out, complaint, warning] = decompress(file);
+        EXPECT_EQ(c.complaint.starts_with(':') ? complaint.substr(complaint.find(':')) : complaint,
+                  c.complaint);
+        // What is good in front of the fault comes out, and nothing else.
+        EXPECT_TRUE(out == plain || (out.empty() && !complaint.empty()));
+        EXPECT_TRUE(complaint.find("block 1") == std::string::npos || out.empty());
+        const Outcome second = decompress(front + file);
+        EXPECT_TRUE(second.plain == before + out);
+        EXPECT_EQ(second.complaint.empty(), complaint.empty() || c.field == std::string("magic"));
+#ifdef VEK_HAS_bzip2
+        // The library takes blocks that are randomised, and any codes.
+        if (complaint.find("random") == std::string::npos && !complaint.ends_with(tables)) {
+            EXPECT_EQ(peerAgrees(file, plain), complaint.empty());
+        }
+#endif
+    }
+}
+
+TEST(Bz2Format, EveryFaultIsFound) {
+    const Bytes plain = sample(2000);
+    const Bytes packed = compress(plain);
+    for (size_t size = 0; size < packed.size(); ++size) {
+        Source source(vekdc::Bytes(packed).first(size));
+        const Outcome outcome = decompress(source, 1);
+        ASSERT_TRUE(outcome.complaint.ends_with("the file ends too early") &&
+                    (outcome.plain.empty() || outcome.plain == plain))
+            << size << outcome.complaint;
+    }
+    for (size_t bit = 0; bit < 8 * packed.size(); bit += vektest::effort(100) == 100 ? 1 : 50) {
+        Bytes broken = packed;
+        broken[bit / 8] ^= static_cast<uint8_t>(1U << (bit % 8));
+        Source source(broken);
+        const Outcome outcome = decompress(source, 1);
+        // Some bits are of no consequence, such as the length of a code that no symbol uses.
+        ASSERT_TRUE(outcome.plain == plain || !outcome.complaint.empty()) << bit;
+    }
+}
+
+TEST(Bz2Format, StreamsFollowEachOther) {
+    const Bytes a = sample(250000);
+    const Bytes one = compress(a, 1);
+    const Bytes none = compress({});
+    EXPECT_EQ(none.size(), 14U);
+    EXPECT_TRUE(decompress(none) == Outcome());
+    EXPECT_TRUE(decompress(none + one + none + none + compress(a, 9) + one + none) ==
+                (Outcome{a + a + a, "", ""}));
+    // What cannot be another stream is ignored, what may be the start of one is not.
+    const auto ignored = [&](size_t at) {
+        return "byte " + std::to_string(at) + ": ignored what follows the bz2 data";
+    };
+    for (const Bytes& garbage : {text("BZh0"), text("x"), text("BZh") + one, Bytes(1500000)})
+        EXPECT_TRUE(decompress(one + garbage) == (Outcome{a, "", ignored(one.size())}));
+    EXPECT_TRUE(decompress(one + none + text("1AY&SY" + std::string(50, 'z'))) ==
+                (Outcome{a, "", ignored(one.size() + 14)}));
+    EXPECT_EQ(decompress(one + text("BZh")).complaint,
+              std::to_string(one.size() + 3) + ": stream 1: the file ends too early");
+
+    std::string table;
+    const Bytes both = one + compress(a, 3);
+    Source source(both);
+    bz2().describe(source, {}, [&](const std::string& line) { table += line + "\n"; });
+    const std::string crc = vekdc::hex32(vekdc::kBzip2Crc.update(0, a));
+    EXPECT_NE(table.find(crc + "      300000       1\n"), std::string::npos) << table;
+    EXPECT_NE(table.find("2 streams, " + std::to_string(both.size()) + " -> 500000 bytes"),
+              std::string::npos)
+        << table;
+}
+
+TEST(Bz2Format, ProgramAndTool) {
+    std::string folder = testing::TempDir() + "vekdc-bz2-XXXXXX";
+    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const auto write = [&](const char* name, const Bytes& bytes) {
+        std::ofstream(folder + "/" + name, std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+    };
+    const auto run = [&](const std::string& command) {
+        const int status = std::system(
+            ("cd " + folder + " && vekdc() { " VEK_BUILD_DIR "/bin/vekdc \"$@\"; }; " + command)
+                .c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    const Bytes plain = sample(350000);
+    write("x", plain);
+    EXPECT_EQ(run("vekdc compress --format bz2 -1 -j 2 x && vekdc test -j 2 x.bz2 && "
+                  "vekdc decompress -o y x.bz2 && cmp x y && cp x.bz2 z.tbz2 && "
+                  "vekdc decompress z.tbz2 && cmp x z.tar && rm y z.*"),
+              0);
+    if (run("command -v bzip2 > /dev/null") == 0) {
+        EXPECT_EQ(run("bzip2 -t x.bz2 && bzip2 -dc x.bz2 | cmp - x && "
+                      "(bzip2 -c x; bzip2 -c9 x) | vekdc decompress -j 2 > y && cat x x | cmp - y"),
+                  0);
+    }
+    // A fault in the third block: nothing is left, or the two before it where that is wanted.
+    Bytes broken = compress(plain, 1);
+    broken[broken.size() / 2] ^= 4;
+    write("broken.bz2", broken);
+    for (const char* jobs : {"1", "2"}) {
+        const std::string options = " -j " + std::string(jobs) + " broken.bz2 2> message";
+        EXPECT_EQ(run("vekdc decompress" + options), 1);
+        EXPECT_EQ(run("grep -Eqx 'vekdc: broken.bz2: byte [0-9]+: stream 1, block [0-9]: .*' "
+                      "message && test ! -e broken"),
+                  0);
+        EXPECT_EQ(run("vekdc decompress --keep-partial" + options), 1);
+        EXPECT_EQ(run("cmp -n $(stat -c %s broken) x broken && test $(stat -c %s broken) -gt "
+                      "99000 && rm broken"),
+                  0);
+    }
+    EXPECT_EQ(run("rm -r " + folder), 0);
+}
+
+}  // namespace
