@@ -12,42 +12,16 @@
 #include <string>
 #include <vector>
 
+#include "fuzz/reader.h"
 #include "tools/vekdc/checks.h"
-#include "tools/vekdc/format.h"
 
 namespace {
 
-using Data = std::vector<uint8_t>;
 using vekdc::Bytes;
+using namespace vekfuzz;
 
 /// A few bytes decode to a million times as many; more than this is not compared.
-constexpr size_t kMost = 110'000;
-
-struct TooMuch {};
-
-class LimitedSink : public vekdc::Sink {
- public:
-    void write(Bytes bytes) override {
-        if (data.size() + bytes.size() > kMost) throw TooMuch();
-        data.insert(data.end(), bytes.begin(), bytes.end());
-    }
-    Data data;
-};
-
-class Dripping : public vekdc::Reader {
- public:
-    Dripping(Bytes bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
-    size_t read(uint8_t* to, size_t room) override {
-        const size_t count = std::min({room, piece_, bytes_.size()});
-        std::copy_n(bytes_.begin(), count, to);
-        bytes_ = bytes_.subspan(count);
-        return count;
-    }
-
- private:
-    Bytes bytes_;
-    size_t piece_;
-};
+constexpr size_t kMostPlain = 110'000;
 
 struct Result {
     Data plain;
@@ -56,7 +30,7 @@ struct Result {
 };
 
 Result ours(vekdc::Source& source, unsigned jobs) {
-    LimitedSink sink;
+    LimitedSink sink(kMostPlain);
     vekdc::Settings settings;
     settings.jobs = jobs;
     std::string complaint;
@@ -83,7 +57,7 @@ int theirStream(Bytes& packed, Data& plain) {
         const size_t count = piece.size() - stream.avail_out;
         stuck = count == 0 && stream.avail_in == 0;
         plain.insert(plain.end(), piece.begin(), piece.begin() + static_cast<ptrdiff_t>(count));
-        if (plain.size() > kMost) {
+        if (plain.size() > kMostPlain) {
             BZ2_bzDecompressEnd(&stream);
             throw TooMuch();
         }

@@ -22,11 +22,15 @@ struct TooMuch {};
 
 class LimitedSink : public vekdc::Sink {
  public:
+    explicit LimitedSink(size_t most = kMost) : most_(most) {}
     void write(Bytes bytes) override {
-        if (data.size() + bytes.size() > kMost) throw TooMuch();
+        if (data.size() + bytes.size() > most_) throw TooMuch();
         data.insert(data.end(), bytes.begin(), bytes.end());
     }
     Data data;
+
+ private:
+    size_t most_;
 };
 
 class Dripping : public vekdc::Reader {

@@ -8,30 +8,15 @@
 #include <optional>
 #include <vector>
 
-#include "tools/vekdc/format.h"
+#include "fuzz/reader.h"
 
 namespace {
 
-using Data = std::vector<uint8_t>;
 using vekdc::Bytes;
+using namespace vekfuzz;
 
 /// A zero block takes a bit, so few bytes promise large fields; those are left out.
 constexpr uint64_t kMostValues = 1 << 20;
-
-class Dripping : public vekdc::Reader {
- public:
-    Dripping(Bytes bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
-    size_t read(uint8_t* to, size_t room) override {
-        const size_t count = std::min({room, piece_, bytes_.size()});
-        std::copy_n(bytes_.begin(), count, to);
-        bytes_ = bytes_.subspan(count);
-        return count;
-    }
-
- private:
-    Bytes bytes_;
-    size_t piece_;
-};
 
 const vekdc::Format& zfp() {
     return *vekdc::formatByName("zfp");
