@@ -44,7 +44,10 @@ class BitWord {
     }
     void drop(uint32_t count) { word_ = _mm_srl_epi64(word_, vectorOf(count)); }
     uint32_t low() const { return static_cast<uint32_t>(_mm_cvtsi128_si32(word_)); }
-    void storeAll(uint8_t* dst) const { _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), word_); }
+    /// In one store: GCC takes _mm_storel_epi64 apart into two 32-bit halves here.
+    void storeAll(uint8_t* dst) const {
+        _mm_storel_pi(reinterpret_cast<__m64*>(dst), _mm_castsi128_ps(word_));
+    }
 
  private:
     static __m128i vectorOf(uint32_t value) { return _mm_cvtsi32_si128(static_cast<int>(value)); }

@@ -89,15 +89,15 @@ struct CodeWriter {
     void literals(const uint8_t* begin, const uint8_t* end) {
         constexpr int perFlush = BitSink::freeBits / maxCodeLength;
         for (; end - begin >= perFlush; begin += perFlush) {
-            for (int i = 0; i < perFlush; ++i) sink.put(codes.symbols[begin[i]]);
+            for (int i = 0; i < perFlush; ++i) sink.put(codes.literal(begin[i]));
             sink.flushWide();
         }
-        for (; begin != end; ++begin) sink.put(codes.symbols[*begin]);
+        for (; begin != end; ++begin) sink.put(codes.literal(*begin));
         sink.flushWide();
     }
 
     void match(uint32_t length, uint32_t distance) {
-        sink.put(codes.symbols[256 + length - minMatch]);
+        sink.put(codes.length(length - minMatch));
         sink.put(codes.distance(distance));
         sink.flushWide();
     }
