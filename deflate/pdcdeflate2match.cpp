@@ -23,6 +23,8 @@
 namespace {
 
 using namespace vek::deflate;
+using vek::load;
+using vek::matchLength;
 
 /// No larger piece of the source is matched between two looks at whether to rebase, so that
 /// positions stay below 2^31 whatever the source's length.
@@ -222,6 +224,45 @@ uint32_t parseGreedy(const History& history, const HashChains& chains,
     return at;
 }
 
+/// Matches greedily as parseGreedy does, with chains of one.
+template <bool Ring>
+uint32_t parseSingle(const History& history, const HashChains& chains,
+                     const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
+                     PairWriter& sharedPairs) {
+    PairWriter pairs = sharedPairs;
+    const uint8_t* const src = history.src;
+    const uint32_t hashable = length - hashBytes + 1;
+    const uint32_t start = history.start;
+    const uint32_t lengthLimit = params.lengthLimit;
+    while (at < stop && pairs.room != 0) {
+        const uint8_t* const current = src + at;
+        const auto word = load<uint32_t>(current);
+        const uint32_t distance = start + at - chains.insert(hash4(current), start + at);
+        const uint32_t within = 0U - static_cast<uint32_t>(distance - 1 < history.reach<Ring>(start + at));
+        const uint32_t back = distance & within;
+        uint32_t matched = 0;
+        if (Ring && back > at) {
+            const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
+            matched = history.matchInRing(at, back, limit);
+        } else if (((load<uint32_t>(current - back) ^ word) | ~within) == 0) {
+            const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
+            const uint8_t* const behind = current + hashBytes;
+            matched = hashBytes + static_cast<uint32_t>(matchLength(behind, behind - back, limit - hashBytes));
+        }
+        if (matched < hashBytes) {
+            pairs.literal(static_cast<uint8_t>(word));
+            ++at;
+            continue;
+        }
+        pairs.match(matched, distance);
+        if (matched <= lengthLimit)
+            enterRange(history, chains, at + 1, std::min(at + matched, hashable));
+        at += matched;
+    }
+    sharedPairs = pairs;
+    return at;
+}
+
 /// Matches lazily from offset `at` until `stop`, `length` or the room is reached.
 template <bool Ring>
 uint32_t parseLazy(const History& history, const HashChains& chains, const MatchParameters& params,
@@ -262,13 +303,18 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
 }
 
 /// Matches a source with `WithRing` while the ring is in reach, with `InSource` from there on.
-template <auto WithRing, auto InSource>
+template <auto WithRing, auto InSource, bool IsGreedy=false>
 uint32_t parseSource(const History& history, const HashChains& chains,
                      const MatchParameters& params, uint32_t length, PairWriter& pairs) {
     if (params.maxChain == 0 || length < hashBytes)
         return writeLiterals(history.src, 0, length, pairs);
     const uint32_t hashable = length - hashBytes + 1;
     const uint32_t ringReach = std::min(chains.ringMask, hashable);
+    if (IsGreedy && params.maxChain == 1) {
+        uint32_t at = parseSingle<true>(history, chains, params, 0, ringReach, length, pairs);
+        at = parseSingle<false>(history, chains, params, at, hashable, length, pairs);
+        return writeLiterals(history.src, at, length, pairs);
+    }
     uint32_t at = WithRing(history, chains, params, 0, ringReach, length, pairs);
     at = InSource(history, chains, params, at, hashable, length, pairs);
     return writeLiterals(history.src, at, length, pairs);
@@ -284,7 +330,7 @@ VekStatus veksDeflateLZ77Fast_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_
     const MatcherCall call{ppSrc,     pSrcLen,   pSrcIdx,  pWindow,       winSize,
                            pHashHead, pHashPrev, hashSize, pLitFreqTable, pDistFreqTable,
                            pLitDst,   pDistDst,  pDstLen,  pParams};
-    return runMatcher(call, parseSource<parseGreedy<true>, parseGreedy<false>>);
+    return runMatcher(call, parseSource<parseGreedy<true>, parseGreedy<false>, true>);
 }
 
 VekStatus veksDeflateLZ77Slow_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
