@@ -23,6 +23,7 @@
 namespace {
 
 using namespace vek::deflate;
+using vek::crc32cStep;
 using vek::load;
 using vek::matchLength;
 
@@ -160,8 +161,8 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     const MatchParameters params(call.pParams, ringSize(call.winSize));
     const HashChains chains{call.pHashHead, call.pHashPrev, call.hashSize - 1,
                             ringSize(call.winSize) - 1};
-    PairWriter pairs{call.pLitDst, call.pDistDst, call.pLitFreqTable, call.pDistFreqTable,
-                     *call.pDstLen};
+    PairWriter pairs{
+        call.pLitDst, call.pDistDst, {call.pLitFreqTable, call.pDistFreqTable}, *call.pDstLen};
     const uint8_t* src = *call.ppSrc;
     auto left = static_cast<uint32_t>(*call.pSrcLen);
     auto position = static_cast<uint32_t>(*call.pSrcIdx);
@@ -224,40 +225,43 @@ uint32_t parseGreedy(const History& history, const HashChains& chains,
     return at;
 }
 
-/// Matches greedily as parseGreedy does, with chains of one.
+/// What parseGreedy finds with chains of one.
+///
+/// There is one candidate a position, and two questions: is it in reach, does it begin with the
+/// same four bytes? In most data neither answer can be predicted, so they share one branch: a
+/// candidate out of reach gives way to the position itself, and the mask that did it then spoils
+/// the comparison.
 template <bool Ring>
 uint32_t parseSingle(const History& history, const HashChains& chains,
                      const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
                      PairWriter& sharedPairs) {
     PairWriter pairs = sharedPairs;
-    const uint8_t* const src = history.src;
     const uint32_t hashable = length - hashBytes + 1;
-    const uint32_t start = history.start;
-    const uint32_t lengthLimit = params.lengthLimit;
     while (at < stop && pairs.room != 0) {
-        const uint8_t* const current = src + at;
+        const uint8_t* const current = history.src + at;
+        const uint32_t position = history.start + at;
         const auto word = load<uint32_t>(current);
-        const uint32_t distance = start + at - chains.insert(hash4(current), start + at);
-        const uint32_t within = 0U - static_cast<uint32_t>(distance - 1 < history.reach<Ring>(start + at));
-        const uint32_t back = distance & within;
-        uint32_t matched = 0;
+        const uint32_t distance = position - chains.insert(crc32cStep(0, word), position);
+        const uint32_t reach = history.reach<Ring>(position);
+        const uint32_t usable = 0U - static_cast<uint32_t>(distance - 1 < reach);
+        const uint32_t back = distance & usable;
+        uint32_t found = 0;
         if (Ring && back > at) {
-            const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
-            matched = history.matchInRing(at, back, limit);
-        } else if (((load<uint32_t>(current - back) ^ word) | ~within) == 0) {
-            const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
+            found = history.matchInRing(at, back, std::min<uint32_t>(maxMatch, length - at));
+        } else if (((load<uint32_t>(current - back) ^ word) | ~usable) == 0) {
+            const uint32_t limit = std::min<uint32_t>(maxMatch, length - at) - hashBytes;
             const uint8_t* const behind = current + hashBytes;
-            matched = hashBytes + static_cast<uint32_t>(matchLength(behind, behind - back, limit - hashBytes));
+            found = hashBytes + static_cast<uint32_t>(matchLength(behind, behind - back, limit));
         }
-        if (matched < hashBytes) {
+        if (found < hashBytes) {
             pairs.literal(static_cast<uint8_t>(word));
             ++at;
             continue;
         }
-        pairs.match(matched, distance);
-        if (matched <= lengthLimit)
-            enterRange(history, chains, at + 1, std::min(at + matched, hashable));
-        at += matched;
+        pairs.match(found, distance);
+        if (found <= params.lengthLimit)
+            enterRange(history, chains, at + 1, std::min(at + found, hashable));
+        at += found;
     }
     sharedPairs = pairs;
     return at;
@@ -303,21 +307,23 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
 }
 
 /// Matches a source with `WithRing` while the ring is in reach, with `InSource` from there on.
-template <auto WithRing, auto InSource, bool IsGreedy=false>
+template <auto WithRing, auto InSource>
 uint32_t parseSource(const History& history, const HashChains& chains,
                      const MatchParameters& params, uint32_t length, PairWriter& pairs) {
     if (params.maxChain == 0 || length < hashBytes)
         return writeLiterals(history.src, 0, length, pairs);
     const uint32_t hashable = length - hashBytes + 1;
     const uint32_t ringReach = std::min(chains.ringMask, hashable);
-    if (IsGreedy && params.maxChain == 1) {
-        uint32_t at = parseSingle<true>(history, chains, params, 0, ringReach, length, pairs);
-        at = parseSingle<false>(history, chains, params, at, hashable, length, pairs);
-        return writeLiterals(history.src, at, length, pairs);
-    }
     uint32_t at = WithRing(history, chains, params, 0, ringReach, length, pairs);
     at = InSource(history, chains, params, at, hashable, length, pairs);
     return writeLiterals(history.src, at, length, pairs);
+}
+
+uint32_t parseSourceGreedily(const History& history, const HashChains& chains,
+                             const MatchParameters& params, uint32_t length, PairWriter& pairs) {
+    const auto parse = params.maxChain == 1 ? parseSource<parseSingle<true>, parseSingle<false>>
+                                            : parseSource<parseGreedy<true>, parseGreedy<false>>;
+    return parse(history, chains, params, length, pairs);
 }
 
 }  // namespace
@@ -330,7 +336,7 @@ VekStatus veksDeflateLZ77Fast_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_
     const MatcherCall call{ppSrc,     pSrcLen,   pSrcIdx,  pWindow,       winSize,
                            pHashHead, pHashPrev, hashSize, pLitFreqTable, pDistFreqTable,
                            pLitDst,   pDistDst,  pDstLen,  pParams};
-    return runMatcher(call, parseSource<parseGreedy<true>, parseGreedy<false>, true>);
+    return runMatcher(call, parseSourceGreedily);
 }
 
 VekStatus veksDeflateLZ77Slow_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
