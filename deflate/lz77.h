@@ -100,7 +100,9 @@ struct PairWriter {
     uint8_t* lit;
     uint16_t* dist;
     SymbolCounts counts;
-    uint32_t room;
+    const uint8_t* litEnd;  ///< Behind the room for pairs.
+
+    uint32_t left() const { return static_cast<uint32_t>(litEnd - lit); }
 
     void literal(uint8_t byte) {
         put(byte, 0);
@@ -116,7 +118,6 @@ struct PairWriter {
     void put(uint32_t value, uint32_t distance) {
         *lit++ = static_cast<uint8_t>(value);
         *dist++ = static_cast<uint16_t>(distance);
-        --room;
     }
 };
 

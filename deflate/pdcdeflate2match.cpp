@@ -161,12 +161,14 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     const MatchParameters params(call.pParams, ringSize(call.winSize));
     const HashChains chains{call.pHashHead, call.pHashPrev, call.hashSize - 1,
                             ringSize(call.winSize) - 1};
-    PairWriter pairs{
-        call.pLitDst, call.pDistDst, {call.pLitFreqTable, call.pDistFreqTable}, *call.pDstLen};
+    PairWriter pairs{call.pLitDst,
+                     call.pDistDst,
+                     {call.pLitFreqTable, call.pDistFreqTable},
+                     call.pLitDst + *call.pDstLen};
     const uint8_t* src = *call.ppSrc;
     auto left = static_cast<uint32_t>(*call.pSrcLen);
     auto position = static_cast<uint32_t>(*call.pSrcIdx);
-    while (left != 0 && pairs.room != 0) {
+    while (left != 0 && pairs.left() != 0) {
         position = rebase(call, position, left);
         const uint32_t piece = std::min(left, maxPiece);
         const History history{src, call.pWindow, position, oldestInRing(call, src, position, piece),
@@ -181,13 +183,13 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     *call.ppSrc = src;
     *call.pSrcLen = static_cast<int32_t>(left);
     *call.pSrcIdx = static_cast<int32_t>(position);
-    *call.pDstLen = pairs.room;
+    *call.pDstLen = pairs.left();
     return vekStatusOk;
 }
 
 /// Makes literals of the source from offset `at` on, as far as `length` and the room go.
 uint32_t writeLiterals(const uint8_t* src, uint32_t at, uint32_t length, PairWriter& pairs) {
-    for (; at < length && pairs.room != 0; ++at) pairs.literal(src[at]);
+    for (; at < length && pairs.left() != 0; ++at) pairs.literal(src[at]);
     return at;
 }
 
@@ -202,7 +204,7 @@ uint32_t parseGreedy(const History& history, const HashChains& chains,
                      const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
                      PairWriter& sharedPairs) {
     PairWriter pairs = sharedPairs;
-    while (at < stop && pairs.room != 0) {
+    while (at < stop && pairs.left() != 0) {
         const uint8_t* const current = history.src + at;
         const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
         const uint32_t candidate = chains.insert(hash4(current), history.start + at);
@@ -232,12 +234,15 @@ uint32_t parseGreedy(const History& history, const HashChains& chains,
 /// candidate out of reach gives way to the position itself, and the mask that did it then spoils
 /// the comparison.
 template <bool Ring>
-uint32_t parseSingle(const History& history, const HashChains& chains,
+uint32_t parseSingle(const History& sharedHistory, const HashChains& sharedChains,
                      const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
                      PairWriter& sharedPairs) {
+    const History history = sharedHistory;
+    const HashChains chains = sharedChains;
     PairWriter pairs = sharedPairs;
+    const uint32_t longestEntered = params.lengthLimit;
     const uint32_t hashable = length - hashBytes + 1;
-    while (at < stop && pairs.room != 0) {
+    while (at < stop && pairs.left() != 0) {
         const uint8_t* const current = history.src + at;
         const uint32_t position = history.start + at;
         const auto word = load<uint32_t>(current);
@@ -245,21 +250,23 @@ uint32_t parseSingle(const History& history, const HashChains& chains,
         const uint32_t reach = history.reach<Ring>(position);
         const uint32_t usable = 0U - static_cast<uint32_t>(distance - 1 < reach);
         const uint32_t back = distance & usable;
-        uint32_t found = 0;
-        if (Ring && back > at) {
-            found = history.matchInRing(at, back, std::min<uint32_t>(maxMatch, length - at));
-        } else if (((load<uint32_t>(current - back) ^ word) | ~usable) == 0) {
-            const uint32_t limit = std::min<uint32_t>(maxMatch, length - at) - hashBytes;
-            const uint8_t* const behind = current + hashBytes;
-            found = hashBytes + static_cast<uint32_t>(matchLength(behind, behind - back, limit));
-        }
-        if (found < hashBytes) {
+        const bool inRing = Ring && back > at;
+        const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
+        uint32_t found = inRing ? history.matchInRing(at, back, limit) : 0;
+        const bool matches =
+            inRing ? found >= hashBytes : ((load<uint32_t>(current - back) ^ word) | ~usable) == 0;
+        if (!matches) {
             pairs.literal(static_cast<uint8_t>(word));
             ++at;
             continue;
         }
+        if (!inRing) {
+            const uint8_t* const behind = current + hashBytes;
+            found = hashBytes +
+                    static_cast<uint32_t>(matchLength(behind, behind - back, limit - hashBytes));
+        }
         pairs.match(found, distance);
-        if (found <= params.lengthLimit)
+        if (found <= longestEntered)
             enterRange(history, chains, at + 1, std::min(at + found, hashable));
         at += found;
     }
@@ -273,7 +280,7 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
                    uint32_t at, uint32_t stop, uint32_t length, PairWriter& sharedPairs) {
     PairWriter pairs = sharedPairs;
     const uint32_t hashable = length - hashBytes + 1;
-    while (at < stop && pairs.room != 0) {
+    while (at < stop && pairs.left() != 0) {
         uint32_t candidate = chains.insert(hash4(history.src + at), history.start + at);
         Match match =
             search<Ring>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
@@ -284,7 +291,7 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
             continue;
         }
         uint32_t entered = at + 1;
-        while (match.length < params.lengthLimit && pairs.room >= 2 && entered < hashable) {
+        while (match.length < params.lengthLimit && pairs.left() >= 2 && entered < hashable) {
             const uint32_t limit = std::min<uint32_t>(maxMatch, length - entered);
             candidate = chains.insert(hash4(history.src + entered), history.start + entered);
             ++entered;
