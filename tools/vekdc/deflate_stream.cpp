@@ -17,7 +17,7 @@ constexpr int32_t levelParameters[10][4] = {
 
 constexpr uint32_t blockPairs = 65536;    // most pairs of a block
 constexpr size_t blockBytes = 256 << 10;  // most bytes of a block
-constexpr size_t fastestPiece = 256 << 10;
+constexpr size_t fastestPiece = 512 << 10;
 constexpr size_t maxStored = 65535;
 
 uint32_t frequency(const VekHuffEntry& entry) {
