@@ -305,8 +305,8 @@ TEST(DeflateLz77, HostileTablesAndOddSizesStayInsideTheBuffers) {
             round % 5 == 0 ? 0 : pick(random, 0, round % 2 != 0 ? 100000 : 0x7FFFFFFF));
         const auto near = static_cast<uint32_t>(state.position);
         const auto hostile = [&] {
-            const uint32_t values[] = {random(), near - random() % 40000, near + random() % 40000,
-                                       near};
+            const auto any = static_cast<uint32_t>(random());
+            const uint32_t values[] = {any, near - any % 40000, near + any % 40000, near};
             return static_cast<int32_t>(values[random() % 4]);
         };
         std::generate_n(state.head(), state.hashSize, hostile);
