@@ -252,19 +252,20 @@ uint32_t parseSingle(const History& sharedHistory, const HashChains& sharedChain
         const uint32_t back = distance & usable;
         const bool inRing = Ring && back > at;
         const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
-        uint32_t found = inRing ? history.matchInRing(at, back, limit) : 0;
-        const bool matches =
-            inRing ? found >= hashBytes : ((load<uint32_t>(current - back) ^ word) | ~usable) == 0;
+        const uint8_t* const bytes =
+            inRing ? history.inOnePiece(at, back, hashBytes) : current - back;
+        const bool matches = Ring && bytes == nullptr
+                                 ? history.matchInRing(at, back, hashBytes) == hashBytes
+                                 : ((load<uint32_t>(bytes) ^ word) | ~usable) == 0;
         if (!matches) {
             pairs.literal(static_cast<uint8_t>(word));
             ++at;
             continue;
         }
-        if (!inRing) {
-            const uint8_t* const behind = current + hashBytes;
-            found = hashBytes +
-                    static_cast<uint32_t>(matchLength(behind, behind - back, limit - hashBytes));
-        }
+        const uint32_t found =
+            inRing ? history.matchInRing(at, back, limit)
+                   : hashBytes + static_cast<uint32_t>(matchLength(
+                                     current + hashBytes, bytes + hashBytes, limit - hashBytes));
         pairs.match(found, distance);
         if (found <= longestEntered)
             enterRange(history, chains, at + 1, std::min(at + found, hashable));
