@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "support/data.h"
+#include "support/deflate_ranges.h"
 #include "support/deflate_reader.h"
 #include "support/guarded.h"
 #include "tools/vekdc/deflate_stream.h"
@@ -123,31 +124,14 @@ struct Bits {
     }
 };
 
-struct Range {
-    unsigned base;
-    unsigned extra;
-};
-
-/// The ranges of RFC 1951, 3.2.5: `plain` codes without extra bits, then groups of `group`.
-Range rangeOf(unsigned value, unsigned first, unsigned plain, unsigned group, unsigned* code) {
-    unsigned base = first;
-    for (*code = 0;; ++*code) {
-        const unsigned extra = *code < plain ? 0 : (*code - plain) / group + 1;
-        if (value < base + (1U << extra)) return {base, extra};
-        base += 1U << extra;
-    }
-}
-
 void putPair(Bits& out, uint8_t lit, uint16_t dist, const Codes& codes) {
     if (dist == 0) return out.put(codes.lit[lit].code, codes.lit[lit].length);
-    unsigned code = 28;
-    Range range = {258, 0};
-    if (lit != 255) range = rangeOf(lit + 3U, 3, 8, 4, &code);
-    out.put(codes.lit[257 + code].code, codes.lit[257 + code].length);
-    out.put(lit + 3U - range.base, range.extra);
-    range = rangeOf(dist, 1, 4, 2, &code);
-    out.put(codes.dist[code].code, codes.dist[code].length);
-    out.put(dist - range.base, range.extra);
+    const Range length = lengthRange(lit + 3U);
+    out.put(codes.lit[257 + length.code].code, codes.lit[257 + length.code].length);
+    out.put(lit + 3U - length.base, length.extra);
+    const Range distance = distanceRange(dist);
+    out.put(codes.dist[distance.code].code, codes.dist[distance.code].length);
+    out.put(dist - distance.base, distance.extra);
 }
 
 /// What a stream holds, behind `history` (which only zlib can be told of).

@@ -10,6 +10,7 @@
 
 #include "include/vekdc.h"
 #include "support/data.h"
+#include "support/deflate_ranges.h"
 #include "support/guarded.h"
 #include "vector/crc32c_step.h"
 
@@ -93,16 +94,6 @@ VekStatus encodeOnce(State& state, const uint8_t*& src, int32_t& length, uint32_
     return status;
 }
 
-/// The code of a value, and what codes before it cover: `plain` codes of one value each, then
-/// `group` at a time of 2, 4, 8 ... values.
-unsigned codeOf(unsigned value, unsigned plain, unsigned group) {
-    unsigned code = 0;
-    for (unsigned base = 0;; ++code) {
-        base += 1U << (code < plain ? 0 : (code - plain) / group + 1);
-        if (base > value) return code;
-    }
-}
-
 /// Bytes that the pairs stand for, behind `history`; holds lengths, distances and counts to
 /// account.
 Bytes decode(const Pairs& pairs, const State& state, const Bytes& history = {}) {
@@ -119,8 +110,8 @@ Bytes decode(const Pairs& pairs, const State& state, const Bytes& history = {}) 
         EXPECT_LE(pair.dist, out.size());
         if (pair.dist > out.size()) return {};
         for (int i = 0; i < pair.lit + 3; ++i) out.push_back(out[out.size() - pair.dist]);
-        ++lit[257 + (pair.lit == 255 ? 28 : codeOf(pair.lit, 8, 4))];
-        ++dist[codeOf(pair.dist - 1U, 4, 2)];
+        ++lit[257 + lengthRange(pair.lit + 3U).code];
+        ++dist[distanceRange(pair.dist).code];
     }
     for (size_t i = 0; i < 286; ++i) {
         EXPECT_EQ(state.litFreq[i].code + 65536U * state.litFreq[i].length, lit[i]) << i;
