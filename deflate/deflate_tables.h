@@ -88,8 +88,10 @@ inline unsigned lengthCode(unsigned lengthMinus3) {
 
 /// Code of a distance, given as distance - 1, in [0, 32768); of larger values the low bits count.
 inline unsigned distanceCode(unsigned distanceMinus1) {
-    return distanceMinus1 < 256 ? litCodeTable[256 + distanceMinus1]
-                                : litCodeTable[512 + ((distanceMinus1 >> 7) & 255)];
+    const unsigned nearby = 256 + distanceMinus1;
+    const unsigned far = 512 + ((distanceMinus1 >> 7) & 255);
+    const unsigned isNear = 0U - static_cast<unsigned>(distanceMinus1 < 256);
+    return litCodeTable[far ^ ((far ^ nearby) & isNear)];
 }
 
 static_assert(litBaseTable[27] == 224 && distBaseTable[29] == 24576 && litExtraTable[27] == 5 &&

@@ -26,6 +26,7 @@
 #include <cstring>
 
 #include "deflate/deflate_tables.h"
+#include "deflate/symbol_counts.h"
 #include "include/vekdc.h"
 #include "vector/bytes.h"
 #include "vector/crc32c_step.h"
@@ -51,12 +52,6 @@ inline uint32_t hash4(const uint8_t* p) {
 /// Size of the ring within a window of `winSize` bytes: a power of two.
 inline uint32_t ringSize(uint32_t winSize) {
     return std::bit_floor(winSize);
-}
-
-/// Adds one to a frequency. The count is the entry's whole 32 bits: what goes beyond the first half
-/// is carried into the second.
-inline void count(VekHuffEntry& entry) {
-    store(&entry, load<uint32_t>(&entry) + 1);
 }
 
 /// The four parameters, as both matchers read them.
@@ -104,23 +99,25 @@ struct HashChains {
 struct PairWriter {
     uint8_t* lit;
     uint16_t* dist;
-    VekHuffEntry* litFreq;
-    VekHuffEntry* distFreq;
-    uint32_t room;
+    SymbolCounts counts;
+    const uint8_t* litEnd;  ///< Behind the room for pairs.
+
+    uint32_t left() const { return static_cast<uint32_t>(litEnd - lit); }
 
     void literal(uint8_t byte) {
-        *lit++ = byte;
-        *dist++ = 0;
-        --room;
-        count(litFreq[byte]);
+        put(byte, 0);
+        counts.literal(byte);
     }
 
     void match(uint32_t length, uint32_t distance) {
-        *lit++ = static_cast<uint8_t>(length - minMatch);
+        put(length - minMatch, distance);
+        counts.match(length, distance);
+    }
+
+ private:
+    void put(uint32_t value, uint32_t distance) {
+        *lit++ = static_cast<uint8_t>(value);
         *dist++ = static_cast<uint16_t>(distance);
-        --room;
-        count(litFreq[firstLengthSymbol + lengthCode(length - minMatch)]);
-        count(distFreq[distanceCode(distance - 1)]);
     }
 };
 

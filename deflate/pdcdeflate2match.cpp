@@ -23,6 +23,9 @@
 namespace {
 
 using namespace vek::deflate;
+using vek::crc32cStep;
+using vek::load;
+using vek::matchLength;
 
 /// No larger piece of the source is matched between two looks at whether to rebase, so that
 /// positions stay below 2^31 whatever the source's length.
@@ -158,12 +161,14 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     const MatchParameters params(call.pParams, ringSize(call.winSize));
     const HashChains chains{call.pHashHead, call.pHashPrev, call.hashSize - 1,
                             ringSize(call.winSize) - 1};
-    PairWriter pairs{call.pLitDst, call.pDistDst, call.pLitFreqTable, call.pDistFreqTable,
-                     *call.pDstLen};
+    PairWriter pairs{call.pLitDst,
+                     call.pDistDst,
+                     {call.pLitFreqTable, call.pDistFreqTable},
+                     call.pLitDst + *call.pDstLen};
     const uint8_t* src = *call.ppSrc;
     auto left = static_cast<uint32_t>(*call.pSrcLen);
     auto position = static_cast<uint32_t>(*call.pSrcIdx);
-    while (left != 0 && pairs.room != 0) {
+    while (left != 0 && pairs.left() != 0) {
         position = rebase(call, position, left);
         const uint32_t piece = std::min(left, maxPiece);
         const History history{src, call.pWindow, position, oldestInRing(call, src, position, piece),
@@ -178,13 +183,13 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     *call.ppSrc = src;
     *call.pSrcLen = static_cast<int32_t>(left);
     *call.pSrcIdx = static_cast<int32_t>(position);
-    *call.pDstLen = pairs.room;
+    *call.pDstLen = pairs.left();
     return vekStatusOk;
 }
 
 /// Makes literals of the source from offset `at` on, as far as `length` and the room go.
 uint32_t writeLiterals(const uint8_t* src, uint32_t at, uint32_t length, PairWriter& pairs) {
-    for (; at < length && pairs.room != 0; ++at) pairs.literal(src[at]);
+    for (; at < length && pairs.left() != 0; ++at) pairs.literal(src[at]);
     return at;
 }
 
@@ -199,7 +204,7 @@ uint32_t parseGreedy(const History& history, const HashChains& chains,
                      const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
                      PairWriter& sharedPairs) {
     PairWriter pairs = sharedPairs;
-    while (at < stop && pairs.room != 0) {
+    while (at < stop && pairs.left() != 0) {
         const uint8_t* const current = history.src + at;
         const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
         const uint32_t candidate = chains.insert(hash4(current), history.start + at);
@@ -222,13 +227,61 @@ uint32_t parseGreedy(const History& history, const HashChains& chains,
     return at;
 }
 
+/// What parseGreedy finds with chains of one.
+///
+/// There is one candidate a position, and two questions: is it in reach, does it begin with the
+/// same four bytes? In most data neither answer can be predicted, so they share one branch: a
+/// candidate out of reach gives way to the position itself, and the mask that did it then spoils
+/// the comparison.
+template <bool Ring>
+uint32_t parseSingle(const History& sharedHistory, const HashChains& sharedChains,
+                     const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
+                     PairWriter& sharedPairs) {
+    const History history = sharedHistory;
+    const HashChains chains = sharedChains;
+    PairWriter pairs = sharedPairs;
+    const uint32_t longestEntered = params.lengthLimit;
+    const uint32_t hashable = length - hashBytes + 1;
+    while (at < stop && pairs.left() != 0) {
+        const uint8_t* const current = history.src + at;
+        const uint32_t position = history.start + at;
+        const auto word = load<uint32_t>(current);
+        const uint32_t distance = position - chains.insert(crc32cStep(0, word), position);
+        const uint32_t reach = history.reach<Ring>(position);
+        const uint32_t usable = 0U - static_cast<uint32_t>(distance - 1 < reach);
+        const uint32_t back = distance & usable;
+        const bool inRing = Ring && back > at;
+        const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
+        const uint8_t* const bytes =
+            inRing ? history.inOnePiece(at, back, hashBytes) : current - back;
+        const bool matches = Ring && bytes == nullptr
+                                 ? history.matchInRing(at, back, hashBytes) == hashBytes
+                                 : ((load<uint32_t>(bytes) ^ word) | ~usable) == 0;
+        if (!matches) {
+            pairs.literal(static_cast<uint8_t>(word));
+            ++at;
+            continue;
+        }
+        const uint32_t found =
+            inRing ? history.matchInRing(at, back, limit)
+                   : hashBytes + static_cast<uint32_t>(matchLength(
+                                     current + hashBytes, bytes + hashBytes, limit - hashBytes));
+        pairs.match(found, distance);
+        if (found <= longestEntered)
+            enterRange(history, chains, at + 1, std::min(at + found, hashable));
+        at += found;
+    }
+    sharedPairs = pairs;
+    return at;
+}
+
 /// Matches lazily from offset `at` until `stop`, `length` or the room is reached.
 template <bool Ring>
 uint32_t parseLazy(const History& history, const HashChains& chains, const MatchParameters& params,
                    uint32_t at, uint32_t stop, uint32_t length, PairWriter& sharedPairs) {
     PairWriter pairs = sharedPairs;
     const uint32_t hashable = length - hashBytes + 1;
-    while (at < stop && pairs.room != 0) {
+    while (at < stop && pairs.left() != 0) {
         uint32_t candidate = chains.insert(hash4(history.src + at), history.start + at);
         Match match =
             search<Ring>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
@@ -239,7 +292,7 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
             continue;
         }
         uint32_t entered = at + 1;
-        while (match.length < params.lengthLimit && pairs.room >= 2 && entered < hashable) {
+        while (match.length < params.lengthLimit && pairs.left() >= 2 && entered < hashable) {
             const uint32_t limit = std::min<uint32_t>(maxMatch, length - entered);
             candidate = chains.insert(hash4(history.src + entered), history.start + entered);
             ++entered;
@@ -274,6 +327,13 @@ uint32_t parseSource(const History& history, const HashChains& chains,
     return writeLiterals(history.src, at, length, pairs);
 }
 
+uint32_t parseSourceGreedily(const History& history, const HashChains& chains,
+                             const MatchParameters& params, uint32_t length, PairWriter& pairs) {
+    const auto parse = params.maxChain == 1 ? parseSource<parseSingle<true>, parseSingle<false>>
+                                            : parseSource<parseGreedy<true>, parseGreedy<false>>;
+    return parse(history, chains, params, length, pairs);
+}
+
 }  // namespace
 
 VekStatus veksDeflateLZ77Fast_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
@@ -284,7 +344,7 @@ VekStatus veksDeflateLZ77Fast_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_
     const MatcherCall call{ppSrc,     pSrcLen,   pSrcIdx,  pWindow,       winSize,
                            pHashHead, pHashPrev, hashSize, pLitFreqTable, pDistFreqTable,
                            pLitDst,   pDistDst,  pDstLen,  pParams};
-    return runMatcher(call, parseSource<parseGreedy<true>, parseGreedy<false>>);
+    return runMatcher(call, parseSourceGreedily);
 }
 
 VekStatus veksDeflateLZ77Slow_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,

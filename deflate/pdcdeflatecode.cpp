@@ -1,11 +1,14 @@
 // Coding of a block's pairs.
 
 #include "deflate/bit_sink.h"
+#include "deflate/pair_codes.h"
 #include "deflate/pdcdeflatep8y8cn.h"
 #include "frame/args.h"
 #include "vekdc.h"
 
 using namespace vek::deflate;
+
+static_assert(maxDistanceBits <= BitSink::freeBesideWord);
 
 namespace {
 
@@ -34,16 +37,18 @@ VekStatus veksDeflateHuff_8u(const uint8_t* pLitSrc, const uint16_t* pDistSrc, u
     if (srcLen >= batchFrom && everySymbolHasCode(pLitHuffTable)) {
         i = ownsDeflateHuff_8u(pLitSrc, pDistSrc, srcLen, pLitHuffTable, pDistHuffTable, sink);
     }
-    sink.flushExact();
+    sink.flushWords();
     for (; i < srcLen; ++i) {
         if (pDistSrc[i] == 0) {
             sink.put(literalBits(pLitHuffTable, pLitSrc[i]));
         } else {
             sink.put(lengthBits(pLitHuffTable, pLitSrc[i]));
+            sink.flushWords();
             sink.put(distanceBits(pDistHuffTable, pDistSrc[i] - 1U));
         }
-        sink.flushExact();
+        sink.flushWords();
     }
+    sink.flushExact();
     *pCode = sink.buffer();
     *pCodeLenBits = sink.count();
     *pDstIdx = static_cast<uint32_t>(sink.position() - pDst);

@@ -13,6 +13,7 @@
 
 #include "deflate/bit_sink.h"
 #include "deflate/pair_codes.h"
+#include "deflate/symbol_counts.h"
 #include "frame/args.h"
 #include "vector/crc32c_step.h"
 #include "vector/fill.h"
@@ -20,6 +21,7 @@
 #include "vekdc.h"
 
 using namespace vek::deflate;
+using vek::load;
 
 namespace {
 
@@ -31,73 +33,70 @@ bool validSizes(int32_t srcLen, uint32_t hashSize) {
     return srcLen >= 1 && !vek::outside<uint32_t>(hashSize, 256, 65536);
 }
 
-/// Runs the matcher; the sink is told of literals [begin, end) and of matches, in order.
+/// Runs the matcher; the sink is told of literals, one or a run [begin, end), and of matches, in
+/// order.
 template <class Sink>
 void matchFastest(const uint8_t* src, uint32_t srcLen, uint32_t* head, uint32_t hashSize,
                   Sink& sink) {
     ownsSet_32s(0, reinterpret_cast<int32_t*>(head), hashSize);
     const uint32_t mask = hashSize - 1;
     const uint32_t end = srcLen < hashBytes ? 0 : srcLen - hashBytes + 1;
-    uint32_t literals = 0;  // start of the literals not yet told
     uint32_t misses = 0;
     uint32_t at = 0;
     while (at < end) {
-        const auto word = vek::load<uint32_t>(src + at);
+        const uint8_t* const current = src + at;
+        const auto word = load<uint32_t>(current);
         uint32_t& entry = head[vek::crc32cStep(0, word) & mask];
-        const uint32_t distance = at + 1 - entry;
-        const bool usable = entry != 0 && distance <= maxDistance;
+        const uint32_t distance = at + 1 - entry;  // above `at` for an empty entry
         entry = at + 1;
-        if (!usable || vek::load<uint32_t>(src + at - distance) != word) {
-            at += 1 + (misses++ >> strideShift);
+        // One branch for both questions: whether the entry is in reach cannot be predicted.
+        const uint32_t usable =
+            0U - static_cast<uint32_t>(distance - 1 < std::min(at, maxDistance));
+        if (((load<uint32_t>(current - (distance & usable)) ^ word) | ~usable) != 0) {
+            const uint32_t stride = 1 + (misses++ >> strideShift);
+            if (stride == 1) {
+                sink.literal(static_cast<uint8_t>(word));
+                ++at;
+            } else {
+                const uint32_t next = std::min(at + stride, srcLen);
+                sink.literals(current, src + next);
+                at = next;
+            }
             continue;
         }
         const uint32_t limit = std::min<uint32_t>(maxMatch, srcLen - at) - hashBytes;
-        const uint8_t* behind = src + at + hashBytes;
+        const uint8_t* behind = current + hashBytes;
         const auto length =
             hashBytes + static_cast<uint32_t>(vek::matchLength(behind, behind - distance, limit));
-        if (literals != at) sink.literals(src + literals, src + at);
         sink.match(length, distance);
         at += length;
-        literals = at;
         misses = 0;
     }
-    if (literals != srcLen) sink.literals(src + literals, src + srcLen);
+    sink.literals(src + at, src + srcLen);
 }
-
-/// Counts symbols; an entry is read and written as one 32-bit number.
-struct SymbolCounter {
-    VekHuffEntry* litFreq;
-    VekHuffEntry* distFreq;
-
-    static void add(VekHuffEntry& entry) { vek::store(&entry, vek::load<uint32_t>(&entry) + 1); }
-
-    void literals(const uint8_t* begin, const uint8_t* end) {
-        for (; begin != end; ++begin) add(litFreq[*begin]);
-    }
-
-    void match(uint32_t length, uint32_t distance) {
-        add(litFreq[firstLengthSymbol + lengthCode(length - minMatch)]);
-        add(distFreq[distanceCode(distance - 1)]);
-    }
-};
 
 /// Writes codes; the output's worst case, stated to callers, leaves room for the wide stores.
 struct CodeWriter {
     const PairCodes& codes;
     BitSink sink;
 
+    void literal(uint8_t byte) {
+        sink.put(codes.literal(byte));
+        sink.flushWide();
+    }
+
     void literals(const uint8_t* begin, const uint8_t* end) {
         constexpr int perFlush = BitSink::freeBits / maxCodeLength;
         for (; end - begin >= perFlush; begin += perFlush) {
-            for (int i = 0; i < perFlush; ++i) sink.put(codes.symbols[begin[i]]);
+            for (int i = 0; i < perFlush; ++i) sink.put(codes.literal(begin[i]));
             sink.flushWide();
         }
-        for (; begin != end; ++begin) sink.put(codes.symbols[*begin]);
+        for (; begin != end; ++begin) sink.put(codes.literal(*begin));
         sink.flushWide();
     }
 
     void match(uint32_t length, uint32_t distance) {
-        sink.put(codes.symbols[256 + length - minMatch]);
+        sink.put(codes.length(length - minMatch));
         sink.put(codes.distance(distance));
         sink.flushWide();
     }
@@ -110,8 +109,8 @@ VekStatus veksDeflateLZ77FastestGetStat_8u(const uint8_t* pSrc, int32_t srcLen, 
                                            VekHuffEntry* pDistFreq) {
     if (vek::anyNull(pSrc, pHashHead, pLitFreq, pDistFreq)) return vekStatusNullPointer;
     if (!validSizes(srcLen, hashSize)) return vekStatusBadSize;
-    SymbolCounter counter{pLitFreq, pDistFreq};
-    matchFastest(pSrc, static_cast<uint32_t>(srcLen), pHashHead, hashSize, counter);
+    SymbolCounts counts{pLitFreq, pDistFreq};
+    matchFastest(pSrc, static_cast<uint32_t>(srcLen), pHashHead, hashSize, counts);
     return vekStatusOk;
 }
 

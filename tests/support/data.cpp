@@ -1,3 +1,9 @@
+// Test data made from seeds.
+//
+// Codecs have a path for each kind of redundancy: runs, short and long periods, repeats at the edge
+// of a window, skewed symbols, none at all. Each shape brings out one of them in its pure form, and
+// a few mix them as text, machine code and records do. std::mt19937 gives the same numbers
+// everywhere; the standard's distributions need not, so nothing here may expect certain bytes.
 #include "support/data.h"
 
 #include <algorithm>

@@ -39,8 +39,10 @@ struct BitSource {
     bool failed = false;
 };
 
-/// Reads the code lengths of a dynamic block and builds its tables; false when they are corrupt.
-inline bool readDynamicHeader(BitSource& in, InflateState& state) {
+/// Reads the code lengths of a dynamic block and gives them to `build(lens, nLit, nDist)`; false
+/// when they are corrupt or that says so.
+template <class Build>
+bool readCodeLengths(BitSource& in, Build build) {
     constexpr std::array<uint8_t, 19> order = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
                                                11, 4,  12, 3, 13, 2, 14, 1, 15};
     const uint32_t nLit = in.take(5) + 257;
@@ -88,7 +90,14 @@ inline bool readDynamicHeader(BitSource& in, InflateState& state) {
         std::fill_n(lens.begin() + i, repeat, value);
         i += repeat;
     }
-    return !in.failed && veksInflateBuildHuffTable(lens.data(), nLit, nDist, &state) == vekStatusOk;
+    return !in.failed && build(lens.data(), nLit, nDist);
+}
+
+/// Reads the code lengths of a dynamic block and builds its tables; false when they are corrupt.
+inline bool readDynamicHeader(BitSource& in, InflateState& state) {
+    return readCodeLengths(in, [&](const uint16_t* lens, uint32_t nLit, uint32_t nDist) {
+        return veksInflateBuildHuffTable(lens, nLit, nDist, &state) == vekStatusOk;
+    });
 }
 
 /// Decodes a stream from `in` to its last block; false when it is corrupt, cut off, or the target

@@ -1,3 +1,9 @@
+// The stand-in for libvekcore's feature query.
+//
+// The test program exports its own ownGetFeature, which the dynamic linker finds before the
+// library's. It asks the real one, next in search order, and hides what the limit excludes: a path
+// that the processor lacks is never claimed, so a test meets no illegal instruction. The limit is
+// one for the whole program; tests run one after another.
 #include "support/features.h"
 
 #include <dlfcn.h>

@@ -37,7 +37,8 @@ class DeflateEncoder {
 
  private:
     static constexpr uint32_t windowSize = 32768;
-    static constexpr uint32_t hashSize = 32768;
+    static constexpr uint32_t hashSize = 65536;
+    static constexpr uint32_t fastestHashSize = 32768;  // smaller: it is cleared for each piece
     static constexpr uint32_t litSymbols = 286;
     static constexpr uint32_t distSymbols = 30;
     static constexpr uint32_t endOfBlock = 256;
