@@ -98,10 +98,11 @@ class TwoLevel {
 /// that to do.
 constexpr ptrdiff_t packedSource = 600;
 constexpr ptrdiff_t packedRoom = 1500;
-constexpr ptrdiff_t deepRoom = 12000;  ///< For looking through the links, too.
+constexpr unsigned packedDistBits = 8;
+constexpr size_t packedDistSize = 1U << packedDistBits;
 struct PackedLevel {
     uint32_t lits[2 * rootSize];
-    uint32_t dists[rootSize];
+    uint32_t dists[packedDistSize];
 };
 
 constexpr uint32_t packedOther = 0x80000000U;   ///< Anything but a literal of the first level.
@@ -117,16 +118,14 @@ constexpr uint32_t packLit(uint32_t kind, uint32_t value) {
     return (len + extra) | len << 8 | value << 16 | flags | packedOther;
 }
 
-/// Fills both first levels, 16 entries at a time.
+/// Fills the packed level, 16 entries at a time; links to codes of 11 bits are replaced by these.
 void pack(PackedLevel& packed, const uint8_t* tables) {
     const __m128i low = _mm_set1_epi8(15);
-    const __m128i root = _mm_set1_epi8(rootBits);
     const auto loadAt = [&](size_t at) {
         return _mm_loadu_si128(reinterpret_cast<const __m128i*>(tables + at));
     };
-    const auto storeAt = [](uint32_t* at, __m128i half0, __m128i half1) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(at), _mm_unpacklo_epi16(half0, half1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 4), _mm_unpackhi_epi16(half0, half1));
+    const auto storeAt = [](uint32_t* at, __m128i words) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(at), words);
     };
     for (size_t i = 0; i < rootSize; i += 16) {
         const __m128i kinds = loadAt(litKindAt + i);
@@ -135,46 +134,61 @@ void pack(PackedLevel& packed, const uint8_t* tables) {
         const __m128i isLength = _mm_cmplt_epi8(kinds, _mm_setzero_si128());
         const __m128i extra =
             _mm_and_si128(_mm_and_si128(_mm_srli_epi16(kinds, 4), isLength), _mm_set1_epi8(7));
-        const __m128i other = _mm_or_si128(isLength, _mm_cmpgt_epi8(kinds, root));
+        const __m128i other =
+            _mm_or_si128(isLength, _mm_cmpgt_epi8(kinds, _mm_set1_epi8(rootBits)));
         const __m128i flags =
             _mm_and_si128(_mm_or_si128(_mm_and_si128(isLength, _mm_set1_epi8(0x40)),
                                        _mm_set1_epi8(static_cast<char>(0x80))),
                           other);
         const __m128i total = _mm_add_epi8(len, extra);
-        storeAt(packed.lits + i, _mm_unpacklo_epi8(total, len), _mm_unpacklo_epi8(values, flags));
-        storeAt(packed.lits + i + 8, _mm_unpackhi_epi8(total, len),
-                _mm_unpackhi_epi8(values, flags));
+        const __m128i bits0 = _mm_unpacklo_epi8(total, len);
+        const __m128i bits8 = _mm_unpackhi_epi8(total, len);
+        const __m128i value0 = _mm_unpacklo_epi8(values, flags);
+        const __m128i value8 = _mm_unpackhi_epi8(values, flags);
+        for (uint32_t* at : {packed.lits + i, packed.lits + rootSize + i}) {
+            storeAt(at, _mm_unpacklo_epi16(bits0, value0));
+            storeAt(at + 4, _mm_unpackhi_epi16(bits0, value0));
+            storeAt(at + 8, _mm_unpacklo_epi16(bits8, value8));
+            storeAt(at + 12, _mm_unpackhi_epi16(bits8, value8));
+        }
+        auto links =
+            static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpgt_epi8(len, _mm_set1_epi8(rootBits))));
+        for (; links != 0; links &= links - 1) {
+            const size_t link = i + vek::lowestSetBit(links);
+            const uint32_t longest = tables[litKindAt + link] & 15U;
+            const size_t sub = rootSize + 2U * tables[litValueAt + link];
+            for (uint32_t half = 0; half < 2; ++half) {
+                const size_t at = sub + (half << (longest - rootBits - 1));
+                const uint32_t kind = tables[litKindAt + at];
+                if ((kind & 15) != rootBits + 1) continue;
+                const uint32_t entry = packLit(kind, tables[litValueAt + at]);
+                packed.lits[half * rootSize + link] =
+                    kind <= maxCodeLen ? entry & ~packedOther : entry;
+            }
+        }
     }
-    std::memcpy(packed.lits + rootSize, packed.lits, sizeof(packed.lits) / 2);
-    for (size_t i = 0; i < rootSize; i += 16) {
+    for (size_t i = 0; i < packedDistSize; i += 16) {
         const __m128i kinds = loadAt(distKindAt + i);
         const __m128i len = _mm_and_si128(kinds, low);
         const __m128i extra = _mm_and_si128(_mm_srli_epi16(kinds, 4), low);
-        const __m128i isLong = _mm_and_si128(_mm_cmpgt_epi8(len, root),
+        const __m128i isLong = _mm_and_si128(_mm_cmpgt_epi8(len, _mm_set1_epi8(packedDistBits)),
                                              _mm_set1_epi8(static_cast<char>(packedLongDistance)));
         const __m128i total = _mm_or_si128(_mm_add_epi8(len, extra), isLong);
-        storeAt(packed.dists + i, _mm_unpacklo_epi8(total, len), loadAt(distBaseAt + 2 * i));
-        storeAt(packed.dists + i + 8, _mm_unpackhi_epi8(total, len),
-                loadAt(distBaseAt + 2 * i + 16));
+        const __m128i bits0 = _mm_unpacklo_epi8(total, len);
+        const __m128i bits8 = _mm_unpackhi_epi8(total, len);
+        const __m128i base0 = loadAt(distBaseAt + 2 * i);
+        const __m128i base8 = loadAt(distBaseAt + 2 * i + 16);
+        storeAt(packed.dists + i, _mm_unpacklo_epi16(bits0, base0));
+        storeAt(packed.dists + i + 4, _mm_unpackhi_epi16(bits0, base0));
+        storeAt(packed.dists + i + 8, _mm_unpacklo_epi16(bits8, base8));
+        storeAt(packed.dists + i + 12, _mm_unpackhi_epi16(bits8, base8));
     }
 }
 
-/// Replaces links by the codes of 11 bits behind them.
-void deepen(PackedLevel& packed, const TwoLevel& tables) {
-    for (uint32_t i = 0; i < 2 * rootSize; ++i) {
-        if ((packed.lits[i] >> 8 & 15) <= rootBits || (packed.lits[i] & packedLength) != 0)
-            continue;
-        const Entry entry = tables.lit(i);
-        if (entry.codeLen() != rootBits + 1) continue;
-        packed.lits[i] = packLit(entry.kind, entry.value);
-        if (entry.isLiteral()) packed.lits[i] &= ~packedOther;
-    }
-}
-
-/// The tables as the kernel sees them through a packed first level.
+/// The tables as the kernel sees them through a packed first level, which stands in its frame.
 class Packed {
  public:
-    Packed(const PackedLevel& level, const TwoLevel& tables) : level_(level), tables_(tables) {}
+    Packed(const TwoLevel& plain, const uint8_t* tables) : tables_(plain) { pack(level_, tables); }
 
     uint32_t look(Word bits) const { return level_.lits[bits & (2 * rootSize - 1)]; }
     static uint32_t kind(uint32_t entry) { return entry; }
@@ -183,14 +197,14 @@ class Packed {
     static bool isLiteral(uint32_t entry) { return (entry & (packedLength | packedStop)) == 0; }
     static bool isLength(uint32_t entry) { return (entry & packedLength) != 0; }
     static bool isLink(uint32_t) { return true; }
-    uint32_t follow(uint32_t, Word bits) const {
+    [[gnu::noinline]] uint32_t follow(uint32_t, Word bits) const {
         const Entry entry = tables_.lit(static_cast<uint32_t>(bits));
         return packLit(entry.kind, entry.value);
     }
     static uint32_t takeLength(uint32_t entry, Word& bits, uint32_t& count) {
         return value(entry) + minMatch + takeBits(entry, bits, count);
     }
-    uint32_t lookDistance(Word bits) const { return level_.dists[bits & (rootSize - 1)]; }
+    uint32_t lookDistance(Word bits) const { return level_.dists[bits & (packedDistSize - 1)]; }
     static bool isLongDistance(uint32_t entry) { return (entry & packedLongDistance) != 0; }
     static uint32_t takeDistance(uint32_t entry, Word& bits, uint32_t& count) {
         return (entry >> 16) + takeBits(entry, bits, count);
@@ -207,7 +221,7 @@ class Packed {
         return taken >> ((entry >> 8) % 32);
     }
 
-    const PackedLevel& level_;
+    PackedLevel level_;
     const TwoLevel& tables_;
 };
 
@@ -215,18 +229,11 @@ class Packed {
 
 extern "C" Stop ownsInflateLong_8u(Run& run, const uint8_t* tables) {
     const TwoLevel plain(tables);
-    PackedLevel level;
-    bool packed = false;
     return runSteps(run, plain, [&] {
-        if (!packed && run.srcEnd - run.src >= packedSource && run.dstEnd - run.dst >= packedRoom) {
-            pack(level, tables);
-            if (run.dstEnd - run.dst >= deepRoom) deepen(level, plain);
-            packed = true;
-        }
-        if (packed) {
-            runFast(run, Packed(level, plain));
+        if (run.srcEnd - run.src >= packedSource && run.dstEnd - run.dst >= packedRoom) {
+            runFast<Packed>(run, plain, tables);
         } else {
-            runFast(run, plain);
+            runFast<TwoLevel>(run, plain);
         }
     });
 }

@@ -57,5 +57,5 @@ class SingleLevel {
 extern "C" Stop ownsInflateShort_8u(Run& run, const InflateState& state) {
     if (state.litBits > maxLitBits || state.distBits > maxDistBits) return Stop::corrupt;
     const SingleLevel tables(state);
-    return runSteps(run, tables, [&] { runFast(run, tables); });
+    return runSteps(run, tables, [&] { runFast<SingleLevel>(run, tables); });
 }
