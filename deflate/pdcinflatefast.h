@@ -52,8 +52,8 @@ static_assert(!wideWord || (passLiterals + 1) * maxLitBits <= wordBits);
 /// Input that must be left: a pass refills up to two or four times, and moves on by a byte less
 /// than a word each time.
 constexpr ptrdiff_t fastSource = wideWord ? 7 + 8 : 3 * 3 + 4;
-/// Room that must be left: that of the literals.
-constexpr ptrdiff_t fastRoom = passLiterals;
+/// Room that must be left: that of the literals, up to two a lookup.
+constexpr ptrdiff_t fastRoom = 2 * passLiterals;
 /// Bytes that a wide copy may write behind the match.
 constexpr ptrdiff_t copySlack = 32;
 
@@ -190,7 +190,7 @@ template <class Tables, class... Args>
         count |= countedBits;
     };
     const auto putLiteral = [&](auto entry) {
-        *dst++ = static_cast<uint8_t>(tables.value(entry));
+        dst += tables.putLiterals(dst, entry);
         bits >>= tables.kind(entry) % wordBits;
         count -= tables.kind(entry);
     };
@@ -234,6 +234,7 @@ template <class Tables, class... Args>
                 break;
             }
 
+            dst += tables.putLeading(dst, entry);
             length = tables.takeLength(entry, bits, count);
             const auto far = tables.lookDistance(bits);
             if constexpr (!wideWord) refill();

@@ -1,6 +1,6 @@
 // The inflate decoder for two-level tables: lookups through sub-tables, and the packed first level
 // that the kernel works on when a call has enough to do.
-#include <emmintrin.h>
+#include <smmintrin.h>
 
 #include <array>
 #include <cstdint>
@@ -56,6 +56,11 @@ class TwoLevel {
     }
     static uint32_t kind(Look entry) { return entry.kind; }
     uint32_t value(Look entry) const { return tables_[litValueAt + entry.index]; }
+    uint32_t putLiterals(uint8_t* dst, Look entry) const {
+        *dst = static_cast<uint8_t>(value(entry));
+        return 1;
+    }
+    static uint32_t putLeading(uint8_t*, Look) { return 0; }
     static bool isShortLiteral(Look entry) { return entry.kind <= rootBits; }
     static bool isLiteral(Look entry) { return entry.kind <= maxCodeLen; }
     static bool isLength(Look entry) { return entry.kind >= 0x80; }
@@ -105,17 +110,19 @@ struct PackedLevel {
     uint32_t dists[packedDistSize];
 };
 
-constexpr uint32_t packedOther = 0x80000000U;   ///< Anything but a literal of the first level.
-constexpr uint32_t packedLength = 0x40000000U;  ///< A length.
-constexpr uint32_t packedStop = 0x20000000U;    ///< The end of the block, or no code.
-constexpr uint32_t packedLongDistance = 0x80U;  ///< A link: no total of bits goes this high.
+constexpr uint32_t packedOther = 0x80;         ///< Not only literals.
+constexpr uint32_t packedStop = 0x40;          ///< With packedOther: no length either.
+constexpr uint32_t packedLongDistance = 0x80;  ///< A link: no total of bits goes this high.
+constexpr uint32_t packedLiterals = 13;        ///< From here on 2 bits: the number of literals.
 
 /// An entry found through a sub-table.
 constexpr uint32_t packLit(uint32_t kind, uint32_t value) {
     const uint32_t len = kind & 15;
     const uint32_t extra = kind >= 0x80 ? (kind >> 4) & 7 : 0;
-    const uint32_t flags = kind >= 0x80 ? packedLength : kind > maxCodeLen ? packedStop : 0;
-    return (len + extra) | len << 8 | value << 16 | flags | packedOther;
+    const uint32_t flags = kind >= 0x80        ? packedOther
+                           : kind > maxCodeLen ? packedOther | packedStop
+                                               : 1U << packedLiterals;
+    return (len + extra) | len << 8 | value << 16 | flags;
 }
 
 /// Fills the packed level, 16 entries at a time; links to codes of 11 bits are replaced by these.
@@ -134,17 +141,20 @@ void pack(PackedLevel& packed, const uint8_t* tables) {
         const __m128i isLength = _mm_cmplt_epi8(kinds, _mm_setzero_si128());
         const __m128i extra =
             _mm_and_si128(_mm_and_si128(_mm_srli_epi16(kinds, 4), isLength), _mm_set1_epi8(7));
-        const __m128i other =
-            _mm_or_si128(isLength, _mm_cmpgt_epi8(kinds, _mm_set1_epi8(rootBits)));
-        const __m128i flags =
-            _mm_and_si128(_mm_or_si128(_mm_and_si128(isLength, _mm_set1_epi8(0x40)),
-                                       _mm_set1_epi8(static_cast<char>(0x80))),
-                          other);
-        const __m128i total = _mm_add_epi8(len, extra);
-        const __m128i bits0 = _mm_unpacklo_epi8(total, len);
-        const __m128i bits8 = _mm_unpackhi_epi8(total, len);
-        const __m128i value0 = _mm_unpacklo_epi8(values, flags);
-        const __m128i value8 = _mm_unpackhi_epi8(values, flags);
+        const __m128i other = _mm_cmpgt_epi8(kinds, _mm_set1_epi8(rootBits));
+        const __m128i isLiteral =
+            _mm_cmpeq_epi8(_mm_or_si128(isLength, other), _mm_setzero_si128());
+        const __m128i total = _mm_or_si128(
+            _mm_add_epi8(len, extra),
+            _mm_or_si128(
+                _mm_and_si128(isLength, _mm_set1_epi8(static_cast<char>(packedOther))),
+                _mm_and_si128(other, _mm_set1_epi8(static_cast<char>(packedOther | packedStop)))));
+        const __m128i lenLiterals =
+            _mm_or_si128(len, _mm_and_si128(isLiteral, _mm_set1_epi8(1 << (packedLiterals - 8))));
+        const __m128i bits0 = _mm_unpacklo_epi8(total, lenLiterals);
+        const __m128i bits8 = _mm_unpackhi_epi8(total, lenLiterals);
+        const __m128i value0 = _mm_unpacklo_epi8(values, _mm_setzero_si128());
+        const __m128i value8 = _mm_unpackhi_epi8(values, _mm_setzero_si128());
         for (uint32_t* at : {packed.lits + i, packed.lits + rootSize + i}) {
             storeAt(at, _mm_unpacklo_epi16(bits0, value0));
             storeAt(at + 4, _mm_unpackhi_epi16(bits0, value0));
@@ -161,9 +171,7 @@ void pack(PackedLevel& packed, const uint8_t* tables) {
                 const size_t at = sub + (half << (longest - rootBits - 1));
                 const uint32_t kind = tables[litKindAt + at];
                 if ((kind & 15) != rootBits + 1) continue;
-                const uint32_t entry = packLit(kind, tables[litValueAt + at]);
-                packed.lits[half * rootSize + link] =
-                    kind <= maxCodeLen ? entry & ~packedOther : entry;
+                packed.lits[half * rootSize + link] = packLit(kind, tables[litValueAt + at]);
             }
         }
     }
@@ -185,17 +193,122 @@ void pack(PackedLevel& packed, const uint8_t* tables) {
     }
 }
 
+/// Joins literals of up to pairBits bits with what follows, where both are within a lookup: with
+/// another literal, or with a length.
+constexpr unsigned pairBits = 7;
+constexpr ptrdiff_t pairSource = 3000;  ///< Makes it worth the while, with pairRoom.
+constexpr ptrdiff_t pairRoom = 12000;
+void pair(PackedLevel& packed, const uint8_t* tables) {
+    const uint8_t* const kinds = tables + litKindAt;
+    const uint8_t* const values = tables + litValueAt;
+    const __m128i zero = _mm_setzero_si128();
+    for (uint32_t first = 0; first < 1U << pairBits; ++first) {
+        const uint32_t len = kinds[first];
+        // Only the first of a code's entries: the bits above it are those that follow.
+        if (len == 0 || len > pairBits || first >> len != 0) continue;
+        const uint32_t alone = packed.lits[first];
+        const __m128i literal = _mm_set1_epi8(static_cast<char>(values[first]));
+        const __m128i firstLen = _mm_set1_epi8(static_cast<char>(len));
+        const __m128i room = _mm_set1_epi8(static_cast<char>(rootBits + 1 - len));
+        uint32_t* at = packed.lits + first;
+        for (uint32_t i = 0; i < 2 * rootSize >> len; i += 16) {
+            const __m128i kind = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kinds + i));
+            const __m128i value = _mm_loadu_si128(reinterpret_cast<const __m128i*>(values + i));
+            const __m128i isLength = _mm_cmplt_epi8(kind, zero);
+            const __m128i len2 = _mm_and_si128(kind, _mm_set1_epi8(15));
+            const __m128i tooLong = _mm_cmpgt_epi8(len2, room);
+            const __m128i other = _mm_cmpgt_epi8(kind, _mm_set1_epi8(maxCodeLen));
+            const __m128i extra =
+                _mm_and_si128(_mm_and_si128(_mm_srli_epi16(kind, 4), isLength), _mm_set1_epi8(7));
+            const __m128i bothLen = _mm_add_epi8(firstLen, len2);
+            const __m128i total = _mm_or_si128(
+                _mm_add_epi8(bothLen, extra),
+                _mm_and_si128(isLength, _mm_set1_epi8(static_cast<char>(packedOther))));
+            const __m128i lenLiterals = _mm_or_si128(
+                bothLen, _mm_blendv_epi8(_mm_set1_epi8(2 << (packedLiterals - 8)),
+                                         _mm_set1_epi8(1 << (packedLiterals - 8)), isLength));
+            // A literal comes before its second, but above a length.
+            const __m128i low = _mm_blendv_epi8(literal, value, isLength);
+            const __m128i high = _mm_blendv_epi8(value, literal, isLength);
+            const __m128i single = _mm_or_si128(tooLong, other);
+            const __m128i lone = _mm_set1_epi32(static_cast<int>(alone));
+            alignas(16) uint32_t entries[16];
+            const auto put = [&](uint32_t* to, __m128i half0, __m128i half1, __m128i mask) {
+                const __m128i w0 = _mm_unpacklo_epi16(half0, half1);
+                const __m128i w1 = _mm_unpackhi_epi16(half0, half1);
+                _mm_store_si128(reinterpret_cast<__m128i*>(to),
+                                _mm_blendv_epi8(w0, lone, _mm_unpacklo_epi16(mask, mask)));
+                _mm_store_si128(reinterpret_cast<__m128i*>(to + 4),
+                                _mm_blendv_epi8(w1, lone, _mm_unpackhi_epi16(mask, mask)));
+            };
+            put(entries, _mm_unpacklo_epi8(total, lenLiterals), _mm_unpacklo_epi8(low, high),
+                _mm_unpacklo_epi8(single, single));
+            put(entries + 8, _mm_unpackhi_epi8(total, lenLiterals), _mm_unpackhi_epi8(low, high),
+                _mm_unpackhi_epi8(single, single));
+            for (const uint32_t entry : entries) {
+                *at = entry;
+                at += size_t{1} << len;
+            }
+        }
+    }
+}
+
+/// How many of a lookup's 2048 entries pair() would join.
+unsigned countPairs(const uint8_t* tables) {
+    const uint8_t* const kinds = tables + litKindAt;
+    // Of n bits' entries those whose code is within them, and goes on a literal.
+    unsigned within[rootBits + 1] = {};
+    for (unsigned bits = rootBits + 1 - pairBits; bits <= rootBits; ++bits) {
+        const __m128i longest = _mm_set1_epi8(static_cast<char>(bits));
+        for (uint32_t i = 0; i < 1U << bits; i += 16) {
+            const __m128i kind = _mm_loadu_si128(reinterpret_cast<const __m128i*>(kinds + i));
+            const __m128i low = _mm_and_si128(kind, _mm_set1_epi8(static_cast<char>(0x8F)));
+            const __m128i length = _mm_and_si128(low, _mm_set1_epi8(15));
+            const __m128i not15 = _mm_cmpgt_epi8(length, longest);
+            const __m128i other = _mm_cmpgt_epi8(kind, _mm_set1_epi8(maxCodeLen));
+            within[bits] += 16U - static_cast<unsigned>(_mm_popcnt_u32(static_cast<uint32_t>(
+                                      _mm_movemask_epi8(_mm_or_si128(not15, other)))));
+        }
+    }
+    unsigned sum = 0;
+    for (uint32_t first = 0; first < 1U << pairBits; ++first) {
+        const uint32_t len = kinds[first];
+        if (len != 0 && len <= pairBits && first >> len == 0) sum += within[rootBits + 1 - len];
+    }
+    return sum;
+}
+constexpr unsigned enoughPairs = 200;
+
 /// The tables as the kernel sees them through a packed first level, which stands in its frame.
+template <bool pairs>
 class Packed {
  public:
-    Packed(const TwoLevel& plain, const uint8_t* tables) : tables_(plain) { pack(level_, tables); }
+    Packed(const TwoLevel& plain, const uint8_t* tables) : tables_(plain) {
+        pack(level_, tables);
+        if constexpr (pairs) pair(level_, tables);
+    }
 
     uint32_t look(Word bits) const { return level_.lits[bits & (2 * rootSize - 1)]; }
     static uint32_t kind(uint32_t entry) { return entry; }
     static uint32_t value(uint32_t entry) { return (entry >> 16) & 0xFF; }
-    static bool isShortLiteral(uint32_t entry) { return static_cast<int32_t>(entry) >= 0; }
-    static bool isLiteral(uint32_t entry) { return (entry & (packedLength | packedStop)) == 0; }
-    static bool isLength(uint32_t entry) { return (entry & packedLength) != 0; }
+    static uint32_t literals(uint32_t entry) { return (entry >> packedLiterals) & 3; }
+    static uint32_t putLiterals(uint8_t* dst, uint32_t entry) {
+        if constexpr (pairs) {
+            vek::store<uint16_t>(dst, static_cast<uint16_t>(entry >> 16));
+            return literals(entry);
+        } else {
+            *dst = static_cast<uint8_t>(entry >> 16);
+            return 1;
+        }
+    }
+    static uint32_t putLeading(uint8_t* dst, uint32_t entry) {
+        if constexpr (!pairs) return 0;
+        *dst = static_cast<uint8_t>(entry >> 24);
+        return literals(entry);
+    }
+    static bool isShortLiteral(uint32_t entry) { return (entry & packedOther) == 0; }
+    static bool isLiteral(uint32_t entry) { return (entry & packedOther) == 0; }
+    static bool isLength(uint32_t entry) { return (entry & packedStop) == 0; }
     static bool isLink(uint32_t) { return true; }
     [[gnu::noinline]] uint32_t follow(uint32_t, Word bits) const {
         const Entry entry = tables_.lit(static_cast<uint32_t>(bits));
@@ -230,8 +343,11 @@ class Packed {
 extern "C" Stop ownsInflateLong_8u(Run& run, const uint8_t* tables) {
     const TwoLevel plain(tables);
     return runSteps(run, plain, [&] {
-        if (run.srcEnd - run.src >= packedSource && run.dstEnd - run.dst >= packedRoom) {
-            runFast<Packed>(run, plain, tables);
+        if (run.dstEnd - run.dst >= pairRoom && run.srcEnd - run.src >= pairSource &&
+            countPairs(tables) >= enoughPairs) {
+            runFast<Packed<true>>(run, plain, tables);
+        } else if (run.srcEnd - run.src >= packedSource && run.dstEnd - run.dst >= packedRoom) {
+            runFast<Packed<false>>(run, plain, tables);
         } else {
             runFast<TwoLevel>(run, plain);
         }

@@ -31,6 +31,11 @@ class SingleLevel {
     uint32_t look(Word bits) const { return vek::load<uint16_t>(lits_ + 2 * (bits & litMask_)); }
     static uint32_t kind(uint32_t entry) { return entry; }
     static uint32_t value(uint32_t entry) { return entry >> 8; }
+    static uint32_t putLiterals(uint8_t* dst, uint32_t entry) {
+        *dst = static_cast<uint8_t>(value(entry));
+        return 1;
+    }
+    static uint32_t putLeading(uint8_t*, uint32_t) { return 0; }
     static bool isShortLiteral(uint32_t entry) { return (entry & 0x80) == 0; }
     static bool isLength(uint32_t entry) { return (entry & 0xF0) != singleEndKind; }
     static bool isLink(uint32_t) { return false; }
