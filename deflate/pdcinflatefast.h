@@ -13,7 +13,20 @@
 //
 // Time goes into two chains: from the bits through a lookup to the shift that gives the next bits,
 // and mispredicted branches between literal and match. So a pass of the loop takes as many literals
-// as one refill permits, and a match's successor is looked up before its bytes are copied.
+// as one refill permits, a match's successor is looked up before its bytes are copied, and what is
+// rare or calls a function is done outside of the inner loop, which keeps its variables in
+// registers even where there are only seven.
+//
+// `Tables` gives, beside what the careful steps need,
+//   Look look(Word bits)                 the entry that the bits begin with
+//   bool isShortLiteral(Look)            it holds nothing but literals (one or two) without a link
+//   bool isLength(Look), isLink(Look)    of the others: a length; the end or no code unless a link
+//   Look follow(Look, Word bits)         behind a link; bool isLiteral(Look) then tells literals
+//   uint32_t taken(Look)                 of literals: in the low bits, the bits to take
+//   uint32_t putLiterals(dst, Look)      writes up to two literals; returns their number
+//   uint32_t putLeading(dst, Look)       writes the literal in front of a length, if there is one
+//   uint32_t takeLength(Look, bits, count)
+//   lookDistance, isLongDistance, takeDistance    the same for distances
 #pragma once
 
 #include <tmmintrin.h>
@@ -191,11 +204,11 @@ template <class Tables, class... Args>
     };
     const auto putLiteral = [&](auto entry) {
         dst += tables.putLiterals(dst, entry);
-        bits >>= tables.kind(entry) % wordBits;
-        count -= tables.kind(entry);
+        bits >>= tables.taken(entry) % wordBits;
+        count -= tables.taken(entry);
     };
 
-    // What the inner loop leaves to the outer one, so that nothing is called there.
+    // What the inner loop leaves to the outer one.
     enum class Event { margin, symbol, distance, copy };
     refill();
     auto entry = tables.look(bits);

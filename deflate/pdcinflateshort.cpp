@@ -29,10 +29,9 @@ class SingleLevel {
 
     // For the fast kernel: an entry as it stands in the table.
     uint32_t look(Word bits) const { return vek::load<uint16_t>(lits_ + 2 * (bits & litMask_)); }
-    static uint32_t kind(uint32_t entry) { return entry; }
-    static uint32_t value(uint32_t entry) { return entry >> 8; }
+    static uint32_t taken(uint32_t entry) { return entry; }
     static uint32_t putLiterals(uint8_t* dst, uint32_t entry) {
-        *dst = static_cast<uint8_t>(value(entry));
+        *dst = static_cast<uint8_t>(entry >> 8);
         return 1;
     }
     static uint32_t putLeading(uint8_t*, uint32_t) { return 0; }
