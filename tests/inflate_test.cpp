@@ -402,9 +402,10 @@ struct Call {
 TEST(Inflate, RefusedArgumentsChangeNothing) {
     auto state = std::make_unique<InflateState>();
     state->windowSize = 4;
+    const Bytes source = {1, 2, 3};
     Bytes room(8, 0xEE);
     const auto refused = [&](int null, uint32_t nBits, uint32_t winIdx) {
-        Call c({1, 2, 3}, room.data(), 8);
+        Call c(source, room.data(), 8);
         c.nBits = nBits;
         if (null == 8) c.src = nullptr;
         if (null == 9) c.dst = nullptr;
@@ -482,7 +483,7 @@ TEST(Inflate, StopsReportTheirMode) {
     }
 
     // A call that resumed and runs dry between symbols stays resumable, and step 1 is taken back.
-    Call dry({0}, room.data(), 1);
+    Call dry(block.data(), room.data(), 1);
     dry.srcLen = 0;
     dry.mode = 2;
     state->savedStep = 6;
@@ -538,12 +539,13 @@ TEST(Inflate, CorruptData) {
     }
     // Records in an impossible state, or with empty tables.
     auto state = std::make_unique<InflateState>();
+    const Bytes zeros(32);
     Bytes out(32);
     const struct {
         uint32_t kind, litBits, step;
     } records[] = {{3, 0, 1}, {2, 0, 1}, {1, 0, 1}, {2, 12, 1}, {0, 0, 0}, {0, 0, 7}, {0, 0, ~0U}};
     for (const auto& r : records) {
-        Call call(Bytes(32), out.data(), 32);
+        Call call(zeros, out.data(), 32);
         call.mode = r.step == 1 ? 1 : 2;
         state->tableKind = r.kind;
         state->litBits = r.litBits;
