@@ -55,6 +55,7 @@ constexpr unsigned maxLitSymbols = 288;
 constexpr unsigned maxDistSymbols = 30;
 constexpr unsigned endSymbol = 256;
 constexpr unsigned minMatch = 3;
+constexpr unsigned maxMatch = 258;
 
 /// Single-level layout.
 constexpr unsigned maxLitBits = 11;

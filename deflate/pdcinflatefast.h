@@ -13,7 +13,20 @@
 //
 // Time goes into two chains: from the bits through a lookup to the shift that gives the next bits,
 // and mispredicted branches between literal and match. So a pass of the loop takes as many literals
-// as one refill permits, and a match's successor is looked up before its bytes are copied.
+// as one refill permits, a match's successor is looked up before its bytes are copied, and what is
+// rare or calls a function is done outside of the inner loop, which keeps its variables in
+// registers even where there are only seven.
+//
+// `Tables` gives, beside what the careful steps need,
+//   Look look(Word bits)                 the entry that the bits begin with
+//   bool isShortLiteral(Look)            it holds nothing but literals (one or two) without a link
+//   bool isLength(Look), isLink(Look)    of the others: a length; the end or no code unless a link
+//   Look follow(Look, Word bits)         behind a link; bool isLiteral(Look) then tells literals
+//   uint32_t taken(Look)                 of literals: in the low bits, the bits to take
+//   uint32_t putLiterals(dst, Look)      writes up to two literals; returns their number
+//   uint32_t putLeading(dst, Look)       writes the literal in front of a length, if there is one
+//   uint32_t takeLength(Look, bits, count)
+//   lookDistance, isLongDistance, takeDistance    the same for distances
 #pragma once
 
 #include <tmmintrin.h>
@@ -52,8 +65,8 @@ static_assert(!wideWord || (passLiterals + 1) * maxLitBits <= wordBits);
 /// Input that must be left: a pass refills up to two or four times, and moves on by a byte less
 /// than a word each time.
 constexpr ptrdiff_t fastSource = wideWord ? 7 + 8 : 3 * 3 + 4;
-/// Room that must be left: that of the literals.
-constexpr ptrdiff_t fastRoom = passLiterals;
+/// Room that must be left: that of the literals, up to two a lookup.
+constexpr ptrdiff_t fastRoom = 2 * passLiterals;
 /// Bytes that a wide copy may write behind the match.
 constexpr ptrdiff_t copySlack = 32;
 
@@ -93,21 +106,10 @@ constexpr Repeats repeats = [] {
     return table;
 }();
 
-/// Copies a match and up to copySlack bytes behind it.
-inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
-    const uint8_t* src = dst - distance;
+/// Copies a match at a distance below 16, and up to copySlack bytes behind it.
+inline void copyRepeat(uint8_t* dst, uint32_t distance, uint32_t length) {
+    const uint8_t* const src = dst - distance;
     uint8_t* const end = dst + length;
-    if (distance >= 16) [[likely]] {
-        copy16(dst, src);
-        copy16(dst + 16, src + 16);
-        while (end - dst > 32) [[unlikely]] {
-                src += 32;
-                dst += 32;
-                copy16(dst, src);
-                copy16(dst + 16, src + 16);
-            }
-        return;
-    }
     const __m128i order = _mm_load_si128(reinterpret_cast<const __m128i*>(repeats.order[distance]));
     const __m128i string =
         _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src)), order);
@@ -118,65 +120,82 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     } while (dst < end);
 }
 
+/// Copies a match at a distance of 16 at least, and up to copySlack bytes behind it.
+inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
+    const uint8_t* src = dst - distance;
+    uint8_t* const end = dst + length;
+    copy16(dst, src);
+    copy16(dst + 16, src + 16);
+    while (end - dst > 32) [[unlikely]] {
+            src += 32;
+            dst += 32;
+            copy16(dst, src);
+            copy16(dst + 16, src + 16);
+        }
+}
+
+/// Copies any match; false when it does not fit, or starts before the history.
+[[gnu::noinline]] inline bool copyAny(const Run& run, uint8_t* dst, uint32_t distance,
+                                      uint32_t length) {
+    const auto left = static_cast<size_t>(run.dstEnd - dst);
+    if (left < length || !reachable(run, dst, distance)) return false;
+    if (left < length + size_t{copySlack} || distance > static_cast<size_t>(dst - run.dstStart)) {
+        copyMatch(run, dst, distance, length);
+    } else if (distance < 16) {
+        copyRepeat(dst, distance, length);
+    } else {
+        copyWide(dst, distance, length);
+    }
+    return true;
+}
+
 /// What stood behind the output before wide copies ran over it.
 ///
 /// Callers may keep something of their own behind the last byte they get, so it is put back at the
-/// end. The bytes are saved 32 at a time, before a copy first reaches them: one save for every 32
-/// bytes of output.
+/// end. Where that will be is not known, so the bytes are saved a stretch of output at a time.
 class SavedRoom {
  public:
-    /// How far beyond its match a copy's end may be when it is saved: the copy's slack and a save.
-    static constexpr ptrdiff_t reach = 2 * copySlack;
+    /// Output that may be decoded between two saves.
+    static constexpr ptrdiff_t stretch = 2048;
 
     explicit SavedRoom(uint8_t* output) : start_(output), end_(output) {}
 
-    /// Makes a wide copy that ends its match at `matchEnd` safe; reach bytes of room follow there.
-    void prepare(uint8_t* matchEnd) {
-        if (end_ - matchEnd < copySlack) [[unlikely]]
-            save(matchEnd);
+    /// Saves what a stretch from `output` on and its last match may run over, up to `end`.
+    void save(uint8_t* output, const uint8_t* end) {
+        // The last copy before may have run over the first bytes: they are saved already.
+        const ptrdiff_t kept = std::min<ptrdiff_t>(copySlack, end_ - output);
+        const ptrdiff_t size = std::min<ptrdiff_t>(end - output, sizeof bytes_);
+        std::memmove(bytes_, bytes_ + (output - start_), static_cast<size_t>(kept));
+        std::memcpy(bytes_ + kept, output + kept, static_cast<size_t>(size - kept));
+        start_ = output;
+        end_ = output + size;
     }
 
     /// Puts back what was behind `output`, the end of what was decoded.
     void restore(uint8_t* output) const {
-        if (output < end_)
-            std::memcpy(output, bytes_ + (output - start_), static_cast<size_t>(end_ - output));
+        std::memcpy(output, bytes_ + (output - start_),
+                    static_cast<size_t>(std::min<ptrdiff_t>(copySlack, end_ - output)));
     }
 
  private:
-    void save(uint8_t* matchEnd) {
-        // What is saved of the bytes behind the match stays, moved to the front; below 32 of them.
-        uint8_t* const from = std::max(end_, matchEnd);
-        if (from != matchEnd) copy32(bytes_, bytes_ + (matchEnd - start_));
-        copy32(bytes_ + (from - matchEnd), from);
-        start_ = matchEnd;
-        end_ = from + copySlack;
-    }
-
-    static void copy32(uint8_t* dst, const uint8_t* src) {
-        const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-        const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src + 16));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), low);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + 16), high);
-    }
-
     uint8_t* start_;
     uint8_t* end_;
-    uint8_t bytes_[3 * copySlack];
+    uint8_t bytes_[stretch + fastRoom + maxMatch + copySlack];
 };
 
-/// Decodes whole symbols; fastPossible() holds. Ends at a symbol, or at a match's copy.
-template <class Tables>
-[[gnu::noinline]] void runFast(Run& run, const Tables tables) {
+/// Decodes whole symbols with the Tables made of `args`; fastPossible() holds. Ends at a symbol, or
+/// at a match's copy.
+template <class Tables, class... Args>
+[[gnu::noinline]] void runFast(Run& run, const Args&... args) {
+    const Tables tables(args...);
     const uint8_t* src = run.src;
     uint8_t* dst = run.dst;
     Word bits = run.bits;
     uint32_t count = run.nBits;
     const uint8_t* const srcSafe = run.srcEnd - fastSource;
-    uint8_t* const dstSafe = run.dstEnd - fastRoom;
     const uint8_t* const dstStart = run.dstStart;
-    uint8_t* const dstWide =
-        run.dstEnd - dst >= SavedRoom::reach ? run.dstEnd - SavedRoom::reach : dst;
     SavedRoom room(dst);
+    const uint8_t* const dstWide = run.dstEnd - dst >= copySlack ? run.dstEnd - copySlack : dst - 1;
 
     const auto refill = [&] {
         bits |= vek::load<Word>(src) << (count % wordBits);
@@ -184,82 +203,109 @@ template <class Tables>
         count |= countedBits;
     };
     const auto putLiteral = [&](auto entry) {
-        *dst++ = static_cast<uint8_t>(tables.value(entry));
-        bits >>= tables.kind(entry) % wordBits;
-        count -= tables.kind(entry);
+        dst += tables.putLiterals(dst, entry);
+        bits >>= tables.taken(entry) % wordBits;
+        count -= tables.taken(entry);
     };
 
+    // What the inner loop leaves to the outer one.
+    enum class Event { margin, symbol, distance, copy };
     refill();
     auto entry = tables.look(bits);
-    while (src <= srcSafe && dst <= dstSafe) {
-        if (tables.isShortLiteral(entry)) {
-            putLiteral(entry);
-            entry = tables.look(bits);
+    uint32_t length = 0;
+    uint32_t distance = 0;
+    const uint8_t* dstSafe = dst - 1;
+    for (;;) {
+        Event event;
+        for (;;) {
+            if (src > srcSafe || dst > dstSafe) [[unlikely]] {
+                event = Event::margin;
+                break;
+            }
             if (tables.isShortLiteral(entry)) {
                 putLiteral(entry);
-                if constexpr (wideWord) {
-                    entry = tables.look(bits);
-                    if (tables.isShortLiteral(entry)) {
-                        putLiteral(entry);
+                entry = tables.look(bits);
+                if (tables.isShortLiteral(entry)) {
+                    putLiteral(entry);
+                    if constexpr (wideWord) {
+                        entry = tables.look(bits);
+                        if (tables.isShortLiteral(entry)) {
+                            putLiteral(entry);
+                            entry = tables.look(bits);
+                        }
+                        refill();
+                    } else {
+                        refill();
                         entry = tables.look(bits);
                     }
-                    refill();
-                } else {
-                    refill();
-                    entry = tables.look(bits);
+                    continue;
                 }
-                continue;
+                refill();
             }
-            refill();
+            if (!tables.isLength(entry)) [[unlikely]] {
+                event = Event::symbol;
+                break;
+            }
+
+            dst += tables.putLeading(dst, entry);
+            length = tables.takeLength(entry, bits, count);
+            const auto far = tables.lookDistance(bits);
+            if constexpr (!wideWord) refill();
+            if (tables.isLongDistance(far)) [[unlikely]] {
+                event = Event::distance;
+                break;
+            }
+            distance = tables.takeDistance(far, bits, count);
+            if constexpr (wideWord) {
+                entry = tables.look(bits);
+                refill();
+            } else {
+                refill();
+                entry = tables.look(bits);
+            }
+            if (distance < 16 || distance > static_cast<size_t>(dst - dstStart) ||
+                dstWide - dst < static_cast<ptrdiff_t>(length)) [[unlikely]] {
+                event = Event::copy;
+                break;
+            }
+            copyWide(dst, distance, length);
+            dst += length;
         }
-        if (!tables.isLength(entry)) {
+
+        if (event == Event::margin) {
+            if (src > srcSafe || run.dstEnd - dst < fastRoom) break;
+            dstSafe = dst + std::min(run.dstEnd - fastRoom - dst, SavedRoom::stretch);
+            room.save(dst, run.dstEnd);
+            continue;
+        }
+        if (event == Event::symbol) {
             if (!tables.isLink(entry)) break;
             entry = tables.follow(entry, bits);
             if (tables.isLiteral(entry)) {
                 putLiteral(entry);
                 refill();
                 entry = tables.look(bits);
-                continue;
-            }
-            if (!tables.isLength(entry)) break;
-        }
-
-        const uint32_t length = tables.takeLength(entry, bits, count);
-        if constexpr (!wideWord) refill();
-        auto far = tables.lookDistance(bits);
-        uint32_t distance;
-        if (!tables.isLongDistance(far)) [[likely]] {
-            distance = tables.takeDistance(far, bits, count);
-        } else {
-            const Entry longFar = tables.dist(static_cast<uint32_t>(bits));
-            bits >>= longFar.codeLen();
-            count -= longFar.codeLen();
-            if constexpr (!wideWord) refill();
-            distance = longFar.value + takeExtra(longFar.distanceExtra(), bits, count);
-        }
-        if constexpr (wideWord) {
-            entry = tables.look(bits);
-            refill();
-        } else {
-            refill();
-            entry = tables.look(bits);
-        }
-
-        uint8_t* const end = dst + length;
-        if (distance - 1 < static_cast<size_t>(dst - dstStart) && end <= dstWide) [[likely]] {
-            room.prepare(end);
-            copyWide(dst, distance, length);
-            dst = end;
-        } else {
-            if (static_cast<size_t>(run.dstEnd - dst) < length || !reachable(run, dst, distance)) {
-                run.step = stepCopy;
-                run.value = length;
-                run.distance = distance;
+            } else if (!tables.isLength(entry)) {
                 break;
             }
-            copyMatch(run, dst, distance, length);
-            dst = end;
+            continue;
         }
+        if (event == Event::distance) {
+            const Entry far = tables.dist(static_cast<uint32_t>(bits));
+            bits >>= far.codeLen();
+            count -= far.codeLen();
+            if constexpr (!wideWord) refill();
+            distance = far.value + takeExtra(far.distanceExtra(), bits, count);
+            refill();
+            entry = tables.look(bits);
+        }
+        if (!copyAny(run, dst, distance, length)) {
+            run.step = stepCopy;
+            run.value = length;
+            run.distance = distance;
+            break;
+        }
+        dst += length;
     }
 
     room.restore(dst);

@@ -1,6 +1,11 @@
 // The inflate decoder for two-level tables: lookups through sub-tables, and the packed first level
 // that the kernel works on when a call has enough to do.
-#include <emmintrin.h>
+//
+// What decoding costs is a chain of lookups and the branches between literals and matches that
+// cannot be foreseen. Where many literals have short codes, one lookup can do two of them, or one
+// and the length behind it: fewer links of the chain, and fewer branches. The tables for that are
+// made anew by each call, since the caller's record has no room for them.
+#include <smmintrin.h>
 
 #include <array>
 #include <cstdint>
@@ -54,8 +59,12 @@ class TwoLevel {
         const size_t index = bits & (rootSize - 1);
         return {tables_[litKindAt + index], index};
     }
-    static uint32_t kind(Look entry) { return entry.kind; }
-    uint32_t value(Look entry) const { return tables_[litValueAt + entry.index]; }
+    static uint32_t taken(Look entry) { return entry.kind; }
+    uint32_t putLiterals(uint8_t* dst, Look entry) const {
+        *dst = static_cast<uint8_t>(value(entry));
+        return 1;
+    }
+    static uint32_t putLeading(uint8_t*, Look) { return 0; }
     static bool isShortLiteral(Look entry) { return entry.kind <= rootBits; }
     static bool isLiteral(Look entry) { return entry.kind <= maxCodeLen; }
     static bool isLength(Look entry) { return entry.kind >= 0x80; }
@@ -84,6 +93,7 @@ class TwoLevel {
         return static_cast<uint32_t>(tablofinv[(bits >> rootBits) & 31]) >>
                (maxCodeLen - (link & 15));
     }
+    uint32_t value(Look entry) const { return tables_[litValueAt + entry.index]; }
     uint32_t base(size_t index) const {
         return vek::load<uint16_t>(tables_ + distBaseAt + 2 * index);
     }
@@ -91,106 +101,234 @@ class TwoLevel {
     const uint8_t* tables_;
 };
 
-/// The first level once more, for literals/lengths with one bit more, and with one 32-bit word an
-/// entry that holds what the kernel would have to work out: byte 0 the bits to take in all, byte 1
-/// the code length, then the value (byte 2 or both). Byte 3 of literals/lengths tells what the
-/// entry is. Making it takes as long as decoding some 200 bytes, so it is for calls with more than
-/// that to do.
-constexpr ptrdiff_t packedSource = 600;
-constexpr ptrdiff_t packedRoom = 1500;
-constexpr ptrdiff_t deepRoom = 12000;  ///< For looking through the links, too.
+/// The first levels once more, with one 32-bit word an entry that holds what the kernel would have
+/// to work out; literals/lengths with one bit more, distances with two less, so that all stays in
+/// the nearest cache.
+///
+/// Byte 0 holds the bits to take in all, and flags; byte 1 the code length, which the extra bits
+/// follow, and in its bits 5 and 6 the number of literals; the upper half the value. In tables with
+/// pairs an entry may hold the literal in front, too: of two literals byte 2 is the first, of a
+/// literal and a length byte 3 is the literal.
 struct PackedLevel {
     uint32_t lits[2 * rootSize];
-    uint32_t dists[rootSize];
+    uint32_t dists[rootSize / 4];
+};
+constexpr unsigned packedBits = rootBits + 1;
+constexpr unsigned packedDistBits = rootBits - 2;
+constexpr uint32_t packedOther = 0x80;         ///< Not only literals.
+constexpr uint32_t packedStop = 0x40;          ///< No length either: a link, the end, no code.
+constexpr uint32_t packedLongDistance = 0x80;  ///< A longer code.
+constexpr unsigned packedLiterals = 13;        ///< Where the number of literals stands.
+
+/// Packing takes as long as decoding some 200 bytes, so it is for calls with more than that to do.
+/// Pairs take twice that more, and gain up to a fifth where much of the text is in short codes.
+constexpr ptrdiff_t packedSource = 600;
+constexpr ptrdiff_t packedRoom = 1500;
+constexpr ptrdiff_t pairSource = 3000;
+constexpr ptrdiff_t pairRoom = 12000;
+constexpr unsigned enoughPairs = 200;  ///< Of 2048 entries.
+constexpr unsigned pairBits = 7;       ///< The longest literals that are tried.
+
+__m128i bytesOf(unsigned value) {
+    return _mm_set1_epi8(static_cast<char>(value));
+}
+__m128i loadAt(const uint8_t* at) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+}
+
+/// What the kind bytes of 16 literals/lengths say.
+struct Kinds {
+    __m128i len, isLength, extra;
+
+    explicit Kinds(__m128i kinds)
+        : len(_mm_and_si128(kinds, bytesOf(15))),
+          isLength(_mm_cmplt_epi8(kinds, _mm_setzero_si128())),
+          extra(_mm_and_si128(_mm_and_si128(_mm_srli_epi16(kinds, 4), isLength), bytesOf(7))) {}
 };
 
-constexpr uint32_t packedOther = 0x80000000U;   ///< Anything but a literal of the first level.
-constexpr uint32_t packedLength = 0x40000000U;  ///< A length.
-constexpr uint32_t packedStop = 0x20000000U;    ///< The end of the block, or no code.
-constexpr uint32_t packedLongDistance = 0x80U;  ///< A link: no total of bits goes this high.
+/// Sixteen entries.
+struct Entries {
+    __m128i at0, at4, at8, at12;
 
-/// An entry found through a sub-table.
-constexpr uint32_t packLit(uint32_t kind, uint32_t value) {
+    /// Of bytes 0 and 1, and the upper halves of the first and the last eight.
+    Entries(__m128i byte0, __m128i byte1, __m128i upper0, __m128i upper8) {
+        const __m128i lower0 = _mm_unpacklo_epi8(byte0, byte1);
+        const __m128i lower8 = _mm_unpackhi_epi8(byte0, byte1);
+        at0 = _mm_unpacklo_epi16(lower0, upper0);
+        at4 = _mm_unpackhi_epi16(lower0, upper0);
+        at8 = _mm_unpacklo_epi16(lower8, upper8);
+        at12 = _mm_unpackhi_epi16(lower8, upper8);
+    }
+
+    void store(uint32_t* to) const {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), at0);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 4), at4);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 8), at8);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 12), at12);
+    }
+};
+
+/// The entry of a single literal, length or other symbol.
+constexpr uint32_t packOne(uint32_t kind, uint32_t value) {
     const uint32_t len = kind & 15;
     const uint32_t extra = kind >= 0x80 ? (kind >> 4) & 7 : 0;
-    const uint32_t flags = kind >= 0x80 ? packedLength : kind > maxCodeLen ? packedStop : 0;
-    return (len + extra) | len << 8 | value << 16 | flags | packedOther;
+    const uint32_t flags = kind >= 0x80        ? packedOther
+                           : kind > maxCodeLen ? packedOther | packedStop
+                                               : 1U << packedLiterals;
+    return (len + extra) | len << 8 | value << 16 | flags;
 }
 
-/// Fills both first levels, 16 entries at a time.
+/// Fills the packed level; links to codes of one bit more are replaced by these.
 void pack(PackedLevel& packed, const uint8_t* tables) {
-    const __m128i low = _mm_set1_epi8(15);
-    const __m128i root = _mm_set1_epi8(rootBits);
-    const auto loadAt = [&](size_t at) {
-        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(tables + at));
-    };
-    const auto storeAt = [](uint32_t* at, __m128i half0, __m128i half1) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(at), _mm_unpacklo_epi16(half0, half1));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(at + 4), _mm_unpackhi_epi16(half0, half1));
-    };
+    const __m128i root = bytesOf(rootBits);
+    const uint8_t* const litKinds = tables + litKindAt;
+    const uint8_t* const litValues = tables + litValueAt;
     for (size_t i = 0; i < rootSize; i += 16) {
-        const __m128i kinds = loadAt(litKindAt + i);
-        const __m128i values = loadAt(litValueAt + i);
-        const __m128i len = _mm_and_si128(kinds, low);
-        const __m128i isLength = _mm_cmplt_epi8(kinds, _mm_setzero_si128());
-        const __m128i extra =
-            _mm_and_si128(_mm_and_si128(_mm_srli_epi16(kinds, 4), isLength), _mm_set1_epi8(7));
-        const __m128i other = _mm_or_si128(isLength, _mm_cmpgt_epi8(kinds, root));
-        const __m128i flags =
-            _mm_and_si128(_mm_or_si128(_mm_and_si128(isLength, _mm_set1_epi8(0x40)),
-                                       _mm_set1_epi8(static_cast<char>(0x80))),
-                          other);
-        const __m128i total = _mm_add_epi8(len, extra);
-        storeAt(packed.lits + i, _mm_unpacklo_epi8(total, len), _mm_unpacklo_epi8(values, flags));
-        storeAt(packed.lits + i + 8, _mm_unpackhi_epi8(total, len),
-                _mm_unpackhi_epi8(values, flags));
+        const __m128i kind = loadAt(litKinds + i);
+        const Kinds is(kind);
+        const __m128i stop = _mm_cmpgt_epi8(kind, root);
+        const __m128i flags = _mm_or_si128(_mm_and_si128(is.isLength, bytesOf(packedOther)),
+                                           _mm_and_si128(stop, bytesOf(packedOther | packedStop)));
+        const __m128i literals =
+            _mm_andnot_si128(_mm_or_si128(is.isLength, stop), bytesOf(1U << (packedLiterals - 8)));
+        const __m128i values = loadAt(litValues + i);
+        const Entries entries(_mm_or_si128(_mm_add_epi8(is.len, is.extra), flags),
+                              _mm_or_si128(is.len, literals),
+                              _mm_unpacklo_epi8(values, _mm_setzero_si128()),
+                              _mm_unpackhi_epi8(values, _mm_setzero_si128()));
+        entries.store(packed.lits + i);
+        entries.store(packed.lits + rootSize + i);
+        auto links = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpgt_epi8(is.len, root)));
+        for (; links != 0; links &= links - 1) {
+            const size_t link = i + vek::lowestSetBit(links);
+            const unsigned longest = litKinds[link] & 15U;
+            for (unsigned bit = 0; bit < 2; ++bit) {
+                const size_t at = rootSize + 2U * litValues[link] + (bit << (longest - packedBits));
+                if ((litKinds[at] & 15) != packedBits) continue;
+                packed.lits[bit * rootSize + link] = packOne(litKinds[at], litValues[at]);
+            }
+        }
     }
-    std::memcpy(packed.lits + rootSize, packed.lits, sizeof(packed.lits) / 2);
-    for (size_t i = 0; i < rootSize; i += 16) {
-        const __m128i kinds = loadAt(distKindAt + i);
-        const __m128i len = _mm_and_si128(kinds, low);
-        const __m128i extra = _mm_and_si128(_mm_srli_epi16(kinds, 4), low);
-        const __m128i isLong = _mm_and_si128(_mm_cmpgt_epi8(len, root),
-                                             _mm_set1_epi8(static_cast<char>(packedLongDistance)));
-        const __m128i total = _mm_or_si128(_mm_add_epi8(len, extra), isLong);
-        storeAt(packed.dists + i, _mm_unpacklo_epi8(total, len), loadAt(distBaseAt + 2 * i));
-        storeAt(packed.dists + i + 8, _mm_unpackhi_epi8(total, len),
-                loadAt(distBaseAt + 2 * i + 16));
+    for (size_t i = 0; i < rootSize / 4; i += 16) {
+        const __m128i kind = loadAt(tables + distKindAt + i);
+        const __m128i len = _mm_and_si128(kind, bytesOf(15));
+        const __m128i extra = _mm_and_si128(_mm_srli_epi16(kind, 4), bytesOf(15));
+        const __m128i isLong = _mm_and_si128(_mm_cmpgt_epi8(len, bytesOf(packedDistBits)),
+                                             bytesOf(packedLongDistance));
+        const uint8_t* const bases = tables + distBaseAt + 2 * i;
+        Entries(_mm_or_si128(_mm_add_epi8(len, extra), isLong), len, loadAt(bases),
+                loadAt(bases + 16))
+            .store(packed.dists + i);
     }
 }
 
-/// Replaces links by the codes of 11 bits behind them.
-void deepen(PackedLevel& packed, const TwoLevel& tables) {
-    for (uint32_t i = 0; i < 2 * rootSize; ++i) {
-        if ((packed.lits[i] >> 8 & 15) <= rootBits || (packed.lits[i] & packedLength) != 0)
-            continue;
-        const Entry entry = tables.lit(i);
-        if (entry.codeLen() != rootBits + 1) continue;
-        packed.lits[i] = packLit(entry.kind, entry.value);
-        if (entry.isLiteral()) packed.lits[i] &= ~packedOther;
+/// Calls `take(index, length of its code)` for the first entry of each literal of up to pairBits
+/// bits; the index bits above the code are those that follow it.
+template <class Take>
+void eachShortLiteral(const uint8_t* kinds, Take take) {
+    for (uint32_t first = 0; first < 1U << pairBits; ++first) {
+        const uint32_t len = kinds[first];
+        if (len != 0 && len <= pairBits && first >> len == 0) take(first, len);
     }
 }
 
-/// The tables as the kernel sees them through a packed first level.
+/// How many entries pair() would join.
+unsigned countPairs(const uint8_t* tables) {
+    const uint8_t* const kinds = tables + litKindAt;
+    unsigned within[packedBits];  // Of the entries of n bits those with codes of n at most.
+    for (unsigned bits = packedBits - pairBits; bits < packedBits; ++bits) {
+        within[bits] = 0;
+        for (uint32_t i = 0; i < 1U << bits; i += 16) {
+            const __m128i kind = loadAt(kinds + i);
+            const __m128i alone = _mm_or_si128(_mm_cmpgt_epi8(Kinds(kind).len, bytesOf(bits)),
+                                               _mm_cmpgt_epi8(kind, bytesOf(maxCodeLen)));
+            const auto mask = static_cast<unsigned>(_mm_movemask_epi8(alone));
+            within[bits] += 16 - static_cast<unsigned>(_mm_popcnt_u32(mask));
+        }
+    }
+    unsigned sum = 0;
+    eachShortLiteral(kinds, [&](uint32_t, uint32_t len) { sum += within[packedBits - len]; });
+    return sum;
+}
+
+/// Joins literals with what follows them, where both are within a lookup: with another literal, or
+/// with a length.
+void pair(PackedLevel& packed, const uint8_t* tables) {
+    const uint8_t* const kinds = tables + litKindAt;
+    const uint8_t* const values = tables + litValueAt;
+    eachShortLiteral(kinds, [&](uint32_t first, uint32_t len) {
+        const __m128i literal = bytesOf(values[first]);
+        const __m128i single = _mm_set1_epi32(static_cast<int>(packed.lits[first]));
+        uint32_t* at = packed.lits + first;
+        for (uint32_t i = 0; i < 1U << (packedBits - len); i += 16) {
+            const __m128i kind = loadAt(kinds + i);
+            const __m128i value = loadAt(values + i);
+            const Kinds is(kind);
+            const __m128i bothLen = _mm_add_epi8(is.len, bytesOf(len));
+            const __m128i total = _mm_or_si128(_mm_add_epi8(bothLen, is.extra),
+                                               _mm_and_si128(is.isLength, bytesOf(packedOther)));
+            const __m128i literals = _mm_blendv_epi8(bytesOf(2U << (packedLiterals - 8)),
+                                                     bytesOf(1U << (packedLiterals - 8)), kind);
+            const __m128i byte2 = _mm_blendv_epi8(literal, value, kind);
+            const __m128i byte3 = _mm_blendv_epi8(value, literal, kind);
+            Entries joined(total, _mm_or_si128(bothLen, literals), _mm_unpacklo_epi8(byte2, byte3),
+                           _mm_unpackhi_epi8(byte2, byte3));
+            const __m128i alone = _mm_or_si128(_mm_cmpgt_epi8(is.len, bytesOf(packedBits - len)),
+                                               _mm_cmpgt_epi8(kind, bytesOf(maxCodeLen)));
+            const __m128i alone0 = _mm_unpacklo_epi8(alone, alone);
+            const __m128i alone8 = _mm_unpackhi_epi8(alone, alone);
+            const Entries isAlone(alone, alone, alone0, alone8);
+            joined.at0 = _mm_blendv_epi8(joined.at0, single, isAlone.at0);
+            joined.at4 = _mm_blendv_epi8(joined.at4, single, isAlone.at4);
+            joined.at8 = _mm_blendv_epi8(joined.at8, single, isAlone.at8);
+            joined.at12 = _mm_blendv_epi8(joined.at12, single, isAlone.at12);
+            uint32_t entries[16];
+            joined.store(entries);
+            for (const uint32_t entry : entries) {
+                *at = entry;
+                at += size_t{1} << len;
+            }
+        }
+    });
+}
+
+/// The tables as the kernel sees them through a packed level, which stands in its frame.
+template <bool pairs>
 class Packed {
  public:
-    Packed(const PackedLevel& level, const TwoLevel& tables) : level_(level), tables_(tables) {}
+    Packed(const TwoLevel& plain, const uint8_t* tables) : tables_(plain) {
+        pack(level_, tables);
+        if constexpr (pairs) pair(level_, tables);
+    }
 
-    uint32_t look(Word bits) const { return level_.lits[bits & (2 * rootSize - 1)]; }
-    static uint32_t kind(uint32_t entry) { return entry; }
-    static uint32_t value(uint32_t entry) { return (entry >> 16) & 0xFF; }
-    static bool isShortLiteral(uint32_t entry) { return static_cast<int32_t>(entry) >= 0; }
-    static bool isLiteral(uint32_t entry) { return (entry & (packedLength | packedStop)) == 0; }
-    static bool isLength(uint32_t entry) { return (entry & packedLength) != 0; }
+    uint32_t look(Word bits) const { return level_.lits[bits % (2 * rootSize)]; }
+    static uint32_t taken(uint32_t entry) { return entry; }
+    static uint32_t putLiterals(uint8_t* dst, uint32_t entry) {
+        if constexpr (pairs) {
+            vek::store<uint16_t>(dst, static_cast<uint16_t>(entry >> 16));
+            return (entry >> packedLiterals) & 3;
+        } else {
+            *dst = static_cast<uint8_t>(entry >> 16);
+            return 1;
+        }
+    }
+    static uint32_t putLeading(uint8_t* dst, uint32_t entry) {
+        if constexpr (!pairs) return 0;
+        *dst = static_cast<uint8_t>(entry >> 24);
+        return (entry >> packedLiterals) & 3;
+    }
+    static bool isShortLiteral(uint32_t entry) { return (entry & packedOther) == 0; }
+    static bool isLiteral(uint32_t entry) { return isShortLiteral(entry); }
+    static bool isLength(uint32_t entry) { return (entry & packedStop) == 0; }
     static bool isLink(uint32_t) { return true; }
-    uint32_t follow(uint32_t, Word bits) const {
+    [[gnu::noinline]] uint32_t follow(uint32_t, Word bits) const {
         const Entry entry = tables_.lit(static_cast<uint32_t>(bits));
-        return packLit(entry.kind, entry.value);
+        return packOne(entry.kind, entry.value);
     }
     static uint32_t takeLength(uint32_t entry, Word& bits, uint32_t& count) {
-        return value(entry) + minMatch + takeBits(entry, bits, count);
+        return ((entry >> 16) & 0xFF) + minMatch + takeBits(entry, bits, count);
     }
-    uint32_t lookDistance(Word bits) const { return level_.dists[bits & (rootSize - 1)]; }
+    uint32_t lookDistance(Word bits) const { return level_.dists[bits % (rootSize / 4)]; }
     static bool isLongDistance(uint32_t entry) { return (entry & packedLongDistance) != 0; }
     static uint32_t takeDistance(uint32_t entry, Word& bits, uint32_t& count) {
         return (entry >> 16) + takeBits(entry, bits, count);
@@ -207,7 +345,7 @@ class Packed {
         return taken >> ((entry >> 8) % 32);
     }
 
-    const PackedLevel& level_;
+    PackedLevel level_;
     const TwoLevel& tables_;
 };
 
@@ -215,18 +353,15 @@ class Packed {
 
 extern "C" Stop ownsInflateLong_8u(Run& run, const uint8_t* tables) {
     const TwoLevel plain(tables);
-    PackedLevel level;
-    bool packed = false;
     return runSteps(run, plain, [&] {
-        if (!packed && run.srcEnd - run.src >= packedSource && run.dstEnd - run.dst >= packedRoom) {
-            pack(level, tables);
-            if (run.dstEnd - run.dst >= deepRoom) deepen(level, plain);
-            packed = true;
-        }
-        if (packed) {
-            runFast(run, Packed(level, plain));
+        const ptrdiff_t source = run.srcEnd - run.src;
+        const ptrdiff_t room = run.dstEnd - run.dst;
+        if (source >= pairSource && room >= pairRoom && countPairs(tables) >= enoughPairs) {
+            runFast<Packed<true>>(run, plain, tables);
+        } else if (source >= packedSource && room >= packedRoom) {
+            runFast<Packed<false>>(run, plain, tables);
         } else {
-            runFast(run, plain);
+            runFast<TwoLevel>(run, plain);
         }
     });
 }

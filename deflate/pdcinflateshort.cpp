@@ -29,8 +29,12 @@ class SingleLevel {
 
     // For the fast kernel: an entry as it stands in the table.
     uint32_t look(Word bits) const { return vek::load<uint16_t>(lits_ + 2 * (bits & litMask_)); }
-    static uint32_t kind(uint32_t entry) { return entry; }
-    static uint32_t value(uint32_t entry) { return entry >> 8; }
+    static uint32_t taken(uint32_t entry) { return entry; }
+    static uint32_t putLiterals(uint8_t* dst, uint32_t entry) {
+        *dst = static_cast<uint8_t>(entry >> 8);
+        return 1;
+    }
+    static uint32_t putLeading(uint8_t*, uint32_t) { return 0; }
     static bool isShortLiteral(uint32_t entry) { return (entry & 0x80) == 0; }
     static bool isLength(uint32_t entry) { return (entry & 0xF0) != singleEndKind; }
     static bool isLink(uint32_t) { return false; }
@@ -57,5 +61,5 @@ class SingleLevel {
 extern "C" Stop ownsInflateShort_8u(Run& run, const InflateState& state) {
     if (state.litBits > maxLitBits || state.distBits > maxDistBits) return Stop::corrupt;
     const SingleLevel tables(state);
-    return runSteps(run, tables, [&] { runFast(run, tables); });
+    return runSteps(run, tables, [&] { runFast<SingleLevel>(run, tables); });
 }

@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "deflate/pdcinflate.h"
+#include "deflate/symbol_ranges.h"
 #include "frame/args.h"
 #include "vector/bytes.h"
 
@@ -26,11 +27,9 @@ using namespace vek::inflate;
 constexpr unsigned lengthSymbols = 34;
 constexpr std::array<uint16_t, lengthSymbols> LenExtr = [] {
     std::array<uint16_t, lengthSymbols> table{};
-    unsigned base = 0;
-    for (unsigned i = 0; i < 28; ++i) {
-        const unsigned extra = i < 8 ? 0 : i / 4 - 1;
-        table[i + 1] = static_cast<uint16_t>(base << 8 | 0x80U | extra << 4);
-        base += 1U << extra;
+    for (size_t i = 0; i < vek::deflate::lengthCodes; ++i) {
+        table[i + 1] = static_cast<uint16_t>(vek::deflate::litBaseTable[i] << 8 | 0x80 |
+                                             vek::deflate::litExtraTable[i] << 4);
     }
     table[29] = 0xFF80;
     return table;
@@ -44,11 +43,9 @@ struct DistanceEntry {
 
 constexpr std::array<DistanceEntry, maxDistSymbols> DistExtr = [] {
     std::array<DistanceEntry, maxDistSymbols> table{};
-    unsigned base = 1;
-    for (unsigned i = 0; i < maxDistSymbols; ++i) {
-        const unsigned extra = i < 4 ? 0 : i / 2 - 1;
-        table[i] = {static_cast<uint16_t>(extra << 4), static_cast<uint16_t>(base)};
-        base += 1U << extra;
+    for (size_t i = 0; i < maxDistSymbols; ++i) {
+        table[i] = {static_cast<uint16_t>(vek::deflate::distExtraTable[i] << 4),
+                    static_cast<uint16_t>(vek::deflate::distBaseTable[i] + 1)};
     }
     return table;
 }();

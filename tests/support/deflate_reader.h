@@ -51,30 +51,31 @@ bool readCodeLengths(BitSource& in, Build build) {
     if (nLit > 286 || nDist > 30) return false;
     std::array<uint8_t, 19> codeLens{};
     for (uint32_t i = 0; i < nCodes; ++i) codeLens[order[i]] = static_cast<uint8_t>(in.take(3));
-    std::array<int, 8> count{};
-    for (const uint8_t len : codeLens) ++count[len];
-    int left = 1;
-    for (size_t len = 1; len < 8; ++len) left = left * 2 - count[len];
-    if (left != 0) return false;
+    // The symbol that any 7 bits begin with the code of, and above it the code's length.
+    std::array<uint16_t, 128> lookup{};
+    uint32_t code = 0;  // The next one's bits reversed, and so in the order of the stream.
+    uint32_t used = 0;
+    for (uint32_t len = 1; len < 8; ++len) {
+        for (uint32_t symbol = 0; symbol < order.size(); ++symbol) {
+            if (codeLens[symbol] != len) continue;
+            used += 128U >> len;
+            if (used > 128) return false;
+            for (uint32_t i = code; i < 128; i += 1U << len) {
+                lookup[i] = static_cast<uint16_t>(len << 8 | symbol);
+            }
+            uint32_t carry = 1U << (len - 1);
+            for (; (code & carry) != 0; carry >>= 1) code ^= carry;
+            code |= carry;
+        }
+    }
+    if (used != 128) return false;
 
     std::array<uint16_t, 286 + 30> lens{};
     for (uint32_t i = 0; i < nLit + nDist && !in.failed;) {
-        // Bit by bit: the codes of a length follow those of the lengths before, twice as dense.
-        int symbol = -1;
-        int code = 0;
-        int first = 0;
-        for (size_t len = 1; symbol < 0; ++len) {
-            if (len == 8) return false;
-            code = code * 2 + static_cast<int>(in.take(1));
-            first *= 2;
-            int index = code - first;
-            if (index < count[len]) {
-                for (symbol = 0; codeLens[static_cast<size_t>(symbol)] != len || index-- > 0;)
-                    ++symbol;
-            } else {
-                first += count[len];
-            }
-        }
+        in.has(7);
+        const uint32_t entry = lookup[in.code & 127];
+        in.take(entry >> 8);
+        const uint32_t symbol = entry & 255;
         uint32_t repeat = 1;
         uint16_t value = 0;
         if (symbol < 16) {
