@@ -13,9 +13,10 @@
 // the next three positions are looked up with it, and the sequence is written while they come.
 //
 // One engine, encodeBlock(), instantiated by entry width (16 bits suffice for blocks below 64 KiB
-// and halve the table), by room checking, by search and by history. Safe encoding writes like the
-// unchecked one while the room is far, and sequence by sequence with exact bounds near its end,
-// where it closes the block with the literals that fit.
+// and halve the table), by room checking, by search and by history. Safe encoding is the
+// unchecked one where the room holds the worst case. Else it writes like it while the end is far,
+// and sequence by sequence with exact bounds near its end, where it closes the block with the
+// literals that fit.
 #include <algorithm>
 
 #include "frame/args.h"
@@ -38,8 +39,9 @@ constexpr size_t shortRun = 64;  // A sequence with fewer literals is followed b
 constexpr int densePasses = 16;
 constexpr ptrdiff_t roomMargin =
     8;  // What the room check keeps free for the block's last sequence.
-// A sequence takes its literals, the extensions of both lengths (a byte for each begun 255), token
-// and offset; a wide copy writes up to 15 bytes more.
+// A sequence takes its literals, the extensions of both lengths (a byte for each begun 255; 128 is
+// reckoned with, which needs no division), token and offset; a wide copy writes up to 15 bytes
+// more.
 constexpr size_t spareRoom = 32;
 constexpr size_t lastMatchStart =
     12;  // The last match begins at least so far from the block's end.
@@ -248,7 +250,7 @@ Encoded encodeBlock(const uint8_t* src, size_t srcLen, uint8_t* out, uint8_t* ou
             const auto pending = static_cast<size_t>(p - anchor);
             bool wide = true;
             if constexpr (CheckRoom)
-                wide = pending + (pending + forward) / 255 + spareRoom <=
+                wide = pending + (pending + forward) / 128 + spareRoom <=
                        static_cast<size_t>(outEnd - out);
             const bool early = wide && pending < shortRun;
             if (early) search.lookUp(p + forward);
@@ -312,9 +314,16 @@ struct Buffers {
     uint8_t* table;
 };
 
+/// True when a block can be coded without looking at the room.
+bool hasRoom(const Buffers& b, int srcLen) {
+    return static_cast<size_t>(*b.dstLen) >= vekLZ4EncodeBound(static_cast<size_t>(srcLen));
+}
+
 /// Encodes a block without history, its table cleared.
 template <bool CheckRoom, template <class> class Search>
 VekStatus encodeAlone(const Buffers& b, int srcLen, uint32_t acceleration) {
+    if constexpr (CheckRoom)
+        if (hasRoom(b, srcLen)) return encodeAlone<false, Search>(b, srcLen, acceleration);
     uint8_t* const outEnd = CheckRoom ? b.dst + *b.dstLen : nullptr;
     const InPlace history{b.src};
     const auto length = static_cast<size_t>(srcLen);
@@ -331,6 +340,8 @@ VekStatus encodeAlone(const Buffers& b, int srcLen, uint32_t acceleration) {
 
 template <bool CheckRoom, class History>
 VekStatus encodeWithHistory(const Buffers& b, int srcLen, const History& history) {
+    if constexpr (CheckRoom)
+        if (hasRoom(b, srcLen)) return encodeWithHistory<false>(b, srcLen, history);
     uint8_t* const outEnd = CheckRoom ? b.dst + *b.dstLen : nullptr;
     return report(
         encodeBlock<CheckRoom, PlainSearch>(b.src, static_cast<size_t>(srcLen), b.dst, outEnd,
