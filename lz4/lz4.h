@@ -77,6 +77,12 @@ inline uint8_t* writeMatchLength(uint8_t* token, uint8_t* out, size_t match) {
 template <bool Wide>
 inline uint8_t* writeSequence(uint8_t* out, const uint8_t* literals, size_t count, uint32_t offset,
                               size_t match) {
+    if (Wide && count < nibbleFull && match < nibbleFull + minMatch) [[likely]] {
+        *out = static_cast<uint8_t>(count << 4 | (match - minMatch));
+        copy16(out + 1, literals);
+        store(out + 1 + count, static_cast<uint16_t>(offset));
+        return out + 3 + count;
+    }
     uint8_t* const token = out;
     out = writeLiterals<Wide>(out, literals, count);
     store(out, static_cast<uint16_t>(offset));
@@ -91,16 +97,9 @@ inline size_t literalsThatFit(size_t available, size_t room) {
     return count;
 }
 
-/// Number of equal bytes, at most `limit`, in front of `a` and of `b`. The first four, where they
-/// may be read, go without a loop whose end nobody could foresee.
+/// Number of equal bytes, at most `limit`, in front of `a` and of `b`.
 inline size_t commonSuffix(const uint8_t* a, const uint8_t* b, size_t limit) {
-    if (limit == 0) return 0;
     size_t n = 0;
-    if (limit >= 4) {
-        const uint32_t difference = load<uint32_t>(a - 4) ^ load<uint32_t>(b - 4);
-        if (difference != 0) return (31 - highestSetBit(difference)) / 8;
-        n = 4;
-    }
     while (n < limit && *(a - n - 1) == *(b - n - 1)) ++n;
     return n;
 }
@@ -110,18 +109,6 @@ struct InPlace {
     const uint8_t* base;  ///< Position 0.
 
     uint32_t position(const uint8_t* p) const { return static_cast<uint32_t>(p - base); }
-
-    /// Bit k tells whether byte k, of 16, at `p` and at position `c`, which lies in front, agree.
-    uint32_t compare(const uint8_t* p, uint32_t c) const {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + c));
-        return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y)));
-    }
-
-    /// Length of the match that compare() has seen the beginning of, at most up to `limit`.
-    size_t extend(const uint8_t* p, uint32_t c, uint32_t agreed, const uint8_t* limit) const {
-        return agreed != 0xFFFF ? lowestSetBit(~agreed) : forward(p, c, 16, limit);
-    }
 
     /// True when the 4 bytes at position `c`, which lies in front of `p`, are `word`.
     bool equal4(uint32_t c, uint32_t word) const { return load<uint32_t>(base + c) == word; }
@@ -133,6 +120,18 @@ struct InPlace {
                matchLength(p + known, base + c + known, static_cast<size_t>(limit - p) - known);
     }
 
+    /// Bit k tells whether byte k, of 16, at `p` and at position `c`, which lies in front, agree.
+    uint32_t compare(const uint8_t* p, uint32_t c) const {
+        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(base + c));
+        return static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y)));
+    }
+    /// Length of the match whose beginning compare() has seen, at most up to `limit`, which lies
+    /// behind that.
+    size_t extend(const uint8_t* p, uint32_t c, uint32_t agreed, const uint8_t* limit) const {
+        return agreed != 0xFFFF ? lowestSetBit(~agreed) : forward(p, c, 16, limit);
+    }
+
     /// False when `p` and position `c` differ in the 4 bytes at distance `at`.
     bool maybeLonger(const uint8_t* p, uint32_t c, size_t at) const {
         return load<uint32_t>(base + c + at) == load<uint32_t>(p + at);
@@ -140,7 +139,14 @@ struct InPlace {
 
     /// Equal bytes in front of `p` and of position `c`, at most down to `low`.
     size_t backward(const uint8_t* p, uint32_t c, const uint8_t* low) const {
-        return commonSuffix(p, base + c, std::min(static_cast<size_t>(p - low), size_t{c}));
+        const size_t most = std::min(static_cast<size_t>(p - low), size_t{c});
+        // Up to 3 bytes without a loop whose end nobody could foresee.
+        if (c >= 4) [[likely]] {
+            const uint32_t difference = load<uint32_t>(p - 4) ^ load<uint32_t>(base + c - 4);
+            if (difference != 0) [[likely]]
+                return std::min<size_t>((31 - highestSetBit(difference)) / 8, most);
+        }
+        return commonSuffix(p, base + c, most);
     }
 };
 
@@ -171,14 +177,6 @@ struct SeparateDictionary {
                load<uint32_t>(dictionary + c) == word;
     }
 
-    uint32_t compare(const uint8_t* p, uint32_t c) const {
-        return equal4(c, load<uint32_t>(p)) ? 0xF : 0;
-    }
-
-    size_t extend(const uint8_t* p, uint32_t c, uint32_t /*agreed*/, const uint8_t* limit) const {
-        return forward(p, c, minMatch, limit);
-    }
-
     size_t forward(const uint8_t* p, uint32_t c, size_t known, const uint8_t* limit) const {
         const auto most = static_cast<size_t>(limit - p);
         if (c >= blockLow)
@@ -189,6 +187,12 @@ struct SeparateDictionary {
         if (n == dictionaryEnd - c && dictionaryEnd == blockLow)
             n += matchLength(p + n, block, most - n);
         return n;
+    }
+
+    /// Tells no more of a match than that there is one.
+    static uint32_t compare(const uint8_t* /*p*/, uint32_t /*c*/) { return 0xF; }
+    size_t extend(const uint8_t* p, uint32_t c, uint32_t /*agreed*/, const uint8_t* limit) const {
+        return forward(p, c, minMatch, limit);
     }
 
     bool maybeLonger(const uint8_t* p, uint32_t c, size_t at) const {

@@ -55,17 +55,30 @@ constexpr Patterns makePatterns() {
 }
 constexpr Patterns patterns = makePatterns();
 
+/// The first 32 bytes of the repetition of the `offset` (1..15) bytes in front of `out`.
+struct Repeated {
+    __m128i low;
+    __m128i high;
+
+    Repeated(const uint8_t* out, size_t offset) {
+        const auto* masks = reinterpret_cast<const __m128i*>(patterns.shuffle[offset].data());
+        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(out - offset));
+        low = _mm_shuffle_epi8(bytes, _mm_load_si128(masks));
+        high = _mm_shuffle_epi8(bytes, _mm_load_si128(masks + 1));
+    }
+    void storeAt(uint8_t* out) const {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), low);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), high);
+    }
+};
+
 /// Writes `length` bytes that repeat the `offset` (1..15) in front of `out`, and up to 32 more.
 inline void repeatShort(uint8_t* out, size_t offset, size_t length) {
-    const auto* masks = reinterpret_cast<const __m128i*>(patterns.shuffle[offset].data());
-    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(out - offset));
-    const __m128i low = _mm_shuffle_epi8(bytes, _mm_load_si128(masks));
-    const __m128i high = _mm_shuffle_epi8(bytes, _mm_load_si128(masks + 1));
+    const Repeated repeated(out, offset);
     const size_t step = patterns.step[offset];
     uint8_t* const end = out + length;
     do {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), low);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), high);
+        repeated.storeAt(out);
         out += step;
     } while (out < end);
 }
@@ -228,10 +241,11 @@ template <class History>
     if (inEnd - cursor.in < fastSource || outEnd - cursor.out < fastRoom)
         return {Left::Sequence, 0, 0};
     const uint8_t* in = cursor.in;
+    // What follows a sequence without literals or extensions: added early, it is off that way.
+    const uint8_t* behind = in + 3;
     uint8_t* out = cursor.out;
     const Limits limits{inEnd, inEnd - fastSource, outEnd - fastRoom};
     while (in <= limits.inFast && out <= limits.outFast) {
-        const uint8_t* const behind = in + 3;
         const uint32_t token = *in;
         const uint32_t literals = token >> 4;
         copy16(out, in + 1);
@@ -262,6 +276,7 @@ template <class History>
                 copy16(out, from);
                 store(out + 16, load<uint16_t>(from + 16));
                 out += match;
+                behind = in + 3;
                 continue;
             }
             match += *in;
@@ -271,12 +286,20 @@ template <class History>
                     copyWide(out + 64, out + 64 - offset, match - 64);
                 ++in;
                 out += match;
+                behind = in + 3;
                 continue;
             }
+        } else if (offset - 1 < 15 && match != nibbleFull + minMatch &&
+                   !history.isOutside(out, offset)) {
+            Repeated(out, offset).storeAt(out);
+            out += match;
+            behind = in + 3;
+            continue;
         }
         Cursor side{in, out};
         const bool done = longMatch(side, token, offset, limits, history);
         in = side.in;
+        behind = in + 3;
         out = side.out;
         if (!done) {
             cursor = side;

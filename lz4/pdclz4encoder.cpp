@@ -8,10 +8,15 @@
 // behind a sequence with few literals every position is probed, three at a time, since there the
 // next match is near.
 //
+// What limits it is one guess a sequence that must fail, at the end of a search, and behind it the
+// way from the match's length to the candidates of the next search. So the length is found at once,
+// the next three positions are looked up with it, and the sequence is written while they come.
+//
 // One engine, encodeBlock(), instantiated by entry width (16 bits suffice for blocks below 64 KiB
-// and halve the table), by room checking, by search and by history. Safe encoding writes like the
-// unchecked one while the room is far, and sequence by sequence with exact bounds near its end,
-// where it closes the block with the literals that fit.
+// and halve the table), by room checking, by search and by history. Safe encoding is the
+// unchecked one where the room holds the worst case. Else it writes like it while the end is far,
+// and sequence by sequence with exact bounds near its end, where it closes the block with the
+// literals that fit.
 #include <algorithm>
 
 #include "frame/args.h"
@@ -34,6 +39,10 @@ constexpr size_t shortRun = 64;  // A sequence with fewer literals is followed b
 constexpr int densePasses = 16;
 constexpr ptrdiff_t roomMargin =
     8;  // What the room check keeps free for the block's last sequence.
+// A sequence takes its literals, the extensions of both lengths (a byte for each begun 255; 128 is
+// reckoned with, which needs no division), token and offset; a wide copy writes up to 15 bytes
+// more.
+constexpr size_t spareRoom = 32;
 constexpr size_t lastMatchStart =
     12;  // The last match begins at least so far from the block's end.
 
@@ -42,7 +51,8 @@ inline uint32_t hashAt(const uint8_t* p) {
     return vek::crc32cStep(p[4], load<uint32_t>(p)) & (tableEntries - 1);
 }
 
-/// A match that was found: its position and which of its first bytes agree.
+/// A match that was found: its position and what compare() tells of it, asked for at once: its
+/// length is what the next search waits for.
 struct Hit {
     uint32_t candidate;
     uint32_t agreed;
@@ -61,12 +71,13 @@ struct Matcher {
         entries[hash] = static_cast<Entry>(history.position(p));
         return candidate;
     }
-    /// Looks at a candidate: true when it lies near enough and agrees in 4 bytes. Then `hit` tells
-    /// the match's beginning, which is known no later than that there is one.
+    /// True when a candidate agrees in 4 bytes and lies near enough; only then `hit` is set.
     bool matches(const uint8_t* p, uint32_t candidate, Hit& hit) const {
+        if (!history.equal4(candidate, load<uint32_t>(p)) ||
+            (sizeof(Entry) == 4 && history.position(p) - candidate > maxOffset))
+            return false;
         hit = {candidate, history.compare(p, candidate)};
-        return (hit.agreed & 0xF) == 0xF &&
-               (sizeof(Entry) == 2 || history.position(p) - candidate <= maxOffset);
+        return true;
     }
     bool probe(const uint8_t* p, Hit& hit) { return matches(p, exchange(p, hashAt(p)), hit); }
 };
@@ -77,40 +88,52 @@ class PlainSearch {
  public:
     PlainSearch(const M& matcher, uint32_t /*acceleration*/) : matcher_(matcher) {}
 
+    /// Begins the dense search at `p`, the end of a sequence, before the sequence is written: its
+    /// loads go on meanwhile. Only for a sequence that a dense search follows.
+    [[gnu::always_inline]] void lookUp(const uint8_t* p) {
+        if (matcher_.end - p >= 3) exchangeThree(p);
+    }
+    /// Tells that it was written, with so many literals.
+    [[gnu::always_inline]] void written(const uint8_t* p, size_t literals, bool lookedUp) {
+        dense_ = literals < shortRun;
+        counter_ = 2U << shift;
+        if (dense_ && !lookedUp) lookUp(p);
+    }
+
     /// Moves `p` to the next match; false when there is none in front of the search's end.
     [[gnu::always_inline]] bool next(const uint8_t*& p, Hit& hit) {
         if (dense_) {
-            for (int pass = 0; pass < densePasses; ++pass, p += 3) {
+            if (matcher_.end - p < 3) return last(p, hit);
+            for (int pass = 1;; ++pass) {
+                if (matcher_.matches(p, first_, hit)) return true;
+                if (matcher_.matches(p + 1, second_, hit)) return p += 1, true;
+                if (matcher_.matches(p + 2, third_, hit)) return p += 2, true;
+                p += 3;
+                if (pass == densePasses) break;
                 if (matcher_.end - p < 3) return last(p, hit);
-                if (probeThree(p, hit)) return true;
+                exchangeThree(p);
             }
         }
-        for (uint32_t step;; p += step) {
-            if (p >= matcher_.end) return false;
+        if (p >= matcher_.end) return false;
+        for (;;) {
             if (matcher_.probe(p, hit)) return true;
-            step = counter_++ >> shift;
+            const uint32_t step = counter_++ >> shift;
             if (step >= static_cast<size_t>(matcher_.end - p)) return false;
+            p += step;
         }
-    }
-    void written(size_t literals) {
-        dense_ = literals < shortRun;
-        counter_ = 2U << shift;
     }
 
  private:
     static constexpr unsigned shift = sizeof(*M::entries) == 2 ? 4 : 6;
 
-    [[gnu::always_inline]] bool probeThree(const uint8_t*& p, Hit& hit) {
+    /// Puts three positions under their hashes; their candidates wait to be tested.
+    [[gnu::always_inline]] void exchangeThree(const uint8_t* p) {
         const uint32_t h0 = hashAt(p);
         const uint32_t h1 = hashAt(p + 1);
         const uint32_t h2 = hashAt(p + 2);
-        const uint32_t c0 = matcher_.exchange(p, h0);
-        const uint32_t c1 = matcher_.exchange(p + 1, h1);
-        const uint32_t c2 = matcher_.exchange(p + 2, h2);
-        if (matcher_.matches(p, c0, hit)) return true;
-        if (matcher_.matches(p + 1, c1, hit)) return p += 1, true;
-        if (matcher_.matches(p + 2, c2, hit)) return p += 2, true;
-        return false;
+        first_ = matcher_.exchange(p, h0);
+        second_ = matcher_.exchange(p + 1, h1);
+        third_ = matcher_.exchange(p + 2, h2);
     }
     bool last(const uint8_t*& p, Hit& hit) {
         for (; p < matcher_.end; ++p)
@@ -121,6 +144,9 @@ class PlainSearch {
     M matcher_;
     uint32_t counter_ = 1U << shift;
     bool dense_ = false;
+    uint32_t first_ = 0;  // Candidates of the pass under way.
+    uint32_t second_ = 0;
+    uint32_t third_ = 0;
 };
 
 /// Probes four positions a pass, from the start `acceleration` apart.
@@ -142,7 +168,8 @@ class AcceleratedSearch {
             }
         }
     }
-    void written(size_t /*literals*/) {}
+    void lookUp(const uint8_t* /*p*/) {}
+    void written(const uint8_t* /*p*/, size_t /*literals*/, bool /*lookedUp*/) {}
 
  private:
     static constexpr int passesPerStep = 16;
@@ -151,8 +178,8 @@ class AcceleratedSearch {
         const uint8_t* const at[4] = {p, p + step, p + 2 * size_t{step}, p + 3 * size_t{step}};
         const uint32_t hash[4] = {hashAt(at[0]), hashAt(at[1]), hashAt(at[2]), hashAt(at[3])};
         for (int i = 0; i < 4; ++i) {
-            const uint32_t candidate = matcher_.exchange(at[i], hash[i]);
-            if (matcher_.matches(at[i], candidate, hit)) return p = at[i], true;
+            if (matcher_.matches(at[i], matcher_.exchange(at[i], hash[i]), hit))
+                return p = at[i], true;
         }
         return false;
     }
@@ -219,28 +246,28 @@ Encoded encodeBlock(const uint8_t* src, size_t srcLen, uint8_t* out, uint8_t* ou
         const uint8_t* p = src + 1;
         Hit hit{};
         while (search.next(p, hit)) {
+            const size_t forward = history.extend(p, hit.candidate, hit.agreed, matchEnd);
+            const auto pending = static_cast<size_t>(p - anchor);
+            bool wide = true;
+            if constexpr (CheckRoom)
+                wide = pending + (pending + forward) / 128 + spareRoom <=
+                       static_cast<size_t>(outEnd - out);
+            const bool early = wide && pending < shortRun;
+            if (early) search.lookUp(p + forward);
             const size_t back = history.backward(p, hit.candidate, anchor);
-            const size_t match = history.extend(p, hit.candidate, hit.agreed, matchEnd);
-            Sequence s{anchor, static_cast<size_t>(p - anchor) - back,
-                       history.position(p) - hit.candidate, match + back};
-            if constexpr (CheckRoom) {
-                const auto room = static_cast<size_t>(outEnd - out);
-                const size_t need = s.count + s.count / 255 + s.match / 255 + 32;
-                if (need <= room) {
-                    out = writeSequence<true>(out, s.literals, s.count, s.offset, s.match);
-                } else {
-                    uint8_t* const behind = writeSequenceChecked(out, outEnd, s);
-                    if (behind == nullptr) break;
-                    before = {anchor, out};
-                    out = behind;
-                }
-            } else {
+            Sequence s{anchor, pending - back, history.position(p) - hit.candidate, forward + back};
+            if (wide) {
                 out = writeSequence<true>(out, s.literals, s.count, s.offset, s.match);
+            } else {
+                uint8_t* const behind = writeSequenceChecked(out, outEnd, s);
+                if (behind == nullptr) break;
+                before = {anchor, out};
+                out = behind;
             }
             if constexpr (CheckRoom) lastMatch = s.match;
             anchor = s.literals + s.count + s.match;
             p = anchor;
-            search.written(s.count);
+            search.written(p, s.count, early);
         }
     }
     auto rest = static_cast<size_t>(srcEnd - anchor);
@@ -287,9 +314,16 @@ struct Buffers {
     uint8_t* table;
 };
 
+/// True when a block can be coded without looking at the room.
+bool hasRoom(const Buffers& b, int srcLen) {
+    return static_cast<size_t>(*b.dstLen) >= vekLZ4EncodeBound(static_cast<size_t>(srcLen));
+}
+
 /// Encodes a block without history, its table cleared.
 template <bool CheckRoom, template <class> class Search>
 VekStatus encodeAlone(const Buffers& b, int srcLen, uint32_t acceleration) {
+    if constexpr (CheckRoom)
+        if (hasRoom(b, srcLen)) return encodeAlone<false, Search>(b, srcLen, acceleration);
     uint8_t* const outEnd = CheckRoom ? b.dst + *b.dstLen : nullptr;
     const InPlace history{b.src};
     const auto length = static_cast<size_t>(srcLen);
@@ -306,6 +340,8 @@ VekStatus encodeAlone(const Buffers& b, int srcLen, uint32_t acceleration) {
 
 template <bool CheckRoom, class History>
 VekStatus encodeWithHistory(const Buffers& b, int srcLen, const History& history) {
+    if constexpr (CheckRoom)
+        if (hasRoom(b, srcLen)) return encodeWithHistory<false>(b, srcLen, history);
     uint8_t* const outEnd = CheckRoom ? b.dst + *b.dstLen : nullptr;
     return report(
         encodeBlock<CheckRoom, PlainSearch>(b.src, static_cast<size_t>(srcLen), b.dst, outEnd,

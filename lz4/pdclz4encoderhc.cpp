@@ -9,7 +9,9 @@
 // work.
 //
 // Most of the time goes into candidates that turn out no longer than the best one, so a candidate
-// is refused by the 4 bytes that would make it longer, before its first 4 are even compared.
+// is refused by the 4 bytes that would make it longer, before its first 4 are even compared. Where
+// nothing is found for long, it goes into insertion and the first look at each position's chain,
+// which therefore are one short loop.
 #include <algorithm>
 
 #include "frame/args.h"
@@ -63,31 +65,78 @@ class Chains {
 
     /// Puts all positions in front of `p` into the chains.
     void insertUpTo(const uint8_t* p) {
-        for (; next_ < p; ++next_) {
-            const uint32_t position = history_.position(next_);
-            uint32_t& head = head_[hashAt(next_)];
-            chain_[position % chainEntries] = head;
+        if (next_ >= p) return;
+        uint32_t* const heads = head_;
+        uint32_t* const chain = chain_;
+        uint32_t position = history_.position(next_);
+        for (const uint8_t* q = next_; q < p; ++q, ++position) {
+            uint32_t& head = heads[hashOf(load<uint32_t>(q))];
+            chain[position % chainEntries] = head;
             head = position;
         }
+        next_ = p;
     }
 
-    /// The longest match longer than `best` that covers `p` and begins at or behind `low`.
+    /// The next match from `p` on that begins at or in front of `last`: the longest that the first
+    /// position with any has. A length of 0 says none.
+    Match next(const uint8_t* p, const uint8_t* last) {
+        uint32_t* const head = head_;
+        uint32_t* const chain = chain_;
+        const History history = history_;
+        insertUpTo(p);
+        uint32_t position = history_.position(p);
+        for (; p <= last; ++p, ++position) {
+            const uint32_t word = load<uint32_t>(p);
+            uint32_t candidate = 0;
+            if (p < next_) [[unlikely]] {  // Inserted already.
+                candidate = chain[position % chainEntries];
+            } else {
+                uint32_t& latest = head[hashOf(word)];
+                candidate = latest;
+                chain[position % chainEntries] = candidate;
+                latest = position;
+                next_ = p + 1;
+            }
+            // Positions of an earlier call that did not get so far.
+            while (candidate >= position && older(candidate, 0)) {
+            }
+            for (uint32_t left = candidates_; left != 0; --left) {
+                if (candidate == 0 || position - candidate - 1 >= farthest) break;
+                if (history.equal4(candidate, word))
+                    return walk(p, p, minMatch - 1, candidate, left);
+                const uint32_t before = candidate;
+                candidate = chain[candidate % chainEntries];
+                if (candidate >= before) break;
+            }
+        }
+        return {};
+    }
+
+    /// The longest match longer than `best` that covers `p` and begins at or behind `low`. Where a
+    /// match is sought beside a known one, the nearest quarter brings nearly all there is.
     Match longest(const uint8_t* p, const uint8_t* low, size_t best) {
         insertUpTo(p);
+        const uint32_t position = history_.position(p);
+        uint32_t candidate = head_[hashOf(load<uint32_t>(p))];
+        // Positions of an earlier call, or of this one, which may go back.
+        while (candidate >= position && older(candidate, 0)) {
+        }
+        return walk(p, low, best, candidate, (candidates_ + 3) / 4);
+    }
+
+ private:
+    static uint32_t hashOf(uint32_t word) { return vek::crc32cStep(0, word) % hashEntries; }
+
+    /// The longest match that `candidate` and the `left` - 1 older ones behind it bring.
+    Match walk(const uint8_t* p, const uint8_t* low, size_t best, uint32_t candidate,
+               uint32_t left) const {
         Match found;
         const uint32_t position = history_.position(p);
         const uint32_t word = load<uint32_t>(p);
         const auto before = static_cast<size_t>(p - low);
         const auto most = static_cast<size_t>(matchEnd_ - low);
-        uint32_t candidate = head_[hashAt(p)];
-        // Positions of an earlier call that did not get so far.
-        while (candidate >= position && older(candidate, 0)) {
-        }
         uint32_t along = 0;
-        // Where a match is sought beside a known one, the nearest quarter brings nearly all there
-        // is.
-        const uint32_t budget = before == 0 ? candidates_ : (candidates_ + 3) / 4;
-        for (uint32_t left = budget; left != 0 && best < most; --left) {
+        for (; left != 0 && best < most; --left) {
             if (candidate == 0 || position - candidate - 1 >= farthest) break;
             const size_t decisive = std::max(best, before + 3) - before - 3;
             if (history_.maybeLonger(p, candidate, decisive) && history_.equal4(candidate, word)) {
@@ -104,11 +153,6 @@ class Chains {
             if (!older(candidate, along)) break;
         }
         return found;
-    }
-
- private:
-    static uint32_t hashAt(const uint8_t* p) {
-        return vek::crc32cStep(0, load<uint32_t>(p)) % hashEntries;
     }
     /// Steps to the next older candidate, by the chain of the bytes `along` behind it; false at the
     /// chain's end.
@@ -133,11 +177,11 @@ class Chains {
         }
         return along;
     }
-    static constexpr size_t groups = 32;  // Looked at by sparsest().
+    static constexpr size_t groups = 16;  // Looked at by sparsest().
 
     uint32_t* head_;
     uint32_t* chain_;
-    const History& history_;
+    const History history_;
     uint32_t candidates_;
     const uint8_t* next_;
     const uint8_t* matchEnd_;
@@ -219,11 +263,8 @@ bool writeSequences(Chains<History>& chains, Writer& writer, const uint8_t* star
 
     const uint8_t* p = writer.anchor();
     while (p <= startEnd) {
-        Match first = chains.longest(p, p, minMatch - 1);
-        if (first.length == 0) {
-            ++p;
-            continue;
-        }
+        Match first = chains.next(p, startEnd);
+        if (first.length == 0) break;
         Match earlier = first;  // What `first` was before a close match replaced it.
         Match second = findSecondMatch(first);
         while (second.length != 0) {
