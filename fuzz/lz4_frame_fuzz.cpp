@@ -17,46 +17,20 @@
 #include <string>
 #include <vector>
 
-#include "tools/vekdc/format.h"
+#include "fuzz/reader.h"
 
 namespace {
 
-using Data = std::vector<uint8_t>;
 using vekdc::Bytes;
+using namespace vekfuzz;
 
 /// A block of a few bytes decodes to a hundred times as many; more than this is not compared.
-constexpr size_t kMost = 1 << 20;
+constexpr size_t kMostPlain = 1 << 20;
 constexpr size_t kLargestBlock = 4 << 20;
 
 void require(bool holds) {
     if (!holds) abort();
 }
-
-struct TooMuch {};
-
-class LimitedSink : public vekdc::Sink {
- public:
-    void write(Bytes bytes) override {
-        if (data.size() + bytes.size() > kMost) throw TooMuch();
-        data.insert(data.end(), bytes.begin(), bytes.end());
-    }
-    Data data;
-};
-
-class Dripping : public vekdc::Reader {
- public:
-    Dripping(Bytes bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
-    size_t read(uint8_t* to, size_t room) override {
-        const size_t count = std::min({room, piece_, bytes_.size()});
-        std::copy_n(bytes_.begin(), count, to);
-        bytes_ = bytes_.subspan(count);
-        return count;
-    }
-
- private:
-    Bytes bytes_;
-    size_t piece_;
-};
 
 /// The dictionary that the seeds were made with, and a file of it for --dict.
 const Data& dictionary() {
@@ -94,7 +68,7 @@ Result ours(vekdc::Source& source, vekdc::Settings settings, bool describe) {
     const vekdc::Format& format = *vekdc::formatByName("lz4");
     Result result;
     settings.warn = [&](const std::string&) { result.junk = true; };
-    LimitedSink sink;
+    LimitedSink sink(kMostPlain);
     try {
         if (describe)
             format.describe(source, settings, [](const std::string&) {});
@@ -140,12 +114,12 @@ bool mayHaveZeroOffset(Bytes file) {
 
 /// What liblz4 makes of the frames of a file; nothing when it refuses one, as all legacy ones.
 std::optional<Data> theirs(Bytes packed, bool withDictionary) {
-    static Data out(kMost + 2 * kLargestBlock);
+    static Data out(kMostPlain + 2 * kLargestBlock);
     LZ4F_dctx* context = nullptr;
     require(LZ4F_isError(LZ4F_createDecompressionContext(&context, LZ4F_VERSION)) == 0);
     size_t done = 0;
     size_t status = 1;
-    while (!packed.empty() && done <= kMost) {
+    while (!packed.empty() && done <= kMostPlain) {
         size_t room = out.size() - done;
         size_t left = packed.size();
         status = LZ4F_decompress_usingDict(context, out.data() + done, &room, packed.data(), &left,
