@@ -1,29 +1,21 @@
 // The tool's zfp fields: exchanged with the method's own tool in every mode, and what is wrong with
 // broken files and options.
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <algorithm>
+#include <array>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
-#include "support/data.h"
-#include "tools/vekdc/format.h"
+#include "support/tool.h"
 
 namespace {
 
+using namespace vektest;
 using vekdc::FormatError;
 using vekdc::Settings;
 using vekdc::Source;
-using vektest::Bytes;
 using Options = std::map<std::string, std::string>;
 
 const vekdc::Format& zfp() {
-    return *vekdc::formatByName("zfp");
+    return format("zfp");
 }
 
 Settings with(const Options& own, unsigned jobs = 1) {
@@ -34,17 +26,11 @@ Settings with(const Options& own, unsigned jobs = 1) {
 }
 
 Bytes compress(const Bytes& plain, const Settings& settings) {
-    Source source(plain);
-    vekdc::MemorySink sink;
-    zfp().compress(source, sink, settings);
-    return sink.data;
+    return vektest::compress(zfp(), plain, settings);
 }
 
 Bytes decompress(const Bytes& packed, const Settings& settings = {}) {
-    Source source(packed);
-    vekdc::MemorySink sink;
-    zfp().decompress(source, sink, settings);
-    return sink.data;
+    return vektest::decompress(zfp(), packed, settings);
 }
 
 /// The message of the FormatError or Failure that `call` ends in, behind a FormatError's offset.
@@ -84,29 +70,6 @@ std::vector<float> makeField(size_t count) {
     return field;
 }
 
-/// A folder of its own for files that programs exchange.
-class Folder {
- public:
-    ~Folder() { std::filesystem::remove_all(path_); }
-    std::string operator/(const char* name) const { return path_ / name; }
-    std::string put(const char* name, const Bytes& bytes) const {
-        std::ofstream file(path_ / name, std::ios::binary);
-        std::copy(bytes.begin(), bytes.end(), std::ostreambuf_iterator<char>(file));
-        return path_ / name;
-    }
-    Bytes get(const char* name) const {
-        std::ifstream file(path_ / name, std::ios::binary);
-        return Bytes{std::istreambuf_iterator<char>(file), {}};
-    }
-
- private:
-    const std::filesystem::path path_ = [] {
-        std::filesystem::path path = testing::TempDir() + "vekdc_zfp_" + std::to_string(getpid());
-        std::filesystem::create_directories(path);
-        return path;
-    }();
-};
-
 struct Mode {
     const char* theirs;
     Options ours;
@@ -125,7 +88,12 @@ const std::vector<Mode> modes = {{"-r 8", {{"rate", "8"}}, 0},
                                  {"-c 70 900 64 -8", {{"expert", "70,900,64,-8"}}, 0},
                                  {"-c 333 333 12 -10", {{"expert", "333,333,12,-10"}}, 0}};
 
-void exchange(const Mode& mode, const char* dims) {
+class ZfpFormat : public Program {
+ protected:
+    void exchange(const Mode& mode, const char* dims);
+};
+
+void ZfpFormat::exchange(const Mode& mode, const char* dims) {
     SCOPED_TRACE(std::string(mode.theirs) + " " + dims);
     Options own = mode.ours;
     own["dims"] = dims;
@@ -142,35 +110,33 @@ void exchange(const Mode& mode, const char* dims) {
     const std::vector<float> after = floatsOf(decoded);
     for (size_t i = 0; i < field.size() && mode.tolerance != 0; ++i)
         ASSERT_NEAR(field[i], after[i], mode.tolerance) << i;
-    static const bool haveTool = std::system("command -v zfp >/dev/null") == 0;
-    if (!haveTool) return;
-    const Folder folder;
+    static const bool haveZfp = haveTool("zfp");
+    if (!haveZfp) return;
+    write("raw", plain);
+    write("ours", packed);
     std::string command = "zfp -q -h -f -3";
     for (const unsigned side : sides) command += " " + std::to_string(side);
-    command += std::string(" ") + mode.theirs + " -i " + folder.put("raw", plain) + " -z " +
-               folder / "theirs" + " && zfp -q -h -z " + folder.put("ours", packed) + " -o " +
-               folder / "back";
-    ASSERT_EQ(std::system(command.c_str()), 0);
-    EXPECT_TRUE(folder.get("back") == decoded);
+    good(command + " " + mode.theirs + " -i raw -z theirs && zfp -q -h -z ours -o back");
+    EXPECT_TRUE(read("back") == decoded);
     // Its stream may end sooner, where it is built for shorter words.
-    const Bytes theirs = folder.get("theirs");
+    const Bytes theirs = read("theirs");
     ASSERT_LE(theirs.size(), packed.size());
     EXPECT_TRUE(std::equal(theirs.begin(), theirs.end(), packed.begin()));
     EXPECT_TRUE(decompress(theirs) == decoded);
 }
 
-TEST(ZfpFormat, ExchangesFieldsOfAnySidesWithTheZfpTool) {
+TEST_F(ZfpFormat, ExchangesFieldsOfAnySidesWithTheZfpTool) {
     for (const Mode& mode : modes)
         for (const char* dims : {"9x6x5", "8x4x4", "1x2x3", "7x21", "50", "1x1x1"})
             exchange(mode, dims);
 }
 
-TEST(ZfpFormat, LargeFieldsGoInChunksOfPlanesOrRows) {
+TEST_F(ZfpFormat, LargeFieldsGoInChunksOfPlanesOrRows) {
     for (const size_t mode : {1, 5, 6, 9})
         for (const char* dims : {"101x90x50", "1022x601"}) exchange(modes[mode], dims);
 }
 
-TEST(ZfpFormat, SaysWhatIsWrongWithAFile) {
+TEST_F(ZfpFormat, SaysWhatIsWrongWithAFile) {
     const Bytes plain = bytesOf(makeField(270));
     const Bytes rate = compress(plain, with({{"dims", "9x6x5"}, {"rate", "8"}}));
     const Bytes expert = compress(plain, with({{"dims", "9x6x5"}, {"expert", "0,200,20,-10"}}));
@@ -224,6 +190,10 @@ TEST(ZfpFormat, SaysWhatIsWrongWithAFile) {
         EXPECT_EQ(warning,
                   "byte " + std::to_string(file.size()) + ": ignored what follows the zfp data");
     }
+    write("cut.zfp", {rate.begin(), rate.end() - 99});
+    bad("vekdc decompress cut.zfp", "cut.zfp: byte 685: the file ends too early");
+    write("field", plain);
+    bad("vekdc compress --format zfp --dims 9x6x6 field", "field: byte 1080: the field ends .*");
     // A small file that promises a large field takes no memory for it.
     Bytes vast = expert;
     std::fill(vast.begin() + 5, vast.begin() + 10, uint8_t{0x7F});
@@ -231,7 +201,7 @@ TEST(ZfpFormat, SaysWhatIsWrongWithAFile) {
     EXPECT_TRUE(text.ends_with("too early") || text.ends_with("than fits in memory")) << text;
 }
 
-TEST(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
+TEST_F(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
     const struct {
         size_t size;
         Options own;
@@ -273,14 +243,14 @@ TEST(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
     }
 }
 
-TEST(ZfpFormat, InfoTellsParametersAndErrors) {
+TEST_F(ZfpFormat, InfoTellsParametersAndErrors) {
     const Bytes plain = bytesOf(makeField(270));
     const Bytes packed = compress(plain, with({{"dims", "9x6x5"}, {"rate", "8"}}));
     const auto info = [&](const std::vector<float>& original) {
-        const Folder folder;
         std::string text;
+        write("original", bytesOf(original));
         Source source(packed);
-        zfp().describe(source, with({{"original", folder.put("original", bytesOf(original))}}),
+        zfp().describe(source, with({{"original", path("original")}}),
                        [&](const std::string& line) { text += line + "\n"; });
         return text;
     };

@@ -181,7 +181,8 @@ Block randomBlock(Random& random) {
     const size_t place = random() % 64;
     for (size_t i = 0; i < 64; ++i) {
         const float noise = static_cast<float>(static_cast<int32_t>(random())) / 2147483648.0F;
-        const float wave = std::sin(slope * static_cast<float>(i % 4) + static_cast<float>(i / 4));
+        const size_t line = i / 4;
+        const float wave = std::sin(slope * static_cast<float>(i % 4) + static_cast<float>(line));
         const float spike = i == place ? 1.0F : 0.0F;
         const float values[] = {noise, wave, spike, slope, 0, std::ldexp(noise, number(40))};
         block[i] = std::ldexp(values[kind], exponent);
