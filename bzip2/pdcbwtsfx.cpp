@@ -13,6 +13,7 @@
 // Work areas too small for the tables of pairs sort all rotations by step 3 alone.
 
 #include <algorithm>
+#include <utility>
 
 #include "bzip2/forward_bwt.h"
 #include "bzip2/two_stage.h"
@@ -127,7 +128,7 @@ class GroupSorter {
 
 /// Sorts a group of equals and marks where the new groups begin; the first entry's mark stays.
 template <class Order>
-void refineGroup(uint32_t* begin, uint32_t* end, const Order& order) {
+void refineInPlace(uint32_t* begin, uint32_t* end, const Order& order) {
     *begin &= ~firstOfGroup;
     GroupSorter<Order>(order).sort(begin, end);
     auto key = order.key(*begin);
@@ -137,6 +138,97 @@ void refineGroup(uint32_t* begin, uint32_t* end, const Order& order) {
         *i |= firstOfGroup;
     }
     *begin |= firstOfGroup;
+}
+
+/// Work memory for entries beside their keys, as much as the caller gave.
+struct Scratch {
+    uint64_t* words;
+    size_t count;
+};
+
+constexpr uint64_t keyed(uint32_t key, uint32_t entry) {
+    return uint64_t{key} << 32 | entry;
+}
+constexpr uint32_t keyOf(uint64_t pair) {
+    return static_cast<uint32_t>(pair >> 32);
+}
+
+constexpr uint32_t markIf(bool starts) {
+    return starts ? firstOfGroup : 0;
+}
+
+/// The same for a few entries, with their keys at hand.
+constexpr ptrdiff_t fewEntries = 24;
+constexpr size_t manyEntries = 1500;
+template <class Order>
+void refineFew(uint32_t* begin, ptrdiff_t count, const Order& order) {
+    uint32_t keys[fewEntries];
+    uint32_t entries[fewEntries];
+    entries[0] = *begin & ~firstOfGroup;
+    keys[0] = order.key(entries[0]);
+    for (ptrdiff_t i = 1; i < count; ++i) {
+        const uint32_t entry = begin[i];
+        const uint32_t key = order.key(entry);
+        ptrdiff_t j = i;
+        for (; j > 0 && keys[j - 1] > key; --j) {
+            keys[j] = keys[j - 1];
+            entries[j] = entries[j - 1];
+        }
+        keys[j] = key;
+        entries[j] = entry;
+    }
+    begin[0] = entries[0] | firstOfGroup;
+    for (ptrdiff_t i = 1; i < count; ++i) begin[i] = entries[i] | markIf(keys[i] != keys[i - 1]);
+}
+
+/// Radix sort by key, least significant digit first, of pairs whose keys differ in the bits of
+/// `differences`. `spare` takes as many; returns where the sorted pairs are.
+template <unsigned DigitBits>
+uint64_t* radixSort(uint64_t* pairs, uint64_t* spare, size_t count, uint32_t differences) {
+    constexpr uint32_t digits = 1U << DigitBits;
+    for (unsigned shift = 0; shift < 32; shift += DigitBits) {
+        if ((differences >> shift & (digits - 1)) == 0) continue;
+        uint32_t places[digits] = {};
+        const auto digit = [&](size_t i) { return keyOf(pairs[i]) >> shift & (digits - 1); };
+        for (size_t i = 0; i < count; ++i) ++places[digit(i)];
+        uint32_t sum = 0;
+        for (uint32_t& place : places) sum += std::exchange(place, sum);
+        for (size_t i = 0; i < count; ++i) spare[places[digit(i)]++] = pairs[i];
+        std::swap(pairs, spare);
+    }
+    return pairs;
+}
+
+/// The same for an order whose keys are numbers, with the keys fetched once where there is room.
+template <class Order>
+void refine(uint32_t* begin, uint32_t* end, const Order& order, const Scratch& scratch) {
+    const ptrdiff_t few = end - begin;
+    if (few <= fewEntries) {
+        refineFew(begin, few, order);
+        return;
+    }
+    const auto count = static_cast<size_t>(few);
+    if (2 * count > scratch.count) {
+        refineInPlace(begin, end, order);
+        return;
+    }
+    uint64_t* pairs = scratch.words;
+    const uint32_t firstKey = order.key(*begin & ~firstOfGroup);
+    uint32_t differences = 0;
+    *begin &= ~firstOfGroup;
+    for (size_t i = 0; i < count; ++i) {
+        const uint32_t key = order.key(begin[i]);
+        differences |= key ^ firstKey;
+        pairs[i] = keyed(key, begin[i]);
+    }
+    *begin |= firstOfGroup;
+    if (differences == 0) return;
+    pairs = count < manyEntries ? radixSort<8>(pairs, pairs + count, count, differences)
+                                : radixSort<11>(pairs, pairs + count, count, differences);
+    begin[0] = static_cast<uint32_t>(pairs[0]) | firstOfGroup;
+    for (size_t i = 1; i < count; ++i) {
+        begin[i] = static_cast<uint32_t>(pairs[i]) | markIf(keyOf(pairs[i]) != keyOf(pairs[i - 1]));
+    }
 }
 
 /// Calls `visit(begin, end)` for every group of two entries and more.
@@ -189,6 +281,31 @@ struct StarOrder {
     }
 };
 
+/// Order of positions by whole rotations, as long as `budget` bytes may be found equal. When it is
+/// used up everything is equal, and a range that was being sorted is in disorder.
+struct RotationOrder {
+    const uint8_t* text;
+    uint32_t length;
+    uint32_t depth;  // bytes known to be equal
+    int64_t* budget;
+
+    uint32_t key(uint32_t position) const { return position; }
+    int compare(uint32_t position, uint32_t other) const {
+        if (*budget < 0) return 0;
+        const uint8_t* const a = text + position + depth;
+        const uint8_t* const b = text + other + depth;
+        const size_t same = vek::matchLength(a, b, length - depth);
+        *budget -= static_cast<int64_t>(same);
+        return a[same] < b[same] ? -1 : 1;
+    }
+};
+
+/// Ranks hold the place of a group's first entry, and two bits that are the same for all of a
+/// group.
+constexpr uint32_t placeShift = 2;
+constexpr uint32_t settledRank = 2;  // a group of one
+constexpr uint32_t roundBit = 1;     // parity of the round that made the group
+
 /// Order of items by the rank of the item `ahead` of them.
 struct RankOrder {
     const uint32_t* ranks;
@@ -204,98 +321,182 @@ struct RankOrder {
     }
 };
 
-/// Gives every item of a group its rank, the place of the group's last, and writes -1, a sorted run
-/// of one, over those that stand alone.
-void rankGroups(uint32_t* order, uint32_t* begin, uint32_t* end, uint32_t* ranks) {
-    while (begin < end) {
-        uint32_t* next = begin + 1;
-        while (next < end && (*next & firstOfGroup) == 0) ++next;
-        *begin &= ~firstOfGroup;
-        const auto rank = static_cast<uint32_t>(next - order) - 1;
-        for (uint32_t* i = begin; i < next; ++i) ranks[*i] = rank;
-        if (next - begin == 1) *begin = static_cast<uint32_t>(-1);
-        begin = next;
-    }
-}
+/// Items in order of what is known, in marked groups, and each item's rank.
+class RankSort {
+ public:
+    RankSort(uint32_t* order, uint32_t* ranks, uint32_t items, const Scratch& scratch)
+        : order_(order), ranks_(ranks), items_(items), scratch_(scratch) {}
 
-/// Sorts `items` items that follow each other in a circle and whose rotations all differ. `order`
-/// holds them in order of their first k, k at least 1, in marked groups; afterwards ranks[item] is
-/// each one's place. A negative entry in `order` stands for so many that are settled.
-void sortByRanks(uint32_t* order, uint32_t* ranks, uint32_t items) {
-    rankGroups(order, order, order + items, ranks);
-    for (uint32_t ahead = 1; ahead < items; ahead *= 2) {
-        uint32_t settled = 0;
-        for (uint32_t i = 0; i < items;) {
-            const auto entry = static_cast<int32_t>(order[i]);
-            if (entry < 0) {
-                settled += static_cast<uint32_t>(-entry);
-                i += static_cast<uint32_t>(-entry);
-            } else {
-                if (settled != 0) order[i - settled] = -settled;
-                settled = 0;
-                const uint32_t end = ranks[entry] + 1;
-                refineGroup(order + i, order + end, RankOrder{ranks, items, ahead});
-                rankGroups(order, order + i, order + end, ranks);
-                i = end;
+    /// Sorts items that follow each other in a circle and whose rotations all differ, given them in
+    /// order of their first item. Afterwards place(item) is each one's.
+    ///
+    /// A round visits the items from the last to the first and refines the group of each, once, by
+    /// what is known `ahead`: what this very round found out already. Repeated strings of any
+    /// length, which are what is left by now, are so settled from their ends in one round. Hard
+    /// cases take more, but as `ahead` doubles no more than log2(items).
+    void sort() {
+        rankGroups(0, items_, 0);
+        uint32_t round = 0;
+        for (uint32_t ahead = 1; ahead < items_; ahead *= 2) {
+            round ^= roundBit;
+            bool settled = true;
+            for (uint32_t item = items_; item-- > 0;) {
+                const uint32_t rank = ranks_[item];
+                if ((rank & settledRank) != 0 || (rank & roundBit) == round) continue;
+                settled = false;
+                const uint32_t begin = rank >> placeShift;
+                const uint32_t end = groupEnd(begin);
+                refine(order_ + begin, order_ + end, RankOrder{ranks_, items_, ahead}, scratch_);
+                rankGroups(begin, end, round);
             }
+            if (settled) return;
         }
-        if (settled == items) return;
-        if (settled != 0) order[items - settled] = -settled;
     }
-}
 
-/// Replaces the stars' positions by their numbers, sorts those by ranks, and puts the positions
-/// back in order.
-void sortStarsByRanks(TwoStage& sort, uint32_t stars) {
-    uint32_t* const rows = sort.rows();
-    // Stars are never neighbours: half a position is enough to find a star's number.
-    uint32_t* const numbers = rows + sort.length() / 2;
-    uint32_t number = stars;
-    sort.forEachStar([&](uint32_t position) { numbers[position / 2] = --number; });
-    for (uint32_t i = 0; i < stars; ++i) {
-        const uint32_t mark = rows[i] & firstOfGroup;
-        rows[i] = mark | numbers[(rows[i] & ~firstOfGroup) / 2];
-    }
-    uint32_t* const ranks = rows + stars;
-    sortByRanks(rows, ranks, stars);
-    number = stars;
-    sort.forEachStar([&](uint32_t position) { rows[ranks[--number]] = position; });
-}
+    uint32_t place(uint32_t item) const { return ranks_[item] >> placeShift; }
 
-void sortStars(TwoStage& sort, uint32_t stars) {
-    uint32_t* const rows = sort.rows();
-    uint32_t* const end = rows + stars;
-    for (uint32_t pair = 0; pair < vek::bwt::pairs; ++pair) {
-        const uint32_t begin = sort.starsBegin(pair);
-        if (begin != sort.starsEnd(pair)) rows[begin] |= firstOfGroup;
+ private:
+    uint32_t groupEnd(uint32_t begin) const {
+        uint32_t end = begin + 1;
+        while (end < items_ && (order_[end] & firstOfGroup) == 0) ++end;
+        return end;
     }
-    for (uint32_t depth = 2; depth < depthLimit && depth < sort.length(); depth += 4) {
-        forEachGroup(rows, end, [&](uint32_t* from, uint32_t* to) {
-            refineGroup(from, to, WordOrder{sort.text() + depth});
+
+    void rankGroups(uint32_t begin, uint32_t end, uint32_t round) {
+        while (begin < end) {
+            const uint32_t next = groupEnd(begin);
+            const uint32_t rank =
+                begin << placeShift | round | (next - begin == 1 ? settledRank : 0);
+            for (uint32_t i = begin; i < next; ++i) ranks_[order_[i] & ~firstOfGroup] = rank;
+            begin = next;
+        }
+    }
+
+    uint32_t* order_;
+    uint32_t* ranks_;
+    uint32_t items_;
+    const Scratch& scratch_;
+};
+
+class StarSort {
+ public:
+    StarSort(TwoStage& sort, const Scratch& scratch)
+        : sort_(sort), scratch_(scratch), text_(sort.text()), rows_(sort.rows()) {}
+
+    void run() {
+        stars_ = sort_.gatherStars();
+        uint32_t depth = pairDepth;
+        if (scratch_.count >= size_t{2} * stars_) {
+            sortByWord();
+            depth += wordBytes;
+        }
+        markPairs();
+        auto budget = static_cast<int64_t>(budgetPerByte * sort_.length());
+        for (; depth < depthLimit && depth < sort_.length() && budget >= 0; depth += wordBytes) {
+            forEachGroup(rows_, rows_ + stars_, [&](uint32_t* from, uint32_t* to) {
+                if (to - from > fewRotations || !sortByRotation(from, to, depth, budget))
+                    refine(from, to, WordOrder{text_ + depth}, scratch_);
+            });
+        }
+        if (reachNextStars(depth)) {
+            for (uint32_t i = 0; i < stars_; ++i) rows_[i] &= ~firstOfGroup;
+        } else {
+            sortByRanks();
+        }
+    }
+
+ private:
+    static constexpr uint32_t pairDepth = 2;
+    static constexpr uint32_t wordBytes = 4;
+    static constexpr int64_t budgetPerByte = 2;
+    static constexpr ptrdiff_t fewRotations = 6;
+
+    /// Sorts the groups of byte pairs by the next four bytes: radix sort by the word, least
+    /// significant digit first, and last by the pair.
+    void sortByWord() {
+        uint64_t* from = scratch_.words;
+        uint64_t* to = from + stars_;
+        const WordOrder order{text_ + pairDepth};
+        for (uint32_t i = 0; i < stars_; ++i) from[i] = keyed(order.key(rows_[i]), rows_[i]);
+        if (radixSort<11>(from, to, stars_, UINT32_MAX) == to) std::swap(from, to);
+        sort_.regroup(from, to, stars_);
+        rows_[0] = static_cast<uint32_t>(to[0]);
+        for (uint32_t i = 1; i < stars_; ++i)
+            rows_[i] = static_cast<uint32_t>(to[i]) | markIf(keyOf(to[i]) != keyOf(to[i - 1]));
+    }
+
+    void markPairs() {
+        for (uint32_t pair = 0; pair < vek::bwt::pairs; ++pair) {
+            const uint32_t begin = sort_.starsBegin(pair);
+            if (begin != sort_.starsEnd(pair)) rows_[begin] |= firstOfGroup;
+        }
+    }
+
+    /// Settles a group of which `depth` bytes are equal. False when the budget does not allow it.
+    bool sortByRotation(uint32_t* from, uint32_t* to, uint32_t depth, int64_t& budget) {
+        if (budget < 0) return false;
+        *from &= ~firstOfGroup;
+        const RotationOrder order{text_, sort_.length(), depth, &budget};
+        GroupSorter<RotationOrder>(order).sort(from, to);
+        *from |= firstOfGroup;
+        if (budget < 0) return false;
+        for (uint32_t* i = from + 1; i < to; ++i) *i |= firstOfGroup;
+        return true;
+    }
+
+    /// Refines the groups that `depth` equal bytes do not take to the next star. False when groups
+    /// are left.
+    bool reachNextStars(uint32_t depth) {
+        bool settled = true;
+        forEachGroup(rows_, rows_ + stars_, [&](uint32_t* from, uint32_t* to) {
+            settled = false;
+            if (extent(text_ + (*from & ~firstOfGroup), depth) > depth)
+                refineInPlace(from, to, StarOrder{text_, sort_.length()});
         });
+        return settled;
     }
-    bool settled = true;
-    forEachGroup(rows, end, [&](uint32_t* from, uint32_t* to) {
-        settled = false;
-        const uint8_t* const star = sort.text() + (*from & ~firstOfGroup);
-        if (extent(star, depthLimit) > depthLimit)
-            refineGroup(from, to, StarOrder{sort.text(), sort.length()});
-    });
-    if (settled) {
-        for (uint32_t* i = rows; i < end; ++i) *i &= ~firstOfGroup;
-    } else {
-        sortStarsByRanks(sort, stars);
+
+    /// Replaces the stars' positions by their numbers, sorts those by ranks, and puts the positions
+    /// back in order.
+    void sortByRanks() {
+        // Stars are never neighbours: half a position is enough to find a star's number.
+        uint32_t* const numbers = rows_ + sort_.length() / 2;
+        uint32_t number = stars_;
+        sort_.forEachStar([&](uint32_t position) { numbers[position / 2] = --number; });
+        for (uint32_t i = 0; i < stars_; ++i) {
+            const uint32_t mark = rows_[i] & firstOfGroup;
+            rows_[i] = mark | numbers[(rows_[i] & ~firstOfGroup) / 2];
+        }
+        RankSort ranks(rows_, rows_ + stars_, stars_, scratch_);
+        ranks.sort();
+        number = stars_;
+        sort_.forEachStar([&](uint32_t position) { rows_[ranks.place(--number)] = position; });
     }
+
+    TwoStage& sort_;
+    const Scratch& scratch_;
+    const uint8_t* text_;
+    uint32_t* rows_;
+    uint32_t stars_ = 0;
+};
+
+Scratch scratchBetween(uint8_t* begin, const uint8_t* end) {
+    uint8_t* const first = vek::bwt::alignUp(begin);
+    const size_t bytes = first < end ? static_cast<size_t>(end - first) : 0;
+    return {reinterpret_cast<uint64_t*>(first), bytes / sizeof(uint64_t)};
 }
 
-uint32_t sortRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work) {
+uint32_t sortRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work,
+                  size_t room) {
     TwoStage sort(block, length, work);
-    sortStars(sort, sort.gatherStars());
+    const Scratch scratch = scratchBetween(sort.end(), work + room);
+    StarSort(sort, scratch).run();
     return sort.induce(column);
 }
 
 /// Sorts all rotations by ranks, starting from their first bytes.
-uint32_t sortSmallRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work) {
+uint32_t sortSmallRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work,
+                       size_t room) {
     auto* const order = reinterpret_cast<uint32_t*>(vek::bwt::alignUp(work));
     uint32_t* const ranks = order + length;
     uint32_t places[257] = {};
@@ -306,9 +507,11 @@ uint32_t sortSmallRoot(const uint8_t* block, uint32_t length, uint8_t* column, u
         if (i == 0 || block[order[i]] != block[order[i - 1] & ~firstOfGroup])
             order[i] |= firstOfGroup;
     }
-    sortByRanks(order, ranks, length);
-    for (uint32_t i = 0; i < length; ++i) column[ranks[i]] = block[(i == 0 ? length : i) - 1];
-    return ranks[0];
+    const Scratch scratch = scratchBetween(reinterpret_cast<uint8_t*>(ranks + length), work + room);
+    RankSort sort(order, ranks, length, scratch);
+    sort.sort();
+    for (uint32_t i = 0; i < length; ++i) column[sort.place(i)] = block[(i == 0 ? length : i) - 1];
+    return sort.place(0);
 }
 
 }  // namespace
@@ -321,9 +524,9 @@ void owns_BWT_sfx_fwd_asm(const uint8_t* block, uint32_t length, uint8_t* column
     if (root == 1) {
         column[0] = block[0];
     } else if (room >= vek::bwt::twoStageSize(root)) {
-        row = sortRoot(block, root, column, work);
+        row = sortRoot(block, root, column, work, room);
     } else {
-        row = sortSmallRoot(block, root, column, work);
+        row = sortSmallRoot(block, root, column, work, room);
     }
     if (times > 1) {
         for (uint32_t i = root; i-- > 0;) std::memset(column + size_t{times} * i, column[i], times);
