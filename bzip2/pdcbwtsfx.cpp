@@ -24,7 +24,6 @@ namespace {
 using vek::bwt::TwoStage;
 
 constexpr uint32_t firstOfGroup = 0x80000000U;  // marks an entry that differs from the one before
-constexpr uint32_t depthLimit = 22;
 
 /// Sorts by `order`: order.key(entry) makes a key, and order.compare(entry, key) is negative, 0 or
 /// positive. Quicksort with three-way splits; ranges that split badly too often go to heap sort, so
@@ -157,30 +156,6 @@ constexpr uint32_t markIf(bool starts) {
     return starts ? firstOfGroup : 0;
 }
 
-/// The same for a few entries, with their keys at hand.
-constexpr ptrdiff_t fewEntries = 24;
-constexpr size_t manyEntries = 1500;
-template <class Order>
-void refineFew(uint32_t* begin, ptrdiff_t count, const Order& order) {
-    uint32_t keys[fewEntries];
-    uint32_t entries[fewEntries];
-    entries[0] = *begin & ~firstOfGroup;
-    keys[0] = order.key(entries[0]);
-    for (ptrdiff_t i = 1; i < count; ++i) {
-        const uint32_t entry = begin[i];
-        const uint32_t key = order.key(entry);
-        ptrdiff_t j = i;
-        for (; j > 0 && keys[j - 1] > key; --j) {
-            keys[j] = keys[j - 1];
-            entries[j] = entries[j - 1];
-        }
-        keys[j] = key;
-        entries[j] = entry;
-    }
-    begin[0] = entries[0] | firstOfGroup;
-    for (ptrdiff_t i = 1; i < count; ++i) begin[i] = entries[i] | markIf(keys[i] != keys[i - 1]);
-}
-
 /// Radix sort by key, least significant digit first, of pairs whose keys differ in the bits of
 /// `differences`. `spare` takes as many; returns where the sorted pairs are.
 template <unsigned DigitBits>
@@ -199,37 +174,51 @@ uint64_t* radixSort(uint64_t* pairs, uint64_t* spare, size_t count, uint32_t dif
     return pairs;
 }
 
-/// The same for an order whose keys are numbers, with the keys fetched once where there is room.
-template <class Order>
-void refine(uint32_t* begin, uint32_t* end, const Order& order, const Scratch& scratch) {
-    const ptrdiff_t few = end - begin;
-    if (few <= fewEntries) {
-        refineFew(begin, few, order);
-        return;
+/// Sorts the entries of groups beside their keys, fetched once.
+class KeyedSorter {
+ public:
+    explicit KeyedSorter(const Scratch& scratch) : scratch_(scratch) {}
+
+    /// The entries of a group, whose first one is marked, sorted by key. Null without the room.
+    template <class Order>
+    const uint64_t* sort(const uint32_t* begin, const uint32_t* end, const Order& order) {
+        const auto count = static_cast<size_t>(end - begin);
+        if (count <= fewEntries) return sortFew(begin, count, order);
+        if (2 * count > scratch_.count) return nullptr;
+        uint64_t* const pairs = scratch_.words;
+        const uint32_t first = *begin & ~firstOfGroup;
+        const uint32_t firstKey = order.key(first);
+        pairs[0] = keyed(firstKey, first);
+        uint32_t differences = 0;
+        for (size_t i = 1; i < count; ++i) {
+            const uint32_t key = order.key(begin[i]);
+            differences |= key ^ firstKey;
+            pairs[i] = keyed(key, begin[i]);
+        }
+        return count < manyEntries ? radixSort<8>(pairs, pairs + count, count, differences)
+                                   : radixSort<11>(pairs, pairs + count, count, differences);
     }
-    const auto count = static_cast<size_t>(few);
-    if (2 * count > scratch.count) {
-        refineInPlace(begin, end, order);
-        return;
+
+ private:
+    static constexpr size_t fewEntries = 24;     // up to here insertion sort is faster
+    static constexpr size_t manyEntries = 1500;  // from here on longer digits are
+
+    template <class Order>
+    const uint64_t* sortFew(const uint32_t* begin, size_t count, const Order& order) {
+        const uint32_t first = *begin & ~firstOfGroup;
+        few_[0] = keyed(order.key(first), first);
+        for (size_t i = 1; i < count; ++i) {
+            const uint32_t key = order.key(begin[i]);
+            size_t j = i;
+            for (; j > 0 && keyOf(few_[j - 1]) > key; --j) few_[j] = few_[j - 1];
+            few_[j] = keyed(key, begin[i]);
+        }
+        return few_;
     }
-    uint64_t* pairs = scratch.words;
-    const uint32_t firstKey = order.key(*begin & ~firstOfGroup);
-    uint32_t differences = 0;
-    *begin &= ~firstOfGroup;
-    for (size_t i = 0; i < count; ++i) {
-        const uint32_t key = order.key(begin[i]);
-        differences |= key ^ firstKey;
-        pairs[i] = keyed(key, begin[i]);
-    }
-    *begin |= firstOfGroup;
-    if (differences == 0) return;
-    pairs = count < manyEntries ? radixSort<8>(pairs, pairs + count, count, differences)
-                                : radixSort<11>(pairs, pairs + count, count, differences);
-    begin[0] = static_cast<uint32_t>(pairs[0]) | firstOfGroup;
-    for (size_t i = 1; i < count; ++i) {
-        begin[i] = static_cast<uint32_t>(pairs[i]) | markIf(keyOf(pairs[i]) != keyOf(pairs[i - 1]));
-    }
-}
+
+    Scratch scratch_;
+    uint64_t few_[fewEntries];
+};
 
 /// Calls `visit(begin, end)` for every group of two entries and more.
 template <class Visit>
@@ -263,6 +252,21 @@ uint32_t extent(const uint8_t* star, uint32_t limit) {
     return i + 1;
 }
 
+/// Number of stars behind the one at `star` that its first `limit` bytes decide.
+uint32_t starsWithin(const uint8_t* star, uint32_t limit) {
+    uint32_t stars = 0;
+    bool ascending = false;
+    for (uint32_t i = 2; i < limit; ++i) {
+        if (star[i - 1] < star[i]) {
+            ascending = true;
+        } else if (star[i - 1] > star[i]) {
+            stars += ascending ? 1 : 0;
+            ascending = false;
+        }
+    }
+    return stars;
+}
+
 /// Order of stars by what comes up to the next one.
 struct StarOrder {
     const uint8_t* text;
@@ -281,22 +285,17 @@ struct StarOrder {
     }
 };
 
-/// Order of positions by whole rotations, as long as `budget` bytes may be found equal. When it is
-/// used up everything is equal, and a range that was being sorted is in disorder.
-struct RotationOrder {
+/// Order of positions by so many bytes from a depth on.
+struct StringOrder {
     const uint8_t* text;
-    uint32_t length;
-    uint32_t depth;  // bytes known to be equal
-    int64_t* budget;
+    size_t length;
 
     uint32_t key(uint32_t position) const { return position; }
     int compare(uint32_t position, uint32_t other) const {
-        if (*budget < 0) return 0;
-        const uint8_t* const a = text + position + depth;
-        const uint8_t* const b = text + other + depth;
-        const size_t same = vek::matchLength(a, b, length - depth);
-        *budget -= static_cast<int64_t>(same);
-        return a[same] < b[same] ? -1 : 1;
+        const uint8_t* const a = text + position;
+        const uint8_t* const b = text + other;
+        const size_t same = vek::matchLength(a, b, length);
+        return same == length ? 0 : a[same] < b[same] ? -1 : 1;
     }
 };
 
@@ -322,32 +321,44 @@ struct RankOrder {
 };
 
 /// Items in order of what is known, in marked groups, and each item's rank.
+///
+/// A group's reach is the number of items that its members are known to share. To remember it for
+/// each group takes scratch memory; without it the least possible serves all.
 class RankSort {
  public:
-    RankSort(uint32_t* order, uint32_t* ranks, uint32_t items, const Scratch& scratch)
-        : order_(order), ranks_(ranks), items_(items), scratch_(scratch) {}
+    RankSort(uint32_t* order, uint32_t* ranks, uint32_t items, Scratch scratch)
+        : order_(order), ranks_(ranks), items_(items), sorter_(scratch) {
+        const size_t words = items / 2 + 1;
+        if (scratch.count < words) return;
+        reaches_ = reinterpret_cast<uint32_t*>(scratch.words);
+        sorter_ = KeyedSorter({scratch.words + words, scratch.count - words});
+        std::fill(reaches_, reaches_ + items, 1U);
+    }
+
+    /// Tells that the members of the group that begins at `begin` share `items` items, at least 1.
+    void setReach(uint32_t begin, uint32_t items) {
+        if (reaches_ != nullptr) reaches_[begin] = items;
+    }
 
     /// Sorts items that follow each other in a circle and whose rotations all differ, given them in
     /// order of their first item. Afterwards place(item) is each one's.
     ///
     /// A round visits the items from the last to the first and refines the group of each, once, by
-    /// what is known `ahead`: what this very round found out already. Repeated strings of any
-    /// length, which are what is left by now, are so settled from their ends in one round. Hard
-    /// cases take more, but as `ahead` doubles no more than log2(items).
+    /// the ranks of the items behind those it shares: what this very round found out already.
+    /// Repeated strings of any length, which are what is left by now, are so settled from their
+    /// ends in a round or a few. Since each group reaches at least twice as far after a round, no
+    /// more than log2(items) are needed.
     void sort() {
         rankGroups(0, items_, 0);
         uint32_t round = 0;
-        for (uint32_t ahead = 1; ahead < items_; ahead *= 2) {
+        for (leastReach_ = 1; leastReach_ < items_; leastReach_ *= 2) {
             round ^= roundBit;
             bool settled = true;
             for (uint32_t item = items_; item-- > 0;) {
                 const uint32_t rank = ranks_[item];
                 if ((rank & settledRank) != 0 || (rank & roundBit) == round) continue;
                 settled = false;
-                const uint32_t begin = rank >> placeShift;
-                const uint32_t end = groupEnd(begin);
-                refine(order_ + begin, order_ + end, RankOrder{ranks_, items_, ahead}, scratch_);
-                rankGroups(begin, end, round);
+                refineGroup(rank >> placeShift, round);
             }
             if (settled) return;
         }
@@ -356,10 +367,56 @@ class RankSort {
     uint32_t place(uint32_t item) const { return ranks_[item] >> placeShift; }
 
  private:
+    uint32_t reachOf(uint32_t begin) const {
+        return reaches_ != nullptr ? reaches_[begin] : leastReach_;
+    }
+
     uint32_t groupEnd(uint32_t begin) const {
         uint32_t end = begin + 1;
         while (end < items_ && (order_[end] & firstOfGroup) == 0) ++end;
         return end;
+    }
+
+    void refineGroup(uint32_t begin, uint32_t round) {
+        const uint32_t end = groupEnd(begin);
+        const RankOrder order{ranks_, items_, reachOf(begin)};
+        const uint64_t* const pairs = sorter_.sort(order_ + begin, order_ + end, order);
+        if (pairs != nullptr) {
+            place(pairs, begin, end - begin, round);
+        } else {
+            const uint32_t reach = reachOf(begin);
+            refineInPlace(order_ + begin, order_ + end, order);
+            for (uint32_t i = begin; i < end; i = groupEnd(i)) {
+                const uint32_t other = order.key(order_[i] & ~firstOfGroup) >> placeShift;
+                setReach(i, reach + (other == begin ? reach : reachOf(other)));
+            }
+            rankGroups(begin, end, round);
+        }
+    }
+
+    /// Puts a group's sorted items in place and ranks them. Those that are still equal share,
+    /// beyond their own reach, what the items share that failed to tell them apart.
+    void place(const uint64_t* pairs, uint32_t begin, uint32_t count, uint32_t round) {
+        const uint32_t reach = reachOf(begin);
+        for (uint32_t i = 0; i < count;) {
+            const uint32_t key = keyOf(pairs[i]);
+            auto item = static_cast<uint32_t>(pairs[i]);
+            const uint32_t first = begin + i;
+            order_[first] = item | firstOfGroup;
+            if (++i == count || keyOf(pairs[i]) != key) {
+                ranks_[item] = first << placeShift | settledRank;
+                continue;
+            }
+            const uint32_t rank = first << placeShift | round;
+            ranks_[item] = rank;
+            for (; i < count && keyOf(pairs[i]) == key; ++i) {
+                item = static_cast<uint32_t>(pairs[i]);
+                order_[begin + i] = item;
+                ranks_[item] = rank;
+            }
+            const uint32_t other = key >> placeShift;
+            setReach(first, reach + (other == begin ? reach : reachOf(other)));
+        }
     }
 
     void rankGroups(uint32_t begin, uint32_t end, uint32_t round) {
@@ -374,14 +431,20 @@ class RankSort {
 
     uint32_t* order_;
     uint32_t* ranks_;
+    uint32_t* reaches_ = nullptr;
     uint32_t items_;
-    const Scratch& scratch_;
+    uint32_t leastReach_ = 1;
+    KeyedSorter sorter_;
 };
 
 class StarSort {
  public:
     StarSort(TwoStage& sort, const Scratch& scratch)
-        : sort_(sort), scratch_(scratch), text_(sort.text()), rows_(sort.rows()) {}
+        : sort_(sort),
+          scratch_(scratch),
+          sorter_(scratch),
+          text_(sort.text()),
+          rows_(sort.rows()) {}
 
     void run() {
         stars_ = sort_.gatherStars();
@@ -391,25 +454,26 @@ class StarSort {
             depth += wordBytes;
         }
         markPairs();
-        auto budget = static_cast<int64_t>(budgetPerByte * sort_.length());
-        for (; depth < depthLimit && depth < sort_.length() && budget >= 0; depth += wordBytes) {
-            forEachGroup(rows_, rows_ + stars_, [&](uint32_t* from, uint32_t* to) {
-                if (to - from > fewRotations || !sortByRotation(from, to, depth, budget))
-                    refine(from, to, WordOrder{text_ + depth}, scratch_);
-            });
+        // As long as this settles half of what is left each time.
+        uint32_t before = UINT32_MAX;
+        for (uint32_t open = openStars(); open != 0 && open <= before / 2 && depth < sort_.length();
+             open = openStars()) {
+            before = open;
+            refineByStrings(depth);
+            depth += wordBytes;
         }
         if (reachNextStars(depth)) {
             for (uint32_t i = 0; i < stars_; ++i) rows_[i] &= ~firstOfGroup;
         } else {
-            sortByRanks();
+            sortByRanks(depth);
         }
     }
 
  private:
     static constexpr uint32_t pairDepth = 2;
     static constexpr uint32_t wordBytes = 4;
-    static constexpr int64_t budgetPerByte = 2;
-    static constexpr ptrdiff_t fewRotations = 6;
+    static constexpr uint32_t stringBytes = 48;
+    static constexpr ptrdiff_t fewStrings = 10;
 
     /// Sorts the groups of byte pairs by the next four bytes: radix sort by the word, least
     /// significant digit first, and last by the pair.
@@ -432,16 +496,35 @@ class StarSort {
         }
     }
 
-    /// Settles a group of which `depth` bytes are equal. False when the budget does not allow it.
-    bool sortByRotation(uint32_t* from, uint32_t* to, uint32_t depth, int64_t& budget) {
-        if (budget < 0) return false;
-        *from &= ~firstOfGroup;
-        const RotationOrder order{text_, sort_.length(), depth, &budget};
-        GroupSorter<RotationOrder>(order).sort(from, to);
-        *from |= firstOfGroup;
-        if (budget < 0) return false;
-        for (uint32_t* i = from + 1; i < to; ++i) *i |= firstOfGroup;
-        return true;
+    /// Number of stars that are not alone in their group.
+    uint32_t openStars() {
+        uint32_t open = 0;
+        forEachGroup(rows_, rows_ + stars_, [&](const uint32_t* from, const uint32_t* to) {
+            open += static_cast<uint32_t>(to - from);
+        });
+        return open;
+    }
+
+    void refineByStrings(uint32_t depth) {
+        const StringOrder order{text_ + depth, std::min(stringBytes, sort_.length())};
+        forEachGroup(rows_, rows_ + stars_, [&](uint32_t* from, uint32_t* to) {
+            if (to - from <= fewStrings) {
+                refineInPlace(from, to, order);
+            } else {
+                refineByWord(from, to, depth);
+            }
+        });
+    }
+
+    /// Refines a group of which `depth` bytes are equal by the next four.
+    void refineByWord(uint32_t* from, uint32_t* to, uint32_t depth) {
+        const WordOrder order{text_ + depth};
+        const uint64_t* const pairs = sorter_.sort(from, to, order);
+        if (pairs == nullptr) return refineInPlace(from, to, order);
+        for (ptrdiff_t i = 0; i < to - from; ++i) {
+            from[i] = static_cast<uint32_t>(pairs[i]) |
+                      markIf(i == 0 || keyOf(pairs[i]) != keyOf(pairs[i - 1]));
+        }
     }
 
     /// Refines the groups that `depth` equal bytes do not take to the next star. False when groups
@@ -458,16 +541,21 @@ class StarSort {
 
     /// Replaces the stars' positions by their numbers, sorts those by ranks, and puts the positions
     /// back in order.
-    void sortByRanks() {
+    void sortByRanks(uint32_t depth) {
         // Stars are never neighbours: half a position is enough to find a star's number.
         uint32_t* const numbers = rows_ + sort_.length() / 2;
         uint32_t number = stars_;
         sort_.forEachStar([&](uint32_t position) { numbers[position / 2] = --number; });
+        RankSort ranks(rows_, rows_ + stars_, stars_, scratch_);
+        forEachGroup(rows_, rows_ + stars_, [&](const uint32_t* from, const uint32_t* /*to*/) {
+            const uint8_t* const star = text_ + (*from & ~firstOfGroup);
+            ranks.setReach(static_cast<uint32_t>(from - rows_),
+                           std::max(starsWithin(star, depth), 1U));
+        });
         for (uint32_t i = 0; i < stars_; ++i) {
             const uint32_t mark = rows_[i] & firstOfGroup;
             rows_[i] = mark | numbers[(rows_[i] & ~firstOfGroup) / 2];
         }
-        RankSort ranks(rows_, rows_ + stars_, stars_, scratch_);
         ranks.sort();
         number = stars_;
         sort_.forEachStar([&](uint32_t position) { rows_[ranks.place(--number)] = position; });
@@ -475,6 +563,7 @@ class StarSort {
 
     TwoStage& sort_;
     const Scratch& scratch_;
+    KeyedSorter sorter_;
     const uint8_t* text_;
     uint32_t* rows_;
     uint32_t stars_ = 0;
