@@ -448,19 +448,17 @@ class StarSort {
 
     void run() {
         stars_ = sort_.gatherStars();
-        uint32_t depth = pairDepth;
-        if (scratch_.count >= size_t{2} * stars_) {
-            sortByWord();
-            depth += wordBytes;
-        }
         markPairs();
-        // As long as this settles half of what is left each time.
-        uint32_t before = UINT32_MAX;
-        for (uint32_t open = openStars(); open != 0 && open <= before / 2 && depth < sort_.length();
-             open = openStars()) {
-            before = open;
+        uint32_t depth = pairDepth;
+        refineByStrings(depth);
+        depth += wordBytes;
+        // As long as a pass settles half of what the one before left.
+        uint32_t before = stars_;
+        for (uint32_t open = stars_; open != 0 && open <= before && depth < sort_.length();) {
+            before = open / 2;
             refineByStrings(depth);
             depth += wordBytes;
+            open = openStars();
         }
         if (reachNextStars(depth)) {
             for (uint32_t i = 0; i < stars_; ++i) rows_[i] &= ~firstOfGroup;
@@ -474,20 +472,6 @@ class StarSort {
     static constexpr uint32_t wordBytes = 4;
     static constexpr uint32_t stringBytes = 48;
     static constexpr ptrdiff_t fewStrings = 10;
-
-    /// Sorts the groups of byte pairs by the next four bytes: radix sort by the word, least
-    /// significant digit first, and last by the pair.
-    void sortByWord() {
-        uint64_t* from = scratch_.words;
-        uint64_t* to = from + stars_;
-        const WordOrder order{text_ + pairDepth};
-        for (uint32_t i = 0; i < stars_; ++i) from[i] = keyed(order.key(rows_[i]), rows_[i]);
-        if (radixSort<11>(from, to, stars_, UINT32_MAX) == to) std::swap(from, to);
-        sort_.regroup(from, to, stars_);
-        rows_[0] = static_cast<uint32_t>(to[0]);
-        for (uint32_t i = 1; i < stars_; ++i)
-            rows_[i] = static_cast<uint32_t>(to[i]) | markIf(keyOf(to[i]) != keyOf(to[i - 1]));
-    }
 
     void markPairs() {
         for (uint32_t pair = 0; pair < vek::bwt::pairs; ++pair) {
@@ -508,12 +492,22 @@ class StarSort {
     void refineByStrings(uint32_t depth) {
         const StringOrder order{text_ + depth, std::min(stringBytes, sort_.length())};
         forEachGroup(rows_, rows_ + stars_, [&](uint32_t* from, uint32_t* to) {
-            if (to - from <= fewStrings) {
+            if (to - from == 2) {
+                refineTwo(from, order);
+            } else if (to - from <= fewStrings) {
                 refineInPlace(from, to, order);
             } else {
                 refineByWord(from, to, depth);
             }
         });
+    }
+
+    static void refineTwo(uint32_t* stars, const StringOrder& order) {
+        const uint32_t first = stars[0] & ~firstOfGroup;
+        const uint32_t second = stars[1];
+        const int comparison = order.compare(first, second);
+        stars[0] = (comparison <= 0 ? first : second) | firstOfGroup;
+        stars[1] = (comparison <= 0 ? second : first) | markIf(comparison != 0);
     }
 
     /// Refines a group of which `depth` bytes are equal by the next four.

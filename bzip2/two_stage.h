@@ -132,14 +132,6 @@ class TwoStage {
         return stars;
     }
 
-    /// Sorts `stars` entries stably by their positions' (low words') byte pairs.
-    void regroup(const uint64_t* from, uint64_t* to, uint32_t stars) {
-        std::memmove(starEnd_ + 1, starEnd_, sizeof(uint32_t) * (pairs - 1));
-        starEnd_[0] = 0;
-        for (uint32_t i = 0; i < stars; ++i)
-            to[starEnd_[pairAt(static_cast<uint32_t>(from[i]))]++] = from[i];
-    }
-
     /// Where in rows() the group of a pair (first byte * 256 + second) begins and ends.
     uint32_t starsBegin(uint32_t pair) const { return pair == 0 ? 0 : starEnd_[pair - 1]; }
     uint32_t starsEnd(uint32_t pair) const { return starEnd_[pair]; }
