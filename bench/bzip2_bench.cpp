@@ -62,7 +62,8 @@ struct Block {
         int32_t more = 1;
         checkStatus(veksEncodeRLEFlush_BZ2_8u(runs.data() + written, &more, &state), "flush");
         veksRLEGetInUseTable_8u(inUse.data(), &state);
-        runs.resize(static_cast<size_t>(written + more));
+        written += more;
+        runs.resize(static_cast<size_t>(written));
         raw.resize(raw.size() - static_cast<size_t>(left));
     }
 
@@ -122,7 +123,8 @@ struct Block {
         checkStatus(veksEncodeHuff_BZ2_16u8u(&bits, &bitCount, &src, &count, packed.data() + head,
                                              &length, state),
                     "codes");
-        packed.resize(static_cast<size_t>(head + length));
+        length += head;
+        packed.resize(static_cast<size_t>(length));
         // The last bits, and what a stream has behind its block.
         for (int i = 0; i < 8; ++i, bits <<= 8) packed.push_back(static_cast<uint8_t>(bits >> 24));
     }
