@@ -13,6 +13,7 @@
 // Work areas too small for the tables of pairs sort all rotations by step 3 alone.
 
 #include <algorithm>
+#include <utility>
 
 #include "bzip2/forward_bwt.h"
 #include "bzip2/two_stage.h"
@@ -23,7 +24,6 @@ namespace {
 using vek::bwt::TwoStage;
 
 constexpr uint32_t firstOfGroup = 0x80000000U;  // marks an entry that differs from the one before
-constexpr uint32_t depthLimit = 22;
 
 /// Sorts by `order`: order.key(entry) makes a key, and order.compare(entry, key) is negative, 0 or
 /// positive. Quicksort with three-way splits; ranges that split badly too often go to heap sort, so
@@ -127,7 +127,7 @@ class GroupSorter {
 
 /// Sorts a group of equals and marks where the new groups begin; the first entry's mark stays.
 template <class Order>
-void refineGroup(uint32_t* begin, uint32_t* end, const Order& order) {
+void refineInPlace(uint32_t* begin, uint32_t* end, const Order& order) {
     *begin &= ~firstOfGroup;
     GroupSorter<Order>(order).sort(begin, end);
     auto key = order.key(*begin);
@@ -138,6 +138,87 @@ void refineGroup(uint32_t* begin, uint32_t* end, const Order& order) {
     }
     *begin |= firstOfGroup;
 }
+
+/// Work memory for entries beside their keys, as much as the caller gave.
+struct Scratch {
+    uint64_t* words;
+    size_t count;
+};
+
+constexpr uint64_t keyed(uint32_t key, uint32_t entry) {
+    return uint64_t{key} << 32 | entry;
+}
+constexpr uint32_t keyOf(uint64_t pair) {
+    return static_cast<uint32_t>(pair >> 32);
+}
+
+constexpr uint32_t markIf(bool starts) {
+    return starts ? firstOfGroup : 0;
+}
+
+/// Radix sort by key, least significant digit first, of pairs whose keys differ in the bits of
+/// `differences`. `spare` takes as many; returns where the sorted pairs are.
+template <unsigned DigitBits>
+uint64_t* radixSort(uint64_t* pairs, uint64_t* spare, size_t count, uint32_t differences) {
+    constexpr uint32_t digits = 1U << DigitBits;
+    for (unsigned shift = 0; shift < 32; shift += DigitBits) {
+        if ((differences >> shift & (digits - 1)) == 0) continue;
+        uint32_t places[digits] = {};
+        const auto digit = [&](size_t i) { return keyOf(pairs[i]) >> shift & (digits - 1); };
+        for (size_t i = 0; i < count; ++i) ++places[digit(i)];
+        uint32_t sum = 0;
+        for (uint32_t& place : places) sum += std::exchange(place, sum);
+        for (size_t i = 0; i < count; ++i) spare[places[digit(i)]++] = pairs[i];
+        std::swap(pairs, spare);
+    }
+    return pairs;
+}
+
+/// Sorts the entries of groups beside their keys, fetched once.
+class KeyedSorter {
+ public:
+    explicit KeyedSorter(const Scratch& scratch) : scratch_(scratch) {}
+
+    /// The entries of a group, whose first one is marked, sorted by key. Null without the room.
+    template <class Order>
+    const uint64_t* sort(const uint32_t* begin, const uint32_t* end, const Order& order) {
+        const auto count = static_cast<size_t>(end - begin);
+        if (count <= fewEntries) return sortFew(begin, count, order);
+        if (2 * count > scratch_.count) return nullptr;
+        uint64_t* const pairs = scratch_.words;
+        const uint32_t first = *begin & ~firstOfGroup;
+        const uint32_t firstKey = order.key(first);
+        pairs[0] = keyed(firstKey, first);
+        uint32_t differences = 0;
+        for (size_t i = 1; i < count; ++i) {
+            const uint32_t key = order.key(begin[i]);
+            differences |= key ^ firstKey;
+            pairs[i] = keyed(key, begin[i]);
+        }
+        return count < manyEntries ? radixSort<8>(pairs, pairs + count, count, differences)
+                                   : radixSort<11>(pairs, pairs + count, count, differences);
+    }
+
+ private:
+    static constexpr size_t fewEntries = 24;     // up to here insertion sort is faster
+    static constexpr size_t manyEntries = 1500;  // from here on longer digits are
+
+    template <class Order>
+    const uint64_t* sortFew(const uint32_t* begin, size_t count, const Order& order) {
+        const uint32_t first = *begin & ~firstOfGroup;
+        few_[0] = keyed(order.key(first), first);
+        for (size_t i = 1; i < count; ++i) {
+            const uint32_t key = order.key(begin[i]);
+            size_t j = i;
+            for (; j > 0 && keyOf(few_[j - 1]) > key; --j) few_[j] = few_[j - 1];
+            few_[j] = keyed(key, begin[i]);
+        }
+        return few_;
+    }
+
+    Scratch scratch_;
+    uint64_t few_[fewEntries];
+};
 
 /// Calls `visit(begin, end)` for every group of two entries and more.
 template <class Visit>
@@ -171,6 +252,21 @@ uint32_t extent(const uint8_t* star, uint32_t limit) {
     return i + 1;
 }
 
+/// Number of stars behind the one at `star` that its first `limit` bytes decide.
+uint32_t starsWithin(const uint8_t* star, uint32_t limit) {
+    uint32_t stars = 0;
+    bool ascending = false;
+    for (uint32_t i = 2; i < limit; ++i) {
+        if (star[i - 1] < star[i]) {
+            ascending = true;
+        } else if (star[i - 1] > star[i]) {
+            stars += ascending ? 1 : 0;
+            ascending = false;
+        }
+    }
+    return stars;
+}
+
 /// Order of stars by what comes up to the next one.
 struct StarOrder {
     const uint8_t* text;
@@ -189,6 +285,26 @@ struct StarOrder {
     }
 };
 
+/// Order of positions by so many bytes from a depth on.
+struct StringOrder {
+    const uint8_t* text;
+    size_t length;
+
+    uint32_t key(uint32_t position) const { return position; }
+    int compare(uint32_t position, uint32_t other) const {
+        const uint8_t* const a = text + position;
+        const uint8_t* const b = text + other;
+        const size_t same = vek::matchLength(a, b, length);
+        return same == length ? 0 : a[same] < b[same] ? -1 : 1;
+    }
+};
+
+/// Ranks hold the place of a group's first entry, and two bits that are the same for all of a
+/// group.
+constexpr uint32_t placeShift = 2;
+constexpr uint32_t settledRank = 2;  // a group of one
+constexpr uint32_t roundBit = 1;     // parity of the round that made the group
+
 /// Order of items by the rank of the item `ahead` of them.
 struct RankOrder {
     const uint32_t* ranks;
@@ -204,98 +320,266 @@ struct RankOrder {
     }
 };
 
-/// Gives every item of a group its rank, the place of the group's last, and writes -1, a sorted run
-/// of one, over those that stand alone.
-void rankGroups(uint32_t* order, uint32_t* begin, uint32_t* end, uint32_t* ranks) {
-    while (begin < end) {
-        uint32_t* next = begin + 1;
-        while (next < end && (*next & firstOfGroup) == 0) ++next;
-        *begin &= ~firstOfGroup;
-        const auto rank = static_cast<uint32_t>(next - order) - 1;
-        for (uint32_t* i = begin; i < next; ++i) ranks[*i] = rank;
-        if (next - begin == 1) *begin = static_cast<uint32_t>(-1);
-        begin = next;
+/// Items in order of what is known, in marked groups, and each item's rank.
+///
+/// A group's reach is the number of items that its members are known to share. To remember it for
+/// each group takes scratch memory; without it the least possible serves all.
+class RankSort {
+ public:
+    RankSort(uint32_t* order, uint32_t* ranks, uint32_t items, Scratch scratch)
+        : order_(order), ranks_(ranks), items_(items), sorter_(scratch) {
+        const size_t words = items / 2 + 1;
+        if (scratch.count < words) return;
+        reaches_ = reinterpret_cast<uint32_t*>(scratch.words);
+        sorter_ = KeyedSorter({scratch.words + words, scratch.count - words});
+        std::fill(reaches_, reaches_ + items, 1U);
     }
-}
 
-/// Sorts `items` items that follow each other in a circle and whose rotations all differ. `order`
-/// holds them in order of their first k, k at least 1, in marked groups; afterwards ranks[item] is
-/// each one's place. A negative entry in `order` stands for so many that are settled.
-void sortByRanks(uint32_t* order, uint32_t* ranks, uint32_t items) {
-    rankGroups(order, order, order + items, ranks);
-    for (uint32_t ahead = 1; ahead < items; ahead *= 2) {
-        uint32_t settled = 0;
-        for (uint32_t i = 0; i < items;) {
-            const auto entry = static_cast<int32_t>(order[i]);
-            if (entry < 0) {
-                settled += static_cast<uint32_t>(-entry);
-                i += static_cast<uint32_t>(-entry);
-            } else {
-                if (settled != 0) order[i - settled] = -settled;
-                settled = 0;
-                const uint32_t end = ranks[entry] + 1;
-                refineGroup(order + i, order + end, RankOrder{ranks, items, ahead});
-                rankGroups(order, order + i, order + end, ranks);
-                i = end;
+    /// Tells that the members of the group that begins at `begin` share `items` items, at least 1.
+    void setReach(uint32_t begin, uint32_t items) {
+        if (reaches_ != nullptr) reaches_[begin] = items;
+    }
+
+    /// Sorts items that follow each other in a circle and whose rotations all differ, given them in
+    /// order of their first item. Afterwards place(item) is each one's.
+    ///
+    /// A round visits the items from the last to the first and refines the group of each, once, by
+    /// the ranks of the items behind those it shares: what this very round found out already.
+    /// Repeated strings of any length, which are what is left by now, are so settled from their
+    /// ends in a round or a few. Since each group reaches at least twice as far after a round, no
+    /// more than log2(items) are needed.
+    void sort() {
+        rankGroups(0, items_, 0);
+        uint32_t round = 0;
+        for (leastReach_ = 1; leastReach_ < items_; leastReach_ *= 2) {
+            round ^= roundBit;
+            bool settled = true;
+            for (uint32_t item = items_; item-- > 0;) {
+                const uint32_t rank = ranks_[item];
+                if ((rank & settledRank) != 0 || (rank & roundBit) == round) continue;
+                settled = false;
+                refineGroup(rank >> placeShift, round);
             }
+            if (settled) return;
         }
-        if (settled == items) return;
-        if (settled != 0) order[items - settled] = -settled;
     }
-}
 
-/// Replaces the stars' positions by their numbers, sorts those by ranks, and puts the positions
-/// back in order.
-void sortStarsByRanks(TwoStage& sort, uint32_t stars) {
-    uint32_t* const rows = sort.rows();
-    // Stars are never neighbours: half a position is enough to find a star's number.
-    uint32_t* const numbers = rows + sort.length() / 2;
-    uint32_t number = stars;
-    sort.forEachStar([&](uint32_t position) { numbers[position / 2] = --number; });
-    for (uint32_t i = 0; i < stars; ++i) {
-        const uint32_t mark = rows[i] & firstOfGroup;
-        rows[i] = mark | numbers[(rows[i] & ~firstOfGroup) / 2];
-    }
-    uint32_t* const ranks = rows + stars;
-    sortByRanks(rows, ranks, stars);
-    number = stars;
-    sort.forEachStar([&](uint32_t position) { rows[ranks[--number]] = position; });
-}
+    uint32_t place(uint32_t item) const { return ranks_[item] >> placeShift; }
 
-void sortStars(TwoStage& sort, uint32_t stars) {
-    uint32_t* const rows = sort.rows();
-    uint32_t* const end = rows + stars;
-    for (uint32_t pair = 0; pair < vek::bwt::pairs; ++pair) {
-        const uint32_t begin = sort.starsBegin(pair);
-        if (begin != sort.starsEnd(pair)) rows[begin] |= firstOfGroup;
+ private:
+    uint32_t reachOf(uint32_t begin) const {
+        return reaches_ != nullptr ? reaches_[begin] : leastReach_;
     }
-    for (uint32_t depth = 2; depth < depthLimit && depth < sort.length(); depth += 4) {
-        forEachGroup(rows, end, [&](uint32_t* from, uint32_t* to) {
-            refineGroup(from, to, WordOrder{sort.text() + depth});
+
+    uint32_t groupEnd(uint32_t begin) const {
+        uint32_t end = begin + 1;
+        while (end < items_ && (order_[end] & firstOfGroup) == 0) ++end;
+        return end;
+    }
+
+    void refineGroup(uint32_t begin, uint32_t round) {
+        const uint32_t end = groupEnd(begin);
+        const RankOrder order{ranks_, items_, reachOf(begin)};
+        const uint64_t* const pairs = sorter_.sort(order_ + begin, order_ + end, order);
+        if (pairs != nullptr) {
+            place(pairs, begin, end - begin, round);
+        } else {
+            const uint32_t reach = reachOf(begin);
+            refineInPlace(order_ + begin, order_ + end, order);
+            for (uint32_t i = begin; i < end; i = groupEnd(i)) {
+                const uint32_t other = order.key(order_[i] & ~firstOfGroup) >> placeShift;
+                setReach(i, reach + (other == begin ? reach : reachOf(other)));
+            }
+            rankGroups(begin, end, round);
+        }
+    }
+
+    /// Puts a group's sorted items in place and ranks them. Those that are still equal share,
+    /// beyond their own reach, what the items share that failed to tell them apart.
+    void place(const uint64_t* pairs, uint32_t begin, uint32_t count, uint32_t round) {
+        const uint32_t reach = reachOf(begin);
+        for (uint32_t i = 0; i < count;) {
+            const uint32_t key = keyOf(pairs[i]);
+            auto item = static_cast<uint32_t>(pairs[i]);
+            const uint32_t first = begin + i;
+            order_[first] = item | firstOfGroup;
+            if (++i == count || keyOf(pairs[i]) != key) {
+                ranks_[item] = first << placeShift | settledRank;
+                continue;
+            }
+            const uint32_t rank = first << placeShift | round;
+            ranks_[item] = rank;
+            for (; i < count && keyOf(pairs[i]) == key; ++i) {
+                item = static_cast<uint32_t>(pairs[i]);
+                order_[begin + i] = item;
+                ranks_[item] = rank;
+            }
+            const uint32_t other = key >> placeShift;
+            setReach(first, reach + (other == begin ? reach : reachOf(other)));
+        }
+    }
+
+    void rankGroups(uint32_t begin, uint32_t end, uint32_t round) {
+        while (begin < end) {
+            const uint32_t next = groupEnd(begin);
+            const uint32_t rank =
+                begin << placeShift | round | (next - begin == 1 ? settledRank : 0);
+            for (uint32_t i = begin; i < next; ++i) ranks_[order_[i] & ~firstOfGroup] = rank;
+            begin = next;
+        }
+    }
+
+    uint32_t* order_;
+    uint32_t* ranks_;
+    uint32_t* reaches_ = nullptr;
+    uint32_t items_;
+    uint32_t leastReach_ = 1;
+    KeyedSorter sorter_;
+};
+
+class StarSort {
+ public:
+    StarSort(TwoStage& sort, const Scratch& scratch)
+        : sort_(sort),
+          scratch_(scratch),
+          sorter_(scratch),
+          text_(sort.text()),
+          rows_(sort.rows()) {}
+
+    void run() {
+        stars_ = sort_.gatherStars();
+        markPairs();
+        uint32_t depth = pairDepth;
+        refineByStrings(depth);
+        depth += wordBytes;
+        // As long as a pass settles half of what the one before left.
+        uint32_t before = stars_;
+        for (uint32_t open = stars_; open != 0 && open <= before && depth < sort_.length();) {
+            before = open / 2;
+            refineByStrings(depth);
+            depth += wordBytes;
+            open = openStars();
+        }
+        if (reachNextStars(depth)) {
+            for (uint32_t i = 0; i < stars_; ++i) rows_[i] &= ~firstOfGroup;
+        } else {
+            sortByRanks(depth);
+        }
+    }
+
+ private:
+    static constexpr uint32_t pairDepth = 2;
+    static constexpr uint32_t wordBytes = 4;
+    static constexpr uint32_t stringBytes = 48;
+    static constexpr ptrdiff_t fewStrings = 10;
+
+    void markPairs() {
+        for (uint32_t pair = 0; pair < vek::bwt::pairs; ++pair) {
+            const uint32_t begin = sort_.starsBegin(pair);
+            if (begin != sort_.starsEnd(pair)) rows_[begin] |= firstOfGroup;
+        }
+    }
+
+    /// Number of stars that are not alone in their group.
+    uint32_t openStars() {
+        uint32_t open = 0;
+        forEachGroup(rows_, rows_ + stars_, [&](const uint32_t* from, const uint32_t* to) {
+            open += static_cast<uint32_t>(to - from);
+        });
+        return open;
+    }
+
+    void refineByStrings(uint32_t depth) {
+        const StringOrder order{text_ + depth, std::min(stringBytes, sort_.length())};
+        forEachGroup(rows_, rows_ + stars_, [&](uint32_t* from, uint32_t* to) {
+            if (to - from == 2) {
+                refineTwo(from, order);
+            } else if (to - from <= fewStrings) {
+                refineInPlace(from, to, order);
+            } else {
+                refineByWord(from, to, depth);
+            }
         });
     }
-    bool settled = true;
-    forEachGroup(rows, end, [&](uint32_t* from, uint32_t* to) {
-        settled = false;
-        const uint8_t* const star = sort.text() + (*from & ~firstOfGroup);
-        if (extent(star, depthLimit) > depthLimit)
-            refineGroup(from, to, StarOrder{sort.text(), sort.length()});
-    });
-    if (settled) {
-        for (uint32_t* i = rows; i < end; ++i) *i &= ~firstOfGroup;
-    } else {
-        sortStarsByRanks(sort, stars);
+
+    static void refineTwo(uint32_t* stars, const StringOrder& order) {
+        const uint32_t first = stars[0] & ~firstOfGroup;
+        const uint32_t second = stars[1];
+        const int comparison = order.compare(first, second);
+        stars[0] = (comparison <= 0 ? first : second) | firstOfGroup;
+        stars[1] = (comparison <= 0 ? second : first) | markIf(comparison != 0);
     }
+
+    /// Refines a group of which `depth` bytes are equal by the next four.
+    void refineByWord(uint32_t* from, uint32_t* to, uint32_t depth) {
+        const WordOrder order{text_ + depth};
+        const uint64_t* const pairs = sorter_.sort(from, to, order);
+        if (pairs == nullptr) return refineInPlace(from, to, order);
+        for (ptrdiff_t i = 0; i < to - from; ++i) {
+            from[i] = static_cast<uint32_t>(pairs[i]) |
+                      markIf(i == 0 || keyOf(pairs[i]) != keyOf(pairs[i - 1]));
+        }
+    }
+
+    /// Refines the groups that `depth` equal bytes do not take to the next star. False when groups
+    /// are left.
+    bool reachNextStars(uint32_t depth) {
+        bool settled = true;
+        forEachGroup(rows_, rows_ + stars_, [&](uint32_t* from, uint32_t* to) {
+            settled = false;
+            if (extent(text_ + (*from & ~firstOfGroup), depth) > depth)
+                refineInPlace(from, to, StarOrder{text_, sort_.length()});
+        });
+        return settled;
+    }
+
+    /// Replaces the stars' positions by their numbers, sorts those by ranks, and puts the positions
+    /// back in order.
+    void sortByRanks(uint32_t depth) {
+        // Stars are never neighbours: half a position is enough to find a star's number.
+        uint32_t* const numbers = rows_ + sort_.length() / 2;
+        uint32_t number = stars_;
+        sort_.forEachStar([&](uint32_t position) { numbers[position / 2] = --number; });
+        RankSort ranks(rows_, rows_ + stars_, stars_, scratch_);
+        forEachGroup(rows_, rows_ + stars_, [&](const uint32_t* from, const uint32_t* /*to*/) {
+            const uint8_t* const star = text_ + (*from & ~firstOfGroup);
+            ranks.setReach(static_cast<uint32_t>(from - rows_),
+                           std::max(starsWithin(star, depth), 1U));
+        });
+        for (uint32_t i = 0; i < stars_; ++i) {
+            const uint32_t mark = rows_[i] & firstOfGroup;
+            rows_[i] = mark | numbers[(rows_[i] & ~firstOfGroup) / 2];
+        }
+        ranks.sort();
+        number = stars_;
+        sort_.forEachStar([&](uint32_t position) { rows_[ranks.place(--number)] = position; });
+    }
+
+    TwoStage& sort_;
+    const Scratch& scratch_;
+    KeyedSorter sorter_;
+    const uint8_t* text_;
+    uint32_t* rows_;
+    uint32_t stars_ = 0;
+};
+
+Scratch scratchBetween(uint8_t* begin, const uint8_t* end) {
+    uint8_t* const first = vek::bwt::alignUp(begin);
+    const size_t bytes = first < end ? static_cast<size_t>(end - first) : 0;
+    return {reinterpret_cast<uint64_t*>(first), bytes / sizeof(uint64_t)};
 }
 
-uint32_t sortRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work) {
+uint32_t sortRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work,
+                  size_t room) {
     TwoStage sort(block, length, work);
-    sortStars(sort, sort.gatherStars());
+    const Scratch scratch = scratchBetween(sort.end(), work + room);
+    StarSort(sort, scratch).run();
     return sort.induce(column);
 }
 
 /// Sorts all rotations by ranks, starting from their first bytes.
-uint32_t sortSmallRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work) {
+uint32_t sortSmallRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work,
+                       size_t room) {
     auto* const order = reinterpret_cast<uint32_t*>(vek::bwt::alignUp(work));
     uint32_t* const ranks = order + length;
     uint32_t places[257] = {};
@@ -306,9 +590,11 @@ uint32_t sortSmallRoot(const uint8_t* block, uint32_t length, uint8_t* column, u
         if (i == 0 || block[order[i]] != block[order[i - 1] & ~firstOfGroup])
             order[i] |= firstOfGroup;
     }
-    sortByRanks(order, ranks, length);
-    for (uint32_t i = 0; i < length; ++i) column[ranks[i]] = block[(i == 0 ? length : i) - 1];
-    return ranks[0];
+    const Scratch scratch = scratchBetween(reinterpret_cast<uint8_t*>(ranks + length), work + room);
+    RankSort sort(order, ranks, length, scratch);
+    sort.sort();
+    for (uint32_t i = 0; i < length; ++i) column[sort.place(i)] = block[(i == 0 ? length : i) - 1];
+    return sort.place(0);
 }
 
 }  // namespace
@@ -321,9 +607,9 @@ void owns_BWT_sfx_fwd_asm(const uint8_t* block, uint32_t length, uint8_t* column
     if (root == 1) {
         column[0] = block[0];
     } else if (room >= vek::bwt::twoStageSize(root)) {
-        row = sortRoot(block, root, column, work);
+        row = sortRoot(block, root, column, work, room);
     } else {
-        row = sortSmallRoot(block, root, column, work);
+        row = sortSmallRoot(block, root, column, work, room);
     }
     if (times > 1) {
         for (uint32_t i = root; i-- > 0;) std::memset(column + size_t{times} * i, column[i], times);

@@ -16,6 +16,8 @@
 // waits for it.
 #pragma once
 
+#include <tmmintrin.h>
+
 #include <cstdint>
 #include <cstring>
 
@@ -27,6 +29,7 @@ constexpr uint32_t byteValues = 256;
 constexpr uint32_t pairs = 65536;
 constexpr size_t alignment = 64;
 constexpr uint32_t textFront = 16;  // room in front of the text; its last byte is the block's last
+constexpr uint32_t starBlock = 16;  // positions that are told ascending from descending at once
 constexpr uint32_t textTail = 16;   // bytes behind two copies that wide reads may touch
 
 /// Bytes of the tables, the text and the entries of a block of `length`.
@@ -92,17 +95,23 @@ class TwoStage {
         uint32_t other = 1;
         while (text_[other] == text_[0]) ++other;
         bool nextAscends = text_[0] < text_[other];
-        uint32_t next = text_[0];
         uint32_t stars = 0;
-        for (uint32_t i = length_; i-- > 0;) {
-            const uint32_t byte = text_[i];
-            const bool ascends = byte < next || (byte == next && nextAscends);
+        uint32_t i = length_;
+        for (; i >= starBlock; i -= starBlock) {
+            const uint8_t* const block = text_ + i - starBlock;
+            for (uint32_t found = starsOf(block, nextAscends); found != 0; found &= found - 1) {
+                visit(i - 1 - lowestSetBit(found));
+                ++stars;
+            }
+        }
+        while (i-- > 0) {
+            const bool ascends =
+                text_[i] < text_[i + 1] || (text_[i] == text_[i + 1] && nextAscends);
             if (ascends && !nextAscends) {
                 visit(i);
                 ++stars;
             }
             nextAscends = ascends;
-            next = byte;
         }
         return stars;
     }
@@ -134,6 +143,27 @@ class TwoStage {
     }
 
  private:
+    /// Stars among sixteen positions, the last one's in bit 0. `nextAscends` tells whether the
+    /// position behind them ascends; on return, whether the first of them does.
+    ///
+    /// A position ascends if its byte is below the next or equal to it before one that ascends: a
+    /// carry that less generates and equal propagates, so one addition finds it for all sixteen.
+    static uint32_t starsOf(const uint8_t* p, bool& nextAscends) {
+        const __m128i reverse = _mm_setr_epi8(15, 14, 13, 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1, 0);
+        const __m128i own =
+            _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)), reverse);
+        const __m128i next =
+            _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 1)), reverse);
+        const __m128i notGreater = _mm_cmpeq_epi8(_mm_min_epu8(own, next), own);
+        const auto upTo = static_cast<uint32_t>(_mm_movemask_epi8(notGreater));
+        const auto equal = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(own, next)));
+        const uint32_t less = upTo & ~equal;
+        const uint32_t behind = nextAscends ? 1 : 0;
+        const uint32_t carries = (upTo + less + behind) ^ upTo ^ less;
+        nextAscends = carries >> starBlock != 0;
+        return (carries >> 1) & ~carries;
+    }
+
     uint32_t pairAt(uint32_t position) const {
         return static_cast<uint32_t>(text_[position] << 8 | text_[position + 1]);
     }
