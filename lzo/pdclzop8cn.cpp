@@ -13,10 +13,13 @@
 // match is measured before its first byte is written, and the finder stops between two pairs.
 //
 // The last 33 bytes are never matched, which lets matches be extended 16 bytes a comparison.
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "frame/args.h"
 #include "frame/variant.h"
@@ -25,7 +28,6 @@
 #include "vector/bytes.h"
 #include "vector/copy.h"
 #include "vector/crc32c_step.h"
-#include "vector/match_length.h"
 
 namespace {
 
@@ -122,6 +124,31 @@ inline uint8_t* putMatch(uint8_t* out, size_t distance, size_t length) {
     return out + 2;
 }
 
+/// As vek::matchLength, where 15 bytes behind both limits may be read. Most matches end in the
+/// first word, and the next search waits for the length: a scan of that word comes sooner than a
+/// mask.
+inline size_t matchLengthWide(const uint8_t* a, const uint8_t* b, size_t limit) {
+    using Word = std::conditional_t<sizeof(size_t) == 8, uint64_t, uint32_t>;
+    const Word difference = load<Word>(a) ^ load<Word>(b);
+    size_t n = sizeof(Word);
+    if (difference != 0) {
+        n = vek::lowestSetBit(difference) / 8;
+    } else {
+        for (; n < limit; n += 16) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + n));
+            const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + n));
+            const auto equal = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y)));
+            if (equal != 0xFFFFU) {
+                n += vek::lowestSetBit(~equal);
+                break;
+            }
+        }
+    }
+    if (n > limit) [[unlikely]]
+        return limit;
+    return n;
+}
+
 /// Where an encoder stands in one stream.
 struct Encoder {
     const uint8_t* const src;
@@ -131,6 +158,8 @@ struct Encoder {
     size_t written = 0;
     /// Source bytes that the instructions written so far stand for.
     size_t consumed = 0;
+    /// Method 2's positions without a match since the last one.
+    size_t misses = 0;
 
     /// Writes the literals since `consumed` and a match at `position`. With CheckRoom it returns
     /// false, and has written nothing, when both do not fit.
@@ -172,19 +201,20 @@ bool findEverywhere(Encoder* pEncoder, uint32_t* dictionary) {
     const uint8_t* const src = encoder.src;
     const size_t limit = encoder.srcLen > matchMargin ? encoder.srcLen - matchMargin : 0;
     bool fits = true;
-    for (size_t p = firstSearched; p < limit;) {
+    for (size_t p = firstSearched; p + minMatch <= limit;) {
         const auto word = load<uint32_t>(src + p);
         uint32_t* const entry = dictionary + (vek::crc32cStep(0, word) & (positionEntries - 1));
-        const size_t candidate = *entry;
+        const size_t stored = *entry;
         *entry = static_cast<uint32_t>(p);
-        // Also refuses the empty entry, 0, and what an earlier buffer left at or behind p.
-        if (candidate == 0 || candidate >= p || p - candidate > maxDistance ||
-            load<uint32_t>(src + candidate) != word || limit - p < minMatch) {
+        // An entry out of reach, or left at or behind p by an earlier buffer, becomes 0, the empty
+        // one, without a branch: its word can be compared, and is never taken.
+        const size_t candidate = stored & (size_t{0} - (p - stored - 1 < maxDistance));
+        if (load<uint32_t>(src + candidate) != word || candidate == 0) {
             ++p;
             continue;
         }
-        const size_t length = minMatch + vek::matchLength(src + candidate + minMatch,
-                                                          src + p + minMatch, limit - p - minMatch);
+        const size_t length = minMatch + matchLengthWide(src + candidate + minMatch,
+                                                         src + p + minMatch, limit - p - minMatch);
         fits = encoder.sequence<CheckRoom>(p, p - candidate, length);
         if (!fits) break;
         p += length;
@@ -201,7 +231,7 @@ bool findInChunk(Encoder* pEncoder, uint16_t* dictionary, size_t start, size_t e
     const uint8_t* const chunk = encoder.src + start;
     const size_t length = end - start;
     bool fits = true;
-    size_t misses = 0;
+    size_t misses = encoder.misses;
     for (size_t p = firstSearched; p + 1 + minMatch <= length;) {
         const auto first = load<uint32_t>(chunk + p);
         const auto second = load<uint32_t>(chunk + p + 1);
@@ -225,8 +255,8 @@ bool findInChunk(Encoder* pEncoder, uint16_t* dictionary, size_t start, size_t e
             position = p + 1;
         }
         const size_t matched =
-            minMatch + vek::matchLength(chunk + candidate + minMatch, chunk + position + minMatch,
-                                        length - position - minMatch);
+            minMatch + matchLengthWide(chunk + candidate + minMatch, chunk + position + minMatch,
+                                       length - position - minMatch);
         fits = encoder.sequence<CheckRoom>(start + position, position - candidate, matched);
         if (!fits) break;
         p = position + matched;
@@ -234,6 +264,7 @@ bool findInChunk(Encoder* pEncoder, uint16_t* dictionary, size_t start, size_t e
     }
     pEncoder->written = encoder.written;
     pEncoder->consumed = encoder.consumed;
+    pEncoder->misses = misses;
     return fits;
 }
 
