@@ -71,6 +71,10 @@ void goal(const std::string& operation, const std::string& peer, double speed, d
                                 std::to_string(speed) + " " + std::to_string(size));
 }
 
+void rateGoal(const std::string& operation, double rate, const std::string& input) {
+    benchmark::AddCustomContext("rate:" + operation + "/" + input, std::to_string(rate));
+}
+
 void fail(const std::string& message) {
     std::fprintf(stderr, "benchmark: %s\n", message.c_str());
     std::exit(1);

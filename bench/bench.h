@@ -34,6 +34,9 @@ void add(const std::string& operation, const std::string& input, const std::stri
 /// operation may have a goal against each of several peers.
 void goal(const std::string& operation, const std::string& peer, double speed, double size = 0);
 
+/// States a goal in MB/s for one input, or for the slowest of all.
+void rateGoal(const std::string& operation, double rate, const std::string& input = "slowest");
+
 /// Ends the program with a message: contenders disagree, so measuring them would mislead.
 [[noreturn]] void fail(const std::string& message);
 

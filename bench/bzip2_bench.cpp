@@ -327,4 +327,10 @@ void registerBenchmarks() {
     vekbench::goal("bzip2-encode", "libbz2", 2.0, 1.005);
     vekbench::goal("bzip2-decode", "libbz2", 1.5);
     vekbench::goal("bzip2-sort", "divsufsort", 1.3);
+    if constexpr (sizeof(void*) == 8) {
+        for (const char* stage : {"run-length", "zero-run", "huffman"}) {
+            for (const char* direction : {"encode", "decode"})
+                vekbench::rateGoal(std::string("bzip2-") + stage + "-" + direction, 300);
+        }
+    }
 }

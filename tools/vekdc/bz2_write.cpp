@@ -132,7 +132,7 @@ class BlockEncoder {
         bits.put(static_cast<uint32_t>(index), 24);
         putMap(bits, block.inUse);
         bits.run([&](auto... to) { return veksPackHuffContext_BZ2_16u8u(to..., state); });
-        const uint16_t* src = symbols_.get();
+        const uint16_t* src = symbols();
         int32_t left = count;
         bits.run([&](uint32_t* code, int32_t* pending, uint8_t* dst, int32_t* room) {
             return veksEncodeHuff_BZ2_16u8u(code, pending, &src, &left, dst, room, state);
@@ -143,9 +143,8 @@ class BlockEncoder {
 
  private:
     static constexpr int kSortMethod = 1;  // Never gives up, in the least memory.
-    static constexpr int kMostSymbols = kMostBlock + 1;
     /// Codes have at most 17 bits; the rest is for the header and the tables' description.
-    static constexpr int kMostCoded = kMostSymbols / 8 * 17 + (64 << 10);
+    static constexpr int kMostCoded = kMostBlock / 8 * 17 + (64 << 10);
 
     void sort(const PlainBlock& block, int32_t length, int32_t& index) {
         int32_t size = 0;
@@ -162,10 +161,10 @@ class BlockEncoder {
     int32_t makeSymbols(int32_t length, int32_t values) {
         freq_.fill(0);
         const uint8_t* src = sorted_.get();
-        int32_t count = kMostSymbols;
-        require(veksEncodeZ1Z2_BZ2_8u16u(&src, &length, symbols_.get(), &count, freq_.data()));
+        int32_t count = length + 64;  // More than it takes, and less than the sort's memory.
+        require(veksEncodeZ1Z2_BZ2_8u16u(&src, &length, symbols(), &count, freq_.data()));
         const auto end = static_cast<uint16_t>(values + 1);
-        symbols_[static_cast<size_t>(count)] = end;
+        symbols()[static_cast<size_t>(count)] = end;
         freq_[end] = 1;
         return count + 1;
     }
@@ -175,8 +174,7 @@ class BlockEncoder {
         require(veksEncodeHuffGetSize_BZ2_16u8u(count, &size));
         huffman_.resize(static_cast<size_t>(size) / 8 + 1);
         auto* const state = reinterpret_cast<Bz2HuffEncState*>(huffman_.data());
-        require(
-            veksEncodeHuffInit_BZ2_16u8u(alphaSize, freq_.data(), symbols_.get(), count, state));
+        require(veksEncodeHuffInit_BZ2_16u8u(alphaSize, freq_.data(), symbols(), count, state));
         return state;
     }
 
@@ -190,10 +188,12 @@ class BlockEncoder {
             if (row != 0) bits.put(row, 16);
     }
 
+    /// They stand where the block was sorted: its memory is larger by far, and free by then.
+    uint16_t* symbols() { return reinterpret_cast<uint16_t*>(work_.get()); }
+
     std::unique_ptr<uint8_t[]> work_;
     size_t workSize_ = 0;
     std::unique_ptr<uint8_t[]> sorted_ = makeBuffer<uint8_t>(kMostBlock);
-    std::unique_ptr<uint16_t[]> symbols_ = makeBuffer<uint16_t>(kMostSymbols);
     std::array<uint32_t, 258> freq_{};
     std::vector<uint64_t> huffman_;  // In words, for the record's alignment.
     std::unique_ptr<uint8_t[]> coded_ = makeBuffer<uint8_t>(kMostCoded);
