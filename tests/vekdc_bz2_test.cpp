@@ -19,13 +19,10 @@ namespace {
 using vekdc::FormatError;
 using vekdc::Settings;
 using vekdc::Source;
-using vektest::Bytes;
-using vektest::Dripping;
-using vektest::operator+;
-using vektest::sample;
+using namespace vektest;
 
 const vekdc::Format& bz2() {
-    return vektest::format("bz2");
+    return format("bz2");
 }
 
 Bytes compress(const Bytes& plain, int level = 9, unsigned jobs = 1) {
@@ -115,13 +112,13 @@ void checkBothWays(const Bytes& plain, int level) {
 }
 
 TEST(Bz2Format, AgreesWithTheLibrary) {
-    for (const auto& shape : vektest::shapes()) {
+    for (const auto& shape : shapes()) {
         for (const size_t size : {0U, 1U, 99U, 100U, 4000U, 99899U, 99900U, 99981U, 120000U}) {
             SCOPED_TRACE(std::string(shape.name) + " " + std::to_string(size));
-            if (size < 90000 || vektest::effort(100) == 100) checkBothWays(shape.make(size, 3), 1);
+            if (size < 90000 || effort(100) == 100) checkBothWays(shape.make(size, 3), 1);
         }
     }
-    const Bytes plain = sample(vektest::effort(900000));
+    const Bytes plain = sample(effort(900000));
     for (int level = 1; level <= 9; ++level) {
         SCOPED_TRACE(level);
         checkBothWays(plain, level);
@@ -202,7 +199,7 @@ TEST(Bz2Format, SaysWhatIsWrongAndWhere) {
     const std::string block = ": stream 1, block 1: ";
     const std::string tables = block + "the code tables are broken";
     const std::string data = block + "the block's data are broken";
-    const bool quick = vektest::effort(100) != 100;
+    const bool quick = effort(100) != 100;
     Content magicNumbers;
     for (int i = 0; i < 600; ++i)
         for (const uint16_t s : {0x31, 0x41, 0x59, 0x26, 0x53, 0x59})
@@ -279,7 +276,7 @@ TEST(Bz2Format, EveryFaultIsFound) {
                     (outcome.plain.empty() || outcome.plain == plain))
             << size << outcome.complaint;
     }
-    for (size_t bit = 0; bit < 8 * packed.size(); bit += vektest::effort(100) == 100 ? 1 : 50) {
+    for (size_t bit = 0; bit < 8 * packed.size(); bit += effort(100) == 100 ? 1 : 50) {
         Bytes broken = packed;
         broken[bit / 8] ^= static_cast<uint8_t>(1U << (bit % 8));
         Source source(broken);
@@ -319,7 +316,7 @@ TEST(Bz2Format, StreamsFollowEachOther) {
         << table;
 }
 
-using Bz2Program = vektest::Program;
+using Bz2Program = Program;
 
 TEST_F(Bz2Program, ExchangesFilesWithTheTool) {
     write("x", plain_);
@@ -327,7 +324,7 @@ TEST_F(Bz2Program, ExchangesFilesWithTheTool) {
         "vekdc compress --format bz2 -1 -j 2 x && vekdc test -j 2 x.bz2 && "
         "vekdc decompress -o y x.bz2 && cmp x y && cp x.bz2 z.tbz2 && "
         "vekdc decompress z.tbz2 && cmp x z.tar");
-    if (vektest::haveTool("bzip2")) {
+    if (haveTool("bzip2")) {
         good(
             "bzip2 -t x.bz2 && bzip2 -dc x.bz2 | cmp - x && "
             "(bzip2 -c x; bzip2 -c9 x) | vekdc decompress -j 2 >y && cat x x | cmp - y");
