@@ -152,7 +152,8 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
 /// What stood behind the output before wide copies ran over it.
 ///
 /// Callers may keep something of their own behind the last byte they get, so it is put back at the
-/// end. Where that will be is not known, so the bytes are saved a stretch of output at a time.
+/// end. Where that will be is not known, so the bytes are saved a stretch of output at a time, out
+/// of line: calls into the C library within the kernel would cost its loop registers.
 class SavedRoom {
  public:
     /// Output that may be decoded between two saves.
@@ -161,7 +162,7 @@ class SavedRoom {
     explicit SavedRoom(uint8_t* output) : start_(output), end_(output) {}
 
     /// Saves what a stretch from `output` on and its last match may run over, up to `end`.
-    void save(uint8_t* output, const uint8_t* end) {
+    [[gnu::noinline]] void save(uint8_t* output, const uint8_t* end) {
         // The last copy before may have run over the first bytes: they are saved already.
         const ptrdiff_t kept = std::min<ptrdiff_t>(copySlack, end_ - output);
         const ptrdiff_t size = std::min<ptrdiff_t>(end - output, sizeof bytes_);
@@ -172,7 +173,7 @@ class SavedRoom {
     }
 
     /// Puts back what was behind `output`, the end of what was decoded.
-    void restore(uint8_t* output) const {
+    [[gnu::noinline]] void restore(uint8_t* output) const {
         std::memcpy(output, bytes_ + (output - start_),
                     static_cast<size_t>(std::min<ptrdiff_t>(copySlack, end_ - output)));
     }
