@@ -29,10 +29,7 @@
 //   lookDistance, isLongDistance, takeDistance    the same for distances
 #pragma once
 
-#include <tmmintrin.h>
-
 #include <algorithm>
-#include <array>
 #include <climits>
 #include <cstddef>
 #include <cstdint>
@@ -40,6 +37,7 @@
 #include "deflate/pdcinflatematch.h"
 #include "vector/bytes.h"
 #include "vector/copy.h"
+#include "vector/repeat.h"
 
 namespace vek::inflate {
 
@@ -90,36 +88,6 @@ inline uint32_t takeEntry(uint32_t codeLen, uint32_t extra, uint32_t base, Word&
     return base + takeExtra(extra, bits, count);
 }
 
-/// The first 16 bytes of strings that repeat after 1 to 15 bytes, and the longest whole period
-/// there.
-struct Repeats {
-    alignas(16) uint8_t order[16][16];
-    uint8_t period[16];
-};
-constexpr Repeats repeats = [] {
-    Repeats table{};
-    for (unsigned distance = 1; distance < 16; ++distance) {
-        for (unsigned i = 0; i < 16; ++i)
-            table.order[distance][i] = static_cast<uint8_t>(i % distance);
-        table.period[distance] = static_cast<uint8_t>(16 - 16 % distance);
-    }
-    return table;
-}();
-
-/// Copies a match at a distance below 16, and up to copySlack bytes behind it.
-inline void copyRepeat(uint8_t* dst, uint32_t distance, uint32_t length) {
-    const uint8_t* const src = dst - distance;
-    uint8_t* const end = dst + length;
-    const __m128i order = _mm_load_si128(reinterpret_cast<const __m128i*>(repeats.order[distance]));
-    const __m128i string =
-        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(src)), order);
-    const unsigned period = repeats.period[distance];
-    do {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), string);
-        dst += period;
-    } while (dst < end);
-}
-
 /// Copies a match at a distance of 16 at least, and up to copySlack bytes behind it.
 inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     const uint8_t* src = dst - distance;
@@ -142,7 +110,7 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     if (left < length + size_t{copySlack} || distance > static_cast<size_t>(dst - run.dstStart)) {
         copyMatch(run, dst, distance, length);
     } else if (distance < 16) {
-        copyRepeat(dst, distance, length);
+        copyRepeated<16>(dst, distance, length);
     } else {
         copyWide(dst, distance, length);
     }

@@ -13,14 +13,14 @@
 //
 // An offset of 0 is not refused: it names the write position itself, so the match is whatever the
 // buffer held there.
-#include <tmmintrin.h>
+#include <emmintrin.h>
 
 #include <algorithm>
-#include <array>
 #include <climits>
 
 #include "frame/args.h"
 #include "lz4/lz4.h"
+#include "vector/repeat.h"
 #include "vekdc.h"
 
 namespace {
@@ -39,49 +39,6 @@ constexpr ptrdiff_t fastRoom = 64;
 // A literal run that ends in the last so many bytes, but not at the end, is a block cut short: a
 // match, which takes 2 bytes, is followed by a token and 5 literals.
 constexpr size_t tail = 8;
-
-// Shuffles that repeat the first `offset` bytes of a register over 32 bytes.
-struct Patterns {
-    alignas(16) std::array<std::array<uint8_t, 32>, 16> shuffle;
-    std::array<uint8_t, 16> step;  // the largest multiple of the offset that is at most 32
-};
-constexpr Patterns makePatterns() {
-    Patterns p{};
-    for (unsigned offset = 1; offset < 16; ++offset) {
-        for (unsigned i = 0; i < 32; ++i) p.shuffle[offset][i] = static_cast<uint8_t>(i % offset);
-        p.step[offset] = static_cast<uint8_t>(32 - 32 % offset);
-    }
-    return p;
-}
-constexpr Patterns patterns = makePatterns();
-
-/// The first 32 bytes of the repetition of the `offset` (1..15) bytes in front of `out`.
-struct Repeated {
-    __m128i low;
-    __m128i high;
-
-    Repeated(const uint8_t* out, size_t offset) {
-        const auto* masks = reinterpret_cast<const __m128i*>(patterns.shuffle[offset].data());
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(out - offset));
-        low = _mm_shuffle_epi8(bytes, _mm_load_si128(masks));
-        high = _mm_shuffle_epi8(bytes, _mm_load_si128(masks + 1));
-    }
-    void storeAt(uint8_t* out) const {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), low);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 16), high);
-    }
-};
-
-/// Writes `length` bytes that repeat the `offset` (1..15) in front of `out`, and up to 32 more.
-inline void repeatShort(uint8_t* out, size_t offset, size_t length) {
-    const Repeated repeated(out, offset);
-    const size_t step = patterns.step[offset];
-    uint8_t* const end = out + length;
-    do {
-        repeated.storeAt(out);
-        out += step;
-    } while (out < end);
-}
 
 inline void copy64(uint8_t* out, const uint8_t* from) {
     for (int i = 0; i < 64; i += 16) copy16(out + i, from + i);
@@ -227,7 +184,7 @@ template <class History>
     if (offset >= 16)
         copyWide(out, out - offset, match);
     else if (offset != 0)
-        repeatShort(out, offset, match);
+        vek::copyRepeated<32>(out, offset, match);
     return true;
 }
 
@@ -291,7 +248,8 @@ template <class History>
             }
         } else if (offset - 1 < 15 && match != nibbleFull + minMatch &&
                    !history.isOutside(out, offset)) {
-            Repeated(out, offset).storeAt(out);
+            const __m128i string = _mm_loadu_si128(reinterpret_cast<const __m128i*>(out - offset));
+            vek::storeRepeated<32>(out, string, offset);
             out += match;
             behind = in + 3;
             continue;

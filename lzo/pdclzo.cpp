@@ -15,7 +15,7 @@
 // room, so the difference is the distance test alone.
 //
 // Format: LZO1X, as published with the LZO library (M. F. X. J. Oberhumer).
-#include <tmmintrin.h>
+#include <emmintrin.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -27,6 +27,7 @@
 #include "lzo/lzo_format.h"
 #include "vector/bytes.h"
 #include "vector/copy.h"
+#include "vector/repeat.h"
 
 namespace {
 
@@ -44,24 +45,6 @@ constexpr size_t sourceMargin = 40;
 
 constexpr size_t tooLong = SIZE_MAX;
 
-/// shuffle[d]: spreads the first d of 16 bytes over all 16.
-struct Patterns {
-    alignas(16) uint8_t shuffle[16][16];
-    /// The largest multiple of d in 16 bytes: how far the pattern may be advanced.
-    uint8_t step[16];
-};
-
-constexpr Patterns makePatterns() {
-    Patterns p{};
-    for (unsigned d = 1; d < 16; ++d) {
-        for (unsigned i = 0; i < 16; ++i) p.shuffle[d][i] = static_cast<uint8_t>(i % d);
-        p.step[d] = static_cast<uint8_t>(16 - 16 % d);
-    }
-    return p;
-}
-
-constexpr Patterns patterns = makePatterns();
-
 /// Copies a match in pieces of 16 bytes; up to 15 bytes behind it are overwritten.
 inline void copyMatchWide(uint8_t* dst, size_t distance, size_t length) {
     uint8_t* const end = dst + length;
@@ -74,14 +57,7 @@ inline void copyMatchWide(uint8_t* dst, size_t distance, size_t length) {
         } while (dst < end);
         return;
     }
-    const auto* shuffle = reinterpret_cast<const __m128i*>(patterns.shuffle[distance]);
-    const __m128i first = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-    const __m128i pattern = _mm_shuffle_epi8(first, _mm_load_si128(shuffle));
-    const size_t step = patterns.step[distance];
-    do {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), pattern);
-        dst += step;
-    } while (dst < end);
+    vek::copyRepeated<16>(dst, distance, length);
 }
 
 /// Reads a run extension, 255 for each zero byte and then a non-zero byte, from [*pSrc, end).
