@@ -300,7 +300,30 @@ TEST(DeflateFastest, StatisticsForetellTheStreamAndTheStreamGivesBackTheSource) 
     }
 }
 
-// The tool's own tests have zlib read what it writes of every shape; here is where parts begin.
+TEST(DeflateStreams, EveryLevelAndChunkingDecodes) {
+    Random random(45);
+    for (int level = 0; level <= 9; ++level) {
+        DeflateEncoder encoder(level);
+        for (const Shape& shape : shapes()) {
+            const Bytes in =
+                shape.make(pick(random, 0, effort(150000)), static_cast<uint32_t>(level));
+            Bytes out;
+            encoder.start({});
+            const size_t most = std::max<size_t>(1, in.size() / pick(random, 1, 30));
+            for (size_t at = 0, n = 0; at < in.size(); at += n) {
+                n = std::min(pick(random, 1, most), in.size() - at);
+                const auto end =
+                    random() % 8 == 0 ? DeflateEncoder::End::Sync : DeflateEncoder::End::More;
+                encoder.encode({in.data() + at, n}, end, out);
+            }
+            encoder.encode({}, DeflateEncoder::End::Final, out);
+            ASSERT_EQ(decompress(out, in.size()), in) << shape.name << " at level " << level;
+            // What cannot be compressed is stored.
+            EXPECT_LE(out.size(), in.size() + in.size() / 500 + 600);
+        }
+    }
+}
+
 TEST(DeflateStreams, APartContinuesBehindItsHistory) {
     // A part that repeats its history shows whether it was found: its size is a few bytes then.
     for (const size_t size : {1, 3, 4, 300, 32768, 50000}) {
@@ -317,8 +340,7 @@ TEST(DeflateStreams, APartContinuesBehindItsHistory) {
             encoder.encode(in, DeflateEncoder::End::Sync, out);  // a part before, to be forgotten
             out.clear();
             encoder.start(history);
-            encoder.encode({in.data(), 1}, DeflateEncoder::End::More, out);
-            encoder.encode({in.data() + 1, in.size() - 1}, DeflateEncoder::End::Final, out);
+            encoder.encode(in, DeflateEncoder::End::Final, out);
             ASSERT_EQ(decompress(out, in.size(), window), in) << size << " at level " << level;
             EXPECT_TRUE(size != 300 || level == DeflateEncoder::fastestLevel || out.size() < 20);
         }
