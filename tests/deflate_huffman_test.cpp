@@ -3,16 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <list>
-#include <numeric>
+#include <functional>
+#include <map>
 #include <tuple>
 
 #include "support/data.h"
-#include "support/deflate_ranges.h"
 #include "support/deflate_reader.h"
 #include "support/guarded.h"
 #include "tools/vekdc/deflate_stream.h"
-#include "tools/vekdc/inflate_stream.h"
+#include "vector/bytes.h"
 #include "vekdc.h"
 
 #ifdef VEK_HAS_zlib
@@ -29,41 +28,32 @@ constexpr size_t distSymbols = 30;
 constexpr size_t endOfBlock = 256;
 
 using Table = std::vector<VekHuffEntry>;
+using Counts = std::vector<uint32_t>;
 
-Table fromFrequencies(const std::vector<uint32_t>& frequencies) {
+Table fromFrequencies(const Counts& frequencies) {
     Table table(frequencies.size());
     std::memcpy(table.data(), frequencies.data(), frequencies.size() * sizeof(uint32_t));
     return table;
 }
 
 /// The construction as it is defined: an ordered list, a merged item in front of its equals.
-std::vector<unsigned> lengthsByDefinition(const std::vector<uint32_t>& frequencies,
-                                          unsigned limit) {
-    struct Item {
-        uint64_t weight;
-        std::vector<size_t> symbols;
-    };
+std::vector<unsigned> lengthsByDefinition(const Counts& frequencies, unsigned limit) {
     std::vector<unsigned> lengths;
     for (uint32_t extra = 0; extra < 4096; ++extra) {
         lengths.assign(frequencies.size(), 1);
-        std::vector<Item> sorted;
+        std::multimap<uint64_t, std::vector<size_t>> items;  // symbols by weight, equals in order
         for (size_t s = 0; s < frequencies.size(); ++s) {
-            sorted.push_back({std::max<uint64_t>(uint64_t{frequencies[s]} + extra, 1), {s}});
+            items.emplace(std::max<uint64_t>(uint64_t{frequencies[s]} + extra, 1), std::vector{s});
         }
-        std::stable_sort(sorted.begin(), sorted.end(),
-                         [](const Item& a, const Item& b) { return a.weight < b.weight; });
-        std::list<Item> items(sorted.begin(), sorted.end());
         while (items.size() > 2) {
-            Item merged = items.front();
-            items.pop_front();
-            merged.weight += items.front().weight;
-            merged.symbols.insert(merged.symbols.end(), items.front().symbols.begin(),
-                                  items.front().symbols.end());
-            items.pop_front();
-            for (const size_t s : merged.symbols) ++lengths[s];
-            const auto at = std::find_if(items.begin(), items.end(),
-                                         [&](const Item& i) { return i.weight >= merged.weight; });
-            items.insert(at, merged);
+            auto merged = items.extract(items.begin());
+            const auto second = items.extract(items.begin());
+            merged.key() += second.key();
+            auto& symbols = merged.mapped();
+            symbols.insert(symbols.end(), second.mapped().begin(), second.mapped().end());
+            for (const size_t s : symbols) ++lengths[s];
+            const auto equals = items.lower_bound(merged.key());
+            items.insert(equals, std::move(merged));
         }
         if (*std::max_element(lengths.begin(), lengths.end()) <= limit) break;
     }
@@ -74,8 +64,8 @@ constexpr int kinds = 5;
 constexpr int beyondLimits = 5;  // a kind for which no code fits
 
 /// Frequencies of every skew, from even to steeper than any limit allows.
-std::vector<uint32_t> makeFrequencies(size_t n, Random& random, int kind) {
-    std::vector<uint32_t> frequencies(n);
+Counts makeFrequencies(size_t n, Random& random, int kind) {
+    Counts frequencies(n);
     uint32_t a = 1;
     uint32_t b = 1;
     for (size_t s = 0; s < n; ++s) {
@@ -98,8 +88,7 @@ struct Codes {
     Table dist = Table(distSymbols);
 };
 
-VekStatus makeCodes(const std::vector<uint32_t>& lit, const std::vector<uint32_t>& dist,
-                    Codes& codes) {
+VekStatus makeCodes(const Counts& lit, const Counts& dist, Codes& codes) {
     return veksDeflateLZ77FastestGenHuffTable_8u(fromFrequencies(lit).data(),
                                                  fromFrequencies(dist).data(), codes.lit.data(),
                                                  codes.dist.data());
@@ -115,31 +104,10 @@ Codes makeCodes(Random& random, size_t round) {
     return codes;
 }
 
-/// A stream of bits by its definition, first bit lowest.
-struct Bits {
-    std::vector<bool> bits;
-
-    void put(uint32_t value, unsigned count) {
-        for (unsigned i = 0; i < count; ++i) bits.push_back(((value >> i) & 1) != 0);
-    }
-};
-
-void putPair(Bits& out, uint8_t lit, uint16_t dist, const Codes& codes) {
-    if (dist == 0) return out.put(codes.lit[lit].code, codes.lit[lit].length);
-    const Range length = lengthRange(lit + 3U);
-    out.put(codes.lit[257 + length.code].code, codes.lit[257 + length.code].length);
-    out.put(lit + 3U - length.base, length.extra);
-    const Range distance = distanceRange(dist);
-    out.put(codes.dist[distance.code].code, codes.dist[distance.code].length);
-    out.put(dist - distance.base, distance.extra);
-}
-
-/// What a stream holds, behind `history` (which only zlib can be told of).
-Bytes decompress(const std::vector<uint8_t>& coded, [[maybe_unused]] size_t size,
-                 [[maybe_unused]] const Bytes& history = {}) {
-    Bytes out;
 #ifdef VEK_HAS_zlib
-    out.resize(size + 1);
+/// What a stream holds, behind `history`.
+Bytes decompress(const Bytes& coded, size_t size, const Bytes& history = {}) {
+    Bytes out(size + 1);
     z_stream stream = {};
     inflateInit2(&stream, -15);
     inflateSetDictionary(&stream, history.data(), static_cast<uInt>(history.size()));
@@ -152,15 +120,32 @@ Bytes decompress(const std::vector<uint8_t>& coded, [[maybe_unused]] size_t size
     EXPECT_EQ(stream.avail_in, 0U);
     out.resize(stream.total_out);
     inflateEnd(&stream);
-#else
-    vekdc::Source source{vekdc::Bytes(coded)};
-    vekdc::InflateReader reader(source);
-    reader.start();
-    for (auto piece = reader.next(); !piece.empty(); piece = reader.next())
-        out.insert(out.end(), piece.begin(), piece.end());
-#endif
     return out;
 }
+
+/// A stream of one block in some code: `write(dst, index, code, bits)` puts the pairs behind the
+/// header, in `room` bytes; `held` whole bytes of that are still in the bit buffer.
+template <class Write>
+Bytes makeBlock(const Codes& codes, uint32_t room, uint32_t held, Write write) {
+    uint8_t header[VEK_DEFLATE_HEADER_BOUND + sizeof(uint32_t)] = {};
+    uint32_t index = 0;
+    uint32_t bits = 0;
+    veksDeflateLZ77FastestGenHeader_8u(codes.lit.data(), codes.dist.data(), header, &index, &bits);
+    index = bits / 8 - held;
+    bits = bits % 8 + 8 * held;
+    uint32_t code = 0;
+    std::memcpy(&code, header + index, sizeof(code));
+    Guarded out(index + room);
+    std::memcpy(out.data(), header, index);
+    write(out.data(), index, code, bits);
+    Bytes coded(out.data(), out.data() + index);
+    const VekHuffEntry end = codes.lit[endOfBlock];
+    uint64_t last = code | uint64_t{end.code} << bits;
+    for (bits += end.length; bits != 0; bits -= std::min(bits, 8U), last >>= 8)
+        coded.push_back(static_cast<uint8_t>(last));
+    return coded;
+}
+#endif
 
 }  // namespace
 
@@ -180,18 +165,13 @@ TEST(DeflateCodes, LengthsAreThoseOfTheDefinitionAndCodesAreCanonical) {
             if (kind == beyondLimits) continue;
             // Canonical and complete: by length, then symbol, the codes read as fractions grow by
             // the lengths' share, and come to 1.
-            std::vector<size_t> order(table.size());
-            std::iota(order.begin(), order.end(), size_t{0});
-            std::stable_sort(order.begin(), order.end(), [&, &t = table](size_t a, size_t b) {
-                return t[a].length < t[b].length;
-            });
             uint32_t next = 0;
-            for (const size_t s : order) {
-                uint32_t code = 0;
-                for (unsigned i = 0; i < table[s].length; ++i)
-                    code |= ((table[s].code >> i) & 1U) << (15 - i);
-                ASSERT_EQ(code, next);
-                next += 1U << (16 - table[s].length);
+            for (unsigned length = 1; length <= 15; ++length) {
+                for (const VekHuffEntry& entry : table) {
+                    if (entry.length != length) continue;
+                    ASSERT_EQ(vek::reverseBits(entry.code, 16), next);
+                    next += 1U << (16 - length);
+                }
             }
             ASSERT_EQ(next, 1U << 16);
         }
@@ -222,54 +202,59 @@ TEST(DeflateCodes, HeadersReadBackAsTheLengths) {
         ASSERT_EQ(length, (bits + 7) / 8);
         BitSource in{header.data(), header.data() + length};
         ASSERT_EQ(in.take(3), 1U | 2U << 1);
-        const auto same = [&](const uint16_t* lengths, uint32_t nLit, uint32_t nDist) {
-            bool equal = nLit == litSymbols && nDist == distSymbols;
-            for (const VekHuffEntry& entry : codes.lit) equal &= entry.length == *lengths++;
-            for (const VekHuffEntry& entry : codes.dist) equal &= entry.length == *lengths++;
-            return equal;
-        };
-        ASSERT_TRUE(readCodeLengths(in, same));
+        Table all = codes.lit;
+        all.insert(all.end(), codes.dist.begin(), codes.dist.end());
+        ASSERT_TRUE(readCodeLengths(in, [&](const uint16_t* lengths, uint32_t nLit,
+                                            uint32_t nDist) {
+            return nLit == litSymbols && nDist == distSymbols &&
+                   std::equal(all.begin(), all.end(), lengths,
+                              [](VekHuffEntry entry, uint16_t len) { return entry.length == len; });
+        }));
         ASSERT_EQ(static_cast<size_t>(in.src - header.data()) * 8 - in.nBits, bits);
         ASSERT_EQ(in.code, 0U) << "padding";
     }
 }
 
-TEST(DeflateCoding, BothLoopsWriteTheBitsOfTheDefinitionAndNothingBehindThem) {
+#ifdef VEK_HAS_zlib
+TEST(DeflateCoding, BothLoopsWriteWhatZlibReadsAndNothingBehindIt) {
     Random random(43);
-    for (const size_t count : {0, 1, 2, 63, 64, 65, 2047, 2048, 2049, 2112, 5000}) {
+    const Bytes history = shapes()[1].make(32768, 43);
+    for (const uint32_t count : {0, 1, 2, 63, 64, 65, 2047, 2048, 2049, 2112, 5000}) {
         for (size_t round = 0; round < effort(8); ++round) {
             const Codes codes = makeCodes(random, round);
             Guarded lits(count);
-            Guarded dists(2 * count);
+            Guarded dists(size_t{2} * count);
             auto* dist = reinterpret_cast<uint16_t*>(dists.data());
-            const uint32_t start = static_cast<uint32_t>(pick(random, 0, 32));
-            const auto buffer = static_cast<uint32_t>(random());
-            Bits expected;
-            expected.put(buffer, start);
+            Bytes text = history;
+            // Every other time the shortest code comes last, of which wide stores run farthest on.
+            const auto shortest = std::min_element(
+                codes.lit.begin(), codes.lit.begin() + 256,
+                [](VekHuffEntry a, VekHuffEntry b) { return a.length < b.length; });
             for (size_t i = 0; i < count; ++i) {
-                lits.data()[i] = static_cast<uint8_t>(random());
-                dist[i] = static_cast<uint16_t>(random() % 2 == 0   ? 0
-                                                : random() % 2 == 0 ? pick(random, 1, 300)
-                                                                    : pick(random, 1, 32768));
-                putPair(expected, lits.data()[i], dist[i], codes);
+                const bool last = round % 2 != 0 && i + 70 > count;
+                const auto lit =
+                    static_cast<uint8_t>(last ? shortest - codes.lit.begin() : random());
+                const size_t far[] = {0, 0, pick(random, 1, 300), pick(random, 1, 32768)};
+                lits.data()[i] = lit;
+                dist[i] = static_cast<uint16_t>(last ? 0 : far[random() % 4]);
+                if (dist[i] == 0) text.push_back(lit);
+                for (int k = -3; dist[i] != 0 && k < lit; ++k)
+                    text.push_back(text[text.size() - dist[i]]);
             }
-            const size_t whole = expected.bits.size() / 8;
-            Guarded out(whole + 3);
-            uint32_t code = buffer;
-            uint32_t bits = start;
-            uint32_t index = 3;
-            ASSERT_EQ(
-                veksDeflateHuff_8u(lits.data(), dist, static_cast<uint32_t>(count), &code, &bits,
-                                   codes.lit.data(), codes.dist.data(), out.data(), &index),
-                vekStatusOk);
-            ASSERT_EQ(index, whole + 3);
-            ASSERT_EQ(bits, expected.bits.size() % 8);
-            Bits found;
-            for (size_t i = 0; i < whole; ++i) found.put(out.data()[3 + i], 8);
-            found.put(code, bits);
-            ASSERT_EQ(found.bits, expected.bits) << count << " pairs, kind " << round % kinds;
-            ASSERT_EQ(code >> bits, 0U);
-            ASSERT_LE(whole, vekDeflateHuffBound(static_cast<uint32_t>(count)));
+            const uint32_t room = vekDeflateHuffBound(count);
+            const auto write = [&](uint8_t* dst, uint32_t& index, uint32_t& code, uint32_t& bits) {
+                std::fill_n(dst + index, room, uint8_t{0xEE});
+                uint8_t* const end = dst + index + room;
+                EXPECT_EQ(veksDeflateHuff_8u(lits.data(), dist, count, &code, &bits,
+                                             codes.lit.data(), codes.dist.data(), dst, &index),
+                          vekStatusOk);
+                EXPECT_TRUE(bits < 8 && code >> bits == 0);
+                EXPECT_EQ(std::count(dst + index, end, 0xEE), end - (dst + index));
+            };
+            const auto held = static_cast<uint32_t>(round % 4);
+            const Bytes coded = makeBlock(codes, room, held, write);
+            text.erase(text.begin(), text.begin() + 32768);
+            ASSERT_EQ(decompress(coded, text.size(), history), text) << count << " pairs";
         }
     }
 }
@@ -283,44 +268,33 @@ TEST(DeflateFastest, StatisticsForetellTheStreamAndTheStreamGivesBackTheSource) 
             const auto hashSize = static_cast<uint32_t>(size % 2 == 0 ? 65536 : 300);
             Guarded head(4 * hashSize);
             auto* table = reinterpret_cast<uint32_t*>(head.data());
-            for (uint32_t i = 0; i < hashSize; ++i) table[i] = static_cast<uint32_t>(random());
+            std::generate_n(table, hashSize, std::ref(random));
             Codes own;
+            Codes general;
             ASSERT_EQ(veksDeflateLZ77FastestGetStat_8u(source.data(), length, table, hashSize,
                                                        own.lit.data(), own.dist.data()),
                       vekStatusOk);
             own.lit[endOfBlock].code = 1;
-            Codes general;
+            veksDeflateLZ77FastestGenHuffTable_8u(own.lit.data(), own.dist.data(), own.lit.data(),
+                                                  own.dist.data());
             uint8_t header[VEK_DEFLATE_HEADER_BOUND];
-            for (Codes* codes : {&own, &general}) {
-                uint32_t headerLength = 0;
-                uint32_t headerBits = 0;
-                if (codes == &own) {
-                    veksDeflateLZ77FastestGenHuffTable_8u(own.lit.data(), own.dist.data(),
-                                                          own.lit.data(), own.dist.data());
-                    veksDeflateLZ77FastestGenHeader_8u(own.lit.data(), own.dist.data(), header,
-                                                       &headerLength, &headerBits);
-                } else {
-                    veksDeflateLZ77FastestPrecompHeader_8u(general.lit.data(), general.dist.data(),
-                                                           header, &headerLength, &headerBits);
-                }
-                uint32_t index = headerBits / 8;
-                uint32_t bits = headerBits % 8;
-                uint32_t code = bits != 0 ? header[index] : 0;
+            uint32_t headerSize[2];
+            veksDeflateLZ77FastestPrecompHeader_8u(general.lit.data(), general.dist.data(), header,
+                                                   &headerSize[0], &headerSize[1]);
+            for (const Codes& codes : {own, general}) {
                 const uint32_t room = vekDeflateFastestBound(length);
-                Guarded out(index + room);
-                std::memcpy(out.data(), header, index);
-                uint32_t written = room;
-                ASSERT_EQ(veksDeflateLZ77Fastest_8u(source.data(), length, table, hashSize, &code,
-                                                    &bits, codes->lit.data(), codes->dist.data(),
-                                                    out.data(), &written, &index),
-                          vekStatusOk);
-                ASSERT_EQ(index, headerBits / 8 + written);
-                std::vector<uint8_t> coded(out.data(), out.data() + index);
-                code |= static_cast<uint32_t>(codes->lit[endOfBlock].code) << bits;
-                for (bits += codes->lit[endOfBlock].length; bits > 0;
-                     bits -= std::min(bits, 8U), code >>= 8)
-                    coded.push_back(static_cast<uint8_t>(code));
-                ASSERT_EQ(decompress(coded, size), source.bytes()) << shape.name << " " << size;
+                const auto write = [&](uint8_t* dst, uint32_t& index, uint32_t& code,
+                                       uint32_t& bits) {
+                    const uint32_t start = index;
+                    uint32_t written = room;
+                    EXPECT_EQ(veksDeflateLZ77Fastest_8u(source.data(), length, table, hashSize,
+                                                        &code, &bits, codes.lit.data(),
+                                                        codes.dist.data(), dst, &written, &index),
+                              vekStatusOk);
+                    EXPECT_EQ(index, start + written);
+                };
+                ASSERT_EQ(decompress(makeBlock(codes, room, size % 4, write), size), source.bytes())
+                    << shape.name << " " << size;
             }
         }
     }
@@ -333,26 +307,23 @@ TEST(DeflateStreams, EveryLevelAndChunkingDecodes) {
         for (const Shape& shape : shapes()) {
             const Bytes in =
                 shape.make(pick(random, 0, effort(150000)), static_cast<uint32_t>(level));
-            std::vector<uint8_t> out;
+            Bytes out;
             encoder.start({});
             const size_t most = std::max<size_t>(1, in.size() / pick(random, 1, 30));
-            for (size_t at = 0; at < in.size();) {
-                const size_t n = std::min(pick(random, 1, most), in.size() - at);
+            for (size_t at = 0, n = 0; at < in.size(); at += n) {
+                n = std::min(pick(random, 1, most), in.size() - at);
                 const auto end =
                     random() % 8 == 0 ? DeflateEncoder::End::Sync : DeflateEncoder::End::More;
                 encoder.encode({in.data() + at, n}, end, out);
-                at += n;
             }
             encoder.encode({}, DeflateEncoder::End::Final, out);
             ASSERT_EQ(decompress(out, in.size()), in) << shape.name << " at level " << level;
-            if (std::string(shape.name) == "uniform") {
-                EXPECT_LE(out.size(), in.size() + in.size() / 500 + 600);
-            }
+            // What cannot be compressed is stored.
+            EXPECT_LE(out.size(), in.size() + in.size() / 500 + 600);
         }
     }
 }
 
-#ifdef VEK_HAS_zlib
 TEST(DeflateStreams, APartContinuesBehindItsHistory) {
     // A part that repeats its history shows whether it was found: its size is a few bytes then.
     for (const size_t size : {1, 3, 4, 300, 32768, 50000}) {
@@ -365,15 +336,13 @@ TEST(DeflateStreams, APartContinuesBehindItsHistory) {
         in.insert(in.end(), window.begin(), window.end());
         for (int level = 0; level <= 9; ++level) {
             DeflateEncoder encoder(level);
-            std::vector<uint8_t> out;
+            Bytes out;
             encoder.encode(in, DeflateEncoder::End::Sync, out);  // a part before, to be forgotten
             out.clear();
             encoder.start(history);
             encoder.encode(in, DeflateEncoder::End::Final, out);
             ASSERT_EQ(decompress(out, in.size(), window), in) << size << " at level " << level;
-            if (size == 300 && level != DeflateEncoder::fastestLevel) {
-                EXPECT_LT(out.size(), 20U);
-            }
+            EXPECT_TRUE(size != 300 || level == DeflateEncoder::fastestLevel || out.size() < 20);
         }
     }
 }
@@ -395,9 +364,7 @@ TEST(DeflateHuffman, RefusedCallsTouchNothing) {
         return veksDeflateLZ77Fastest_8u(&lit, 1, head.data(), hashSize, &code, count, litTable,
                                          distTable, out, &room, &index);
     };
-    const struct {
-        VekStatus found, wanted;
-    } calls[] = {
+    const std::pair<VekStatus, VekStatus> calls[] = {
         {veksDeflateHuff_8u(&lit, &dist, 1, &code, &bits, litTable, distTable, out, &index),
          vekStatusBadSize},
         {veksDeflateHuff_8u(&lit, nullptr, 1, &code, &bits, litTable, distTable, out, &index),
@@ -417,7 +384,7 @@ TEST(DeflateHuffman, RefusedCallsTouchNothing) {
         {fastest(256, &index), vekStatusBadSize},  // too little room
         {fastest(256, nullptr), vekStatusNullPointer},
     };
-    for (const auto& call : calls) EXPECT_EQ(call.found, call.wanted) << "call " << (&call - calls);
+    for (const auto& call : calls) EXPECT_EQ(call.first, call.second) << "call " << &call - calls;
     EXPECT_EQ(std::tuple(code, bits, index, room, head[0]), std::tuple(5U, 33U, 7U, 10U, 9U));
     EXPECT_TRUE(std::all_of(out, out + sizeof(out), [](uint8_t byte) { return byte == 0; }));
 }

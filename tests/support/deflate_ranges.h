@@ -11,20 +11,33 @@ struct Range {
     unsigned extra;
 };
 
-/// `plain` codes of one value each from `first` on, then `group` at a time of 2, 4, 8 ... values.
-inline Range rangeOf(unsigned value, unsigned first, unsigned plain, unsigned group) {
+/// The first range that `found` accepts: `plain` codes of one value each from `first` on, then
+/// `group` at a time of 2, 4, 8 ... values.
+template <class Found>
+Range findRange(unsigned first, unsigned plain, unsigned group, Found found) {
     for (Range range{0, first, 0};; range.base += 1U << range.extra, ++range.code) {
         range.extra = range.code < plain ? 0 : (range.code - plain) / group + 1;
-        if (value < range.base + (1U << range.extra)) return range;
+        if (found(range)) return range;
     }
 }
 
-inline Range lengthRange(unsigned length) {
-    return length == 258 ? Range{28, 258, 0} : rangeOf(length, 3, 8, 4);
+template <class Found>
+Range findLength(Found found) {
+    constexpr Range longest{28, 258, 0};
+    return found(longest) ? longest : findRange(3, 8, 4, found);
 }
 
-inline Range distanceRange(unsigned distance) {
-    return rangeOf(distance, 1, 4, 2);
+template <class Found>
+Range findDistance(Found found) {
+    return findRange(1, 4, 2, found);
+}
+
+/// Finds the range that holds a value, and the range of a code.
+inline auto holding(unsigned value) {
+    return [=](Range range) { return value - range.base < 1U << range.extra; };
+}
+inline auto ofCode(unsigned code) {
+    return [=](Range range) { return range.code == code; };
 }
 
 }  // namespace vektest
