@@ -75,18 +75,7 @@ void expectDecodes(const Bytes& stream, const Bytes& data) {
     }
 }
 
-/// The format's own library, if it is there, expands a stream to the data.
-void expectPeerDecodes([[maybe_unused]] const Bytes& stream, [[maybe_unused]] const Bytes& data) {
-#ifdef VEK_HAS_lzo2
-    Bytes out(data.size());
-    lzo_uint length = out.size();
-    ASSERT_EQ(lzo1x_decompress_safe(stream.data(), stream.size(), out.data(), &length, nullptr),
-              LZO_E_OK);
-    ASSERT_TRUE(length == data.size() && out == data);
-#endif
-}
-
-/// What that library's compressors make of the data.
+/// What the compressors of the format's own library, if it is there, make of the data.
 std::vector<Bytes> peerStreams([[maybe_unused]] const Bytes& data) {
     std::vector<Bytes> streams;
 #ifdef VEK_HAS_lzo2
@@ -133,8 +122,14 @@ TEST(Lzo, RoundTripsEveryShapeWithEveryMethod) {
         for (State& state : states) {
             const Bytes stream = encode(data, std::move(state));
             ASSERT_NO_FATAL_FAILURE(expectDecodes(stream, data));
+#ifdef VEK_HAS_lzo2
             if (state.words[0] == 1) continue;
-            ASSERT_NO_FATAL_FAILURE(expectPeerDecodes(stream, data));
+            Bytes out(data.size());
+            lzo_uint length = out.size();
+            ASSERT_EQ(lzo1x_decompress_safe(stream.data(), stream.size(), out.data(), &length, {}),
+                      LZO_E_OK);
+            ASSERT_TRUE(length == data.size() && out == data);
+#endif
         }
     };
     for (const auto& shape : shapes()) {
@@ -232,11 +227,11 @@ TEST(Lzo, Arguments) {
         EXPECT_EQ(status, expected);
     EXPECT_TRUE(good.words == State(0).words);
     EXPECT_TRUE(sizes[0] == stateSize && sizes[1] == 0 && n == 7);
-    EXPECT_EQ(veksEncodeLZO_8u(&byte, 0, &byte, &n, state) + n, 0U);
-    for (auto* function : {&veksDecodeLZO_8u, &veksDecodeLZOSafe_8u}) {
-        n = 7;
-        EXPECT_EQ(function(&byte, 0, &byte, &n) + n, 0U);
-    }
+    uint32_t lengths[] = {7, 7, 7};
+    EXPECT_EQ(veksEncodeLZO_8u(&byte, 0, &byte, lengths, state), ok);
+    EXPECT_EQ(veksDecodeLZO_8u(&byte, 0, &byte, lengths + 1), ok);
+    EXPECT_EQ(veksDecodeLZOSafe_8u(&byte, 0, &byte, lengths + 2), ok);
+    EXPECT_EQ(lengths[0] + lengths[1] + lengths[2], 0U);
 }
 
 TEST(Lzo, CheckingDecoderJudgesEachStream) {
