@@ -27,13 +27,11 @@ using Cutter = std::function<Cut()>;
 
 const Cutter whole = [] { return Cut{}; };
 
-/// One direction: its record, rubbish at first and with inaccessible memory right behind it, and
-/// what came out.
+/// One direction: its record, with inaccessible memory right behind it, and what came out.
 struct Stream {
     Guarded record{vek::lzss::stateSize};
     Bytes out;
 
-    Stream() { std::memset(state(), 0x5A, record.size()); }
     void* state() { return record.data(); }
 
     /// One call, input and room in buffers of their own; advances *pAt by what was consumed.
@@ -80,6 +78,8 @@ Bytes encode(const Bytes& data, const Cutter& cutter = whole) {
 
 Bytes decode(const Bytes& bits, const Cutter& cutter = whole) {
     Stream stream;
+    // What the window holds before the first byte is the caller's memory.
+    std::memset(stream.state(), 0x5A, stream.record.size());
     EXPECT_EQ(veksDecodeLZSSInit_8u(stream.state()), vekStatusOk);
     VekStatus status = vekStatusOk;
     for (size_t at = 0; (at < bits.size() || status != vekStatusOk) && !failed();)
