@@ -12,6 +12,11 @@ namespace vektest {
 using Bytes = std::vector<uint8_t>;
 using Random = std::mt19937;
 
+inline Bytes operator+(Bytes a, const Bytes& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
 /// A named way to make `size` bytes from a seed.
 struct Shape {
     const char* name;

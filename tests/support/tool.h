@@ -37,11 +37,6 @@ inline bool haveTool(const std::string& name) {
     return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
 }
 
-inline Bytes operator+(Bytes a, const Bytes& b) {
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
-
 /// All shapes, one behind the other.
 inline Bytes sample(size_t size, uint32_t seed = 1) {
     Bytes all;
