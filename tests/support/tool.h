@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -35,6 +36,10 @@ inline bool matches(const std::string& text, const std::string& pattern) {
 
 inline bool haveTool(const std::string& name) {
     return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+inline Bytes bytesOf(const std::string& text) {
+    return {text.begin(), text.end()};
 }
 
 inline Bytes operator+(Bytes a, const Bytes& b) {
@@ -87,25 +92,56 @@ inline Bytes decompress(const vekdc::Format& format, const Bytes& packed,
     return sink.data;
 }
 
-/// What the format says of a file that it refuses, "OFFSET: REASON"; nothing when it does not.
-inline std::string complaint(const vekdc::Format& format, const Bytes& packed) {
+/// What decompressing a file comes to.
+struct Decoded {
+    Bytes plain;
+    std::string complaint;  ///< Why it is refused, "OFFSET: REASON"; empty: it is not.
+    std::string warning;
+    bool operator==(const Decoded&) const = default;
+};
+
+inline Decoded decode(const vekdc::Format& format, vekdc::Source& source,
+                      vekdc::Settings settings = {}) {
+    Decoded decoded;
+    vekdc::MemorySink sink;
+    settings.warn = [&](const std::string& text) { decoded.warning += text; };
     try {
-        decompress(format, packed);
+        format.decompress(source, sink, settings);
     } catch (const vekdc::FormatError& error) {
-        return std::to_string(error.offset) + ": " + error.what();
+        decoded.complaint = std::to_string(error.offset) + ": " + error.what();
     }
-    return "";
+    decoded.plain = std::move(sink.data);
+    return decoded;
 }
 
-/// Level 0 is the fastest one; `own` are options without a value.
-inline vekdc::Settings settingsOf(int level, unsigned jobs = 1,
-                                  const std::vector<std::string>& own = {}) {
+inline Decoded decode(const vekdc::Format& format, const Bytes& packed) {
+    vekdc::Source source(packed);
+    return decode(format, source);
+}
+
+inline std::string complaint(const vekdc::Format& format, const Bytes& packed) {
+    return decode(format, packed).complaint;
+}
+
+/// The lines that info prints.
+inline std::string info(const vekdc::Format& format, const Bytes& packed,
+                        const vekdc::Settings& settings = {}) {
+    std::string lines;
+    vekdc::Source source(packed);
+    format.describe(source, settings, [&](const std::string& line) { lines += line + "\n"; });
+    return lines;
+}
+
+using Options = std::map<std::string, std::string>;
+
+/// Level 0 is the fastest one; `own` are the format's own options.
+inline vekdc::Settings settingsOf(int level, unsigned jobs = 1, const Options& own = {}) {
     vekdc::Settings settings;
     settings.fastest = level == 0;
     settings.level = std::max(level, 1);
     settings.jobs = jobs;
     settings.name = "name";
-    for (const std::string& option : own) settings.own[option] = "";
+    settings.own = own;
     return settings;
 }
 
@@ -120,7 +156,7 @@ inline size_t damage(const vekdc::Format& format, Bytes packed,
         EXPECT_NE(complaint(format, cut), "") << format.name() << " cut at " << size;
     }
     size_t unnoticed = 0;
-    for (size_t bit = 0; bit < packed.size() * 8; ++bit) {
+    for (size_t bit = 0; bit < packed.size() * 8; bit += effort(100) == 100 ? 1 : 50) {
         packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
         try {
             const Bytes out = decompress(format, packed);
