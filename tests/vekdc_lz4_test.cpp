@@ -109,15 +109,13 @@ TEST_F(Lz4Format, ReadsWhatTheLibraryWrites) {
     const Bytes plain = sample(600000);
     for (int mask = 0; mask < 64; ++mask) {
         LZ4F_preferences_t preferences{};
-        preferences.frameInfo.blockMode =
-            (mask & 1) != 0 ? LZ4F_blockIndependent : LZ4F_blockLinked;
-        preferences.frameInfo.blockSizeID = (mask & 2) != 0 ? LZ4F_max64KB : LZ4F_max1MB;
-        preferences.frameInfo.contentChecksumFlag =
-            (mask & 4) != 0 ? LZ4F_contentChecksumEnabled : LZ4F_noContentChecksum;
-        preferences.frameInfo.blockChecksumFlag =
-            (mask & 8) != 0 ? LZ4F_blockChecksumEnabled : LZ4F_noBlockChecksum;
-        preferences.frameInfo.contentSize = (mask & 16) != 0 ? plain.size() : 0;
-        preferences.frameInfo.dictID = (mask & 32) != 0 ? 77 : 0;
+        LZ4F_frameInfo_t& frame = preferences.frameInfo;
+        frame.blockMode = (mask & 1) != 0 ? LZ4F_blockIndependent : LZ4F_blockLinked;
+        frame.blockSizeID = (mask & 2) != 0 ? LZ4F_max64KB : LZ4F_max1MB;
+        frame.contentChecksumFlag = static_cast<LZ4F_contentChecksum_t>(mask >> 2 & 1);
+        frame.blockChecksumFlag = static_cast<LZ4F_blockChecksum_t>(mask >> 3 & 1);
+        frame.contentSize = (mask & 16) != 0 ? plain.size() : 0;
+        frame.dictID = (mask & 32) != 0 ? 77 : 0;
         const bool uses = (mask & 32) != 0;
         const Bytes packed = compressByPeer(plain, preferences, uses ? dictionary : Bytes());
         Settings settings;
