@@ -254,8 +254,8 @@ TEST(Bz2Format, StreamsFollowEachOther) {
     const Bytes both = one + compress(a, 3);
     const std::string table = info(bz2(), both);
     const std::string crc = vekdc::hex32(vekdc::kBzip2Crc.update(0, a));
-    EXPECT_TRUE(contains(table, crc + "      300000       1\n")) << table;
-    EXPECT_TRUE(contains(table, "2 streams, " + std::to_string(both.size()) + " -> 500000 bytes"))
+    EXPECT_TRUE(contains(table, crc + "      300000       1\n.*2 streams, " +
+                                    std::to_string(both.size()) + " -> 500000 bytes"))
         << table;
 }
 

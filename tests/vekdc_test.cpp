@@ -315,9 +315,8 @@ TEST_F(Program, BrokenFilesLeaveNothing) {
         "vekdc compress x; rm x; head -c 5000 x.gz > cut.gz; cp x.gz bit.gz; printf '\\x55' | dd "
         "of=bit.gz bs=1 seek=4000 conv=notrunc status=none");
     good("head -c -6 x.gz > crc.gz; printf 'abcdef' >> crc.gz; (cat x.gz; echo more) > tail.gz");
-    bad("vekdc decompress cut.gz", "cut.gz: byte 5000: the file ends too early");
-    bad("vekdc test cut.gz", "cut.gz: byte 5000: the file ends too early");
-    bad("vekdc info cut.gz > /dev/null", "cut.gz: byte 5000: the file ends too early");
+    for (const std::string task : {"decompress", "test", "info"})
+        bad("vekdc " + task + " cut.gz > /dev/null", "cut.gz: byte 5000: the file ends too early");
     bad("vekdc decompress --remove bit.gz", "bit.gz: byte [0-9]+: .*");
     bad("vekdc decompress crc.gz", "crc.gz: byte [0-9]+: the CRC-32 does not match");
     bad("vekdc test tail.gz", "tail.gz: byte [0-9]+: ignored what follows the gz data", 2);
@@ -389,19 +388,16 @@ TEST_F(Program, ProgressAndReports) {
     const std::string info = good(
         "cat x.gz x.gz > m.gz; touch -d '2001-02-03 04:05:06 UTC' x; vekdc compress -fo n.gz x; "
         "cat n.gz >> m.gz; vekdc info m.gz");
-    EXPECT_TRUE(contains(info, "3 members")) << info;
-    EXPECT_TRUE(contains(info, "2001-02-03 04:05:06")) << info;
-    EXPECT_TRUE(contains(info, vekdc::hex32(vekdc::kCrc32.update(0, plain_)))) << info;
+    const std::string crc = vekdc::hex32(vekdc::kCrc32.update(0, plain_));
+    EXPECT_TRUE(contains(info, crc + "  2001-02-03 04:05:06 .*3 members")) << info;
     EXPECT_TRUE(contains(good("vekdc compress --format zlib -c x | vekdc info"),
                          "uncompressed " + std::to_string(plain_.size())));
     EXPECT_TRUE(contains(good("vekdc --version"), "vekDC"));
 }
 
 TEST_F(Program, Terminals) {
-    if (!haveTool("script")) GTEST_SKIP() << "no script command to make a terminal with";
-    if (run("script -qec true /dev/null && echo made").out.find("made") == std::string::npos) {
-        GTEST_SKIP() << "no pseudo-terminals on this machine";
-    }
+    if (run("script -qec true /dev/null && echo made").out.find("made") == std::string::npos)
+        GTEST_SKIP() << "no pseudo-terminals on this machine, or no script command";
     write("x", plain_);
     const auto onTerminal = [&](const std::string& command) {
         return run("script -qec '" + command + "' /dev/null").out;

@@ -190,8 +190,7 @@ class Program : public testing::Test {
     };
 
     void SetUp() override {
-        const char* base = std::getenv("TMPDIR");
-        root_ = std::string(base == nullptr ? "/tmp" : base) + "/vekdc-test-XXXXXX";
+        root_ = std::filesystem::temp_directory_path() / "vekdc-test-XXXXXX";
         ASSERT_NE(mkdtemp(root_.data()), nullptr);
         folder_ = root_ + "/work";
         ASSERT_EQ(mkdir(folder_.c_str(), 0700), 0);
