@@ -65,7 +65,8 @@ Block randomBlock(Random& random) {
     const size_t place = random() % 64;
     for (size_t i = 0; i < 64; ++i) {
         const float noise = static_cast<float>(static_cast<int32_t>(random())) / 2147483648.0F;
-        const float wave = std::sin(slope * static_cast<float>(i % 4) + static_cast<float>(i / 4));
+        const size_t line = i / 4;
+        const float wave = std::sin(slope * static_cast<float>(i % 4) + static_cast<float>(line));
         const float spike = i == place ? 1.0F : 0.0F;
         const float values[] = {noise, wave, spike,
                                 slope, 0,    std::ldexp(noise, number(random, -20, 19))};
@@ -236,10 +237,10 @@ TEST(Zfp, HostileBitsDecodeAsThePeerDoes) {
     for (size_t round = 0; round < effort(2000); ++round) {
         Bytes bytes(1 + random() % 600);
         const auto density = random() % 4;
-        for (uint8_t& b : bytes)
-            b = static_cast<uint8_t>(density == 0   ? 0xFF
-                                     : density == 1 ? random() & random() & random()
-                                                    : random());
+        for (uint8_t& b : bytes) {
+            b = density == 0 ? uint8_t{0xFF} : static_cast<uint8_t>(random());
+            for (int i = 0; density == 1 && i < 2; ++i) b &= static_cast<uint8_t>(random());
+        }
         Params p = randomParams(random);
         if (random() % 4 == 0) p.maxBits = static_cast<int32_t>(random());
         if (random() % 4 == 0) p.minExp = static_cast<int32_t>(random());
