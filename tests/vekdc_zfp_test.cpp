@@ -91,8 +91,7 @@ class ZfpFormat : public Program {
         const std::vector<float> after = asArrayOf<float>(decoded);
         for (size_t i = 0; i < field.size() && mode.tolerance != 0; ++i)
             ASSERT_NEAR(field[i], after[i], mode.tolerance) << i;
-        static const bool haveZfp = haveTool("zfp");
-        if (!haveZfp) return;
+        if (static const bool have = haveTool("zfp"); !have) return;
         write("raw", plain);
         write("ours", packed);
         std::string command = "zfp -q -h -f -3";
@@ -179,9 +178,9 @@ TEST_F(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
          {{"dims", "270"}, {"rate", "8"}, {"accuracy", "1"}},
          "--rate, .* exclude each other"},
     };
-    for (const auto& [size, own, message] : cases) {
-        const std::string text = refusal([&] { compress(Bytes(size), own); });
-        EXPECT_TRUE(contains(text, std::string("^") + message)) << text;
+    for (const auto& c : cases) {
+        const std::string text = refusal([&] { compress(Bytes(c.size), c.own); });
+        EXPECT_TRUE(contains(text, std::string("^") + c.message)) << text;
     }
     const std::pair<const char*, std::vector<const char*>> wrong[] = {
         {"dims", {"", "x", "0", "9x", "9x6x5x1", "65537", "9,6,5", "-1x3", "99999999999"}},
