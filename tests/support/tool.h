@@ -1,7 +1,6 @@
 // What the tests of the tool share: its formats in memory, and the built program as a user runs it.
 #pragma once
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <regex.h>
 #include <sys/stat.h>
@@ -9,7 +8,9 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 
@@ -35,6 +36,10 @@ inline bool matches(const std::string& text, const std::string& pattern) {
 
 inline bool haveTool(const std::string& name) {
     return std::system(("command -v " + name + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+inline Bytes bytesOf(const std::string& text) {
+    return {text.begin(), text.end()};
 }
 
 /// All shapes, one behind the other.
@@ -82,25 +87,66 @@ inline Bytes decompress(const vekdc::Format& format, const Bytes& packed,
     return sink.data;
 }
 
-/// What the format says of a file that it refuses, "OFFSET: REASON"; nothing when it does not.
-inline std::string complaint(const vekdc::Format& format, const Bytes& packed) {
+/// What decompressing a file comes to.
+struct Decoded {
+    Bytes plain;
+    std::string complaint;  ///< Why it is refused, "OFFSET: REASON"; empty: it is not.
+    std::string warning;
+    bool operator==(const Decoded&) const = default;
+};
+
+inline Decoded decode(const vekdc::Format& format, vekdc::Source& source,
+                      vekdc::Settings settings = {}) {
+    Decoded decoded;
+    vekdc::MemorySink sink;
+    settings.warn = [&](const std::string& text) { decoded.warning += text; };
     try {
-        decompress(format, packed);
+        format.decompress(source, sink, settings);
     } catch (const vekdc::FormatError& error) {
-        return std::to_string(error.offset) + ": " + error.what();
+        decoded.complaint = std::to_string(error.offset) + ": " + error.what();
     }
-    return "";
+    decoded.plain = std::move(sink.data);
+    return decoded;
 }
 
-/// Level 0 is the fastest one; `own` are options without a value.
-inline vekdc::Settings settingsOf(int level, unsigned jobs = 1,
-                                  const std::vector<std::string>& own = {}) {
+inline Decoded decode(const vekdc::Format& format, const Bytes& packed) {
+    vekdc::Source source(packed);
+    return decode(format, source);
+}
+
+inline std::string complaint(const vekdc::Format& format, const Bytes& packed) {
+    return decode(format, packed).complaint;
+}
+
+/// Files with a pattern each of how what is said of it begins.
+using Complaints = std::vector<std::pair<Bytes, std::string>>;
+
+inline void expectComplaints(const vekdc::Format& format, const Complaints& cases) {
+    for (const auto& [file, start] : cases) {
+        const std::string text = complaint(format, file);
+        EXPECT_TRUE(contains(text, "^(" + start + ")")) << "\"" << text << "\", not " << start;
+    }
+}
+
+/// The lines that info prints.
+inline std::string info(const vekdc::Format& format, const Bytes& packed,
+                        const vekdc::Settings& settings = {}) {
+    std::string lines;
+    vekdc::Source source(packed);
+    format.describe(source, settings, [&](const std::string& line) { lines += line + "\n"; });
+    return lines;
+}
+
+using Options = std::map<std::string, std::string>;
+
+/// Level 0 is the fastest one; `own` are the format's own options.
+inline vekdc::Settings settingsOf(int level, unsigned jobs = 1, const Options& own = {}) {
     vekdc::Settings settings;
     settings.fastest = level == 0;
     settings.level = std::max(level, 1);
     settings.jobs = jobs;
     settings.name = "name";
-    for (const std::string& option : own) settings.own[option] = "";
+    settings.own = own;
     return settings;
 }
 
@@ -115,15 +161,13 @@ inline size_t damage(const vekdc::Format& format, Bytes packed,
         EXPECT_NE(complaint(format, cut), "") << format.name() << " cut at " << size;
     }
     size_t unnoticed = 0;
-    for (size_t bit = 0; bit < packed.size() * 8; ++bit) {
+    for (size_t bit = 0; bit < packed.size() * 8; bit += effort(100) == 100 ? 1 : 50) {
         packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
-        try {
-            const Bytes out = decompress(format, packed);
-            const Bytes good = out == plain || others == nullptr ? plain : others(packed);
-            EXPECT_EQ(out, good) << format.name() << " bit " << bit;
+        const Decoded out = decode(format, packed);
+        if (out.complaint.empty()) {
+            const Bytes good = out.plain == plain || others == nullptr ? plain : others(packed);
+            EXPECT_EQ(out.plain, good) << format.name() << " bit " << bit;
             ++unnoticed;
-        } catch (const vekdc::FormatError& error) {
-            EXPECT_LE(error.offset, packed.size());
         }
         packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
     }
@@ -141,8 +185,7 @@ class Program : public testing::Test {
     };
 
     void SetUp() override {
-        const char* base = std::getenv("TMPDIR");
-        root_ = std::string(base == nullptr ? "/tmp" : base) + "/vekdc-test-XXXXXX";
+        root_ = std::filesystem::temp_directory_path() / "vekdc-test-XXXXXX";
         ASSERT_NE(mkdtemp(root_.data()), nullptr);
         folder_ = root_ + "/work";
         ASSERT_EQ(mkdir(folder_.c_str(), 0700), 0);
@@ -202,11 +245,8 @@ class Program : public testing::Test {
     }
     std::set<std::string> files() const {
         std::set<std::string> names;
-        DIR* folder = opendir(folder_.c_str());
-        while (const dirent* entry = readdir(folder)) names.insert(entry->d_name);
-        closedir(folder);
-        names.erase(".");
-        names.erase("..");
+        for (const auto& entry : std::filesystem::directory_iterator(folder_))
+            names.insert(entry.path().filename());
         return names;
     }
 
