@@ -8,6 +8,7 @@
 #include <tuple>
 
 #include "support/data.h"
+#include "support/deflate_ranges.h"
 #include "support/deflate_reader.h"
 #include "support/guarded.h"
 #include "tools/vekdc/deflate_stream.h"
@@ -121,6 +122,11 @@ Bytes decompress(const Bytes& coded, size_t size, const Bytes& history = {}) {
     out.resize(stream.total_out);
     inflateEnd(&stream);
     return out;
+}
+
+/// What an entry holds before it becomes a code.
+uint32_t countOf(const VekHuffEntry& entry) {
+    return vek::load<uint32_t>(&entry);
 }
 
 /// A stream of one block in some code: `write(dst, index, code, bits)` puts the pairs behind the
@@ -275,6 +281,7 @@ TEST(DeflateFastest, StatisticsForetellTheStreamAndTheStreamGivesBackTheSource) 
                                                        own.lit.data(), own.dist.data()),
                       vekStatusOk);
             own.lit[endOfBlock].code = 1;
+            const Codes counts = own;
             veksDeflateLZ77FastestGenHuffTable_8u(own.lit.data(), own.dist.data(), own.lit.data(),
                                                   own.dist.data());
             uint8_t header[VEK_DEFLATE_HEADER_BOUND];
@@ -282,16 +289,28 @@ TEST(DeflateFastest, StatisticsForetellTheStreamAndTheStreamGivesBackTheSource) 
             veksDeflateLZ77FastestPrecompHeader_8u(general.lit.data(), general.dist.data(), header,
                                                    &headerSize[0], &headerSize[1]);
             for (const Codes& codes : {own, general}) {
+                // Of the codes and extra bits, as the counts tell, without the end of the block.
+                size_t foretold = 0;
+                for (unsigned i = 0; i < litSymbols; ++i) {
+                    const unsigned extra = i <= endOfBlock ? 0 : findLength(ofCode(i - 257)).extra;
+                    if (i != endOfBlock)
+                        foretold += countOf(counts.lit[i]) * (codes.lit[i].length + extra);
+                }
+                for (unsigned i = 0; i < distSymbols; ++i)
+                    foretold += countOf(counts.dist[i]) *
+                                (codes.dist[i].length + findDistance(ofCode(i)).extra);
                 const uint32_t room = vekDeflateFastestBound(length);
                 const auto write = [&](uint8_t* dst, uint32_t& index, uint32_t& code,
                                        uint32_t& bits) {
                     const uint32_t start = index;
+                    const uint32_t before = bits;
                     uint32_t written = room;
                     EXPECT_EQ(veksDeflateLZ77Fastest_8u(source.data(), length, table, hashSize,
                                                         &code, &bits, codes.lit.data(),
                                                         codes.dist.data(), dst, &written, &index),
                               vekStatusOk);
                     EXPECT_EQ(index, start + written);
+                    EXPECT_EQ(size_t{8} * written + bits - before, foretold);
                 };
                 ASSERT_EQ(decompress(makeBlock(codes, room, size % 4, write), size), source.bytes())
                     << shape.name << " " << size;
