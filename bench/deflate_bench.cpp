@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "bench.h"
-#include "tools/vekdc/deflate_stream.h"
+#include "tools/vekdc/formats/deflate_stream.h"
 
 using vekbench::Input;
 using vekdc::DeflateEncoder;

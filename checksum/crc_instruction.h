@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "vector/bytes.h"
+#include "bytes/words.h"
 
 namespace vek::crc {
 

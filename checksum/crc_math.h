@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "vector/bytes.h"
+#include "bytes/words.h"
 
 namespace vek::crc {
 

@@ -23,8 +23,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "bytes/words.h"
 #include "checksum/crc_math.h"
-#include "vector/bytes.h"
 
 namespace vek::crc {
 

@@ -16,8 +16,8 @@
 
 #include <cstdint>
 
-#include "deflate/huffman_codes.h"
-#include "vector/bytes.h"
+#include "bytes/words.h"
+#include "deflate/canonical_codes.h"
 
 namespace vek::deflate {
 

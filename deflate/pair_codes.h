@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "deflate/huffman_codes.h"
+#include "deflate/canonical_codes.h"
 
 namespace vek::deflate {
 

@@ -3,9 +3,9 @@
 
 #include <cstdint>
 
-#include "deflate/deflate_tables.h"
+#include "bytes/words.h"
+#include "deflate/symbol_tables.h"
 #include "include/vekdc.h"
-#include "vector/bytes.h"
 
 namespace vek::deflate {
 

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "fuzz/reader.h"
-#include "tools/vekdc/checks.h"
+#include "tools/vekdc/formats/checks.h"
 
 namespace {
 

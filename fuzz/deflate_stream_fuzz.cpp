@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "tools/vekdc/deflate_stream.h"
-#include "tools/vekdc/inflate_stream.h"
+#include "tools/vekdc/formats/deflate_stream.h"
+#include "tools/vekdc/formats/inflate_stream.h"
 
 #ifdef VEK_HAS_zlib
 #include <zlib.h>

@@ -3,7 +3,7 @@
 // checksums, so that these do not keep mutations out, and as one LZO1X stream: what liblzo2 accepts
 // must decode to the same bytes. And as data to write and read again.
 #include "fuzz/reader.h"
-#include "tools/vekdc/checks.h"
+#include "tools/vekdc/formats/checks.h"
 
 #ifdef VEK_HAS_lzo2
 #include <lzo/lzo1x.h>

@@ -3,7 +3,7 @@
 // and put into a file with good lengths and checksums: what it decodes to must be the same. And as
 // data to write and read again.
 #include "fuzz/reader.h"
-#include "tools/vekdc/checks.h"
+#include "tools/vekdc/formats/checks.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "tools/vekdc/format.h"
+#include "tools/vekdc/formats/format.h"
 
 namespace vekfuzz {
 

@@ -7,12 +7,12 @@
 #include <map>
 #include <tuple>
 
+#include "bytes/words.h"
 #include "support/data.h"
 #include "support/deflate_ranges.h"
 #include "support/deflate_reader.h"
 #include "support/guarded.h"
-#include "tools/vekdc/deflate_stream.h"
-#include "vector/bytes.h"
+#include "tools/vekdc/formats/deflate_stream.h"
 #include "vekdc.h"
 
 #ifdef VEK_HAS_zlib

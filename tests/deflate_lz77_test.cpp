@@ -8,11 +8,11 @@
 #include <numeric>
 #include <tuple>
 
+#include "bytes/crc32c_step.h"
 #include "include/vekdc.h"
 #include "support/data.h"
 #include "support/deflate_ranges.h"
 #include "support/guarded.h"
-#include "vector/crc32c_step.h"
 
 using namespace vektest;
 

@@ -13,11 +13,11 @@
 #include <string>
 #include <tuple>
 
+#include "bytes/words.h"
 #include "support/data.h"
 #include "support/deflate_ranges.h"
 #include "support/deflate_reader.h"
 #include "support/guarded.h"
-#include "vector/bytes.h"
 #include "vekdc.h"
 
 #ifdef VEK_HAS_zlib

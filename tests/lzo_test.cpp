@@ -5,10 +5,10 @@
 
 #include <algorithm>
 
+#include "bytes/words.h"
 #include "include/vekdc.h"
 #include "support/data.h"
 #include "support/guarded.h"
-#include "vector/bytes.h"
 
 #ifdef VEK_HAS_lzo2
 #include <lzo/lzo1x.h>

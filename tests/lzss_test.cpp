@@ -9,8 +9,8 @@
 #include <set>
 
 #include "include/vekdc.h"
-#include "lzss/lzss_state.h"
-#include "lzss/randvec.h"
+#include "lzss/state.h"
+#include "lzss/tabulation_hash.h"
 #include "support/data.h"
 #include "support/guarded.h"
 

@@ -1,7 +1,7 @@
 // The tool's bz2 format against libbz2 and the bzip2 tool, both ways; files composed field by
 // field, for what no encoder writes; and what is wrong with broken ones.
 #include "support/tool.h"
-#include "tools/vekdc/checks.h"
+#include "tools/vekdc/formats/checks.h"
 #include "vekdc.h"
 
 #ifdef VEK_HAS_bzip2

@@ -1,7 +1,7 @@
 // The tool's lzo and lzss formats: in memory, against lzop where it is installed, and what they say
 // of broken files.
 #include "support/tool.h"
-#include "tools/vekdc/checks.h"
+#include "tools/vekdc/formats/checks.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include "support/tool.h"
-#include "tools/vekdc/checks.h"
-#include "tools/vekdc/inflate_stream.h"
-#include "tools/vekdc/pipeline.h"
+#include "tools/vekdc/formats/checks.h"
+#include "tools/vekdc/formats/inflate_stream.h"
+#include "tools/vekdc/io/pipeline.h"
 
 #ifdef VEK_HAS_zlib
 #include <zlib.h>

@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "zfp/pdczfptable.h"
+#include "zfp/coefficient_order.h"
 
 namespace vek {
 

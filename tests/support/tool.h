@@ -15,7 +15,7 @@
 #include <sstream>
 
 #include "support/data.h"
-#include "tools/vekdc/format.h"
+#include "tools/vekdc/formats/format.h"
 
 namespace vektest {
 

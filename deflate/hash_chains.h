@@ -1,0 +1,206 @@
+// What the two matchers share: the match state, the search along a hash chain, the pairs written.
+//
+// Every position is entered under the hash of the four bytes that begin there; the head table holds
+// the latest position of each hash, the chain table leads from each position to the one before it
+// with the same hash. A search follows the chain from the nearest position to farther ones and
+// keeps the longest match, the nearest of equals.
+//
+// Positions count from the start of the stream, and the caller keeps only the last `winSize` bytes,
+// in a ring. The source of the running call is not copied there first: candidates at or behind the
+// call's start are read from the source, older ones from the ring. Once a call has come a window's
+// length into its source, every candidate within reach is in the source; from there on the search
+// is compiled without the ring (`Ring` below).
+//
+// The tables are the caller's, and may hold anything. A candidate is used only if its distance is
+// 1 .. winSize - 1 and its bytes are still there, which one unsigned comparison says; then its
+// bytes are compared. So whatever the tables hold, the pairs give back the source; a chain that
+// runs in a circle ends with the search's budget.
+#pragma once
+
+#include <xmmintrin.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "bytes/crc32c_step.h"
+#include "bytes/match_length.h"
+#include "bytes/words.h"
+#include "deflate/symbol_counts.h"
+#include "deflate/symbol_tables.h"
+#include "include/vekdc.h"
+
+namespace vek::deflate {
+
+/// Bytes that the hash covers, and the shortest match.
+constexpr uint32_t hashBytes = 4;
+
+/// The empty table entry, farther back than any window reaches.
+constexpr int32_t noPosition = -32768;
+
+/// Whether the sizes of the window and the head table are within their bounds.
+constexpr bool validSizes(uint32_t winSize, uint32_t hashSize) {
+    return winSize >= 256 && winSize <= 32768 && hashSize >= 256 && hashSize <= 65536;
+}
+
+inline uint32_t hash4(const uint8_t* p) {
+    return crc32cStep(0, load<uint32_t>(p));
+}
+
+/// Size of the ring within a window of `winSize` bytes: a power of two.
+inline uint32_t ringSize(uint32_t winSize) {
+    return std::bit_floor(winSize);
+}
+
+/// The four parameters, as both matchers read them.
+struct MatchParameters {
+    /// No chain is longer than the ring, unless it runs in a circle.
+    MatchParameters(const int32_t* values, uint32_t ring)
+        : maxChain(std::min(static_cast<uint32_t>(values[0]), ring)),
+          goodLength(static_cast<uint32_t>(values[1])),
+          niceLength(static_cast<uint32_t>(values[2])),
+          lengthLimit(static_cast<uint32_t>(values[3])) {}
+
+    uint32_t maxChain;
+    uint32_t goodLength;
+    uint32_t niceLength;
+    uint32_t lengthLimit;  ///< maxInsert of the greedy matcher, maxLazy of the lazy one.
+};
+
+/// The head and chain tables.
+struct HashChains {
+    int32_t* head;
+    int32_t* prev;
+    uint32_t hashMask;
+    uint32_t ringMask;
+
+    /// Enters `position` under `hash` and returns the position that it hides.
+    uint32_t insert(uint32_t hash, uint32_t position) const {
+        int32_t& latest = head[hash & hashMask];
+        const int32_t before = latest;
+        prev[position & ringMask] = before;
+        latest = static_cast<int32_t>(position);
+        return static_cast<uint32_t>(before);
+    }
+
+    /// Fetches the entry of `hash` ahead of its use.
+    void prefetch(uint32_t hash) const {
+        _mm_prefetch(reinterpret_cast<const char*>(head + (hash & hashMask)), _MM_HINT_T0);
+    }
+
+    uint32_t next(uint32_t position) const {
+        return static_cast<uint32_t>(prev[position & ringMask]);
+    }
+};
+
+/// The pairs written by a call, and their frequencies.
+struct PairWriter {
+    uint8_t* lit;
+    uint16_t* dist;
+    SymbolCounts counts;
+    const uint8_t* litEnd;  ///< Behind the room for pairs.
+
+    uint32_t left() const { return static_cast<uint32_t>(litEnd - lit); }
+
+    void literal(uint8_t byte) {
+        put(byte, 0);
+        counts.literal(byte);
+    }
+
+    void match(uint32_t length, uint32_t distance) {
+        put(length - minMatch, distance);
+        counts.match(length, distance);
+    }
+
+ private:
+    void put(uint32_t value, uint32_t distance) {
+        *lit++ = static_cast<uint8_t>(value);
+        *dist++ = static_cast<uint16_t>(distance);
+    }
+};
+
+struct Match {
+    uint32_t length;
+    uint32_t distance;
+};
+
+/// The source of one call and the history before it.
+struct History {
+    const uint8_t* src;
+    const uint8_t* window;
+    uint32_t start;   ///< Position of src[0].
+    uint32_t oldest;  ///< Position of the oldest byte that the ring still holds.
+    uint32_t ringMask;
+
+    /// Distances from `position` below or at this are within reach. Without `Ring`, all of them are
+    /// in the source.
+    template <bool Ring>
+    uint32_t reach(uint32_t position) const {
+        return Ring ? std::min(ringMask, position - oldest) : ringMask;
+    }
+
+    /// Length, up to `limit`, of the match of src[at] with the bytes `distance` before it, which
+    /// begin in the ring.
+    uint32_t matchInRing(uint32_t at, uint32_t distance, uint32_t limit) const {
+        const uint8_t* const current = src + at;
+        const uint32_t slot = (start + at - distance) & ringMask;
+        const uint32_t inRing = std::min(distance - at, limit);
+        const uint32_t toEdge = std::min(ringMask + 1 - slot, inRing);
+        auto length = static_cast<uint32_t>(matchLength(current, window + slot, toEdge));
+        if (length == toEdge)
+            length += static_cast<uint32_t>(matchLength(current + length, window, inRing - length));
+        if (length == inRing)
+            length += static_cast<uint32_t>(matchLength(current + length, src, limit - length));
+        return length;
+    }
+
+    /// The `need` bytes that stand `distance` before src[at], or null if the end of the ring or the
+    /// start of the source divides them.
+    const uint8_t* inOnePiece(uint32_t at, uint32_t distance, uint32_t need) const {
+        if (distance <= at) return src + (at - distance);
+        const uint32_t slot = (start + at - distance) & ringMask;
+        return distance - at >= need && slot + need <= ringMask + 1 ? window + slot : nullptr;
+    }
+};
+
+/// Looks along the chain from `candidate` for a match longer than `found` at source offset `at`, of
+/// at most `limit` bytes (found.length < limit), and returns the best.
+///
+/// `budget` candidates are looked at; once a match has goodLength bytes, a quarter of `budget` in
+/// all; one of niceLength bytes ends the search.
+template <bool Ring>
+[[gnu::always_inline]] inline Match search(const History& history, const HashChains& chains,
+                                           const MatchParameters& params, uint32_t at,
+                                           uint32_t limit, uint32_t candidate, Match found,
+                                           uint32_t budget) {
+    const uint8_t* const current = history.src + at;
+    const uint32_t position = history.start + at;
+    const uint32_t reach = history.reach<Ring>(position);
+    const uint32_t nice = std::min(params.niceLength, limit);
+    const uint32_t reducedBudget = budget / 4;
+    uint32_t tail = load<uint32_t>(current + found.length - 3);
+    for (uint32_t steps = 0; steps < budget; ++steps) {
+        const uint32_t distance = position - candidate;
+        if (distance - 1 >= reach) break;
+        uint32_t length = 0;
+        const uint8_t* const bytes =
+            Ring ? history.inOnePiece(at, distance, maxMatch) : current - distance;
+        if (Ring && bytes == nullptr) {
+            length = history.matchInRing(at, distance, limit);
+        } else if (load<uint32_t>(bytes + found.length - 3) == tail) {
+            length = static_cast<uint32_t>(matchLength(current, bytes, limit));
+        }
+        if (length > found.length) {
+            found = {length, distance};
+            if (length >= nice) break;
+            if (length >= params.goodLength) budget = reducedBudget;
+            tail = load<uint32_t>(current + length - 3);
+        }
+        candidate = chains.next(candidate);
+    }
+    return found;
+}
+
+}  // namespace vek::deflate

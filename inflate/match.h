@@ -1,0 +1,80 @@
+// What the careful steps and the fast kernel of the inflate decoder share: entries, bits, and the
+// copying of matches out of window and output.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "bytes/copy.h"
+#include "inflate/table_layout.h"
+
+namespace vek::inflate {
+
+/// What a lookup finds; `value` is a literal, a base length - 3 or a base distance.
+struct Entry {
+    uint32_t kind;
+    uint32_t value;
+
+    uint32_t codeLen() const { return kind & 15; }
+    uint32_t lengthExtra() const { return (kind >> 4) & 7; }
+    uint32_t distanceExtra() const { return kind >> 4; }
+    bool isLiteral() const { return kind < 16; }
+    bool isLength() const { return kind >= 0x80; }
+};
+
+constexpr uint32_t maxExtraBits = 15;
+
+/// Adds source bytes until `count` bits, at most 25, are held or the source is used up.
+inline void fill(Run& run, uint32_t count) {
+    while (run.nBits < count && run.src != run.srcEnd) {
+        run.bits |= static_cast<uint32_t>(*run.src++) << run.nBits;
+        run.nBits += 8;
+    }
+}
+
+/// Takes `count` bits, at most 15, that are held.
+inline uint32_t take(Run& run, uint32_t count) {
+    const uint32_t bits = run.bits & ((1U << count) - 1);
+    run.bits >>= count;
+    run.nBits -= count;
+    return bits;
+}
+
+/// Copies from the window as much of a match as lies there, at most `length` bytes; `back` is how
+/// far before the output's start the match begins, at most windowSize. Returns the bytes copied.
+inline uint32_t copyFromWindow(const Run& run, uint8_t* dst, uint32_t back, uint32_t length) {
+    const uint32_t total = std::min(back, length);
+    for (uint32_t left = total; left != 0;) {
+        const bool wrapped = back > run.winIdx;
+        const uint32_t at = wrapped ? run.winIdx + (run.windowSize - back) : run.winIdx - back;
+        const uint32_t piece = std::min(left, (wrapped ? run.windowSize : run.winIdx) - at);
+        std::memmove(dst, run.window + at, piece);
+        dst += piece;
+        back -= piece;
+        left -= piece;
+    }
+    return total;
+}
+
+/// True when a match at `distance` starts within the history.
+inline bool reachable(const Run& run, const uint8_t* dst, uint32_t distance) {
+    const auto written = static_cast<size_t>(dst - run.dstStart);
+    return distance != 0 && (distance <= written || distance - written <= run.windowSize);
+}
+
+/// Copies as much of a reachable match as there is room for; returns the bytes copied.
+inline uint32_t copyMatch(const Run& run, uint8_t* dst, uint32_t distance, uint32_t length) {
+    const auto room = static_cast<size_t>(run.dstEnd - dst);
+    const auto total = static_cast<uint32_t>(std::min<size_t>(room, length));
+    const auto written = static_cast<size_t>(dst - run.dstStart);
+    uint32_t done = 0;
+    if (distance > written) {
+        done = copyFromWindow(run, dst, static_cast<uint32_t>(distance - written), total);
+    }
+    if (done != total) copyOverlap(dst + done, distance, total - done);
+    return total;
+}
+
+}  // namespace vek::inflate

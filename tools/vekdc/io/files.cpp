@@ -1,0 +1,223 @@
+#include "tools/vekdc/io/files.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace vekdc {
+namespace {
+
+// The temporary file that a signal must remove. There is one output at a time. The name is written
+// only while signals are held back.
+std::array<char, 4096> temporaryName;
+
+constexpr std::array kEndingSignals = {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGXCPU};
+
+sigset_t endingSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int number : kEndingSignals) sigaddset(&set, number);
+    return set;
+}
+
+extern "C" void endBySignal(int number) {
+    if (temporaryName[0] != 0) unlink(temporaryName.data());
+    signal(number, SIG_DFL);
+    raise(number);
+}
+
+// Holds the ending signals back while a temporary file and its registered name are out of step.
+class SignalsHeld {
+ public:
+    SignalsHeld() {
+        const sigset_t set = endingSignals();
+        pthread_sigmask(SIG_BLOCK, &set, &before_);
+    }
+    ~SignalsHeld() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+
+ private:
+    sigset_t before_{};
+};
+
+std::string folderOf(const std::string& path) {
+    const size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "" : path.substr(0, slash + 1);
+}
+
+}  // namespace
+
+void installSignalHandlers() {
+    struct sigaction action {};
+    action.sa_handler = endBySignal;
+    action.sa_mask = endingSignals();
+    for (const int number : kEndingSignals) {
+        struct sigaction before {};
+        sigaction(number, nullptr, &before);
+        if (before.sa_handler == SIG_DFL) sigaction(number, &action, nullptr);
+    }
+    // A file size limit is reported by write(), like a full disk.
+    signal(SIGXFSZ, SIG_IGN);
+}
+
+SystemFailure::SystemFailure(std::string subject, int error)
+    : Failure(std::strerror(error)), path(std::move(subject)) {}
+
+InputFile::InputFile(const std::string& path)
+    : path_(path), name_(path == kStdin ? "standard input" : path) {
+    descriptor_ = isStdin() ? STDIN_FILENO : open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY);
+    if (descriptor_ < 0 || fstat(descriptor_, &status_) != 0) throw SystemFailure(name_, errno);
+    if (S_ISDIR(status_.st_mode)) {
+        if (!isStdin()) close(std::exchange(descriptor_, -1));
+        throw SystemFailure(name_, EISDIR);
+    }
+#ifdef POSIX_FADV_SEQUENTIAL
+    if (isRegular()) posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
+#endif
+}
+
+InputFile::~InputFile() {
+    if (descriptor_ > STDIN_FILENO) close(descriptor_);
+}
+
+size_t InputFile::read(uint8_t* to, size_t room) {
+    ssize_t count = 0;
+    do {
+        count = ::read(descriptor_, to, room);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) throw SystemFailure(name_, errno);
+    if (progress_ != nullptr) progress_->advance(static_cast<uint64_t>(count));
+    return static_cast<size_t>(count);
+}
+
+OutputFile::OutputFile() : path_("standard output"), descriptor_(STDOUT_FILENO) {}
+
+OutputFile::OutputFile(const std::string& path, bool force, const InputFile& like)
+    : path_(path), force_(force), like_(like.status()), copiesAttributes_(like.isRegular()) {
+    struct stat existing {};
+    if (stat(path.c_str(), &existing) == 0) {
+        if (S_ISDIR(existing.st_mode)) throw SystemFailure(path, EISDIR);
+        if (existing.st_dev == like_.st_dev && existing.st_ino == like_.st_ino)
+            throw Failure("input and output are the same file");
+        if (!S_ISREG(existing.st_mode)) {
+            descriptor_ = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+            if (descriptor_ < 0) throw SystemFailure(path, errno);
+            return;
+        }
+        if (!force) throw SystemFailure(path, EEXIST);
+    }
+    createTemporary();
+}
+
+void OutputFile::createTemporary() {
+    const SignalsHeld held;
+    std::string name = folderOf(path_) + ".vekdc-XXXXXX";
+    if (name.size() >= temporaryName.size()) throw SystemFailure(path_, ENAMETOOLONG);
+    descriptor_ = mkostemp(name.data(), O_CLOEXEC);
+    if (descriptor_ < 0) throw SystemFailure(path_, errno);
+    temporary_ = name;
+    std::copy_n(name.c_str(), name.size() + 1, temporaryName.begin());
+}
+
+OutputFile::~OutputFile() {
+    const SignalsHeld held;
+    if (!temporary_.empty()) {
+        unlink(temporary_.c_str());
+        temporaryName[0] = 0;
+    }
+    if (descriptor_ > STDOUT_FILENO) close(descriptor_);
+}
+
+bool OutputFile::isTerminal() const {
+    return isatty(descriptor_) != 0;
+}
+
+bool OutputFile::isSameAs(const InputFile& input) const {
+    struct stat own {};
+    return input.isRegular() && fstat(descriptor_, &own) == 0 &&
+           own.st_dev == input.status().st_dev && own.st_ino == input.status().st_ino;
+}
+
+// Small pieces (headers, trailers, short blocks) are gathered; large ones go straight through.
+void OutputFile::write(Bytes bytes) {
+    constexpr size_t kGather = 64 << 10;
+    written_ += bytes.size();
+    if (buffer_.size() + bytes.size() > kGather) flush();
+    if (bytes.size() >= kGather) {
+        writeAll(bytes);
+    } else {
+        buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
+    }
+}
+
+void OutputFile::flush() {
+    writeAll(buffer_);
+    buffer_.clear();
+}
+
+void OutputFile::writeAll(Bytes bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw SystemFailure(path_, errno);
+        bytes = bytes.subspan(static_cast<size_t>(count));
+    }
+}
+
+// The owner is a matter of privilege: where it cannot be kept the file is the caller's, and rights
+// that were meant for another group are not given to the caller's.
+void OutputFile::copyAttributes() {
+    mode_t mode = like_.st_mode & 0777;
+    if (fchown(descriptor_, like_.st_uid, like_.st_gid) != 0 &&
+        fchown(descriptor_, static_cast<uid_t>(-1), like_.st_gid) != 0)
+        mode &= ~static_cast<mode_t>(070);
+    if (fchmod(descriptor_, mode) != 0) throw SystemFailure(path_, errno);
+    const std::array<timespec, 2> times = {like_.st_atim, like_.st_mtim};
+    if (futimens(descriptor_, times.data()) != 0) throw SystemFailure(path_, errno);
+}
+
+// Gives the finished file its name, without ever replacing one that appeared meanwhile.
+void OutputFile::rename() {
+    const SignalsHeld held;
+    if (!force_ && link(temporary_.c_str(), path_.c_str()) == 0) {
+        unlink(temporary_.c_str());
+    } else {
+        // Not every file system has links.
+        if (!force_ && (errno == EEXIST || access(path_.c_str(), F_OK) == 0))
+            throw SystemFailure(path_, EEXIST);
+        if (::rename(temporary_.c_str(), path_.c_str()) != 0) throw SystemFailure(path_, errno);
+    }
+    temporary_.clear();
+    temporaryName[0] = 0;
+}
+
+void OutputFile::commit(bool durable) {
+    flush();
+    if (temporary_.empty()) return;
+    if (copiesAttributes_) {
+        copyAttributes();
+    } else {
+        const mode_t mask = umask(0);
+        umask(mask);
+        if (fchmod(descriptor_, 0666 & ~mask) != 0) throw SystemFailure(path_, errno);
+    }
+    if (durable && fsync(descriptor_) != 0) throw SystemFailure(path_, errno);
+    // Some file systems tell of a full disk only now.
+    if (close(std::exchange(descriptor_, -1)) != 0) throw SystemFailure(path_, errno);
+    rename();
+}
+
+void removeFile(const std::string& path) {
+    if (unlink(path.c_str()) != 0) throw SystemFailure(path, errno);
+}
+
+}  // namespace vekdc
