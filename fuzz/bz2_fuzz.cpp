@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "codec/checksums.h"
 #include "fuzz/reader.h"
-#include "tools/vekdc/formats/checks.h"
 
 namespace {
 
@@ -103,7 +103,7 @@ void mend(Data& file) {
     Data plain;
     Bytes rest(file);
     if (theirStream(rest, plain) != BZ_DATA_ERROR || plain.empty()) return;
-    const uint32_t crc = vekdc::kBzip2Crc.update(0, plain);
+    const uint32_t crc = vekdc::codec::kBzip2Crc.update(0, plain);
     setCrc(file, blockCrc, crc);
     plain.clear();
     rest = file;

@@ -2,8 +2,8 @@
 // any size alike. The input is also taken as blocks behind a good header that announces no
 // checksums, so that these do not keep mutations out, and as one LZO1X stream: what liblzo2 accepts
 // must decode to the same bytes. And as data to write and read again.
+#include "codec/checksums.h"
 #include "fuzz/reader.h"
-#include "tools/vekdc/formats/checks.h"
 
 #ifdef VEK_HAS_lzo2
 #include <lzo/lzo1x.h>
@@ -24,7 +24,7 @@ Data header(uint32_t flags, unsigned filter) {
         append(fields, value, 4);
     if (filter != 0) append(fields, filter, 4);
     fields.resize(fields.size() + 13);
-    append(fields, vekdc::kAdler32.update(1, fields), 4);
+    append(fields, vekdc::codec::kAdler32.update(1, fields), 4);
     file.insert(file.end(), fields.begin(), fields.end());
     return file;
 }
@@ -42,7 +42,7 @@ void compareStream(const vekdc::Format& format, Bytes stream) {
     Data file = header(1, 0);
     append(file, size, 4);
     append(file, stream.size(), 4);
-    append(file, vekdc::kAdler32.update(1, plain), 4);
+    append(file, vekdc::codec::kAdler32.update(1, plain), 4);
     file.insert(file.end(), stream.begin(), stream.end());
     append(file, 0, 4);
     if (decoded(format, Bytes(file)) != plain) abort();

@@ -2,8 +2,8 @@
 // any size alike. The input is also taken as the stream of one block, decoded here in a plain way
 // and put into a file with good lengths and checksums: what it decodes to must be the same. And as
 // data to write and read again.
+#include "codec/checksums.h"
 #include "fuzz/reader.h"
-#include "tools/vekdc/formats/checks.h"
 
 namespace {
 
@@ -14,7 +14,8 @@ void append(Data& to, uint64_t value, int count) {
 }
 
 uint32_t sumOf(const Data& bytes) {
-    return vekdc::kCrc32c.finish(vekdc::kCrc32c.update(vekdc::kCrc32c.initial, bytes));
+    return vekdc::codec::kCrc32c.finish(
+        vekdc::codec::kCrc32c.update(vekdc::codec::kCrc32c.initial, bytes));
 }
 
 /// All whole tokens of a stream; nothing when a distance leaves the data or tokens leave a byte.

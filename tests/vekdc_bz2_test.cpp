@@ -1,7 +1,7 @@
 // The tool's bz2 format against libbz2 and the bzip2 tool, both ways; files composed field by
 // field, for what no encoder writes; and what is wrong with broken ones.
+#include "codec/checksums.h"
 #include "support/tool.h"
-#include "tools/vekdc/formats/checks.h"
 #include "vekdc.h"
 
 #ifdef VEK_HAS_bzip2
@@ -129,7 +129,7 @@ Bytes compose(const Content& content, const std::string& field, uint64_t flip) {
             out.back() |= static_cast<uint8_t>((value >> count & 1) << (7 - size++ % 8));
         }
     };
-    const uint32_t crc = vekdc::kBzip2Crc.update(0, content.plain());
+    const uint32_t crc = vekdc::codec::kBzip2Crc.update(0, content.plain());
     put("magic", 0x425A6831, 32);
     put("block magic", 0x314159265359, 48);
     put("block CRC", crc, 32);
@@ -253,7 +253,7 @@ TEST(Bz2Format, StreamsFollowEachOther) {
 
     const Bytes both = one + compress(a, 3);
     const std::string table = info(bz2(), both);
-    const std::string crc = vekdc::hex32(vekdc::kBzip2Crc.update(0, a));
+    const std::string crc = vekdc::hex32(vekdc::codec::kBzip2Crc.update(0, a));
     EXPECT_TRUE(contains(table, crc + "      300000       1\n.*2 streams, " +
                                     std::to_string(both.size()) + " -> 500000 bytes"))
         << table;

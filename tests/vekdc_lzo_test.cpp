@@ -1,7 +1,7 @@
 // The tool's lzo and lzss formats: in memory, against lzop where it is installed, and what they say
 // of broken files.
+#include "codec/checksums.h"
 #include "support/tool.h"
-#include "tools/vekdc/formats/checks.h"
 
 namespace {
 
@@ -14,10 +14,10 @@ void little(Bytes& to, uint64_t value, int count = 4) {
     for (int i = 0; i < count; ++i) to.push_back(static_cast<uint8_t>(value >> (8 * i)));
 }
 uint32_t adler(const Bytes& bytes) {
-    return vekdc::kAdler32.update(1, bytes);
+    return vekdc::codec::kAdler32.update(1, bytes);
 }
 uint32_t crc(const Bytes& bytes) {
-    return vekdc::kCrc32.update(0, bytes);
+    return vekdc::codec::kCrc32.update(0, bytes);
 }
 
 /// A part of an lzo file of any fields, with good checksums.
@@ -226,7 +226,9 @@ TEST(Lzo, SaysWhatIsWrongAndWhere) {
 }
 
 TEST(Lzss, SaysWhatIsWrongAndWhere) {
-    const auto sumOf = [](const Bytes& bytes) { return ~vekdc::kCrc32c.update(0xFFFFFFFF, bytes); };
+    const auto sumOf = [](const Bytes& bytes) {
+        return ~vekdc::codec::kCrc32c.update(0xFFFFFFFF, bytes);
+    };
     const auto header = [&](uint32_t version, uint32_t bits, uint64_t length) {
         Bytes out = {0x89, 'L', 'Z', 'S', 'S', 0x0D, 0x0A, 0x1A};
         little(out, version, 1);

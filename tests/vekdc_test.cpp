@@ -2,8 +2,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include "codec/checksums.h"
 #include "support/tool.h"
-#include "tools/vekdc/formats/checks.h"
 #include "tools/vekdc/formats/inflate_stream.h"
 #include "tools/vekdc/io/pipeline.h"
 
@@ -175,7 +175,7 @@ TEST(Formats, GzHeaderFieldsMembersAndPadding) {
         if ((flags & 8) != 0) header = header + Bytes{'n', 'a', 'm', 'e', 0};
         if ((flags & 16) != 0) header = header + Bytes(70000, 'c') + Bytes{0};
         if ((flags & 2) != 0) {
-            const uint32_t crc = vekdc::kCrc32.update(0, header);
+            const uint32_t crc = vekdc::codec::kCrc32.update(0, header);
             header = header + Bytes{static_cast<uint8_t>(crc), static_cast<uint8_t>(crc >> 8)};
         }
         all = all + header + data;
@@ -192,7 +192,7 @@ TEST(Formats, GzHeaderFieldsMembersAndPadding) {
 TEST(Checks, CombinationEqualsTheWhole) {
     const Bytes bytes = sample(3000);
     const vekdc::Bytes whole(bytes);
-    for (const auto* checksum : {&vekdc::kCrc32, &vekdc::kAdler32}) {
+    for (const auto* checksum : {&vekdc::codec::kCrc32, &vekdc::codec::kAdler32}) {
         const auto sum = [&](vekdc::Bytes part) {
             return checksum->update(checksum->initial, part);
         };
@@ -204,8 +204,9 @@ TEST(Checks, CombinationEqualsTheWhole) {
     }
     // Lengths beyond 32 bits: by halves.
     const uint32_t crc = 0x12345678;
-    EXPECT_EQ(vekdc::crc32Combine(crc, 0, 6ULL << 32),
-              vekdc::crc32Combine(vekdc::crc32Combine(crc, 0, 5ULL << 32), 0, 1ULL << 32));
+    EXPECT_EQ(
+        vekdc::codec::crc32Combine(crc, 0, 6ULL << 32),
+        vekdc::codec::crc32Combine(vekdc::codec::crc32Combine(crc, 0, 5ULL << 32), 0, 1ULL << 32));
 }
 
 TEST(Pipeline, KeepsOrderAndPassesFailuresOn) {
@@ -388,7 +389,7 @@ TEST_F(Program, ProgressAndReports) {
     const std::string info = good(
         "cat x.gz x.gz > m.gz; touch -d '2001-02-03 04:05:06 UTC' x; vekdc compress -fo n.gz x; "
         "cat n.gz >> m.gz; vekdc info m.gz");
-    const std::string crc = vekdc::hex32(vekdc::kCrc32.update(0, plain_));
+    const std::string crc = vekdc::hex32(vekdc::codec::kCrc32.update(0, plain_));
     EXPECT_TRUE(contains(info, crc + "  2001-02-03 04:05:06 .*3 members")) << info;
     EXPECT_TRUE(contains(good("vekdc compress --format zlib -c x | vekdc info"),
                          "uncompressed " + std::to_string(plain_.size())));

@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-#include "tools/vekdc/formats/checks.h"
+#include "codec/checksums.h"
 #include "tools/vekdc/io/files.h"
 
 namespace vekdc {
@@ -209,7 +209,7 @@ ExitStatus worse(ExitStatus a, ExitStatus b) {
     return a == kWarning || b == kWarning ? kWarning : kSuccess;
 }
 
-uint32_t sumFile(const std::string& path, const Checksum& checksum) {
+uint32_t sumFile(const std::string& path, const codec::Checksum& checksum) {
     InputFile input(path);
     Source source(input);
     uint32_t value = checksum.initial;
@@ -235,7 +235,7 @@ ExitStatus workOnFiles(const std::vector<std::string>& paths, const WorkOptions&
 }
 
 ExitStatus sumFiles(const std::vector<std::string>& paths, const std::string& algorithm) {
-    const Checksum& checksum = *checksumByName(algorithm);
+    const codec::Checksum& checksum = *codec::checksumByName(algorithm);
     ExitStatus worst = kSuccess;
     for (const std::string& path : paths) {
         worst = worse(worst, guarded(path, [&] {
@@ -251,7 +251,7 @@ ExitStatus sumFiles(const std::vector<std::string>& paths, const std::string& al
 // it.
 ExitStatus checkSums(const std::vector<std::string>& lists, const std::string& algorithm,
                      bool quiet) {
-    const Checksum& checksum = *checksumByName(algorithm);
+    const codec::Checksum& checksum = *codec::checksumByName(algorithm);
     ExitStatus worst = kSuccess;
     const auto checkLine = [&](const std::string& line) {
         const size_t digits = line.find_first_not_of("0123456789abcdefABCDEF");

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <optional>
 
+#include "codec/checksums.h"
 #include "tools/vekdc/formats/bz2_stream.h"
-#include "tools/vekdc/formats/checks.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc::bz2 {
@@ -120,8 +120,8 @@ class Expander {
     }
 
     uint32_t crc(const Block& block) {
-        uint32_t crc = kBzip2Crc.initial;
-        expand(block, [&](Bytes bytes) { crc = kBzip2Crc.update(crc, bytes); });
+        uint32_t crc = codec::kBzip2Crc.initial;
+        expand(block, [&](Bytes bytes) { crc = codec::kBzip2Crc.update(crc, bytes); });
         return crc;
     }
 

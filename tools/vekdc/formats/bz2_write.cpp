@@ -6,8 +6,8 @@
 // turn comes.
 #include <algorithm>
 
+#include "codec/checksums.h"
 #include "tools/vekdc/formats/bz2_stream.h"
-#include "tools/vekdc/formats/checks.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc::bz2 {
@@ -84,7 +84,7 @@ class BlockFiller {
         Bz2RleState state;
         require(veksEncodeRLEInit_BZ2_8u(&state));
         int32_t length = 0;
-        block.crc = kBzip2Crc.initial;
+        block.crc = codec::kBzip2Crc.initial;
         while (length < room_ && !source_.atEnd()) {
             const Bytes bytes = source_.peek();
             const Bytes part = bytes.first(std::min(bytes.size(), Source::kRoom));
@@ -94,7 +94,7 @@ class BlockFiller {
             veksEncodeRLE_BZ2_8u(&src, &left, block.data.get() + length, &written, &state);
             length += written;
             const Bytes taken = part.first(static_cast<size_t>(src - part.data()));
-            block.crc = kBzip2Crc.update(block.crc, taken);
+            block.crc = codec::kBzip2Crc.update(block.crc, taken);
             source_.skip(taken.size());
         }
         int32_t written = 1;

@@ -33,7 +33,8 @@ int levelOf(const Settings& settings) {
     return settings.fastest ? DeflateEncoder::fastestLevel : settings.level;
 }
 
-Deflated onThreads(Source& source, Sink& sink, const Settings& settings, const Checksum& checksum) {
+Deflated onThreads(Source& source, Sink& sink, const Settings& settings,
+                   const codec::Checksum& checksum) {
     Deflated result{checksum.initial, 0};
     std::vector<DeflateEncoder> encoders(settings.jobs, DeflateEncoder(levelOf(settings)));
     std::vector<uint8_t> tail;  // The end of what was read, history for the next block.
@@ -70,7 +71,8 @@ Deflated onThreads(Source& source, Sink& sink, const Settings& settings, const C
     return result;
 }
 
-Deflated inTurn(Source& source, Sink& sink, const Settings& settings, const Checksum& checksum) {
+Deflated inTurn(Source& source, Sink& sink, const Settings& settings,
+                const codec::Checksum& checksum) {
     Deflated result{checksum.initial, 0};
     DeflateEncoder encoder(levelOf(settings));
     std::vector<uint8_t> coded;
@@ -90,7 +92,7 @@ Deflated inTurn(Source& source, Sink& sink, const Settings& settings, const Chec
 }  // namespace
 
 Deflated deflateAll(Source& source, Sink& sink, const Settings& settings,
-                    const Checksum& checksum) {
+                    const codec::Checksum& checksum) {
     return settings.jobs > 1 ? onThreads(source, sink, settings, checksum)
                              : inTurn(source, sink, settings, checksum);
 }

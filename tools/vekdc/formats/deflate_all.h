@@ -1,7 +1,7 @@
 // One deflate stream from a whole source, on one thread or on many.
 #pragma once
 
-#include "tools/vekdc/formats/checks.h"
+#include "codec/checksums.h"
 #include "tools/vekdc/formats/format.h"
 
 namespace vekdc {
@@ -12,6 +12,7 @@ struct Deflated {
 };
 
 /// Codes the source to its end with `settings.level` (or `fastest`) on `settings.jobs` threads.
-Deflated deflateAll(Source& source, Sink& sink, const Settings& settings, const Checksum& checksum);
+Deflated deflateAll(Source& source, Sink& sink, const Settings& settings,
+                    const codec::Checksum& checksum);
 
 }  // namespace vekdc

@@ -5,7 +5,7 @@
 // else behind it. Header checksum, CRC-32 and length are all verified.
 #include <array>
 
-#include "tools/vekdc/formats/checks.h"
+#include "codec/checksums.h"
 #include "tools/vekdc/formats/deflate_all.h"
 #include "tools/vekdc/formats/formats.h"
 #include "tools/vekdc/formats/inflate_stream.h"
@@ -53,7 +53,7 @@ class HeaderReader {
 
     uint8_t byte() {
         const uint8_t value = source_.byte();
-        crc_ = kCrc32.update(crc_, Bytes(&value, 1));
+        crc_ = codec::kCrc32.update(crc_, Bytes(&value, 1));
         return value;
     }
     uint32_t littleEndian(int count) {
@@ -71,7 +71,7 @@ class HeaderReader {
 
  private:
     Source& source_;
-    uint32_t crc_ = kCrc32.initial;
+    uint32_t crc_ = codec::kCrc32.initial;
 };
 
 Member readHeader(Source& source) {
@@ -105,9 +105,9 @@ Member readHeader(Source& source) {
 Member readMember(Source& source, InflateReader& inflate, Sink& sink) {
     Member member = readHeader(source);
     inflate.start();
-    member.crc = kCrc32.initial;
+    member.crc = codec::kCrc32.initial;
     for (Bytes bytes = inflate.next(); !bytes.empty(); bytes = inflate.next()) {
-        member.crc = kCrc32.update(member.crc, bytes);
+        member.crc = codec::kCrc32.update(member.crc, bytes);
         member.plain += bytes.size();
         sink.write(bytes);
     }
@@ -154,7 +154,7 @@ class Gz : public Format {
             header.push_back(0);
         }
         sink.write(header);
-        const Deflated deflated = deflateAll(source, sink, settings, kCrc32);
+        const Deflated deflated = deflateAll(source, sink, settings, codec::kCrc32);
         std::vector<uint8_t> trailer;
         appendLittleEndian(trailer, deflated.check);
         appendLittleEndian(trailer, static_cast<uint32_t>(deflated.plain));

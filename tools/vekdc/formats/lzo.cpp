@@ -17,7 +17,7 @@
 #include <array>
 #include <cstdio>
 
-#include "tools/vekdc/formats/checks.h"
+#include "codec/checksums.h"
 #include "tools/vekdc/formats/formats.h"
 #include "tools/vekdc/io/pipeline.h"
 #include "vekdc.h"
@@ -60,20 +60,20 @@ enum Flag : uint32_t {
 /// The checksums of a block, in the order in which they stand before it.
 struct BlockCheck {
     uint32_t flag;
-    const Checksum& checksum;
+    const codec::Checksum& checksum;
     bool ofStream;
     const char* mismatch;
 
     uint32_t of(Bytes bytes) const { return checksum.update(checksum.initial, bytes); }
 };
 const std::array<BlockCheck, 4> kBlockChecks = {
-    {{kAdlerOfData, kAdler32, false, "the Adler-32 does not match"},
-     {kCrcOfData, kCrc32, false, "the CRC-32 does not match"},
-     {kAdlerOfStream, kAdler32, true, "the Adler-32 of the compressed data does not match"},
-     {kCrcOfStream, kCrc32, true, "the CRC-32 of the compressed data does not match"}}};
+    {{kAdlerOfData, codec::kAdler32, false, "the Adler-32 does not match"},
+     {kCrcOfData, codec::kCrc32, false, "the CRC-32 does not match"},
+     {kAdlerOfStream, codec::kAdler32, true, "the Adler-32 of the compressed data does not match"},
+     {kCrcOfStream, codec::kCrc32, true, "the CRC-32 of the compressed data does not match"}}};
 
-const Checksum& headerChecksum(uint32_t flags) {
-    return (flags & kHeaderCrc) != 0 ? kCrc32 : kAdler32;
+const codec::Checksum& headerChecksum(uint32_t flags) {
+    return (flags & kHeaderCrc) != 0 ? codec::kCrc32 : codec::kAdler32;
 }
 
 void append(Data& to, uint64_t value, int count) {
@@ -120,7 +120,7 @@ Data makeHeader(const Choice& choice, const Settings& settings) {
     append(fields, 0, 4);
     append(fields, name.size(), 1);
     fields.insert(fields.end(), name.begin(), name.end());
-    const Checksum& checksum = headerChecksum(choice.flags);
+    const codec::Checksum& checksum = headerChecksum(choice.flags);
     append(fields, checksum.update(checksum.initial, fields), 4);
     Data header(kMagic.begin(), kMagic.end());
     header.insert(header.end(), fields.begin(), fields.end());
@@ -250,7 +250,7 @@ class PartReader {
         const size_t nameSize = take(1);
         source_.take(fields, nameSize);
         part_.name.assign(fields.end() - static_cast<ptrdiff_t>(nameSize), fields.end());
-        const Checksum& checksum = headerChecksum(part_.flags);
+        const codec::Checksum& checksum = headerChecksum(part_.flags);
         if (number(4) != checksum.update(checksum.initial, fields))
             corrupt(source_.offset() - 4, "the header's checksum does not match");
 
@@ -264,7 +264,7 @@ class PartReader {
     }
 
     /// Sums the extra field and keeps nothing of it.
-    void readExtra(const Checksum& checksum) {
+    void readExtra(const codec::Checksum& checksum) {
         part_.extraSize = number(4);
         Data length;
         append(length, part_.extraSize, 4);

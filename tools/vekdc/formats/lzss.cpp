@@ -11,7 +11,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "tools/vekdc/formats/checks.h"
+#include "codec/checksums.h"
 #include "tools/vekdc/formats/formats.h"
 #include "tools/vekdc/io/pipeline.h"
 #include "vekdc.h"
@@ -35,7 +35,7 @@ void append(Data& to, uint64_t value, int count) {
 }
 
 uint32_t sumOf(Bytes bytes) {
-    return kCrc32c.finish(kCrc32c.update(kCrc32c.initial, bytes));
+    return codec::kCrc32c.finish(codec::kCrc32c.update(codec::kCrc32c.initial, bytes));
 }
 
 /// The library's record, for one block at a time; takes memory when it is first used.
@@ -86,7 +86,7 @@ void compressFile(Source& source, Sink& sink, unsigned jobs) {
     sink.write(header);
 
     uint64_t length = 0;
-    uint32_t sum = kCrc32c.initial;
+    uint32_t sum = codec::kCrc32c.initial;
     std::vector<Record> records(jobs);
     orderedPipeline<Block>(
         jobs,
@@ -102,12 +102,12 @@ void compressFile(Source& source, Sink& sink, unsigned jobs) {
         [&](Block& block, unsigned thread) { encode(block, records[thread]); },
         [&](Block& block) {
             length += block.data.size();
-            sum = kCrc32c.update(sum, block.data);
+            sum = codec::kCrc32c.update(sum, block.data);
             const Data& bytes = block.stream.empty() ? block.data : block.stream;
             Data head;
             append(head, block.data.size(), 4);
             append(head, bytes.size(), 4);
-            append(head, kCrc32c.finish(sum), 4);
+            append(head, codec::kCrc32c.finish(sum), 4);
             sink.write(head);
             sink.write(bytes);
         });
@@ -144,10 +144,10 @@ class PartReader {
         for (const uint8_t byte : kMagic)
             if (source_.byte() != byte) throw FormatError(part_.offset, "not an lzss file");
         readHeader();
-        uint32_t sum = kCrc32c.initial;
+        uint32_t sum = codec::kCrc32c.initial;
         while (readBlock(sum)) {
         }
-        part_.sum = kCrc32c.finish(sum);
+        part_.sum = codec::kCrc32c.finish(sum);
         if (source_.littleEndian(8) != part_.plain)
             fail(source_.offset() - 8, ": the length does not match");
         if (part_.stated != kUnknown && part_.stated != part_.plain)
@@ -196,8 +196,9 @@ class PartReader {
         source_.take(coded_, codedSize);
         if (codedSize == size) ++part_.storedBlocks;
         const Bytes plain = codedSize == size ? Bytes(coded_) : decode(offset, size);
-        sum = kCrc32c.update(sum, plain);
-        if (kCrc32c.finish(sum) != expected) corrupt(offset - 4, "the CRC-32C does not match");
+        sum = codec::kCrc32c.update(sum, plain);
+        if (codec::kCrc32c.finish(sum) != expected)
+            corrupt(offset - 4, "the CRC-32C does not match");
         part_.plain += size;
         sink_.write(plain);
         return true;

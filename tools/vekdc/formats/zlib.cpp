@@ -3,7 +3,7 @@
 // One stream a file. A stream that needs a preset dictionary is refused: nothing says which one.
 #include <array>
 
-#include "tools/vekdc/formats/checks.h"
+#include "codec/checksums.h"
 #include "tools/vekdc/formats/deflate_all.h"
 #include "tools/vekdc/formats/formats.h"
 #include "tools/vekdc/formats/inflate_stream.h"
@@ -35,11 +35,11 @@ Stream readStream(Source& source, Sink& sink, const Settings& settings) {
     Stream stream;
     stream.windowBits = (method >> 4) + 8U;
     stream.effort = flags >> 6;
-    stream.adler = kAdler32.initial;
+    stream.adler = codec::kAdler32.initial;
     InflateReader inflate(source);
     inflate.start();
     for (Bytes bytes = inflate.next(); !bytes.empty(); bytes = inflate.next()) {
-        stream.adler = kAdler32.update(stream.adler, bytes);
+        stream.adler = codec::kAdler32.update(stream.adler, bytes);
         stream.plain += bytes.size();
         sink.write(bytes);
     }
@@ -75,7 +75,7 @@ class Zlib : public Format {
         const std::array<uint8_t, 2> header = {static_cast<uint8_t>(method),
                                                static_cast<uint8_t>(flags)};
         sink.write(header);
-        const uint32_t adler = deflateAll(source, sink, settings, kAdler32).check;
+        const uint32_t adler = deflateAll(source, sink, settings, codec::kAdler32).check;
         const std::array<uint8_t, 4> trailer = {
             static_cast<uint8_t>(adler >> 24), static_cast<uint8_t>(adler >> 16),
             static_cast<uint8_t>(adler >> 8), static_cast<uint8_t>(adler)};

@@ -9,10 +9,11 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 
-#include "tools/vekdc/io/stream.h"
+#include "codec/codec.h"
 
-namespace vekdc {
+namespace vekdc::codec {
 
 /// Product of two reflected polynomials modulo the CRC-32 polynomial.
 constexpr uint32_t crc32Multiply(uint32_t a, uint32_t b) {
@@ -54,7 +55,7 @@ constexpr uint32_t adler32Combine(uint32_t sumA, uint32_t sumB, uint64_t lengthB
     return low | static_cast<uint32_t>(high % base) << 16;
 }
 
-/// A checksum as the tool uses it: running value in, running value out.
+/// A checksum of any length of data: running value in, running value out.
 struct Checksum {
     const char* name;
     uint32_t initial;
@@ -71,4 +72,4 @@ extern const Checksum kAdler32;
 /// By name (crc32, crc32c, bzip2, adler32); null when there is none.
 const Checksum* checksumByName(std::string_view name);
 
-}  // namespace vekdc
+}  // namespace vekdc::codec

@@ -1,0 +1,67 @@
+// Runs codecs between a Source and a Sink.
+#pragma once
+
+#include <algorithm>
+#include <new>
+#include <vector>
+
+#include "codec/codec.h"
+#include "tools/vekdc/io/stream.h"
+
+namespace vekdc {
+
+/// Bytes that a codec is asked for at a time.
+constexpr size_t kPumpRoom = 256 << 10;
+
+/// Runs a decoder over one stream: what follows the stream stays in the source. Sends what was good
+/// to the sink even when the rest is broken, then throws FormatError. `name` is put in front of the
+/// fault's reason ("member 2: ").
+template <class Decoder, class Name>
+void pumpDecoder(Decoder& decoder, Source& source, Sink& sink, Name&& name) {
+    const uint64_t start = source.offset();
+    std::vector<uint8_t> room(kPumpRoom);
+    for (;;) {
+        const Bytes bytes = source.peek();
+        codec::Input in{bytes.data(), bytes.size()};
+        codec::Output out{room.data(), room.size()};
+        const codec::Status status = decoder.run(in, out);
+        source.skip(bytes.size() - in.left);
+        const Bytes written(room.data(), room.size() - out.left);
+        if (!written.empty()) sink.write(written);
+        switch (status) {
+            case codec::Status::Going:
+                // Nothing more can come: the stream ends in the middle.
+                if (bytes.empty() && written.empty())
+                    throw FormatError(source.offset(), name() + "the file ends too early");
+                break;
+            case codec::Status::Ended:
+                return;
+            case codec::Status::NoMemory:
+                throw std::bad_alloc();
+            case codec::Status::NeedsDictionary:
+            case codec::Status::Broken:
+                throw FormatError(start + decoder.fault().offset, name() + decoder.fault().reason);
+        }
+    }
+}
+
+/// Runs an encoder over the source to its end.
+template <class Encoder>
+void pumpEncoder(Encoder& encoder, Source& source, Sink& sink) {
+    std::vector<uint8_t> room(kPumpRoom);
+    for (;;) {
+        const Bytes bytes = source.peek();
+        codec::Input in{bytes.data(), bytes.size()};
+        codec::Output out{room.data(), room.size()};
+        const codec::Status status =
+            encoder.run(in, out, bytes.empty() ? codec::Directive::Finish : codec::Directive::Go);
+        source.skip(bytes.size() - in.left);
+        const Bytes written(room.data(), room.size() - out.left);
+        if (!written.empty()) sink.write(written);
+        if (status == codec::Status::NoMemory) throw std::bad_alloc();
+        if (status == codec::Status::Ended) return;
+        if (status != codec::Status::Going) throw std::logic_error("an encoder failed");
+    }
+}
+
+}  // namespace vekdc
