@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 constexpr size_t distSymbols = 30;
 constexpr size_t lengthCodes = 29;
@@ -57,4 +57,4 @@ inline constexpr std::array<uint16_t, distSymbols> distBaseTable = [] {
 static_assert(litBaseTable[27] == 224 && distBaseTable[29] == 24576 && litExtraTable[27] == 5 &&
               litExtraTable[28] == 0 && distExtraTable[29] == 13);
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

@@ -14,7 +14,7 @@
 
 #include "bytes/words.h"
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 /// Copies 16 bytes between any addresses; all are read before any is written.
 inline void copy16(uint8_t* dst, const uint8_t* src) {
@@ -40,4 +40,4 @@ inline void copyOverlap(uint8_t* dst, size_t distance, size_t length) {
     }
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL

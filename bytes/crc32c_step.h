@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 constexpr uint32_t crc32cPolynomial = 0x82F63B78U;
 
@@ -22,4 +22,4 @@ constexpr uint32_t crc32cStepPortable(uint32_t crc, uint32_t word) {
     return crc;
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL

@@ -11,7 +11,7 @@
 
 #include "bytes/words.h"
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 /// Number of leading bytes, at most `limit`, that `a` and `b` have in common. The strings may
 /// overlap.
@@ -31,4 +31,4 @@ inline size_t matchLength(const uint8_t* a, const uint8_t* b, size_t limit) {
     return n;
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL

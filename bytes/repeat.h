@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 /// For each distance the shuffle that repeats a register's first bytes over Width bytes, and the
 /// longest whole number of repetitions in these.
@@ -56,4 +56,4 @@ inline void copyRepeated(uint8_t* dst, size_t distance, size_t length) {
     } while (dst < end);
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL

@@ -8,7 +8,7 @@
 
 #include "bytes/words.h"
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 /// Number of leading bytes of `p`, at most `limit`, that equal `value`.
 inline size_t runLength(const uint8_t* p, uint8_t value, size_t limit) {
@@ -23,4 +23,4 @@ inline size_t runLength(const uint8_t* p, uint8_t value, size_t limit) {
     return n;
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL

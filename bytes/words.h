@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 /// Reads a little-endian T from any address.
 template <class T>
@@ -51,4 +51,4 @@ constexpr uint32_t reverseBits(uint32_t v, unsigned bits) {
     return byteSwap(v) >> (32U - bits);
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL

@@ -18,7 +18,7 @@
 #include "frame/args.h"
 #include "vekdc.h"
 
-using namespace vek::bz2;
+using namespace vek::bzip2;
 
 namespace {
 

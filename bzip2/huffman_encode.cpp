@@ -20,7 +20,7 @@
 #include "frame/args.h"
 #include "vekdc.h"
 
-using namespace vek::bz2;
+using namespace vek::bzip2;
 
 struct Bz2HuffEncState {
     int32_t alphaSize;

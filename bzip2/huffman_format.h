@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-namespace vek::bz2 {
+namespace vek::inline VEK_LEVEL::bzip2 {
 
 constexpr int32_t groupSize = 50;
 constexpr int32_t minTables = 2;
@@ -34,4 +34,4 @@ inline uint32_t firstCodes(const uint32_t* counts, uint32_t* first) {
     return code;
 }
 
-}  // namespace vek::bz2
+}  // namespace vek::inline VEK_LEVEL::bzip2

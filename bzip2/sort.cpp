@@ -29,7 +29,7 @@ constexpr uint64_t shortBudget = 100;  // and of shorter ones
 constexpr int64_t bucketSize(int64_t len) {
     return 6 * len + 524484;
 }
-static_assert(bucketSize(1000) == vek::bwt::twoStageSize(1000));
+static_assert(bucketSize(1000) == vek::bzip2::twoStageSize(1000));
 
 constexpr int64_t kernelSize(int64_t len) {
     return 18 * len + 80;
@@ -47,19 +47,19 @@ VekStatus storeSize(int64_t size, int32_t* pSize) {
 
 /// First of the equal rows among which `row` stands.
 int32_t firstEqual(const uint8_t* block, uint32_t length, uint32_t row) {
-    return static_cast<int32_t>(row - row % vek::bwt::repeats(block, length));
+    return static_cast<int32_t>(row - row % vek::bzip2::repeats(block, length));
 }
 
 void sortSmall(const uint8_t* block, uint32_t length, uint8_t* column, int32_t* index) {
-    uint8_t twice[vek::bwt::textFront + 2 * smallBlock + vek::bwt::textTail];
-    uint8_t* const text = twice + vek::bwt::textFront;
+    uint8_t twice[vek::bzip2::textFront + 2 * smallBlock + vek::bzip2::textTail];
+    uint8_t* const text = twice + vek::bzip2::textFront;
     uint32_t rows[smallBlock];
-    vek::bwt::copyTwice(block, length, text);
+    vek::bzip2::copyTwice(block, length, text);
     const auto sort = [&](int32_t budget) {
         for (uint32_t i = 0; i < length; ++i) rows[i] = i;
         return owns_BWT_IT_sort(text, length, rows, length, 0, budget);
     };
-    if (sort(smallBudget * static_cast<int32_t>(length)) < 0) sort(vek::bwt::noBudget);
+    if (sort(smallBudget * static_cast<int32_t>(length)) < 0) sort(vek::bzip2::noBudget);
     uint32_t first = 0;
     for (uint32_t i = 0; i < length; ++i) {
         column[i] = text[rows[i] + length - 1];
@@ -77,9 +77,9 @@ VekStatus sortBuckets(const uint8_t* block, uint32_t length, uint8_t* column, in
     }
     auto budget = static_cast<int32_t>(
         std::min<uint64_t>(length * (length < longBlock ? shortBudget : longBudget), INT32_MAX));
-    vek::bwt::TwoStage sort(block, length, buffer);
+    vek::bzip2::TwoStage sort(block, length, buffer);
     sort.gatherStars();
-    for (uint32_t pair = 0; pair < vek::bwt::pairs; ++pair) {
+    for (uint32_t pair = 0; pair < vek::bzip2::pairs; ++pair) {
         const uint32_t begin = sort.starsBegin(pair);
         const uint32_t count = sort.starsEnd(pair) - begin;
         if (count < 2) continue;

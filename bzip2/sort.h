@@ -10,7 +10,7 @@
 #define owns_BWT_IT_sort VEK_INTERNAL(owns_BWT_IT_sort)
 #define owns_BWT_sfx_fwd_asm VEK_INTERNAL(owns_BWT_sfx_fwd_asm)
 
-namespace vek::bwt {
+namespace vek::inline VEK_LEVEL::bzip2 {
 
 constexpr int32_t noBudget = -1;
 
@@ -36,7 +36,7 @@ inline uint32_t repeats(const uint8_t* block, uint32_t length) {
     return times;
 }
 
-}  // namespace vek::bwt
+}  // namespace vek::inline VEK_LEVEL::bzip2
 
 extern "C" {
 

@@ -23,7 +23,7 @@
 
 #include "bytes/words.h"
 
-namespace vek::bwt {
+namespace vek::inline VEK_LEVEL::bzip2 {
 
 constexpr uint32_t byteValues = 256;
 constexpr uint32_t pairs = 65536;
@@ -263,4 +263,4 @@ class TwoStage {
     uint32_t rangeBegin_[byteValues + 1];
 };
 
-}  // namespace vek::bwt
+}  // namespace vek::inline VEK_LEVEL::bzip2

@@ -21,7 +21,7 @@
 
 namespace {
 
-using vek::bwt::TwoStage;
+using vek::bzip2::TwoStage;
 
 constexpr uint32_t firstOfGroup = 0x80000000U;  // marks an entry that differs from the one before
 
@@ -474,7 +474,7 @@ class StarSort {
     static constexpr ptrdiff_t fewStrings = 10;
 
     void markPairs() {
-        for (uint32_t pair = 0; pair < vek::bwt::pairs; ++pair) {
+        for (uint32_t pair = 0; pair < vek::bzip2::pairs; ++pair) {
             const uint32_t begin = sort_.starsBegin(pair);
             if (begin != sort_.starsEnd(pair)) rows_[begin] |= firstOfGroup;
         }
@@ -564,7 +564,7 @@ class StarSort {
 };
 
 Scratch scratchBetween(uint8_t* begin, const uint8_t* end) {
-    uint8_t* const first = vek::bwt::alignUp(begin);
+    uint8_t* const first = vek::bzip2::alignUp(begin);
     const size_t bytes = first < end ? static_cast<size_t>(end - first) : 0;
     return {reinterpret_cast<uint64_t*>(first), bytes / sizeof(uint64_t)};
 }
@@ -580,7 +580,7 @@ uint32_t sortRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_
 /// Sorts all rotations by ranks, starting from their first bytes.
 uint32_t sortSmallRoot(const uint8_t* block, uint32_t length, uint8_t* column, uint8_t* work,
                        size_t room) {
-    auto* const order = reinterpret_cast<uint32_t*>(vek::bwt::alignUp(work));
+    auto* const order = reinterpret_cast<uint32_t*>(vek::bzip2::alignUp(work));
     uint32_t* const ranks = order + length;
     uint32_t places[257] = {};
     for (uint32_t i = 0; i < length; ++i) ++places[block[i] + 1];
@@ -601,12 +601,12 @@ uint32_t sortSmallRoot(const uint8_t* block, uint32_t length, uint8_t* column, u
 
 void owns_BWT_sfx_fwd_asm(const uint8_t* block, uint32_t length, uint8_t* column, int32_t* index,
                           uint8_t* work, size_t room) {
-    const uint32_t times = vek::bwt::repeats(block, length);
+    const uint32_t times = vek::bzip2::repeats(block, length);
     const uint32_t root = length / times;
     uint32_t row = 0;
     if (root == 1) {
         column[0] = block[0];
-    } else if (room >= vek::bwt::twoStageSize(root)) {
+    } else if (room >= vek::bzip2::twoStageSize(root)) {
         row = sortRoot(block, root, column, work, room);
     } else {
         row = sortSmallRoot(block, root, column, work, room);

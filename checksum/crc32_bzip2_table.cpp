@@ -9,12 +9,12 @@
 namespace {
 
 constexpr auto crc_table =
-    vek::crc::slice<8>(vek::crc::swappedByteTable(vek::crc::crc32Polynomial));
+    vek::checksum::slice<8>(vek::checksum::swappedByteTable(vek::checksum::crc32Polynomial));
 static_assert(crc_table[0][1] == 0xB71DC104U);
 
 }  // namespace
 
 void ownsCRC32_BZ2_8u(const uint8_t* src, size_t len, uint32_t* pCRC) {
-    const uint32_t r = vek::crc::sliceBytes(crc_table, ~vek::byteSwap(*pCRC), src, len);
+    const uint32_t r = vek::checksum::sliceBytes(crc_table, ~vek::byteSwap(*pCRC), src, len);
     *pCRC = ~vek::byteSwap(r);
 }

@@ -26,9 +26,9 @@
 
 namespace {
 
-using vek::crc::crc32Polynomial;
-using vek::crc::powerOfX;
-using vek::crc::reflect;
+using vek::checksum::crc32Polynomial;
+using vek::checksum::powerOfX;
+using vek::checksum::reflect;
 
 /// Multipliers of an accumulator's two halves.
 struct FoldConstants {
@@ -75,7 +75,7 @@ struct Reflected {
         // The quotient's lowest term cannot reach the upper half; without it the constant has 64
         // bits.
         constexpr uint64_t quotient =
-            (reflect(vek::crc::barrettQuotient(crc32Polynomial), 64) << 1) | 1;
+            (reflect(vek::checksum::barrettQuotient(crc32Polynomial), 64) << 1) | 1;
         const __m128i k = pair(reflectedPower(96), generator33);
         const __m128i v = _mm_xor_si128(_mm_clmulepi64_si128(x, k, 0x00), _mm_srli_si128(x, 8));
         const __m128i q = _mm_clmulepi64_si128(v, pair(quotient, 0), 0x00);
@@ -98,7 +98,7 @@ struct MsbFirst {
 
     static uint32_t reduce(__m128i x) {
         const __m128i k = pair(crc32Polynomial, power(96));
-        const __m128i quotient = pair(vek::crc::barrettQuotient(crc32Polynomial), 0);
+        const __m128i quotient = pair(vek::checksum::barrettQuotient(crc32Polynomial), 0);
         const __m128i lowHalf = _mm_slli_si128(_mm_move_epi64(x), 4);
         const __m128i v = _mm_xor_si128(_mm_clmulepi64_si128(x, k, 0x11), lowHalf);
         const __m128i top = _mm_srli_si128(v, 4);
@@ -196,7 +196,7 @@ template <class Order>
 
 template <class Order>
 [[gnu::noinline]] uint32_t shortenAndFold(const uint8_t* src, size_t len, uint32_t crc) {
-    return ~vek::crc::shortenThen<vek::crc::crc32Multiple>(
+    return ~vek::checksum::shortenThen<vek::checksum::crc32Multiple>(
         Order::toBytes(~crc), src, len, [](uint32_t reg, const uint8_t* piece, size_t size) {
             return ~foldOrTables<Order>(piece, size, ~reg);
         });
@@ -204,7 +204,7 @@ template <class Order>
 
 /// From here on shortening pays: a round of XOR takes a third of the time of folding it, but the
 /// ring, which has the length of a round, is still to be folded.
-constexpr size_t shortenFrom = 2 * vek::crc::crc32Multiple.ringBytes();
+constexpr size_t shortenFrom = 2 * vek::checksum::crc32Multiple.ringBytes();
 
 /// The running value after a message. Inlined into the exports: at 64 bytes a further call shows.
 template <class Order>

@@ -11,11 +11,11 @@
 namespace {
 
 constexpr auto crc_table_il8 =
-    vek::crc::slice<8>(vek::crc::reflectedByteTable(vek::crc::crc32Polynomial));
+    vek::checksum::slice<8>(vek::checksum::reflectedByteTable(vek::checksum::crc32Polynomial));
 static_assert(crc_table_il8[0][1] == 0x77073096U);
 
 }  // namespace
 
 void ownsCRC32_8u(const uint8_t* src, size_t len, uint32_t* pCRC) {
-    *pCRC = ~vek::crc::sliceBytes(crc_table_il8, ~*pCRC, src, len);
+    *pCRC = ~vek::checksum::sliceBytes(crc_table_il8, ~*pCRC, src, len);
 }

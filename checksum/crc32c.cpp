@@ -11,13 +11,13 @@
 namespace {
 
 constexpr auto CRC32CTable =
-    vek::crc::slice<4>(vek::crc::reflectedByteTable(vek::crc::castagnoliPolynomial));
+    vek::checksum::slice<4>(vek::checksum::reflectedByteTable(vek::checksum::castagnoliPolynomial));
 static_assert(CRC32CTable[0][1] == 0xF26B8303U);
 
 }  // namespace
 
 void ownsCRC32C_8u(const uint8_t* src, size_t len, uint32_t* pCRC) {
-    *pCRC = vek::crc::sliceBytes(CRC32CTable, *pCRC, src, len);
+    *pCRC = vek::checksum::sliceBytes(CRC32CTable, *pCRC, src, len);
 }
 
 extern "C" VekStatus veksCRC32C_8u(const uint8_t* src, uint32_t len, uint32_t* pCRC) {

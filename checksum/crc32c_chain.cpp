@@ -4,5 +4,5 @@
 #include "checksum/crc_instruction.h"
 
 uint32_t ownscrc_216_asm(const uint8_t* src, size_t len, uint32_t crc) {
-    return vek::crc::stepChain(crc, src, len);
+    return vek::checksum::stepChain(crc, src, len);
 }

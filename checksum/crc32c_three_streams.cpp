@@ -19,8 +19,8 @@
 namespace {
 
 using vek::load;
-using vek::crc::stepWord;
-using vek::crc::Word;
+using vek::checksum::stepWord;
+using vek::checksum::Word;
 
 /// Lengths of a stretch are counted in units of 8 bytes.
 constexpr size_t unit = 8;
@@ -40,11 +40,11 @@ struct Shift {
 constexpr std::array<Shift, maxUnits + 1> shiftTable = [] {
     std::array<Shift, maxUnits + 1> table = {};
     std::array<uint32_t, 2 * maxUnits + 1> powers = {};
-    uint32_t power = vek::crc::powerOfX(8 * unit - 33, vek::crc::castagnoliPolynomial);
+    uint32_t power = vek::checksum::powerOfX(8 * unit - 33, vek::checksum::castagnoliPolynomial);
     for (size_t n = 1; n <= 2 * maxUnits; ++n) {
-        powers[n] = static_cast<uint32_t>(vek::crc::reflect(power, 32));
+        powers[n] = static_cast<uint32_t>(vek::checksum::reflect(power, 32));
         for (size_t i = 0; i < 8 * unit; ++i) {
-            power = vek::crc::timesX(power, vek::crc::castagnoliPolynomial);
+            power = vek::checksum::timesX(power, vek::checksum::castagnoliPolynomial);
         }
     }
     for (size_t n = 1; n <= maxUnits; ++n) table[n] = {powers[n], powers[2 * n]};
@@ -69,15 +69,15 @@ inline uint32_t stepThree(uint32_t crc, const uint8_t* src, size_t units) {
         crc2 = stepWord(crc2, load<Word>(second + i));
         crc3 = stepWord(crc3, load<Word>(third + i));
     }
-    crc = vek::crc::step64(crc, load<uint64_t>(src + i));
-    crc2 = vek::crc::step64(crc2, load<uint64_t>(second + i));
+    crc = vek::checksum::step64(crc, load<uint64_t>(src + i));
+    crc2 = vek::checksum::step64(crc2, load<uint64_t>(second + i));
     const __m128i moved = _mm_xor_si128(product(crc, shiftTable[units].over2),
                                         product(crc2, shiftTable[units].over1));
     const __m128i last =
         _mm_xor_si128(moved, _mm_loadl_epi64(reinterpret_cast<const __m128i*>(third + i)));
     uint64_t word = 0;
     _mm_storel_epi64(reinterpret_cast<__m128i*>(&word), last);
-    return vek::crc::step64(crc3, word);
+    return vek::checksum::step64(crc3, word);
 }
 
 uint32_t stepStreams(const uint8_t* src, size_t len, uint32_t crc) {
@@ -90,21 +90,21 @@ uint32_t stepStreams(const uint8_t* src, size_t len, uint32_t crc) {
         src += 3 * units * unit;
         len -= 3 * units * unit;
     }
-    return vek::crc::stepChain(crc, src, len);
+    return vek::checksum::stepChain(crc, src, len);
 }
 
 [[gnu::noinline]] uint32_t shortenAndStep(const uint8_t* src, size_t len, uint32_t crc) {
-    return vek::crc::shortenThen<vek::crc::castagnoliMultiple>(
+    return vek::checksum::shortenThen<vek::checksum::castagnoliMultiple>(
         crc, src, len, [](uint32_t reg, const uint8_t* piece, size_t size) {
             return stepStreams(piece, size, reg);
         });
 }
 
-constexpr size_t shortenFrom = 3 * vek::crc::castagnoliMultiple.ringBytes();
+constexpr size_t shortenFrom = 3 * vek::checksum::castagnoliMultiple.ringBytes();
 
 }  // namespace
 
 uint32_t ownscrc_plc_asm(const uint8_t* src, size_t len, uint32_t crc) {
-    if (len < threeStreamsFrom) return vek::crc::stepChain(crc, src, len);
+    if (len < threeStreamsFrom) return vek::checksum::stepChain(crc, src, len);
     return len < shortenFrom ? stepStreams(src, len, crc) : shortenAndStep(src, len, crc);
 }

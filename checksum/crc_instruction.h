@@ -11,7 +11,7 @@
 
 #include "bytes/words.h"
 
-namespace vek::crc {
+namespace vek::inline VEK_LEVEL::checksum {
 
 using Word = size_t;
 
@@ -58,4 +58,4 @@ inline uint32_t stepChain(uint32_t crc, const uint8_t* src, size_t len) {
     return (len & 1) != 0 ? _mm_crc32_u8(crc, *src) : crc;
 }
 
-}  // namespace vek::crc
+}  // namespace vek::inline VEK_LEVEL::checksum

@@ -12,7 +12,7 @@
 
 #include "bytes/words.h"
 
-namespace vek::crc {
+namespace vek::inline VEK_LEVEL::checksum {
 
 constexpr uint32_t crc32Polynomial = 0x04C11DB7U;
 constexpr uint32_t castagnoliPolynomial = 0x1EDC6F41U;
@@ -117,4 +117,4 @@ inline uint32_t sliceBytes(const Tables<Slices>& tables, uint32_t r, const uint8
     return r;
 }
 
-}  // namespace vek::crc
+}  // namespace vek::inline VEK_LEVEL::checksum

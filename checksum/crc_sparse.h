@@ -26,7 +26,7 @@
 #include "bytes/words.h"
 #include "checksum/crc_math.h"
 
-namespace vek::crc {
+namespace vek::inline VEK_LEVEL::checksum {
 
 constexpr size_t sparseBlock = 32;
 
@@ -117,4 +117,4 @@ inline uint32_t shortenThen(uint32_t registerBytes, const uint8_t* src, size_t l
     return done == len ? crc : finish(crc, src + done, len - done);
 }
 
-}  // namespace vek::crc
+}  // namespace vek::inline VEK_LEVEL::checksum

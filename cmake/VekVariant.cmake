@@ -45,4 +45,7 @@ target_compile_options(vek_library_flags INTERFACE
 if(VEK_VARIANT STREQUAL "g9")
   target_compile_options(vek_library_flags INTERFACE -mstackrealign -mfpmath=sse)
 endif()
+# Inline functions live in a namespace named for the instruction set that their unit is compiled for,
+# so that the linker can never hand a copy built for a wider set to a caller of the plain one.
+target_compile_definitions(vek_library_flags INTERFACE VEK_LEVEL=${VEK_VARIANT})
 target_link_libraries(vek_library_flags INTERFACE vek_warnings)

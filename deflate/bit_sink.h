@@ -19,7 +19,7 @@
 #include "bytes/words.h"
 #include "deflate/canonical_codes.h"
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 #ifdef __x86_64__
 
@@ -104,4 +104,4 @@ class BitSink {
     uint8_t* dst_;
 };
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

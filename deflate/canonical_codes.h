@@ -7,7 +7,7 @@
 #include "deflate/symbol_tables.h"
 #include "include/vekdc.h"
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 constexpr unsigned maxCodeLength = 15;  // RFC 1951's own limit for both alphabets
 
@@ -57,4 +57,4 @@ inline CodedBits distanceBits(const VekHuffEntry* distTable, uint32_t distanceMi
                          distExtraTable[code]);
 }
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

@@ -15,7 +15,7 @@
 
 #include "deflate/symbol_tables.h"
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 /// Nodes in order of weight, those of one weight newest first: a queue of stacks.
 class NodeQueue {
@@ -127,4 +127,4 @@ bool limitedLengths(Frequency frequency, int n, unsigned limit, uint8_t* lengths
     return fits;
 }
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

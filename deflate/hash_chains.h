@@ -32,7 +32,7 @@
 #include "deflate/symbol_tables.h"
 #include "include/vekdc.h"
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 /// Bytes that the hash covers, and the shortest match.
 constexpr uint32_t hashBytes = 4;
@@ -203,4 +203,4 @@ template <bool Ring>
     return found;
 }
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 constexpr uint32_t levelCount = 30;
 
@@ -24,4 +24,4 @@ inline constexpr int32_t _loc_vec_match[levelCount][4] = {
     {32, 8, 32, 16}, {128, 8, 256, 16}, {144, 8, 256, 16}, {192, 32, 258, 128}, {512, 32, 258, 258},
 };
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

@@ -11,7 +11,7 @@
 
 #include "deflate/canonical_codes.h"
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 /// Bits of a distance, but for the low bits of distance - 1 that `extraMask` leaves to be added.
 struct DistanceCode {
@@ -71,4 +71,4 @@ class PairCodes {
 constexpr uint32_t maxSymbolBits = maxCodeLength + 5;
 constexpr uint32_t maxDistanceBits = maxCodeLength + 13;
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

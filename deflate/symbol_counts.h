@@ -7,7 +7,7 @@
 #include "deflate/symbol_tables.h"
 #include "include/vekdc.h"
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 /// The caller's two frequency tables. A count is an entry's whole 32 bits: what goes beyond the
 /// first half is carried into the second.
@@ -30,4 +30,4 @@ struct SymbolCounts {
     static void add(VekHuffEntry& entry) { store(&entry, load<uint32_t>(&entry) + 1); }
 };
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

@@ -8,7 +8,7 @@
 
 #include "bits/deflate_symbols.h"
 
-namespace vek::deflate {
+namespace vek::inline VEK_LEVEL::deflate {
 
 constexpr int minMatch = 3;
 constexpr int maxMatch = 258;
@@ -55,4 +55,4 @@ inline unsigned distanceCode(unsigned distanceMinus1) {
 static_assert(litCodeTable[0] == 0 && litCodeTable[254] == 27 && litCodeTable[255] == 28 &&
               litCodeTable[511] == 15 && litCodeTable[514] == 16 && litCodeTable[767] == 29);
 
-}  // namespace vek::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate

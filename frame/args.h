@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 /// True when any of the pointers is null.
 template <class... Pointers>
@@ -18,4 +18,4 @@ constexpr bool outside(T value, T low, T high) {
     return value < low || value > high;
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL

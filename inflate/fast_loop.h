@@ -39,7 +39,7 @@
 #include "bytes/words.h"
 #include "inflate/match.h"
 
-namespace vek::inflate {
+namespace vek::inline VEK_LEVEL::inflate {
 
 using Word = uintptr_t;
 constexpr unsigned wordBits = sizeof(Word) * CHAR_BIT;
@@ -287,4 +287,4 @@ template <class Tables, class... Args>
     run.dst = dst;
 }
 
-}  // namespace vek::inflate
+}  // namespace vek::inline VEK_LEVEL::inflate

@@ -10,7 +10,7 @@
 #include "bytes/copy.h"
 #include "inflate/table_layout.h"
 
-namespace vek::inflate {
+namespace vek::inline VEK_LEVEL::inflate {
 
 /// What a lookup finds; `value` is a literal, a base length - 3 or a base distance.
 struct Entry {
@@ -77,4 +77,4 @@ inline uint32_t copyMatch(const Run& run, uint8_t* dst, uint32_t distance, uint3
     return total;
 }
 
-}  // namespace vek::inflate
+}  // namespace vek::inline VEK_LEVEL::inflate

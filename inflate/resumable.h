@@ -17,7 +17,7 @@
 #include "inflate/match.h"
 #include "inflate/table_layout.h"
 
-namespace vek::inflate {
+namespace vek::inline VEK_LEVEL::inflate {
 
 /// Decodes until the call must end; `kernel` runs the fast kernel over `run`.
 template <class Tables, class Kernel>
@@ -93,4 +93,4 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
     }
 }
 
-}  // namespace vek::inflate
+}  // namespace vek::inline VEK_LEVEL::inflate

@@ -32,7 +32,7 @@
 #define ownsInflateLong_8u VEK_INTERNAL(ownsInflateLong_8u)
 #define spec_table_fixed_Huffman VEK_INTERNAL(spec_table_fixed_Huffman)
 
-namespace vek::inflate {
+namespace vek::inline VEK_LEVEL::inflate {
 
 #if !defined(__x86_64__)
 static_assert(sizeof(InflateState) == 40 + VEK_INFLATE_TABLES_SIZE);
@@ -110,7 +110,7 @@ struct Run {
     uint32_t distance;
 };
 
-}  // namespace vek::inflate
+}  // namespace vek::inline VEK_LEVEL::inflate
 
 extern "C" {
 

@@ -21,7 +21,7 @@
 #include "bytes/match_length.h"
 #include "bytes/words.h"
 
-namespace vek::lz4 {
+namespace vek::inline VEK_LEVEL::lz4 {
 
 constexpr size_t minMatch = 4;
 constexpr size_t lastLiterals = 5;  // A match ends at least this far in front of the block's end.
@@ -213,4 +213,4 @@ inline bool isInPlace(const uint8_t* source, int index, const uint8_t* dictionar
     return index == length && dictionary + length == source;
 }
 
-}  // namespace vek::lz4
+}  // namespace vek::inline VEK_LEVEL::lz4

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vek::lzo {
+namespace vek::inline VEK_LEVEL::lzo {
 
 // A container holds up to 32 independently compressed parts behind a header of 4n + 3 bytes: the
 // mark, n, n XOR mark, the expanded length T of all, and the compressed lengths of all parts but
@@ -21,4 +21,4 @@ constexpr size_t containerHeaderSize(size_t parts) {
 /// The end instruction, and all there is of a stream that expands to nothing.
 constexpr uint8_t endInstruction[3] = {0x11, 0, 0};
 
-}  // namespace vek::lzo
+}  // namespace vek::inline VEK_LEVEL::lzo

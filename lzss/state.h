@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vek::lzss {
+namespace vek::inline VEK_LEVEL::lzss {
 
 constexpr uint32_t maxDistance = 32767;
 constexpr uint32_t minMatch = 3;
@@ -62,4 +62,4 @@ static_assert(offsetof(Encoder, position) == 20 && offsetof(Encoder, chainTable)
 static_assert(offsetof(Decoder, bitCount) == 24 && offsetof(Decoder, windowBytes) == 44);
 #endif
 
-}  // namespace vek::lzss
+}  // namespace vek::inline VEK_LEVEL::lzss

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-namespace vek::lzss {
+namespace vek::inline VEK_LEVEL::lzss {
 
 // clang-format off
 constexpr int16_t randVecLZSS[3][256] = {
@@ -78,4 +78,4 @@ constexpr int16_t randVecLZSS[3][256] = {
 };
 // clang-format on
 
-}  // namespace vek::lzss
+}  // namespace vek::inline VEK_LEVEL::lzss

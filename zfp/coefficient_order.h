@@ -8,7 +8,7 @@
 
 #define runCodeTable VEK_INTERNAL(runCodeTable)
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 /// Entry i is the block index 16z + 4y + x of the i-th coefficient, by increasing sequency.
 constexpr std::array<uint8_t, 64> permTable = {
@@ -45,7 +45,7 @@ constexpr ByteShuffles byteShuffles(const std::array<uint8_t, 64>& order) {
     return shuffles;
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL
 
 struct ZfpRunCodes {
     uint32_t entry[2][256];

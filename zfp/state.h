@@ -59,7 +59,7 @@ void ownsZfpForward_32f(const float* src, ptrdiff_t step, ptrdiff_t planeStep, f
                         uint8_t* bytePlanes);
 }
 
-namespace vek {
+namespace vek::inline VEK_LEVEL {
 
 constexpr uint32_t zfpMarker = 0x4B617398U;
 
@@ -94,4 +94,4 @@ inline unsigned zfpPrecision(const ZfpState& state, int32_t emax) {
     return static_cast<unsigned>(std::clamp<int64_t>(planes, 0, zfpPlanes));
 }
 
-}  // namespace vek
+}  // namespace vek::inline VEK_LEVEL
