@@ -14,7 +14,7 @@
 
 #include "bytes/words.h"
 #include "checksum/checksum.h"
-#include "vekdc.h"
+#include "frame/features.h"
 
 namespace {
 
@@ -143,7 +143,13 @@ extern "C" VekStatus veksAdler32_8u(const uint8_t* src, int32_t len, uint32_t* p
     if (src == nullptr) {
         *pSum = 1;
     } else {
-        ownsAdler32_8u(src, len > 0 ? static_cast<size_t>(len) : 0, pSum);
+        const size_t size = len > 0 ? static_cast<size_t>(len) : 0;
+        if (size >= vek::checksum::wideSumFrom &&
+            vek::hasAll(vek::features(), vek::checksum::wideSumFeatures)) {
+            *pSum = ownsAdler32_avx512(src, size, *pSum);
+        } else {
+            ownsAdler32_8u(src, size, pSum);
+        }
     }
     return vekStatusOk;
 }

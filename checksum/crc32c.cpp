@@ -6,7 +6,7 @@
 #include "checksum/checksum.h"
 #include "checksum/crc_math.h"
 #include "frame/args.h"
-#include "vekcore.h"
+#include "frame/features.h"
 
 namespace {
 
@@ -23,9 +23,13 @@ void ownsCRC32C_8u(const uint8_t* src, size_t len, uint32_t* pCRC) {
 extern "C" VekStatus veksCRC32C_8u(const uint8_t* src, uint32_t len, uint32_t* pCRC) {
     if (vek::anyNull(src, pCRC)) return vekStatusNullPointer;
     if (len == 0) return vekStatusBadSize;
-    if (ownGetFeature(VEK_FEATURE_CLMUL) != 0) {
+    const uint32_t features = vek::features();
+    if (len >= vek::checksum::wideFoldFrom &&
+        vek::hasAll(features, vek::checksum::wideFoldFeatures)) {
+        *pCRC = ownsCRC32C_avx512(src, len, *pCRC);
+    } else if ((features & VEK_FEATURE_CLMUL) != 0) {
         *pCRC = ownscrc_plc_asm(src, len, *pCRC);
-    } else if (ownGetFeature(VEK_FEATURE_SSE42) != 0) {
+    } else if ((features & VEK_FEATURE_SSE42) != 0) {
         *pCRC = ownscrc_216_asm(src, len, *pCRC);
     } else {
         ownsCRC32C_8u(src, len, pCRC);

@@ -1,8 +1,8 @@
 // Processor features and cache size, by CPUID.
 //
-// Features: leaf 1 and leaf 7; the AVX bits count only when the system saves the wide registers,
-// which XGETBV tells. The answer is a single word, so a relaxed atomic is all the caching it needs:
-// threads that race compute the same value.
+// Features: leaves 1, 7 and 0x80000001; the AVX bits count only when the system saves the wide
+// registers, which XGETBV tells. The answer is a single word, so relaxed loads and stores are all
+// the caching it needs: threads that race compute the same value.
 //
 // Cache size: the deterministic cache leaves, 4 on one maker's processors and 0x8000001D on the
 // other's, share one format. Where a processor (or a hypervisor that hides the leaves) reports
@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 
 #define VEK_CORE_API extern "C" __attribute__((visibility("default")))
 
@@ -32,44 +31,52 @@ CpuidRegisters cpuid(unsigned leaf, unsigned subleaf) {
     return r;
 }
 
-/// True when the system saves the SSE and AVX halves of the vector registers (XCR0 bits 1 and 2).
-__attribute__((target("xsave"))) bool systemSavesAvxState(const CpuidRegisters& leaf1) {
-    return (leaf1.ecx & bit_OSXSAVE) != 0 && (_xgetbv(0) & 6) == 6;
+/// The parts of the register file that the system saves: XCR0.
+__attribute__((target("xsave"))) uint64_t stateSaved(const CpuidRegisters& leaf1) {
+    return (leaf1.ecx & bit_OSXSAVE) != 0 ? _xgetbv(0) : 0;
 }
 
-constexpr uint32_t featuresKnown = 0x80000000U;
+constexpr uint64_t avxState = 0x06;     // SSE registers, upper halves of the AVX ones
+constexpr uint64_t avx512State = 0xE6;  // and masks, upper halves of the wide ones, the other 16
 
 uint32_t detectFeatures() {
     const CpuidRegisters leaf1 = cpuid(1, 0);
     const CpuidRegisters leaf7 = cpuid(7, 0);
-    const bool avxState = systemSavesAvxState(leaf1);
-    uint64_t features = featuresKnown;
-    const auto add = [&features](bool present, uint64_t feature) {
-        if (present) features |= feature;
+    const CpuidRegisters extended = cpuid(0x80000001, 0);
+    const uint64_t saved = stateSaved(leaf1);
+    const bool avx = (saved & avxState) == avxState;
+    const bool avx512 = (saved & avx512State) == avx512State;
+    uint64_t features = VEK_FEATURES_KNOWN;
+    const auto add = [&features](uint64_t feature, unsigned reg, unsigned bits, bool usable) {
+        if (usable && (reg & bits) == bits) features |= feature;
     };
-    add((leaf1.edx & bit_SSE2) != 0, VEK_FEATURE_SSE2);
-    add((leaf1.ecx & bit_SSSE3) != 0, VEK_FEATURE_SSSE3);
-    add((leaf1.ecx & bit_SSE4_1) != 0, VEK_FEATURE_SSE41);
-    add((leaf1.ecx & bit_POPCNT) != 0, VEK_FEATURE_POPCNT);
-    add((leaf1.ecx & bit_SSE4_2) != 0, VEK_FEATURE_SSE42);
-    add((leaf1.ecx & bit_PCLMUL) != 0, VEK_FEATURE_CLMUL);
-    add(avxState && (leaf1.ecx & bit_AVX) != 0, VEK_FEATURE_AVX);
-    add(avxState && (leaf7.ebx & bit_AVX2) != 0, VEK_FEATURE_AVX2);
+    add(VEK_FEATURE_SSE2, leaf1.edx, bit_SSE2, true);
+    add(VEK_FEATURE_SSSE3, leaf1.ecx, bit_SSSE3, true);
+    add(VEK_FEATURE_SSE41, leaf1.ecx, bit_SSE4_1, true);
+    add(VEK_FEATURE_POPCNT, leaf1.ecx, bit_POPCNT, true);
+    add(VEK_FEATURE_SSE42, leaf1.ecx, bit_SSE4_2, true);
+    add(VEK_FEATURE_CLMUL, leaf1.ecx, bit_PCLMUL, true);
+    add(VEK_FEATURE_AVX, leaf1.ecx, bit_AVX, avx);
+    add(VEK_FEATURE_AVX2, leaf7.ebx, bit_AVX2, avx);
+    add(VEK_FEATURE_BMI2, leaf7.ebx, bit_BMI | bit_BMI2, (extended.ecx & bit_LZCNT) != 0);
+    add(VEK_FEATURE_AVX512, leaf7.ebx, bit_AVX512F | bit_AVX512BW | bit_AVX512DQ | bit_AVX512VL,
+        avx512);
+    add(VEK_FEATURE_VPCLMUL, leaf7.ecx, bit_VPCLMULQDQ, avx);
+    add(VEK_FEATURE_VNNI, leaf7.ecx, bit_AVX512VNNI, avx512);
+    add(VEK_FEATURE_VBMI, leaf7.ecx, bit_AVX512VBMI, avx512);
     return static_cast<uint32_t>(features);
 }
 
-std::atomic<uint32_t> cachedFeatures{0};
-
 /// In 32-bit halves: no processor has a feature of the upper one.
 inline int32_t hasAll(uint32_t features, uint64_t mask) {
-    const uint32_t missing = static_cast<uint32_t>(mask) & ~(features & ~featuresKnown);
+    const uint32_t missing = static_cast<uint32_t>(mask) & ~(features & ~VEK_FEATURES_KNOWN);
     return (missing | static_cast<uint32_t>(mask >> 32)) == 0 ? 1 : 0;
 }
 
 /// Out of line: its stack frame is not for the calls that find the answer cached.
 [[gnu::noinline]] int32_t detectAndTest(uint64_t mask) {
     const uint32_t features = detectFeatures();
-    cachedFeatures.store(features, std::memory_order_relaxed);
+    __atomic_store_n(&vekFeatureWord, features, __ATOMIC_RELAXED);
     return hasAll(features, mask);
 }
 
@@ -100,8 +107,11 @@ uint64_t largestCacheOfSystem() {
 
 }  // namespace
 
+VEK_CORE_API uint32_t vekFeatureWord;
+uint32_t vekFeatureWord = 0;
+
 VEK_CORE_API int32_t ownGetFeature(uint64_t mask) {
-    const uint32_t features = cachedFeatures.load(std::memory_order_relaxed);
+    const uint32_t features = __atomic_load_n(&vekFeatureWord, __ATOMIC_RELAXED);
     if (features == 0) [[unlikely]]
         return detectAndTest(mask);
     return hasAll(features, mask);

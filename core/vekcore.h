@@ -13,8 +13,8 @@
 extern "C" {
 #endif
 
-/** Feature bits of ownGetFeature(). The AVX bits also need the system to save the wide registers.
- */
+/** Feature bits of ownGetFeature(). Those of AVX and AVX-512 also need the system to save the wide
+ * registers. */
 #define VEK_FEATURE_SSE2 UINT64_C(0x01)
 #define VEK_FEATURE_SSSE3 UINT64_C(0x02)
 #define VEK_FEATURE_SSE41 UINT64_C(0x04)
@@ -23,6 +23,21 @@ extern "C" {
 #define VEK_FEATURE_CLMUL UINT64_C(0x800) /**< Carry-less multiplication. */
 #define VEK_FEATURE_AVX UINT64_C(0x1000)
 #define VEK_FEATURE_AVX2 UINT64_C(0x2000)
+#define VEK_FEATURE_BMI2 UINT64_C(0x4000)     /**< With BMI1 and LZCNT. */
+#define VEK_FEATURE_AVX512 UINT64_C(0x8000)   /**< F, BW, DQ and VL. */
+#define VEK_FEATURE_VPCLMUL UINT64_C(0x10000) /**< Carry-less multiplication of wide registers. */
+#define VEK_FEATURE_VNNI UINT64_C(0x20000)    /**< AVX-512's byte dot products. */
+#define VEK_FEATURE_VBMI UINT64_C(0x40000)    /**< AVX-512's byte permutations. */
+
+/** Set in ::vekFeatureWord once the processor was asked. */
+#define VEK_FEATURES_KNOWN UINT32_C(0x80000000)
+
+/**
+ * The features that are there, as bits, and ::VEK_FEATURES_KNOWN; 0 until somebody asks for the
+ * first time. For code that calls ownGetFeature() so often that the call shows: read the word, and
+ * call only when it is 0. Written by this library alone (and by tests, to hide a feature).
+ */
+extern uint32_t vekFeatureWord;
 
 /**
  * Tells whether the processor has every feature in a mask.

@@ -76,6 +76,7 @@ const Path paths[] = {
     {"portable", 0},
     {"CRC instruction", VEK_FEATURE_SSE42},
     {"carry-less multiplication", VEK_FEATURE_SSE42 | VEK_FEATURE_CLMUL},
+    {"AVX-512", ~UINT64_C(0)},
 };
 
 /// Runs `body` for every checksum on every path.
@@ -111,8 +112,8 @@ Bytes randomBytes(size_t size, uint32_t seed) {
 
 /// Where kernels change their ways: block and group sizes, stretches of three streams, multiples of
 /// the XOR rings (6688 and 9600 bytes), Adler-32's chunks.
-const size_t thresholds[] = {144,   256,   1024,  3072,  5536,  6144,  13376,
-                             19200, 20064, 26752, 28800, 32768, 65536, 96000};
+const size_t thresholds[] = {144,   256,   512,   1024,  3072,  5536,  6144,  13376,
+                             19200, 20064, 26752, 28800, 32768, 65536, 96000, 131072};
 
 }  // namespace
 
@@ -182,7 +183,7 @@ TEST(Checksum, EveryShortLengthAtEveryAlignmentStaysInsideTheBuffer) {
 }
 
 TEST(Checksum, LengthsAroundEveryThreshold) {
-    const Bytes data = randomBytes(96000 + 64, 2);
+    const Bytes data = randomBytes(131072 + 64, 2);
     Guarded buffer(data.size());
     onEveryPath([&](const Checksum& checksum) {
         const auto expected = prefixValues(checksum, checksum.start, data);
@@ -241,7 +242,7 @@ TEST(Checksum, SingleBitsAnywhereCount) {
 }
 
 TEST(Checksum, AdlerSumsDoNotOverflow) {
-    const Bytes ones(200000, 0xFF);
+    const Bytes ones(400000, 0xFF);
     uint32_t expected = 0xFFF0FFF0U;
     for (const uint8_t byte : ones) expected = adlerByte(expected, byte);
     EXPECT_EQ(valueOf(checksums[3], 0xFFF0FFF0U, ones.data(), ones.size()), expected);

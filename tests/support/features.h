@@ -1,8 +1,9 @@
 // Processor features as a test wants the library to see them.
 //
-// A test program defines ownGetFeature itself, so that the library's calls resolve to it rather
-// than to libvekcore's: every path of the library then runs on one machine, with no switch in the
-// product.
+// The core keeps what it found out in a word that the library reads: a test takes bits out of it,
+// and every path of the library runs on one machine, with no switch in the product. No bit is ever
+// added, so a test meets no illegal instruction. The limit is one for the whole program; tests run
+// one after another.
 #pragma once
 
 #include <cstdint>
@@ -16,6 +17,9 @@ class FeatureLimit {
     ~FeatureLimit();
     FeatureLimit(const FeatureLimit&) = delete;
     FeatureLimit& operator=(const FeatureLimit&) = delete;
+
+ private:
+    uint32_t before_;
 };
 
 }  // namespace vektest
