@@ -1,9 +1,12 @@
-// Deflate: the whole pipeline, as the tool composes it from the library's stages, and Huffman
-// coding alone.
+// Deflate: the whole pipeline as the tool composes it from the library's stages ("vekdc -6"), with
+// matcher parameters of its own; the pipeline with the library's levels ("level 6"), in a program
+// of the plainest kind; and Huffman coding alone.
 
 #include <libdeflate.h>
 #include <zlib.h>
 
+#include <algorithm>
+#include <functional>
 #include <memory>
 
 #include "bench.h"
@@ -50,27 +53,95 @@ size_t deflateZlib(const Bytes& in, int level, Bytes& out) {
     return size;
 }
 
-void addLevel(const Input& input, int level) {
-    const std::string operation = level == DeflateEncoder::fastestLevel
-                                      ? "deflate fastest"
-                                      : "deflate level " + std::to_string(level);
-    const int peerLevel = level == DeflateEncoder::fastestLevel ? 1 : level;
+/// Codes in blocks of up to 64 Ki pairs, each with a code of its own.
+class LevelEncoder {
+ public:
+    explicit LevelEncoder(uint32_t level) : level_(level) {}
+
+    /// Returns the size of the coded data.
+    size_t encode(const Bytes& in, Bytes& out) {
+        std::fill(head_.begin(), head_.end(), -32768);
+        const uint8_t* src = in.data();
+        auto left = static_cast<int32_t>(in.size());
+        int32_t position = 0;
+        bits_ = bitCount_ = size_ = 0;
+        do {
+            std::fill_n(lit_, 286, VekHuffEntry{});
+            std::fill_n(dist_, 30, VekHuffEntry{});
+            uint32_t room = blockPairs;
+            veksDeflateLZ77_8u(&src, &left, &position, window_.data(), 32768, head_.data(),
+                               prev_.data(), 65536, lit_, dist_, lits_.data(), dists_.data(), &room,
+                               level_, 2);
+            writeBlock(blockPairs - room, left == 0, out);
+        } while (left != 0);
+        put(0, 7, out);
+        return size_;
+    }
+
+ private:
+    static constexpr uint32_t blockPairs = 65536;
+
+    void put(uint32_t bits, uint32_t count, Bytes& out) {
+        bits_ |= bits << bitCount_;
+        for (bitCount_ += count; bitCount_ >= 8; bitCount_ -= 8, bits_ >>= 8)
+            out[size_++] = static_cast<uint8_t>(bits_);
+    }
+
+    void writeBlock(uint32_t pairs, bool last, Bytes& out) {
+        lit_[256].code = 1;
+        veksDeflateLZ77FastestGenHuffTable_8u(lit_, dist_, lit_, dist_);
+        uint8_t header[VEK_DEFLATE_HEADER_BOUND];
+        uint32_t length = 0;
+        uint32_t bits = 0;
+        veksDeflateLZ77FastestGenHeader_8u(lit_, dist_, header, &length, &bits);
+        if (!last) header[0] &= 0xFE;
+        for (uint32_t at = 0; at < bits; at += 8) put(header[at / 8], std::min(8U, bits - at), out);
+        veksDeflateHuff_8u(lits_.data(), dists_.data(), pairs, &bits_, &bitCount_, lit_, dist_,
+                           out.data(), &size_);
+        put(lit_[256].code, lit_[256].length, out);
+    }
+
+    uint32_t level_;
+    uint32_t bits_ = 0;
+    uint32_t bitCount_ = 0;
+    uint32_t size_ = 0;
+    std::vector<uint8_t> window_ = Bytes(32768);
+    std::vector<int32_t> head_ = std::vector<int32_t>(65536);
+    std::vector<int32_t> prev_ = std::vector<int32_t>(32768);
+    VekHuffEntry lit_[286];
+    VekHuffEntry dist_[30];
+    Bytes lits_ = Bytes(blockPairs);
+    std::vector<uint16_t> dists_ = std::vector<uint16_t>(blockPairs);
+};
+
+/// Returns the size of what it leaves in `out`, where there is room.
+using Encode = std::function<size_t(const Bytes& in, Bytes& out)>;
+
+Encode toolEncode(int level) {
+    return [encoder = std::make_shared<DeflateEncoder>(level)](const Bytes& in, Bytes& out) {
+        return deflateOurs(*encoder, in, out);
+    };
+}
+
+Encode levelEncode(uint32_t level) {
+    return [encoder = std::make_shared<LevelEncoder>(level)](const Bytes& in, Bytes& out) {
+        return encoder->encode(in, out);
+    };
+}
+
+void addContenders(const std::string& operation, const Input& input, const Encode& ours,
+                   int peerLevel) {
     const Bytes& in = input.bytes;
-    auto encoder = std::make_shared<DeflateEncoder>(level);
     // Everyone writes where there is room already, so that no one is charged for fresh pages.
     auto room = std::make_shared<Bytes>(in.size() * 2 + 1000);
     auto coded = std::make_shared<Bytes>(in.size() * 2 + 1000);
-    deflateOurs(*encoder, in, *coded);
+    coded->resize(ours(in, *coded));
     if (inflateAll(*coded, in.size()) != in) vekbench::fail(operation + " of " + input.name);
+    coded->resize(room->size());
     vekbench::add(operation, input.name, "vekdc", in.size(),
-                  [encoder, &in, coded] { return deflateOurs(*encoder, in, *coded); });
+                  [ours, &in, coded] { return ours(in, *coded); });
     vekbench::add(operation, input.name, "zlib", in.size(),
                   [peerLevel, &in, room] { return deflateZlib(in, peerLevel, *room); });
-    if (level == DeflateEncoder::fastestLevel) {
-        auto level1 = std::make_shared<DeflateEncoder>(1);
-        vekbench::add(operation, input.name, "our level 1", in.size(),
-                      [level1, &in, coded] { return deflateOurs(*level1, in, *coded); });
-    }
     std::shared_ptr<libdeflate_compressor> compressor(libdeflate_alloc_compressor(peerLevel),
                                                       libdeflate_free_compressor);
     vekbench::add(operation, input.name, "libdeflate", in.size(), [compressor, &in, room] {
@@ -117,13 +188,26 @@ void addHuffman(const Input& input) {
 
 void registerBenchmarks() {
     for (const Input& input : vekbench::files()) {
-        for (const int level : {DeflateEncoder::fastestLevel, 1, 6, 9}) addLevel(input, level);
+        const std::string fastest = "deflate vekdc --fastest";
+        addContenders(fastest, input, toolEncode(DeflateEncoder::fastestLevel), 1);
+        auto coded = std::make_shared<Bytes>(input.bytes.size() * 2 + 1000);
+        vekbench::add(
+            fastest, input.name, "vekdc -1", input.bytes.size(),
+            [level1 = toolEncode(1), &input, coded] { return level1(input.bytes, *coded); });
+        for (const int level : {1, 6, 9}) {
+            const std::string number = std::to_string(level);
+            addContenders("deflate vekdc -" + number, input, toolEncode(level), level);
+            addContenders("deflate level " + number, input,
+                          levelEncode(static_cast<uint32_t>(level)), level);
+        }
         addHuffman(input);
     }
-    vekbench::goal("deflate fastest", "our level 1", 2);
-    vekbench::goal("deflate level 1", "libdeflate", 1);
-    vekbench::goal("deflate level 1", "zlib", 0, 1.01);
-    vekbench::goal("deflate level 6", "libdeflate", 1);
-    vekbench::goal("deflate level 6", "zlib", 0, 1.01);
-    vekbench::goal("deflate level 9", "zlib", 1.5, 1.005);
+    vekbench::goal("deflate vekdc --fastest", "vekdc -1", 2);
+    for (const std::string coder : {"deflate vekdc -", "deflate level "}) {
+        for (const std::string level : {"1", "6"}) {
+            vekbench::goal(coder + level, "libdeflate", 1);
+            vekbench::goal(coder + level, "zlib", 0, 1.01);
+        }
+        vekbench::goal(coder + "9", "zlib", 1.5, 1.005);
+    }
 }

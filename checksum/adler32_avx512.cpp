@@ -12,6 +12,8 @@
 
 #include "checksum/checksum.h"
 
+// Inside the level's namespace, so that the check of instructions knows them by their names.
+namespace vek::inline VEK_LEVEL::checksum {
 namespace {
 
 constexpr uint32_t modulus = 65521;
@@ -112,6 +114,9 @@ inline Sums addChunk(Sums sums, const uint8_t* src, size_t len) {
 }
 
 }  // namespace
+}  // namespace vek::inline VEK_LEVEL::checksum
+
+using namespace vek::checksum;
 
 uint32_t ownsAdler32_avx512(const uint8_t* src, size_t len, uint32_t sum) {
     Sums sums = {(sum & 0xFFFF) % modulus, (sum >> 16) % modulus};

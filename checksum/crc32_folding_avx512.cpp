@@ -8,9 +8,9 @@
 #include "checksum/checksum.h"
 #include "checksum/crc32_folding.h"
 
+// Inside the level's namespace, so that the check of instructions knows them by their names.
+namespace vek::inline VEK_LEVEL::checksum {
 namespace {
-
-using namespace vek::checksum;
 
 inline __m512i xor3(__m512i a, __m512i b, __m512i c) {
     return _mm512_ternarylogic_epi64(a, b, c, 0x96);
@@ -74,6 +74,9 @@ inline uint32_t foldWideMessage(uint32_t reg, const uint8_t* src, size_t len) {
 }
 
 }  // namespace
+}  // namespace vek::inline VEK_LEVEL::checksum
+
+using namespace vek::checksum;
 
 uint32_t ownsCRC32_avx512(const uint8_t* src, size_t len, uint32_t crc) {
     return ~foldWideMessage<ZlibOrder>(~crc, src, len);

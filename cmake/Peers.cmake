@@ -3,7 +3,9 @@
 #
 # x86-64 finds them in the system. 32-bit x86 finds them where `./vek setup` unpacked the
 # distribution's i386 packages (VEK_PEERS_DIR). Each one found becomes the target peer::<name>; one
-# that cannot be had leaves no target, and what needs it is not built.
+# that cannot be had leaves no target, and what needs it is not built. VEK_WITHOUT_PEERS names peers
+# to do without although they are there, or ALL, so that one machine can build every combination.
+set(VEK_WITHOUT_PEERS "" CACHE STRING "Peers to leave out, as a list, or ALL")
 
 if(VEK_VARIANT STREQUAL "g9")
   set(VEK_PEERS_DIR ${CMAKE_SOURCE_DIR}/build/peers-i386/root CACHE PATH
@@ -16,6 +18,9 @@ else()
 endif()
 
 function(vek_peer name header library)
+  if("${VEK_WITHOUT_PEERS}" STREQUAL "ALL" OR name IN_LIST VEK_WITHOUT_PEERS)
+    return()
+  endif()
   find_path(PEER_${name}_INCLUDE ${header} PATHS ${_peer_includes} NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
   find_library(PEER_${name}_LIBRARY NAMES lib${library}.a lib${library}.so PATHS ${_peer_libs}
                NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
@@ -40,6 +45,10 @@ vek_peer(lzo2 lzo/lzo1x.h lzo2)
 vek_peer(zfp zfp.h zfp)
 vek_peer(benchmark benchmark/benchmark.h benchmark)
 
+# What only a comparison with a missing peer uses is unused then, and that is no fault.
+add_library(vek_peer_missing INTERFACE)
+target_compile_options(vek_peer_missing INTERFACE -Wno-unused)
+
 # vek_link_peers(<target> [peer]...): links those of the peers that this machine has; for each one
 # VEK_HAS_<peer> is defined.
 function(vek_link_peers target)
@@ -47,6 +56,9 @@ function(vek_link_peers target)
     if(TARGET peer::${peer})
       target_link_libraries(${target} PRIVATE peer::${peer})
       target_compile_definitions(${target} PRIVATE VEK_HAS_${peer})
+    else()
+      target_link_libraries(${target} PRIVATE vek_peer_missing)
+      message(STATUS "Without ${peer}: ${target} compares less")
     endif()
   endforeach()
 endfunction()

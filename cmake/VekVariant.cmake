@@ -24,8 +24,8 @@ target_compile_options(vek_warnings INTERFACE -Wall -Wextra -Wshadow -Werror)
 
 if(VEK_SANITIZE)
   # Line numbers are all that a report needs of -g.
-  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
-  add_link_options(-fsanitize=address,undefined)
+  add_compile_options(-fsanitize=${VEK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
+  add_link_options(-fsanitize=${VEK_SANITIZE})
   if(VEK_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link)
   else()
