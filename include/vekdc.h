@@ -992,6 +992,12 @@ static inline size_t vekLZ4EncodeBound(size_t len) {
  * Nothing outside the two buffers is touched, whatever the bytes. The destination may be written
  * anywhere within its room. An offset of 0 is not refused: it repeats what the destination held.
  *
+ * A room that ends where a literal run (also an empty one) ends is no error: the result is 0,
+ * whatever else the block holds. Who does not know the length of the data tells by a room that is
+ * larger than they may be: with 0 and fewer bytes decoded than the room the block is whole. With
+ * the room filled, veksDecodeLZ4Dict_8u() tells: at least 8 bytes of a block that goes on are not
+ * consumed.
+ *
  * @param pSrc    The block.
  * @param srcLen  Its length in bytes, at least 1.
  * @param pDst    Destination.
@@ -1194,9 +1200,9 @@ VekStatus veksEncodeLZ4HCHashTableInit_8u(uint8_t** ppHashTables);
  *                     looks at twice as many candidates as the one before.
  * @return 0; ::vekStatusDestinationFull when only the last literals did not fit: as many as did are
  *         written and counted as consumed; ::vekStatusDestinationTooSmall when a sequence did not
- *         fit: whole sequences were written, of exactly the consumed bytes, without the run of
- *         literals that must end a block: append one of at least 12, or retry with more room;
- *         ::vekStatusNullPointer; ::vekStatusBadSize; ::vekStatusBadArgument for a negative srcIdx.
+ *         fit. With both the destination holds a whole block of the consumed bytes, for which the
+ *         last sequences may have been taken back. ::vekStatusNullPointer; ::vekStatusBadSize;
+ *         ::vekStatusBadArgument for a negative srcIdx.
  */
 VekStatus veksEncodeLZ4HC_8u(const uint8_t* pSrc, int srcIdx, int* pSrcLen, uint8_t* pDst,
                              int* pDstLen, uint8_t** ppHashTables, const uint8_t* pDict,
