@@ -1246,7 +1246,41 @@ VekStatus veksEncodeLZ4HCDictLimit_8u(const uint8_t* pSrc, int srcIdx, int* pSrc
  * k * (T / n), the last also to the remainder. It is recognised when the header is consistent and
  * the first stream ends in 0x11 0x00 0x00. With n = 1 the word that the decoders check at offset 7
  * already belongs to the stream, so a container of one part may not be recognised as one.
+ *
+ * **A container states its own length, and the decoders, the checking one too, write that many
+ * bytes whatever the capacity. Whoever decodes what he did not encode must ask
+ * vekLZOContainerLength() first, and provide that room or refuse.** The encoder's plain streams are
+ * never taken for containers; those of others may be, if they begin with a run of 68 literals that
+ * were made for it.
  */
+
+/**
+ * How many parts the decoders find in a source: 1 to 32 in a container, 0 in a plain stream.
+ *
+ * @param src the source, `srcLen` bytes; not looked at when there are fewer than 11.
+ */
+static inline uint32_t vekLZOContainerParts(const uint8_t* src, uint32_t srcLen) {
+    uint32_t parts, header, first;
+    if (srcLen < 11U || src[0] != 0x55U) return 0U;
+    parts = src[1];
+    header = 4U * parts + 3U;
+    if (parts < 1U || parts > 32U || src[2] != (parts ^ 0x55U) || srcLen < header) return 0U;
+    first = src[7] + 0x100U * src[8] + 0x10000U * src[9] + 0x1000000U * src[10];
+    if (first > srcLen - header) return 0U;
+    src += 4U * parts + first; /* The first part's last three bytes. */
+    return src[0] == 0x11U && src[1] == 0U && src[2] == 0U ? parts : 0U;
+}
+
+/**
+ * How many bytes a container says that it expands to; 0 for a plain stream, which keeps to the
+ * capacity. **The decoders write that many bytes, whatever the capacity.**
+ *
+ * @param src the source, `srcLen` bytes.
+ */
+static inline uint32_t vekLZOContainerLength(const uint8_t* src, uint32_t srcLen) {
+    if (vekLZOContainerParts(src, srcLen) == 0U) return 0U;
+    return src[3] + 0x100U * src[4] + 0x10000U * src[5] + 0x1000000U * src[6];
+}
 
 /**
  * Room that always suffices to encode `len` bytes as one stream, whatever they are, for every
@@ -1285,10 +1319,14 @@ VekStatus veksEncodeLZOInit_8u(int32_t method, uint32_t maxInputLen, void* pStat
 /**
  * Compresses a buffer into one LZO1X stream that ends in 0x11 0x00 0x00.
  *
- * The capacity bounds what the match finder writes, and the literals behind the last match. That
- * last run's header (at most 2 + t / 255 bytes for t literals) and the end instruction (3 bytes)
- * are written without a look at the capacity: give vekLZOEncodeBound() bytes, or have 5 + capacity
- * / 255 bytes more behind the capacity you state.
+ * The capacity bounds what the match finder writes, and the literals behind the last match. **All
+ * methods may write a few bytes beyond a capacity that is too small by so many:** that last run's
+ * header (at most 2 + t / 255 bytes for t literals) and the end instruction (3 bytes) are written
+ * without a look at the capacity, for each part of a container anew. Give vekLZOEncodeBound()
+ * bytes, or have 5 + capacity / 255 bytes more behind the capacity you state, and 6 for each part.
+ *
+ * A first run of 68 literals takes one byte more where decoders would take the stream for a
+ * container.
  *
  * @param src the data, `srcLen` bytes.
  * @param srcLen 0 writes nothing, not even an end instruction.
@@ -1321,8 +1359,9 @@ VekStatus veksDecodeLZO_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst, ui
 
 /**
  * Expands a stream or container of any origin: as veksDecodeLZO_8u(), but reports whatever is
- * wrong. A container states its own length, T at offset 3: who cannot trust the source reads it
- * first and provides T bytes, or refuses sources that begin with 0x55.
+ * wrong. **A container is written to its own length, whatever the capacity: for a source that is
+ * not trusted provide vekLZOContainerLength() bytes, or refuse those where it is above the
+ * capacity.**
  *
  * Bytes behind the end instruction are ignored. A stream may also end without one, behind a run of
  * 4 or more literals.
