@@ -1185,6 +1185,12 @@ VekStatus veksEncodeLZ4HCHashTableInit_8u(uint8_t** ppHashTables);
  * tables, and dropping the result; then encode with `srcIdx` equal to its length. Position 0 is
  * never referred to.
  *
+ * A search for a match looks at up to 2^(level - 1) candidates. The search for a second match that
+ * overlaps one already found looks at the nearest quarter of them. With all of them 10 MB of texts,
+ * tables, programs and images take 4 171 620 bytes at level 6 and 4 125 248 at level 9, in place of
+ * 4 223 963 and 4 136 332, but 28 % and 18 % more time. One level more gives the like of that for
+ * less (level 7: 4 177 560 bytes, 20 % more time than level 6).
+ *
  * @param pSrc         The block.
  * @param srcIdx       Its position in the stream, at least 0; without a dictionary, so many bytes
  *                     in front of pSrc are the history.
@@ -1196,8 +1202,7 @@ VekStatus veksEncodeLZ4HCHashTableInit_8u(uint8_t** ppHashTables);
  * @param ppHashTables Two pointers: the hash table, the chain table.
  * @param pDict        Dictionary, or null.
  * @param dictLen      Its length; 0 for none.
- * @param level        1 (fast) to 9 (small); 0 and all above mean 9, all below mean 1. Each level
- *                     looks at twice as many candidates as the one before.
+ * @param level        1 (fast) to 9 (small); 0 and all above mean 9, all below mean 1.
  * @return 0; ::vekStatusDestinationFull when only the last literals did not fit: as many as did are
  *         written and counted as consumed; ::vekStatusDestinationTooSmall when a sequence did not
  *         fit. With both the destination holds a whole block of the consumed bytes, for which the
@@ -1488,6 +1493,11 @@ VekStatus veksDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** p
  *
  * The method does not preserve infinities and NaNs: a block that holds one decodes to some values,
  * and its neighbours are not disturbed.
+ *
+ * Values below 2^-97 may come back as 0: a block's values are integers times 2^(e - 30), where 2^e
+ * is the power of two above its largest magnitude, and for that scale the decoder takes normal
+ * floats (2^-126 and above) or 0. So a block without a magnitude of 2^-97 or more decodes to zeros;
+ * in others such values keep the bits that the block's precision gives them.
  */
 typedef struct ZfpState ZfpState;
 
