@@ -15,12 +15,10 @@ void require(bool condition) {
 
 /// Heap blocks of exact size, so that the sanitizer sees every byte outside.
 void decodeHostile(const uint8_t* data, uint32_t size, uint32_t capacity) {
-    uint32_t room = capacity;
-    if (size >= 7 && data[0] == 0x55) {
-        std::memcpy(&room, data + 3, 4);
-        if (room > 1 << 20) return;
-        room = std::max(room, capacity);
-    }
+    // A plain stream keeps to the capacity, a container to what it says.
+    const bool container = vekLZOContainerParts(data, size) != 0;
+    const uint32_t room = container ? vekLZOContainerLength(data, size) : capacity;
+    if (room > 1 << 20) return;
     const std::unique_ptr<uint8_t[]> out(new uint8_t[room]);
     uint32_t length = capacity;
     const VekStatus status = veksDecodeLZOSafe_8u(data, size, out.get(), &length);
@@ -49,6 +47,7 @@ void roundTrip(const uint8_t* data, uint32_t size, uint8_t choice, uint32_t capa
     uint32_t length = capacity;
     const VekStatus status = veksEncodeLZO_8u(data, size, stream.data(), &length, state.data());
     require(status == vekStatusOk || (status == vekStatusDestinationFull && (choice & 4) == 0));
+    require(parts >= 2 || vekLZOContainerParts(stream.data(), length) == 0);
     if (status != vekStatusOk) return;
     std::vector<uint8_t> back(size + 1);
     const std::unique_ptr<uint8_t[]> exact(new uint8_t[length]);

@@ -43,8 +43,6 @@ constexpr ptrdiff_t roomMargin =
 // reckoned with, which needs no division), token and offset; a wide copy writes up to 15 bytes
 // more.
 constexpr size_t spareRoom = 32;
-constexpr size_t lastMatchStart =
-    12;  // The last match begins at least so far from the block's end.
 
 /// The hash of the 5 bytes at p.
 inline uint32_t hashAt(const uint8_t* p) {

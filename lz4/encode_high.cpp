@@ -187,24 +187,27 @@ class Chains {
     const uint8_t* matchEnd_;
 };
 
-/// Writes sequences as long as there is room for whole ones.
+/// Writes sequences as long as there is room for whole ones, and the literals that end the block.
 class Writer {
  public:
     Writer(const uint8_t* src, const uint8_t* srcEnd, uint8_t* dst, size_t room)
-        : anchor_(src), srcEnd_(srcEnd), out_(dst), outEnd_(dst + room) {}
+        : srcEnd_(srcEnd), outEnd_(dst + room), at_{src, dst}, closable_(at_) {}
 
     bool encodeSequence(const Match& match) {
-        const auto count = static_cast<size_t>(match.start - anchor_);
-        const auto room = static_cast<size_t>(outEnd_ - out_);
+        auto& [anchor, out] = at_;
+        const auto count = static_cast<size_t>(match.start - anchor);
         const size_t need =
             1 + extensionBytes(count) + count + 2 + extensionBytes(match.length - minMatch);
-        if (need > room) return false;
+        if (need > room()) return false;
         // A wide copy reads up to 16 bytes from the end of the literals on.
         const bool readable = static_cast<size_t>(srcEnd_ - match.start) >= wideCopy;
-        out_ = need + wideCopy <= room && readable
-                   ? writeSequence<true>(out_, anchor_, count, match.offset, match.length)
-                   : writeSequence<false>(out_, anchor_, count, match.offset, match.length);
-        anchor_ = match.end();
+        out = need + wideCopy <= room() && readable
+                  ? writeSequence<true>(out, anchor, count, match.offset, match.length)
+                  : writeSequence<false>(out, anchor, count, match.offset, match.length);
+        anchor = match.end();
+        const size_t closing =
+            std::max(lastLiterals, lastMatchStart - std::min(match.length, lastMatchStart));
+        if (1 + closing <= room()) closable_ = at_;
         return true;
     }
 
@@ -212,25 +215,36 @@ class Writer {
         return encodeSequence(first) && encodeSequence(second);
     }
 
-    /// Writes the last literals, as many as fit; true when all did.
+    /// Writes the last literals, as many as fit; true when all did. Else the block ends where it
+    /// can.
     bool finish() {
-        const auto rest = static_cast<size_t>(srcEnd_ - anchor_);
-        const auto room = static_cast<size_t>(outEnd_ - out_);
-        if (room == 0) return false;
-        const size_t count = literalsThatFit(rest, room);
-        out_ = writeLiterals<false>(out_, anchor_, count);
-        anchor_ += count;
-        return count == rest;
+        size_t count = literalsThatFit(rest(), room());
+        if (count != rest()) {
+            at_ = closable_;
+            count = literalsThatFit(rest(), room());
+        }
+        at_.out = writeLiterals<false>(at_.out, at_.anchor, count);
+        at_.anchor += count;
+        return rest() == 0;
     }
 
-    const uint8_t* anchor() const { return anchor_; }
-    uint8_t* out() const { return out_; }
+    const uint8_t* anchor() const { return at_.anchor; }
+    uint8_t* out() const { return at_.out; }
 
  private:
-    const uint8_t* anchor_;
+    size_t rest() const { return static_cast<size_t>(srcEnd_ - at_.anchor); }
+    size_t room() const { return static_cast<size_t>(outEnd_ - at_.out); }
+
+    struct Position {
+        const uint8_t* anchor;
+        uint8_t* out;
+    };
     const uint8_t* srcEnd_;
-    uint8_t* out_;
     uint8_t* outEnd_;
+    Position at_;
+    /// The last position behind which there is room for the literals that decoders want at a
+    /// block's end. Where room runs out, the block ends there.
+    Position closable_;
 };
 
 /// Moves the border of two overlapping matches, of which the second begins at least 3 bytes later:
@@ -331,11 +345,11 @@ VekStatus encodeBlock(const Call& call, const History& history) {
         // The next block of a stream may refer to this one's end.
         chains.insertUpTo(srcEnd - minMatch + 1);
     }
-    const bool whole = room && writer.finish();
+    const bool whole = writer.finish();
     *call.srcLen = static_cast<int>(writer.anchor() - call.src);
     *call.dstLen = static_cast<int>(writer.out() - call.dst);
-    if (!room) return vekStatusDestinationTooSmall;
-    return whole ? vekStatusOk : vekStatusDestinationFull;
+    if (whole) return vekStatusOk;
+    return room ? vekStatusDestinationFull : vekStatusDestinationTooSmall;
 }
 
 VekStatus check(const Call& call) {

@@ -25,7 +25,8 @@ namespace vek::inline VEK_LEVEL::lz4 {
 
 constexpr size_t minMatch = 4;
 constexpr size_t lastLiterals = 5;  // A match ends at least this far in front of the block's end.
-constexpr size_t nibbleFull = 15;   // A nibble with this value is extended by bytes.
+constexpr size_t lastMatchStart = 12;  // The last match begins at least so far from it.
+constexpr size_t nibbleFull = 15;      // A nibble with this value is extended by bytes.
 constexpr uint32_t maxOffset = 65535;
 
 /// Bytes that extend a nibble of a value: none below 15, then one for every 255 begun.

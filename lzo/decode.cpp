@@ -38,9 +38,10 @@ using vek::store;
 // Context of an instruction: literals copied just before it, 4 standing for "a run of 4 or more".
 constexpr uint32_t afterRun = 4;
 
-// The fast loop's margins. Room: a run of 18 (copied as 32), or a match of 33 (copied as 48) and a
-// word of trailing literals; source: 1 + 32 bytes of a run, or 3 of a match and a word.
-constexpr size_t roomMargin = 64;
+// The fast loop's margins. Room: a match of 33, copied as 48, is more than with a word of trailing
+// literals, and than a run of 18, copied as 32; source: 1 + 32 bytes of a run, or 3 of a match and
+// a word.
+constexpr size_t roomMargin = 48;
 constexpr size_t sourceMargin = 40;
 
 constexpr size_t tooLong = SIZE_MAX;
@@ -275,19 +276,6 @@ VekStatus decodeStream(const uint8_t* src, size_t srcLen, uint8_t* dst, uint32_t
     return decoder.stream(pDstLen);
 }
 
-/// Number of parts when the source is a container, else 0. It is one when its header is consistent
-/// and the first part ends in the end instruction.
-uint32_t containerParts(const uint8_t* src, uint32_t srcLen) {
-    using namespace vek::lzo;
-    if (srcLen < partLengthsOffset + 4 || src[0] != containerMark) return 0;
-    const uint32_t parts = src[1];
-    if (vek::outside<uint32_t>(parts, 1, maxParts) || src[2] != (parts ^ containerMark)) return 0;
-    const uint64_t firstLength = load<uint32_t>(src + partLengthsOffset);
-    const uint64_t firstEnd = containerHeaderSize(parts) + firstLength;
-    if (srcLen < firstLength + partLengthsOffset || srcLen < firstEnd) return 0;
-    return std::memcmp(src + firstEnd - 3, endInstruction, 3) == 0 ? parts : 0;
-}
-
 template <bool Checking>
 VekStatus decodeContainer(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pDstLen,
                           uint32_t parts) {
@@ -327,7 +315,7 @@ VekStatus decode(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pD
         *pDstLen = 0;
         return vekStatusOk;
     }
-    const uint32_t parts = containerParts(src, srcLen);
+    const uint32_t parts = vekLZOContainerParts(src, srcLen);
     if (parts != 0) return decodeContainer<Checking>(src, srcLen, dst, pDstLen, parts);
     return decodeStream<Checking>(src, srcLen, dst, pDstLen);
 }

@@ -47,6 +47,7 @@ constexpr size_t firstSearched = 4;
 constexpr size_t minMatch = 4;
 constexpr size_t matchMargin = 33;
 constexpr size_t maxDistance = 0xBFFF;
+constexpr size_t firstRunBase = 17;  // A first byte above it announces a run of what it is more.
 
 /// The caller's record; the words between are of no use to this encoder.
 struct LzoEncodeState {
@@ -61,9 +62,9 @@ constexpr uint32_t stateSize = 131096;
 static_assert(offsetof(LzoEncodeState, dictionary) == 16);
 static_assert(offsetof(LzoEncodeState, unusedTail) + sizeof(uint32_t[2]) == stateSize);
 
-/// Bytes that announce a run of `length` literals.
-inline size_t runHeaderSize(size_t length, bool first) {
-    if (first && length <= 238) return 1;
+/// Bytes that announce a run of `length` literals, in the stream's first byte or not.
+inline size_t runHeaderSize(size_t length, bool inFirst) {
+    if (inFirst) return 1;
     if (length <= 3) return 0;
     return length <= 18 ? 1 : 2 + (length - 19) / 255;
 }
@@ -81,9 +82,9 @@ inline uint8_t* putExtension(uint8_t* out, size_t value) {
     return out;
 }
 
-inline uint8_t* putRunHeader(uint8_t* out, size_t length, bool first) {
-    if (first && length <= 238) {
-        *out++ = static_cast<uint8_t>(length + 17);
+inline uint8_t* putRunHeader(uint8_t* out, size_t length, bool inFirst) {
+    if (inFirst) {
+        *out++ = static_cast<uint8_t>(length + firstRunBase);
     } else if (length <= 3) {
         // In the low bits of the next-to-last byte of the match before.
         if (length != 0) out[-2] = static_cast<uint8_t>(out[-2] | length);
@@ -155,23 +156,31 @@ struct Encoder {
     const size_t srcLen;
     uint8_t* const dst;
     const size_t capacity;
+    /// The first byte is not to be the container's mark.
+    const bool avoidMark;
     size_t written = 0;
     /// Source bytes that the instructions written so far stand for.
     size_t consumed = 0;
     /// Method 2's positions without a match since the last one.
     size_t misses = 0;
 
+    /// True when the stream's first byte announces a run of so many literals.
+    bool inFirstByte(size_t run) const {
+        return written == 0 && run <= UINT8_MAX - firstRunBase &&
+               !(avoidMark && run == vek::lzo::containerMark - firstRunBase);
+    }
+
     /// Writes the literals since `consumed` and a match at `position`. With CheckRoom it returns
     /// false, and has written nothing, when both do not fit.
     template <bool CheckRoom>
     bool sequence(size_t position, size_t distance, size_t length) {
         const size_t run = position - consumed;
-        const bool first = written == 0;
+        const bool inFirst = inFirstByte(run);
         if (CheckRoom) {
-            const size_t need = runHeaderSize(run, first) + run + matchSize(distance, length);
+            const size_t need = runHeaderSize(run, inFirst) + run + matchSize(distance, length);
             if (need > capacity - written) return false;
         }
-        uint8_t* out = putRunHeader(dst + written, run, first);
+        uint8_t* out = putRunHeader(dst + written, run, inFirst);
         const uint8_t* literals = src + consumed;
         if (CheckRoom) {
             std::memcpy(out, literals, run);
@@ -294,7 +303,7 @@ void Encoder::tail() {
     const size_t room = capacity > written ? capacity - written : 0;
     const size_t run = std::min(srcLen - consumed, room);
     if (run == 0) return;
-    uint8_t* const out = putRunHeader(dst + written, run, written == 0);
+    uint8_t* const out = putRunHeader(dst + written, run, inFirstByte(run));
     std::memcpy(out, src + consumed, run);
     written = static_cast<size_t>(out - dst) + run;
     consumed += run;
@@ -307,8 +316,9 @@ inline uint8_t* putEnd(uint8_t* out) {
 
 /// One whole stream; leaves in *pWritten what was written.
 VekStatus encodeStream(const uint8_t* src, size_t srcLen, uint8_t* dst, size_t capacity,
-                       uint32_t method, uint8_t* dictionary, size_t* pWritten) {
-    Encoder encoder{src, srcLen, dst, capacity};
+                       uint32_t method, uint8_t* dictionary, size_t* pWritten,
+                       bool avoidMark = false) {
+    Encoder encoder{src, srcLen, dst, capacity, avoidMark};
     const bool fits =
         method == fastMethod ? findFast(&encoder, dictionary) : findBest(&encoder, dictionary);
     if (fits) encoder.tail();
@@ -316,6 +326,13 @@ VekStatus encodeStream(const uint8_t* src, size_t srcLen, uint8_t* dst, size_t c
     if (encoder.consumed != srcLen) return vekStatusDestinationFull;
     *pWritten = static_cast<size_t>(putEnd(dst + encoder.written) - dst);
     return vekStatusOk;
+}
+
+/// True when decoders may take what was written for a container; also with an end behind it, where
+/// room ran out.
+bool maybeContainer(const uint8_t* dst, size_t written, VekStatus status) {
+    if (status != vekStatusOk) return written != 0 && dst[0] == vek::lzo::containerMark;
+    return vekLZOContainerParts(dst, static_cast<uint32_t>(written)) != 0;
 }
 
 /// A container of equal slices, the remainder in the last, each a stream of method 0 with a table
@@ -389,8 +406,13 @@ VekStatus veksEncodeLZO_8u(const uint8_t* src, uint32_t srcLen, uint8_t* dst, ui
     if (state->method == multiPart) return encodeParts(src, srcLen, dst, pDstLen, state);
     if (state->method > fastMethod) return vekStatusBadArgument;
     size_t written = 0;
-    const VekStatus status =
-        encodeStream(src, srcLen, dst, *pDstLen, state->method, state->dictionary, &written);
+    const auto encode = [&](bool avoidMark) {
+        return encodeStream(src, srcLen, dst, *pDstLen, state->method, state->dictionary, &written,
+                            avoidMark);
+    };
+    VekStatus status = encode(false);
+    // Hardly ever, and then by intent: the first run's literals read as a container's header.
+    if (maybeContainer(dst, written, status)) status = encode(true);
     *pDstLen = static_cast<uint32_t>(written);
     return status;
 }

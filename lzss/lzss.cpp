@@ -411,7 +411,7 @@ VekStatus veksEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, void* pState
     *ppDst = writer.out;
     *pDstLen = static_cast<int32_t>(writer.room());
     if (placed) return vekStatusOk;
-    state->bitCount = std::max(state->bitCount - (wholeBytes - writer.count), 0);
+    state->bitCount -= wholeBytes - writer.count;
     state->bitsHigh = static_cast<uint32_t>(writer.bits >> 32);
     state->bitsLow = static_cast<uint32_t>(writer.bits);
     return vekStatusDestinationFull;

@@ -104,6 +104,25 @@ Bytes run(size_t n) {
     return Bytes{static_cast<uint8_t>(n + 17)} + Bytes(n, 'a');
 }
 
+/// Data that begin with a run of 68 literals, whose short form has the container's mark for its
+/// first byte, and which go on as the header of a container of `parts` parts and `total` bytes, the
+/// first of which ends at `end` of the stream.
+Bytes lookAlike(uint8_t parts, uint32_t total, size_t end, const Bytes& rest) {
+    Bytes data = shapes()[1].make(68, 2);
+    data[0] = parts;
+    data[1] = parts ^ 0x55;
+    vek::store(&data[2], total);
+    vek::store(&data[6], static_cast<uint32_t>(end - (4U * parts + 3)));
+    return data + rest;
+}
+
+uint32_t partsOf(const Bytes& stream) {
+    return vekLZOContainerParts(stream.data(), static_cast<uint32_t>(stream.size()));
+}
+uint32_t lengthOf(const Bytes& stream) {
+    return vekLZOContainerLength(stream.data(), static_cast<uint32_t>(stream.size()));
+}
+
 /// Finder food: 4-byte matches far away between runs of 19 literals, the output that grows most.
 Bytes worstCase(size_t size) {
     Bytes data = shapes()[1].make(size, 9);
@@ -162,6 +181,53 @@ TEST(Lzo, CompressesWhatRepeatsAndKeepsItsLimits) {
     for (size_t n : {1, 4, 13, 18, 37})
         for (int32_t method : {0, 2})
             EXPECT_EQ(encode(Bytes(n, 'a'), State(method)), run(n) + endMark);
+}
+
+TEST(Lzo, NoPlainStreamIsTakenForAContainer) {
+    const Bytes known = lookAlike(1, 0, 0, {});
+    const Bytes matched(known.begin() + 20, known.end());
+    const Bytes noise = shapes()[1].make(140, 4);
+    // The first part may end where the stream does, or anywhere in its literals.
+    for (const Bytes& rest : {Bytes{}, matched + noise, matched + endMark + noise}) {
+        for (const auto& [method, parts] : {std::pair{0, 1}, {0, 2}, {0, 16}, {2, 1}, {2, 16}}) {
+            const auto n = static_cast<uint8_t>(parts);
+            Bytes shortForm = encode(lookAlike(n, 268, 0, rest), State(method));
+            ASSERT_TRUE(shortForm[0] == 0x55 && partsOf(shortForm) == 0 &&
+                        lengthOf(shortForm) == 0);
+            const auto end =
+                std::search(shortForm.begin(), shortForm.end(), endMark.begin(), endMark.end()) -
+                shortForm.begin() + 3;
+            for (const uint32_t total : {0U, 268U, 0xFFFFFFFFU}) {
+                SCOPED_TRACE(testing::Message() << method << " " << parts << " " << total);
+                const Bytes data = lookAlike(n, total, static_cast<size_t>(end), rest);
+                std::copy_n(data.begin(), 68, shortForm.begin() + 1);
+                const Bytes stream = encode(data, State(method));
+                EXPECT_EQ(stream,
+                          (Bytes{0, 68 - 18} + Bytes(shortForm.begin() + 1, shortForm.end())));
+                EXPECT_TRUE(partsOf(stream) == 0 && lengthOf(stream) == 0);
+                ASSERT_NO_FATAL_FAILURE(expectDecodes(stream, data));
+                // Made by others, the short form is a container of so many bytes, and no more are
+                // written.
+                EXPECT_TRUE(partsOf(shortForm) == n && lengthOf(shortForm) == total);
+                if (total <= 268) {
+                    for (auto* function : {&veksDecodeLZO_8u, &veksDecodeLZOSafe_8u})
+                        EXPECT_LE(decode(function, shortForm, total).length, total);
+                }
+                // Cut by the room, none becomes one by an end put behind it.
+                for (size_t room = 1; room < stream.size(); room += 5) {
+                    State state(method);
+                    const Result cut = encode(data, state, room, 5);
+                    EXPECT_EQ(partsOf(cut.bytes), 0U);
+                    EXPECT_TRUE(cut.status == vekStatusOk || cut.length == 0 ||
+                                cut.bytes[0] != 0x55);
+                }
+            }
+        }
+    }
+    for (uint32_t size = 0; size < 11; ++size)
+        EXPECT_EQ(vekLZOContainerParts(Guarded(Bytes(size, 0x55)).data(), size), 0U);
+    const Bytes good = encode(Bytes(4000, 'a'), State(0, 3));
+    EXPECT_TRUE(partsOf(good) == 3 && lengthOf(good) == 4000);
 }
 
 TEST(Lzo, EncoderKeepsInsideEveryRoom) {
@@ -267,6 +333,8 @@ TEST(Lzo, CheckingDecoderJudgesEachStream) {
         {"bytes behind the end", run(6) + endMark + a4, 6, 0, Bytes(6, 'a')},
         {"first byte 16", {16, 1, 0, 0}, 9, broken},
         {"first byte 17, not bare", {17, 4, 0}, 9, broken},
+        {"first byte 17, then a stream", Bytes{17, 1} + a4 + endMark, 4, broken},
+        {"first byte 18", run(1) + endMark, 1, 0, {'a'}},
         {"first byte 1..15", Bytes{1} + a4 + endMark, 4, 0, a4},
         {"cut operand", run(4) + Bytes{0x20, 0}, 99, broken},
         {"cut extension", {0, 0, 0}, 99999, broken},
@@ -286,6 +354,29 @@ TEST(Lzo, CheckingDecoderJudgesEachStream) {
     }
 }
 
+TEST(Lzo, WideCopiesKeepInsideEveryRoom) {
+    // The longest that the fast loop copies without another look at the room: matches near and far,
+    // trailing literals, short runs and long ones; each from 60 different bytes on.
+    Bytes first{60 + 17};
+    for (uint8_t i = 0; i < 60; ++i) first.push_back(i);
+    const Bytes letters(300, 'x');
+    const Bytes shortMatch = {0x40, 0};
+    for (const Bytes& last :
+         {Bytes{0x3F, 60, 0}, Bytes{0x3F, 56, 0}, Bytes{0x3F, 0, 0},
+          Bytes{0x3F, 63, 0, 'a', 'b', 'c'}, Bytes{0x20, 40, 60, 0}, Bytes{0xE3, 0, 'a', 'b', 'c'},
+          shortMatch + Bytes{15} + Bytes(18, 'r'), shortMatch + Bytes{0, 2} + Bytes(20, 'r')}) {
+        const Bytes stream = first + last + endMark + letters;
+        const Result whole = decode(&veksDecodeLZOSafe_8u, stream, 1000);
+        ASSERT_EQ(whole.status, vekStatusOk);
+        for (size_t room = whole.length; room < whole.length + 70; ++room) {
+            for (auto* function : {&veksDecodeLZO_8u, &veksDecodeLZOSafe_8u}) {
+                const Result r = decode(function, stream, room);
+                ASSERT_TRUE(r.status == vekStatusOk && r.bytes == whole.bytes) << room;
+            }
+        }
+    }
+}
+
 TEST(Lzo, ExtensionsNearFourGigabytesAreRefused) {
     // 2^32 / 255 zeros wrap a 32-bit length back to a small one.
     Bytes stream = run(8) + Bytes{0x20} + Bytes(16843009 + 1, 0) + Bytes{1, 0, 0} + endMark;
@@ -298,7 +389,10 @@ TEST(Lzo, ExtensionsNearFourGigabytesAreRefused) {
 TEST(Lzo, HostileStreamsStayInsideTheBuffers) {
     Random random(77);
     std::vector<Bytes> streams;
-    for (const auto& shape : shapes()) streams.push_back(encode(shape.make(3000, 8), State(0)));
+    for (const auto& shape : shapes())
+        for (const uint32_t parts : {0U, 3U})
+            streams.push_back(encode(shape.make(3000, 8), State(0, parts)));
+    size_t containers = 0;
     for (size_t round = 0; round < effort(30000); ++round) {
         Bytes stream = streams[round % streams.size()];
         if (round % 5 == 0) {
@@ -308,13 +402,16 @@ TEST(Lzo, HostileStreamsStayInsideTheBuffers) {
         for (size_t k = pick(random, 0, 4); k != 0 && !stream.empty(); --k)
             stream[pick(random, 0, stream.size() - 1)] = static_cast<uint8_t>(random());
         if (!stream.empty()) stream.resize(pick(random, 1, stream.size()));
-        // A container's own length overrules the capacity; those have a test of their own.
-        if (!stream.empty() && stream[0] == 0x55) stream[0] = 0x54;
-        const size_t capacity = pick(random, 0, 4000);
+        // A container's own length overrules the capacity.
+        const uint32_t told = lengthOf(stream);
+        if (told > 1 << 20) continue;
+        containers += told != 0;
+        const size_t capacity = told != 0 ? told : pick(random, 0, 4000);
         const Result r = decode(&veksDecodeLZOSafe_8u, stream, capacity);
-        ASSERT_TRUE(r.status == 0 || r.length == capacity);
+        ASSERT_TRUE(r.status == 0 || told != 0 || r.length == capacity);
         ASSERT_LE(r.length, capacity);
     }
+    EXPECT_GT(containers, effort(300));
 }
 
 TEST(Lzo, TrustingDecoderStopsAtTheCapacity) {

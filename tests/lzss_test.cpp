@@ -164,6 +164,27 @@ TEST(Lzss, EveryCutOfInputAndRoom) {
     }
 }
 
+TEST(Lzss, FlushCountsWhatItWrote) {
+    Stream stream;
+    auto* const record = static_cast<vek::lzss::Encoder*>(stream.state());
+    ASSERT_EQ(veksEncodeLZSSInit_8u(record), vekStatusOk);
+    for (int32_t bits = 1; bits <= 46; ++bits) {
+        for (int32_t room = 1; room <= 8; ++room) {
+            SCOPED_TRACE(testing::Message() << bits << " bits, room " << room);
+            record->bitCount = bits;
+            size_t at = 0;
+            const auto flush = [](auto, auto, uint8_t** ppDst, int32_t* pDstLen, void* pState) {
+                return veksEncodeLZSSFlush_8u(ppDst, pDstLen, pState);
+            };
+            // Also where the last byte fills the room, which takes more bits than there were.
+            const bool full = room <= (bits + 7) / 8;
+            ASSERT_EQ(stream.step(flush, {}, &at, {0, static_cast<size_t>(room)}),
+                      full ? vekStatusDestinationFull : vekStatusOk);
+            ASSERT_EQ(record->bitCount, full ? bits - 8 * room : bits);
+        }
+    }
+}
+
 TEST(Lzss, StreamsPassTheLimitOfPositions) {
     const Bytes data = shapes()[4].make(200000, 3);
     const Bytes expected = encode(data, [] { return Cut{1000, 4000}; });

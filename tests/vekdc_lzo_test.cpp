@@ -154,15 +154,17 @@ TEST(Lzo, ReadsEveryKindOfHeaderAndBlock) {
 }
 
 // The library's decoders take a stream that begins so for a container of their own, and go by the
-// lengths in it, here beyond all room; in a file it is a run of 68 literals.
+// lengths in it, here nothing or beyond all room; in a file it is a run of 68 literals.
 TEST(Lzo, AStreamThatLooksLikeTheLibrarysContainerIsNone) {
-    Bytes literals = {2, 2 ^ 0x55, 0xFF, 0xFF, 0xFF, 0x7F, 65, 0, 0, 0};
-    literals.resize(68, 'l');
-    const Bytes stream = Bytes{0x55} + literals + Bytes{32, 20, 0, 0, 17, 0, 0};
-    const Bytes plain = literals + Bytes(53, 'l');
-    const LzoPart part;
-    EXPECT_EQ(decompress(format("lzo"), part.header() + part.block(plain, stream) + part.end()),
-              plain);
+    for (const uint8_t length : {0x00, 0x7F}) {
+        Bytes literals = {2, 2 ^ 0x55, length, length, length, length, 65, 0, 0, 0};
+        literals.resize(68, 'l');
+        const Bytes stream = Bytes{0x55} + literals + Bytes{32, 20, 0, 0, 17, 0, 0};
+        const Bytes plain = literals + Bytes(53, 'l');
+        const LzoPart part;
+        EXPECT_EQ(decompress(format("lzo"), part.header() + part.block(plain, stream) + part.end()),
+                  plain);
+    }
 }
 
 TEST(Lzo, SaysWhatIsWrongAndWhere) {

@@ -169,7 +169,12 @@ struct Peer {
         const bool tiny = (header >> (at % 8 + 1) & 0xFF) <= 30;
         Block block;
         zfp_decode_block_float_3(zfp, block.data());
-        for (float& v : block) v *= tiny ? 0.0F : 1.0F;  // Our scale is a normal float or 0.
+        for (float& v : block) {
+            if (!tiny) break;
+            // Our scale is a normal float or 0, and the transform at most doubles what is scaled.
+            EXPECT_LT(std::abs(v), 0x1p-96F);
+            v = std::copysign(0.0F, v);
+        }
         return block;
     }
     size_t position() const { return static_cast<size_t>(stream_rtell(bits)); }
@@ -261,6 +266,10 @@ TEST(Zfp, TheSmallestNumbersKeepFewerBits) {
         for (float& v : block) v = std::ldexp(v, exponent - 127);
         Bytes stream = encode({block}, Params{}, 4096).stream;
         EXPECT_EQ(stream[0], 2 * (exponent + 1) + 1);
+        // A block below 2^-97 comes back as zeros.
+        const Block back = decode(stream, Params{}, 1)[0];
+        for (size_t i = 0; i < 64; ++i)
+            EXPECT_NEAR(back[i], exponent < 30 ? 0 : block[i], std::ldexp(1.0, exponent - 150));
         // Decoded with an exponent that scales by 1, it is integers; the scale to them is finite.
         stream[0] = static_cast<uint8_t>(2 * 157 + 1);
         stream[1] |= 1;

@@ -336,15 +336,14 @@ class PartReader {
     /// Decodes the block, which stands at `offset` in the file and in stream_ behind a byte to
     /// spare, to `size` bytes.
     void decode(uint64_t offset, size_t size) {
-        // What begins so the decoder may take for the library's own container, and then it goes by
-        // that one's lengths. A container is none of ours: this is a run of 68 literals, which can
-        // be said in two bytes too.
-        constexpr uint8_t containerMark = 0x55;
+        // What the decoder takes for the library's own container it writes to that one's length,
+        // which may be 0. A container is none of ours: this is a run of 68 literals, which can be
+        // said in two bytes too.
         Bytes stream = Bytes(stream_).subspan(1);
-        if (stream[0] == containerMark) {
+        if (vekLZOContainerParts(stream.data(), static_cast<uint32_t>(stream.size())) != 0) {
             constexpr uint8_t longRun = 18;
             stream_[0] = 0;
-            stream_[1] = containerMark - 17 - longRun;
+            stream_[1] = 68 - longRun;
             stream = stream_;
         }
         plain_.resize(size);
