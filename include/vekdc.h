@@ -551,15 +551,16 @@ VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeL
  * @param pMode         In: 2 goes on from the position saved in the state; any other value starts
  * at a symbol. Out: 0 when the end-of-block code was decoded; 1 when the input ran out between two
  * symbols; 2 when the input ran out inside a symbol, or the output is full: give more of what is
- * missing and call again with mode 2.
+ * missing and call again with mode 2. A code is judged when all of its bits are there: one that is
+ * invalid whatever its missing bits still asks for more.
  * @param state         Tables, window and saved position.
  * @return ::vekStatusOk on every stop above; ::vekStatusNullPointer when a pointer, `*ppSrc` or
  *         `*ppDst` is null (the window may be); ::vekStatusBadSize when `*pCodeLenBits` is above 32
  * or `winIdx` above `windowSize`; these two leave everything as it was.
- *         ::vekStatusSourceDataError on an invalid code, a distance beyond the history, a
- * `tableKind` above 2 or an impossible saved position: what was decoded before stands in the
- * output, the stream arguments are written back, `*pMode` and the saved position are left as they
- *         were.
+ *         ::vekStatusSourceDataError on an invalid code (also a distance entry of more than 13
+ * extra bits, in tables of the caller's own making), a distance beyond the history, a `tableKind`
+ * above 2 or an impossible saved position: what was decoded before stands in the output, the stream
+ * arguments are written back, `*pMode` and the saved position are left as they were.
  */
 VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCode,
                          uint32_t* pCodeLenBits, uint32_t winIdx, uint8_t** ppDst,
