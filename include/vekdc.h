@@ -344,7 +344,8 @@ VekStatus veksDeflateDictionarySet_8u(const uint8_t* pDict, int32_t dictLen, int
  * @retval vekStatusOk          Done.
  * @retval vekStatusNullPointer A pointer is null.
  * @retval vekStatusFailure     A code could not be brought within its limit. The tables hold the
- * codes of the last try, which are valid but longer.
+ * lengths of the last try. Of these, the codes of up to 15 bits are canonical and prefix-free, so a
+ * distance code beyond its 9 bits may still be used; symbols with longer ones have no code (0).
  */
 VekStatus veksDeflateLZ77FastestGenHuffTable_8u(const VekHuffEntry* pLitFreq,
                                                 const VekHuffEntry* pDistFreq,
