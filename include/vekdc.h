@@ -184,15 +184,23 @@ typedef struct VekHuffEntry {
  * The match state is the caller's: window, head table, chain table and position. Position p of the
  * stream lives at `pWindow[p & (winSize - 1)]`. Source bytes are read from the source; at its end a
  * call stores the bytes that it consumed (the last `winSize` of them) in the window. A caller may
- * place the call's whole source there beforehand; the history overwritten by that is then left
- * alone. (Of a source longer than the window, its last `winSize` bytes, provided that the room for
- * pairs is no less than the source bytes.)
+ * place the call's whole source there beforehand, or pass a source that lies there; the history
+ * overwritten by that is then left alone. (Of a source longer than the window, its last `winSize`
+ * bytes, provided that the room for pairs is no less than the source bytes.) As many of the
+ * source's first bytes count as placed as stand there. So that data which repeats itself at the
+ * window's length is not taken for placed, a call whose source lies elsewhere ends by inverting the
+ * byte where the next source would begin, `pWindow[*pSrcIdx & (winSize - 1)]`: it is a whole window
+ * back, out of reach of every match. A caller who fills the whole window with a history of its own,
+ * and does not place its sources, does well to do the same before the first call.
  *
  * To begin a stream, set all entries of both tables to -32768 or less (0 works as well: whatever
  * entry is found is verified before it is used) and `*pSrcIdx` to 0; then call for one piece of the
  * source after another. Pieces may have any size. To start with a history, see
  * veksDeflateDictionarySet_8u() and veksDeflateUpdateHash_8u(). The matches found depend on what
  * the tables hold, but whatever they hold, the pairs give back the source.
+ *
+ * What the tables do not name is not history, whatever the window holds: set all entries of both to
+ * -32768 at any position (a full flush), and what follows decodes without what came before.
  *
  * Every call goes on until the source is used up or the room for pairs is full; no byte is held
  * back, and a match never reaches beyond the source of its call.
@@ -224,7 +232,8 @@ typedef struct VekHuffEntry {
  * @param flush         2 and above: the stream ends with this source. Below 2: more follows.
  *                      Either way the call uses all of its source, and may be followed by another:
  *                      the last three positions, which need the next bytes to be hashed, are
- *                      entered at the start of the next call if there is one.
+ *                      entered at the start of the next call if there is one. Until then the chain
+ *                      table may name such a position as its own predecessor.
  * @retval vekStatusOk          Done; `*pSrcLen` is 0 unless the room for pairs ran out.
  * @retval vekStatusBadSize     comprLevel is above 29 (checked before anything else), winSize or
  *                              hashSize is out of range, or `*pSrcLen` or `*pSrcIdx` is negative.
@@ -242,8 +251,8 @@ VekStatus veksDeflateLZ77_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* p
  *
  * @param pParams Four values:
  *                - maxChain: how many candidates a search looks at; 0 makes literals only;
- *                - goodLength: once the match found is this long, the rest of the search looks at
- *                  a quarter of maxChain candidates in all;
+ *                - goodLength: once the match found is this long, the search looks at a quarter of
+ *                  maxChain candidates in all (of the value given, however long chains may be);
  *                - niceLength: a match this long ends the search;
  *                - maxInsert: the positions inside a match enter the tables if it is at most this
  *                  long.
