@@ -11,20 +11,24 @@ namespace vek::inline VEK_LEVEL::deflate {
 
 constexpr unsigned maxCodeLength = 15;  // RFC 1951's own limit for both alphabets
 
+inline bool hasCode(VekHuffEntry entry) {
+    return entry.length - 1U < maxCodeLength;
+}
+
 /// Fills `table[s].code` from `table[s].length` for `n` symbols (RFC 1951, 3.2.2): codes of one
 /// length follow the order of their symbols, and are stored first bit lowest. Symbols of length 0
-/// get none. A length that no builder makes counts as its low four bits.
+/// and of lengths beyond the format's get none.
 inline void assignCodes(VekHuffEntry* table, size_t n) {
     uint32_t counts[maxCodeLength + 1] = {};
     uint32_t next[maxCodeLength + 1] = {};
-    for (size_t s = 0; s < n; ++s) ++counts[table[s].length & maxCodeLength];
-    counts[0] = 0;
+    for (size_t s = 0; s < n; ++s)
+        if (hasCode(table[s])) ++counts[table[s].length];
     for (unsigned length = 1; length <= maxCodeLength; ++length) {
         next[length] = (next[length - 1] + counts[length - 1]) << 1;
     }
     for (size_t s = 0; s < n; ++s) {
-        const unsigned length = table[s].length & maxCodeLength;
-        if (length == 0) continue;
+        if (!hasCode(table[s])) continue;
+        const unsigned length = table[s].length;
         table[s].code = static_cast<uint16_t>(reverseBits(next[length]++, length));
     }
 }
@@ -35,7 +39,8 @@ struct CodedBits {
     uint32_t count;
 };
 
-/// A symbol's code with the extra bits of a value behind it.
+/// A symbol's code with the extra bits of a value behind it. Of a length that no code has, the low
+/// four bits count.
 inline CodedBits codeWithExtra(VekHuffEntry entry, uint32_t extra, uint32_t extraBits) {
     const uint32_t length = entry.length & maxCodeLength;
     return {entry.code | (extra << length), length + extraBits};

@@ -59,11 +59,13 @@ struct MatchParameters {
     /// No chain is longer than the ring, unless it runs in a circle.
     MatchParameters(const int32_t* values, uint32_t ring)
         : maxChain(std::min(static_cast<uint32_t>(values[0]), ring)),
+          reducedChain(std::min(static_cast<uint32_t>(values[0]) / 4, ring)),
           goodLength(static_cast<uint32_t>(values[1])),
           niceLength(static_cast<uint32_t>(values[2])),
           lengthLimit(static_cast<uint32_t>(values[3])) {}
 
     uint32_t maxChain;
+    uint32_t reducedChain;  ///< Of a search that has, or began with, goodLength bytes.
     uint32_t goodLength;
     uint32_t niceLength;
     uint32_t lengthLimit;  ///< maxInsert of the greedy matcher, maxLazy of the lazy one.
@@ -168,8 +170,8 @@ struct History {
 /// Looks along the chain from `candidate` for a match longer than `found` at source offset `at`, of
 /// at most `limit` bytes (found.length < limit), and returns the best.
 ///
-/// `budget` candidates are looked at; once a match has goodLength bytes, a quarter of `budget` in
-/// all; one of niceLength bytes ends the search.
+/// `budget` candidates are looked at; once a match has goodLength bytes, reducedChain in all; one
+/// of niceLength bytes ends the search.
 template <bool Ring>
 [[gnu::always_inline]] inline Match search(const History& history, const HashChains& chains,
                                            const MatchParameters& params, uint32_t at,
@@ -179,7 +181,6 @@ template <bool Ring>
     const uint32_t position = history.start + at;
     const uint32_t reach = history.reach<Ring>(position);
     const uint32_t nice = std::min(params.niceLength, limit);
-    const uint32_t reducedBudget = budget / 4;
     uint32_t tail = load<uint32_t>(current + found.length - 3);
     for (uint32_t steps = 0; steps < budget; ++steps) {
         const uint32_t distance = position - candidate;
@@ -195,7 +196,7 @@ template <bool Ring>
         if (length > found.length) {
             found = {length, distance};
             if (length >= nice) break;
-            if (length >= params.goodLength) budget = reducedBudget;
+            if (length >= params.goodLength) budget = params.reducedChain;
             tail = load<uint32_t>(current + length - 3);
         }
         candidate = chains.next(candidate);

@@ -7,9 +7,10 @@
 // given: a match is cut at the source's end rather than held back for more.
 //
 // A call's last three positions lack the bytes to be hashed. The next call enters them first, from
-// the ring and its own source. When a call ended for want of room they had their bytes and were
-// entered already, so each is looked for before it is entered: twice in a chain, a position would
-// be its own predecessor.
+// the ring and its own source, if the tables name them: nothing else is history, since a caller may
+// have emptied the tables in between. Inside a match or behind a dictionary they follow a position
+// that was entered; literals are marked as their own predecessors in the chain table. When a call
+// ended for want of room they had their bytes and were entered already.
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -102,43 +103,56 @@ uint32_t heldInRing(const MatcherCall& call, const uint8_t* src, uint32_t positi
     return held;
 }
 
-/// Position of the oldest byte of history in the ring. A caller who placed the source there before
-/// the call, from its first byte on or the last ring's length of it, overwrote what is a ring's
-/// length behind. (Where the bytes were equal anyway, that history is given up for nothing.)
-uint32_t oldestInRing(const MatcherCall& call, const uint8_t* src, uint32_t start,
+/// How many of the `length` source bytes the caller placed in the ring before the call, from its
+/// first byte on or the last ring's length of it; they overwrote what is a ring's length behind.
+///
+/// Bytes that are equal to the source may be the history's own, of data with a period; but then the
+/// first of them was spoilt (see spoilNext()).
+uint32_t placedInRing(const MatcherCall& call, const uint8_t* src, uint32_t start,
                       uint32_t length) {
     const uint32_t ring = ringSize(call.winSize);
-    const uint32_t kept = std::min(length, ring);
-    uint32_t placed = heldInRing(call, src, start, kept);
     if (length > ring &&
         heldInRing(call, src + (length - ring), start + length - ring, ring) == ring)
-        placed = ring;
-    return start + placed > ring ? start + placed - ring : 0;
+        return ring;
+    return heldInRing(call, src, start, std::min(length, ring));
 }
 
-/// Whether one of the latest few positions under `hash` is `position`.
-bool isEntered(const HashChains& chains, uint32_t hash, uint32_t position) {
+/// Whether `position` is among the latest under `hash`; no later one than `start` is.
+bool isEntered(const HashChains& chains, uint32_t hash, uint32_t position, uint32_t start) {
     auto candidate = static_cast<uint32_t>(chains.head[hash & chains.hashMask]);
-    for (uint32_t i = 1; i < hashBytes; ++i) {
-        if (candidate == position) return true;
-        candidate = chains.next(candidate);
-    }
-    return false;
+    for (uint32_t later = start; candidate < later && candidate > position;
+         candidate = chains.next(candidate))
+        later = candidate;
+    return candidate == position;
 }
 
 /// Enters the positions before `history.start` that the call before could not hash and that can be
-/// hashed now, with `available` more bytes.
+/// hashed now, with `available` more bytes, where the tables name them.
 void enterHeldBack(const History& history, const HashChains& chains, uint32_t available) {
-    for (uint32_t back = std::min(history.start, hashBytes - 1); back != 0; --back) {
-        if (available < hashBytes - back) return;
+    bool named = false;
+    for (uint32_t back = std::min(history.start - history.oldest, hashBytes); back != 0; --back) {
+        if (available + back < hashBytes) return;
         std::array<uint8_t, hashBytes> bytes{};
         for (uint32_t i = 0; i < hashBytes; ++i) {
             bytes[i] = i < back ? history.window[(history.start - back + i) & history.ringMask]
                                 : history.src[i - back];
         }
         const uint32_t hash = hash4(bytes.data());
-        if (!isEntered(chains, hash, history.start - back))
-            chains.insert(hash, history.start - back);
+        const uint32_t position = history.start - back;
+        if (isEntered(chains, hash, position, history.start)) {
+            named = true;
+        } else if (named || chains.next(position) == position) {
+            chains.insert(hash, position);
+            named = true;
+        }
+    }
+}
+
+/// Marks the positions of the source offsets [from, to) as literals that a later call may enter.
+void holdBack(const History& history, const HashChains& chains, uint32_t from, uint32_t to) {
+    for (uint32_t i = from; i < to; ++i) {
+        const uint32_t position = history.start + i;
+        chains.prev[position & history.ringMask] = static_cast<int32_t>(position);
     }
 }
 
@@ -151,6 +165,18 @@ void fillRing(const MatcherCall& call, const uint8_t* src, uint32_t start, uint3
     const uint32_t toEdge = std::min(kept, ring - at);
     std::memmove(call.pWindow + at, from, toEdge);
     std::memmove(call.pWindow, from + toEdge, kept - toEdge);
+}
+
+/// Changes the byte in the ring that stands where the source of the next call may be placed, from
+/// `position` on: so data that repeats what is a ring's length back is not taken for placed there.
+/// No match reaches that far. In a window that holds the source, the byte may be the next source's.
+void spoilNext(const MatcherCall& call, uint32_t position) {
+    const auto window = reinterpret_cast<uintptr_t>(call.pWindow);
+    const auto src = reinterpret_cast<uintptr_t>(*call.ppSrc);
+    if (src - window >= call.winSize) {
+        uint8_t& next = call.pWindow[position & (ringSize(call.winSize) - 1)];
+        next = static_cast<uint8_t>(~next);
+    }
 }
 
 /// Runs a matcher over the source: `parse(history, chains, params, length, pairs)` matches the
@@ -171,11 +197,14 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     while (left != 0 && pairs.left() != 0) {
         position = rebase(call, position, left);
         const uint32_t piece = std::min(left, maxPiece);
-        const History history{src, call.pWindow, position, oldestInRing(call, src, position, piece),
+        const uint32_t placed = placedInRing(call, src, position, left);
+        const uint32_t kept = chains.ringMask + 1 - placed;
+        const History history{src, call.pWindow, position, position > kept ? position - kept : 0,
                               chains.ringMask};
         enterHeldBack(history, chains, piece);
         const uint32_t consumed = parse(history, chains, params, piece, pairs);
         fillRing(call, src, position, consumed);
+        if (consumed >= placed) spoilNext(call, position + consumed);
         src += consumed;
         left -= consumed;
         position += consumed;
@@ -298,7 +327,7 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
             ++entered;
             if (match.length >= limit) break;
             const uint32_t budget =
-                match.length >= params.goodLength ? params.maxChain / 4 : params.maxChain;
+                match.length >= params.goodLength ? params.reducedChain : params.maxChain;
             const Match next = search<Ring>(history, chains, params, at + 1, limit, candidate,
                                             {match.length, 0}, budget);
             if (next.distance == 0) break;
@@ -318,13 +347,18 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
 template <auto WithRing, auto InSource>
 uint32_t parseSource(const History& history, const HashChains& chains,
                      const MatchParameters& params, uint32_t length, PairWriter& pairs) {
-    if (params.maxChain == 0 || length < hashBytes)
-        return writeLiterals(history.src, 0, length, pairs);
-    const uint32_t hashable = length - hashBytes + 1;
-    const uint32_t ringReach = std::min(chains.ringMask, hashable);
-    uint32_t at = WithRing(history, chains, params, 0, ringReach, length, pairs);
-    at = InSource(history, chains, params, at, hashable, length, pairs);
-    return writeLiterals(history.src, at, length, pairs);
+    if (params.maxChain == 0) return writeLiterals(history.src, 0, length, pairs);
+    uint32_t hashable = 0;
+    uint32_t at = 0;
+    if (length >= hashBytes) {
+        hashable = length - hashBytes + 1;
+        const uint32_t ringReach = std::min(chains.ringMask, hashable);
+        at = WithRing(history, chains, params, at, ringReach, length, pairs);
+        at = InSource(history, chains, params, at, hashable, length, pairs);
+    }
+    const uint32_t end = writeLiterals(history.src, at, length, pairs);
+    holdBack(history, chains, std::max(at, hashable), end);
+    return end;
 }
 
 uint32_t parseSourceGreedily(const History& history, const HashChains& chains,

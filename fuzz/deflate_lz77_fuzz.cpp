@@ -1,5 +1,6 @@
 // Deflate's match finding with tables, sizes, parameters and pieces of the fuzzer's choice: the
-// pairs must give back the source, and nothing outside the buffers be touched.
+// pairs must give back the source, and nothing outside the buffers be touched. Where the tables are
+// empty, at the start or by a flush on the way, no pair may refer to what came before.
 //
 // Input: a header of choices, then table contents and source from the same bytes.
 #include <algorithm>
@@ -55,15 +56,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return static_cast<int32_t>(
             value % 3 == 0 ? value * 3 : static_cast<uint32_t>(position) - value % 40000);
     };
+    size_t partStart = historySize;
     if (mode % 2 == 0) {
+        partStart = 0;
         std::generate(head.begin(), head.end(), entry);
         std::generate(prev.begin(), prev.end(), entry);
     }
     std::vector<VekHuffEntry> litFreq(286);
     std::vector<VekHuffEntry> distFreq(30);
 
+    const size_t longest = mode % 7 == 0 ? 9 : 5000;
     for (const uint8_t* at = begin; at != end;) {
-        const size_t piece = 1 + random() % std::min<size_t>(static_cast<size_t>(end - at), 5000);
+        if (mode % 5 != 0 && random() % 8 == 0) {
+            std::fill(head.begin(), head.end(), -32768);
+            std::fill(prev.begin(), prev.end(), -32768);
+            partStart = out.size();
+        }
+        const size_t piece = 1 + random() % std::min(static_cast<size_t>(end - at), longest);
         const std::vector<uint8_t> source(at, at + piece);
         const uint32_t room = 1 + random() % 3000;
         std::vector<uint8_t> lit(room);
@@ -89,7 +98,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 out.push_back(lit[i]);
                 continue;
             }
-            require(dist[i] <= out.size() && dist[i] < winSize);
+            require(dist[i] <= out.size() - partStart && dist[i] < winSize);
             for (int k = 0; k < lit[i] + 3; ++k) out.push_back(out[out.size() - dist[i]]);
         }
         at += src - source.data();

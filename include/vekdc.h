@@ -184,15 +184,23 @@ typedef struct VekHuffEntry {
  * The match state is the caller's: window, head table, chain table and position. Position p of the
  * stream lives at `pWindow[p & (winSize - 1)]`. Source bytes are read from the source; at its end a
  * call stores the bytes that it consumed (the last `winSize` of them) in the window. A caller may
- * place the call's whole source there beforehand; the history overwritten by that is then left
- * alone. (Of a source longer than the window, its last `winSize` bytes, provided that the room for
- * pairs is no less than the source bytes.)
+ * place the call's whole source there beforehand, or pass a source that lies there; the history
+ * overwritten by that is then left alone. (Of a source longer than the window, its last `winSize`
+ * bytes, provided that the room for pairs is no less than the source bytes.) As many of the
+ * source's first bytes count as placed as stand there. So that data which repeats itself at the
+ * window's length is not taken for placed, a call whose source lies elsewhere ends by inverting the
+ * byte where the next source would begin, `pWindow[*pSrcIdx & (winSize - 1)]`: it is a whole window
+ * back, out of reach of every match. A caller who fills the whole window with a history of its own,
+ * and does not place its sources, does well to do the same before the first call.
  *
  * To begin a stream, set all entries of both tables to -32768 or less (0 works as well: whatever
  * entry is found is verified before it is used) and `*pSrcIdx` to 0; then call for one piece of the
  * source after another. Pieces may have any size. To start with a history, see
  * veksDeflateDictionarySet_8u() and veksDeflateUpdateHash_8u(). The matches found depend on what
  * the tables hold, but whatever they hold, the pairs give back the source.
+ *
+ * What the tables do not name is not history, whatever the window holds: set all entries of both to
+ * -32768 at any position (a full flush), and what follows decodes without what came before.
  *
  * Every call goes on until the source is used up or the room for pairs is full; no byte is held
  * back, and a match never reaches beyond the source of its call.
@@ -224,7 +232,8 @@ typedef struct VekHuffEntry {
  * @param flush         2 and above: the stream ends with this source. Below 2: more follows.
  *                      Either way the call uses all of its source, and may be followed by another:
  *                      the last three positions, which need the next bytes to be hashed, are
- *                      entered at the start of the next call if there is one.
+ *                      entered at the start of the next call if there is one. Until then the chain
+ *                      table may name such a position as its own predecessor.
  * @retval vekStatusOk          Done; `*pSrcLen` is 0 unless the room for pairs ran out.
  * @retval vekStatusBadSize     comprLevel is above 29 (checked before anything else), winSize or
  *                              hashSize is out of range, or `*pSrcLen` or `*pSrcIdx` is negative.
@@ -242,8 +251,8 @@ VekStatus veksDeflateLZ77_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* p
  *
  * @param pParams Four values:
  *                - maxChain: how many candidates a search looks at; 0 makes literals only;
- *                - goodLength: once the match found is this long, the rest of the search looks at
- *                  a quarter of maxChain candidates in all;
+ *                - goodLength: once the match found is this long, the search looks at a quarter of
+ *                  maxChain candidates in all (of the value given, however long chains may be);
  *                - niceLength: a match this long ends the search;
  *                - maxInsert: the positions inside a match enter the tables if it is at most this
  *                  long.
@@ -344,7 +353,8 @@ VekStatus veksDeflateDictionarySet_8u(const uint8_t* pDict, int32_t dictLen, int
  * @retval vekStatusOk          Done.
  * @retval vekStatusNullPointer A pointer is null.
  * @retval vekStatusFailure     A code could not be brought within its limit. The tables hold the
- * codes of the last try, which are valid but longer.
+ * lengths of the last try. Of these, the codes of up to 15 bits are canonical and prefix-free, so a
+ * distance code beyond its 9 bits may still be used; symbols with longer ones have no code (0).
  */
 VekStatus veksDeflateLZ77FastestGenHuffTable_8u(const VekHuffEntry* pLitFreq,
                                                 const VekHuffEntry* pDistFreq,
@@ -551,15 +561,16 @@ VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeL
  * @param pMode         In: 2 goes on from the position saved in the state; any other value starts
  * at a symbol. Out: 0 when the end-of-block code was decoded; 1 when the input ran out between two
  * symbols; 2 when the input ran out inside a symbol, or the output is full: give more of what is
- * missing and call again with mode 2.
+ * missing and call again with mode 2. A code is judged when all of its bits are there: one that is
+ * invalid whatever its missing bits still asks for more.
  * @param state         Tables, window and saved position.
  * @return ::vekStatusOk on every stop above; ::vekStatusNullPointer when a pointer, `*ppSrc` or
  *         `*ppDst` is null (the window may be); ::vekStatusBadSize when `*pCodeLenBits` is above 32
  * or `winIdx` above `windowSize`; these two leave everything as it was.
- *         ::vekStatusSourceDataError on an invalid code, a distance beyond the history, a
- * `tableKind` above 2 or an impossible saved position: what was decoded before stands in the
- * output, the stream arguments are written back, `*pMode` and the saved position are left as they
- *         were.
+ *         ::vekStatusSourceDataError on an invalid code (also a distance entry of more than 13
+ * extra bits, in tables of the caller's own making), a distance beyond the history, a `tableKind`
+ * above 2 or an impossible saved position: what was decoded before stands in the output, the stream
+ * arguments are written back, `*pMode` and the saved position are left as they were.
  */
 VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCode,
                          uint32_t* pCodeLenBits, uint32_t winIdx, uint8_t** ppDst,

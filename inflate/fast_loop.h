@@ -26,7 +26,8 @@
 //   uint32_t putLiterals(dst, Look)      writes up to two literals; returns their number
 //   uint32_t putLeading(dst, Look)       writes the literal in front of a length, if there is one
 //   uint32_t takeLength(Look, bits, count)
-//   lookDistance, isLongDistance, takeDistance    the same for distances
+//   lookDistance, isOtherDistance, takeDistance   the same for distances; others are longer codes
+//                                                 and distances that do not exist
 #pragma once
 
 #include <algorithm>
@@ -152,8 +153,8 @@ class SavedRoom {
     uint8_t bytes_[stretch + fastRoom + maxMatch + copySlack];
 };
 
-/// Decodes whole symbols with the Tables made of `args`; fastPossible() holds. Ends at a symbol, or
-/// at a match's copy.
+/// Decodes whole symbols with the Tables made of `args`; fastPossible() holds. Ends at a symbol, at
+/// a distance that does not exist, or at a match's copy.
 template <class Tables, class... Args>
 [[gnu::noinline]] void runFast(Run& run, const Args&... args) {
     const Tables tables(args...);
@@ -220,7 +221,7 @@ template <class Tables, class... Args>
             length = tables.takeLength(entry, bits, count);
             const auto far = tables.lookDistance(bits);
             if constexpr (!wideWord) refill();
-            if (tables.isLongDistance(far)) [[unlikely]] {
+            if (tables.isOtherDistance(far)) [[unlikely]] {
                 event = Event::distance;
                 break;
             }
@@ -261,6 +262,11 @@ template <class Tables, class... Args>
         }
         if (event == Event::distance) {
             const Entry far = tables.dist(static_cast<uint32_t>(bits));
+            if (!far.isDistance()) {
+                run.step = stepDistance;
+                run.value = length;
+                break;
+            }
             bits >>= far.codeLen();
             count -= far.codeLen();
             if constexpr (!wideWord) refill();

@@ -22,6 +22,7 @@ struct Entry {
     uint32_t distanceExtra() const { return kind >> 4; }
     bool isLiteral() const { return kind < 16; }
     bool isLength() const { return kind >= 0x80; }
+    bool isDistance() const { return distanceExtra() <= maxDistExtra; }
 };
 
 constexpr uint32_t maxExtraBits = 15;

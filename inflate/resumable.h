@@ -62,6 +62,7 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                 if (entry.codeLen() == 0) return Stop::corrupt;
                 if (entry.codeLen() > run.nBits) return Stop::inside;
                 take(run, entry.codeLen());
+                if (!entry.isDistance()) return Stop::corrupt;
                 run.distance = entry.value;
                 run.extraBits = entry.distanceExtra();
                 run.step = stepDistanceExtra;

@@ -44,7 +44,7 @@ class SingleLevel {
         return takeEntry(entry & 15, (entry >> 4) & 7, (entry >> 8) + minMatch, bits, count);
     }
     Entry lookDistance(Word bits) const { return dist(static_cast<uint32_t>(bits)); }
-    static bool isLongDistance(Entry) { return false; }
+    static bool isOtherDistance(Entry entry) { return !entry.isDistance(); }
     static uint32_t takeDistance(Entry entry, Word& bits, uint32_t& count) {
         return takeEntry(entry.codeLen(), entry.distanceExtra(), entry.value, bits, count);
     }

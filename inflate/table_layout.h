@@ -7,7 +7,7 @@
 // - of a literal 0 (the value is the byte);
 // - of a length 8 plus the number of extra bits (the value is the base length - 3);
 // - of the end of block or a symbol that must not occur a number that no length has, per layout;
-// - of a distance the number of extra bits.
+// - of a distance the number of extra bits; 14 and 15 there mark the two that do not exist.
 //
 // Single-level layout: the literal/length entries, 16 bits each with the value in the high byte;
 // the distance kinds; from 1024 bytes behind the start of those the base distances. A lookup takes
@@ -53,6 +53,8 @@ enum TableKind : uint32_t { fixedTables = 0, twoLevelTables = 1, singleLevelTabl
 constexpr unsigned maxCodeLen = 15;
 constexpr unsigned maxLitSymbols = 288;
 constexpr unsigned maxDistSymbols = 30;
+constexpr unsigned allDistSymbols = 32;  ///< With those that the fixed code has and no data may.
+constexpr uint32_t maxDistExtra = 13;
 constexpr unsigned endSymbol = 256;
 constexpr unsigned minMatch = 3;
 constexpr unsigned maxMatch = 258;
@@ -120,8 +122,7 @@ vek::inflate::Stop ownsInflateShort_8u(vek::inflate::Run& run, const InflateStat
 /// Decodes with the two-level tables at `tables`.
 vek::inflate::Stop ownsInflateLong_8u(vek::inflate::Run& run, const uint8_t* tables);
 
-/// The fixed code of RFC 1951, 3.2.6, in the two-level layout. Symbols 286 and 287 and the
-/// distances 30 and 31 are invalid codes.
+/// The fixed code of RFC 1951, 3.2.6, in the two-level layout.
 // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): it is constexpr where it is defined.
 extern const std::array<uint8_t, vek::inflate::twoLevelSize> spec_table_fixed_Huffman;
 }

@@ -41,12 +41,14 @@ struct DistanceEntry {
     uint16_t base;
 };
 
-constexpr std::array<DistanceEntry, maxDistSymbols> DistExtr = [] {
-    std::array<DistanceEntry, maxDistSymbols> table{};
+constexpr std::array<DistanceEntry, allDistSymbols> DistExtr = [] {
+    std::array<DistanceEntry, allDistSymbols> table{};
     for (size_t i = 0; i < maxDistSymbols; ++i) {
         table[i] = {static_cast<uint16_t>(vek::deflate::distExtraTable[i] << 4),
                     static_cast<uint16_t>(vek::deflate::distBaseTable[i] + 1)};
     }
+    table[30].kind = 0xE0;
+    table[31].kind = 0xF0;
     return table;
 }();
 static_assert(DistExtr[4].kind == 0x10 && DistExtr[4].base == 5 && DistExtr[29].kind == 0xD0 &&
@@ -151,6 +153,15 @@ struct Code {
     }
 
     bool isSingle() const { return longest == 1 && count[1] == 1; }
+
+    /// Makes the thirty distances of the fixed code complete by the two that do not exist, so that
+    /// these have a length like all others; false for another code.
+    bool completeFixedDistances() {
+        if (longest != 5 || count[5] != maxDistSymbols) return false;
+        for (uint16_t symbol = maxDistSymbols; symbol < allDistSymbols; ++symbol)
+            symbols[count[5]++] = symbol;
+        return true;
+    }
 };
 
 /// Writes the codes of up to `bits` bits into a table of 2^bits entries; returns how many.
@@ -230,7 +241,7 @@ constexpr auto makeFixedTables() {
             for (uint32_t i = first; i < rootSize; i += 1U << len) lits.set(i, symbol, len);
         }
     }
-    for (unsigned symbol = 0; symbol < maxDistSymbols; ++symbol) {
+    for (unsigned symbol = 0; symbol < allDistSymbols; ++symbol) {
         for (uint32_t i = vek::reverseBits(symbol, 5); i < rootSize; i += 1U << 5) {
             dists.set(i, symbol, 5);
         }
@@ -261,8 +272,8 @@ VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeL
         return vekStatusSourceDataError;
     }
     if (lit.unused() != 0 && !lit.isSingle()) return vekStatusSourceDataError;
-    const bool distFixed = dist.longest == 5 && dist.count[5] == maxDistSymbols;
-    if (dist.longest != 0 && dist.unused() != 0 && !dist.isSingle() && !distFixed) {
+    if (dist.longest != 0 && dist.unused() != 0 && !dist.isSingle() &&
+        !dist.completeFixedDistances()) {
         return vekStatusSourceDataError;
     }
 

@@ -82,7 +82,9 @@ class TwoLevel {
         const size_t index = bits & (rootSize - 1);
         return {tables_[distKindAt + index], base(index)};
     }
-    static bool isLongDistance(Entry entry) { return entry.codeLen() > rootBits; }
+    static bool isOtherDistance(Entry entry) {
+        return entry.codeLen() > rootBits || !entry.isDistance();
+    }
     static uint32_t takeDistance(Entry entry, Word& bits, uint32_t& count) {
         return takeEntry(entry.codeLen(), entry.distanceExtra(), entry.value, bits, count);
     }
@@ -115,10 +117,10 @@ struct PackedLevel {
 };
 constexpr unsigned packedBits = rootBits + 1;
 constexpr unsigned packedDistBits = rootBits - 2;
-constexpr uint32_t packedOther = 0x80;         ///< Not only literals.
-constexpr uint32_t packedStop = 0x40;          ///< No length either: a link, the end, no code.
-constexpr uint32_t packedLongDistance = 0x80;  ///< A longer code.
-constexpr unsigned packedLiterals = 13;        ///< Where the number of literals stands.
+constexpr uint32_t packedOther = 0x80;          ///< Not only literals.
+constexpr uint32_t packedStop = 0x40;           ///< No length either: a link, the end, no code.
+constexpr uint32_t packedOtherDistance = 0x80;  ///< A longer code, or no distance.
+constexpr unsigned packedLiterals = 13;         ///< Where the number of literals stands.
 
 /// Packing takes as long as decoding some 200 bytes, so it is for calls with more than that to do.
 /// Pairs take twice that more, and gain up to a fifth where much of the text is in short codes.
@@ -213,10 +215,12 @@ void pack(PackedLevel& packed, const uint8_t* tables) {
         const __m128i kind = loadAt(tables + distKindAt + i);
         const __m128i len = _mm_and_si128(kind, bytesOf(15));
         const __m128i extra = _mm_and_si128(_mm_srli_epi16(kind, 4), bytesOf(15));
-        const __m128i isLong = _mm_and_si128(_mm_cmpgt_epi8(len, bytesOf(packedDistBits)),
-                                             bytesOf(packedLongDistance));
+        const __m128i isOther =
+            _mm_and_si128(_mm_or_si128(_mm_cmpgt_epi8(len, bytesOf(packedDistBits)),
+                                       _mm_cmpgt_epi8(extra, bytesOf(maxDistExtra))),
+                          bytesOf(packedOtherDistance));
         const uint8_t* const bases = tables + distBaseAt + 2 * i;
-        Entries(_mm_or_si128(_mm_add_epi8(len, extra), isLong), len, loadAt(bases),
+        Entries(_mm_or_si128(_mm_add_epi8(len, extra), isOther), len, loadAt(bases),
                 loadAt(bases + 16))
             .store(packed.dists + i);
     }
@@ -329,7 +333,7 @@ class Packed {
         return ((entry >> 16) & 0xFF) + minMatch + takeBits(entry, bits, count);
     }
     uint32_t lookDistance(Word bits) const { return level_.dists[bits % (rootSize / 4)]; }
-    static bool isLongDistance(uint32_t entry) { return (entry & packedLongDistance) != 0; }
+    static bool isOtherDistance(uint32_t entry) { return (entry & packedOtherDistance) != 0; }
     static uint32_t takeDistance(uint32_t entry, Word& bits, uint32_t& count) {
         return (entry >> 16) + takeBits(entry, bits, count);
     }

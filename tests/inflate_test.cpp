@@ -408,6 +408,26 @@ TEST(Inflate, StopsReportTheirMode) {
         EXPECT_TRUE(mode == 2 || c.nBits == nBits);
     }
 
+    // Four bits that only invalid distances begin with may not be all: the code has five. In the
+    // fixed tables, and in those built of the same lengths.
+    for (const bool built : {false, true}) {
+        Lens lens = fixedLens();
+        lens.resize(288 + 30, 5);
+        auto record = std::make_unique<InflateState>();
+        if (built) {
+            ASSERT_EQ(veksInflateBuildHuffTable(lens.data(), 288, 30, record.get()), vekStatusOk);
+        }
+        const Bytes more = {1};
+        Call c({more.data(), 0}, room);
+        c.code = 15U << 7 | 1U << 6;  // length 3
+        c.nBits = 11;
+        EXPECT_EQ(c(*record), vekStatusOk);
+        EXPECT_EQ(std::tuple(c.mode, record->savedStep, record->savedValue, c.nBits),
+                  std::tuple(2, 3U, 3U, 4U));
+        c.srcLen = 1;
+        EXPECT_EQ(c(*record), corrupt);
+    }
+
     // A call that resumed and runs dry between symbols stays resumable, and step 1 is taken back.
     Call dry({block.data.data(), 0}, {room.data(), 1});
     dry.mode = 2;
@@ -455,6 +475,32 @@ TEST(Inflate, CorruptData) {
             if (c.status == vekStatusOk) continue;
             EXPECT_EQ(std::tuple(call.mode, call.dst, call.dstLen, state->savedStep),
                       std::tuple(17, out.data() + 1, room - 1, 77U));
+        }
+    }
+    // Kinds of distances that do not exist, in tables of the caller's own making.
+    for (const uint8_t kind : {0xD1, 0xE1, 0xF1}) {
+        for (const bool twoLevel : {false, true}) {
+            for (const size_t room : {5, 401, 20000}) {  // Careful, fast, and packed.
+                auto state = std::make_unique<InflateState>();
+                const Lens dists = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 11};
+                Lens lens(286);
+                lens[256] = lens[257] = 1;
+                const auto nDists = static_cast<uint32_t>(twoLevel ? dists.size() : 1);
+                lens.insert(lens.end(), dists.begin(), dists.begin() + nDists);
+                ASSERT_EQ(veksInflateBuildHuffTable(lens.data(), 286, nDists, state.get()),
+                          vekStatusOk);
+                ASSERT_EQ(state->tableKind, twoLevel ? 1U : 2U);
+                for (size_t i = 0; i < (twoLevel ? 1024U : 2U); ++i)
+                    if (i % 2 == 0) state->tables[twoLevel ? 5632 + i : 4 + i] = kind;
+                Bytes whole(40000 + room, 0xEE);
+                Bytes source(5000, 0);
+                source[0] = 1;  // length 3, distance code 0, of whose extra bits none is set
+                Call call(source, {whole.data() + 40000, room});
+                call.dstIdx = 40000;
+                EXPECT_EQ(call(*state), kind == 0xD1 ? vekStatusOk : corrupt)
+                    << int{kind} << ' ' << twoLevel << ' ' << room;
+                EXPECT_EQ(call.dstLen == room, kind != 0xD1);
+            }
         }
     }
     // Records in an impossible state, or with empty tables.
@@ -541,10 +587,10 @@ TEST(InflateTables, Layouts) {
     ASSERT_EQ(veksInflateBuildHuffTable(lens.data(), 288, 30, state.get()), vekStatusOk);
     EXPECT_TRUE(state->tableKind == 2 && state->litBits == 9 && state->distBits == 5);
     // The end of block, symbol 257, literal 255, symbols 285 and (bare) 286; distance symbols 0 and
-    // 16, and one that is no code; the base of symbol 16.
+    // 16, and one that does not exist; the base of symbol 16.
     constexpr uint32_t single[][2] = {{0, 0xF7},     {0x80, 0x87},  {0x3FE, 9}, {0x3FF, 0xFF},
                                       {0x146, 0x88}, {0x147, 0xFF}, {0xC6, 8},  {1040, 5},
-                                      {1025, 0x75},  {1039, 0},     {2051, 1}};
+                                      {1025, 0x75},  {1039, 0xE5},  {2051, 1}};
     check(single);
 
     // One sub-table each.

@@ -131,6 +131,8 @@ void DeflateEncoder::start(Bytes history) {
     position_ = static_cast<int32_t>(history.size());
     if (history.empty()) return;
     std::copy(history.begin(), history.end(), window_.begin());
+    // Where the matcher looks whether its source was placed in the window: it was not.
+    window_[history.size() % windowSize] = static_cast<uint8_t>(~history.front());
     check(veksDeflateUpdateHash_8u(history.data(), 0, position_, head_.data(), hashSize,
                                    prev_.data(), windowSize, 1));
 }
