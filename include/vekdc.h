@@ -722,9 +722,9 @@ VekStatus veksExpandDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int
  *
  * Symbols 0 and 1 are the digits, worth 1 and 2 times 2^k, least significant first; a value b from
  * 1 to 255 becomes b + 1. A run that does not fit the room, with a slot to spare when a value
- * follows, is cut to what fits and the call ends. A block whose room is its length or more is never
- * cut; pieces of a cut run must not be joined into one symbol stream, where they would read as one
- * longer number.
+ * follows, is cut to what fits and the call ends; a room of one slot takes the run alone, so that
+ * every call makes progress. A block whose room is its length or more is never cut; pieces of a cut
+ * run must not be joined into one symbol stream, where they would read as one longer number.
  *
  * @param ppSrc    in/out: next input byte
  * @param pSrcLen  in/out: input bytes left, at least 1 on entry
