@@ -817,8 +817,9 @@ typedef struct Bz2HuffDecState Bz2HuffDecState;
 /**
  * Size in bytes of the decoder's record for blocks of up to `len` symbols, at least 1.
  *
- * A stream names its own number of groups, up to 32767, and the record must hold them all: callers
- * of input that they do not trust size the record for 32767 * 50 symbols.
+ * **A stream names its own number of groups, up to 32767, and the record must hold them all**: no
+ * function is told the record's size, so callers of input that they do not trust size it for
+ * 32767 * 50 symbols. No input makes the decoder leave a record of that size.
  * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
  */
 VekStatus veksDecodeHuffGetSize_BZ2_8u16u(int32_t len, int32_t* pSize);
@@ -860,10 +861,11 @@ VekStatus veksUnpackHuffContext_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits
  * @param pDst          output symbols
  * @param pDstLen       in: room in symbols, at least 1; out: symbols decoded. End of block is
  * stored behind them, in the room, and not counted
- * @param pState        record whose tables are built
+ * @param pState        record whose description was read to its end
  * @return ::vekStatusOk at the end of block; ::vekStatusSourceIncomplete;
  * ::vekStatusDestinationFull;
- *         ::vekStatusError for a code that no symbol has or more symbols than the groups cover;
+ *         ::vekStatusError for a code that no symbol has, more symbols than the groups cover, or a
+ * record that veksUnpackHuffContext_BZ2_8u16u() did not leave with ::vekStatusOk;
  *         ::vekStatusNullPointer; ::vekStatusBadSize.
  */
 VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const uint8_t** ppSrc,
