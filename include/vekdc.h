@@ -874,7 +874,9 @@ VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const
 
 /**
  * Size in bytes of the work buffer of veksBWTFwd_8u() for a block of `len` bytes, at least 1: the
- * larger of 6 * len + 524484 and 18 * len + 80, where that fits an int32_t.
+ * larger of 6 * len + 524484 and 18 * len + 80, both taken as 32-bit values, modulo 2^32. From
+ * 119304643 bytes on the second no longer fits one, and up to 357826527 bytes the block is sorted
+ * in the first. For longer blocks neither fits: the value means nothing, and the sort refuses them.
  * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
  */
 VekStatus veksBWTFwdGetSize_8u(int32_t len, int32_t* pSize);
@@ -887,15 +889,17 @@ VekStatus veksBWTFwdGetSize_8u(int32_t len, int32_t* pSize);
  * @param len      at least 1
  * @param pIndex   receives the primary index: row of the unrotated block, the first of equal ones
  * @param pBuffer  work buffer of the size that the query gives, any alignment
- * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize, also for more than 357826527
+ * bytes.
  */
 VekStatus veksBWTFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t* pIndex,
                         uint8_t* pBuffer);
 
 /**
  * Size in bytes of the work buffer of veksBWTFwd_SelectSort_8u(): 6 * len + 524484 for methods 0
- * and 1, 18 * len + 80 for method 2, the larger of them for method 3. Any other method leaves
- * `*pSize` as it is. Only a length of 0, or one whose size does not fit, is refused.
+ * and 1, 18 * len + 80 for method 2, for method 3 the larger as in veksBWTFwdGetSize_8u(). Any
+ * other method leaves `*pSize` as it is. Only a length of 0, or for methods 0 to 2 one whose size
+ * does not fit an int32_t, is refused.
  * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
  */
 VekStatus veksBWTFwdGetBufSize_SelectSort_8u(int32_t len, int32_t* pSize, int32_t method);
