@@ -101,12 +101,15 @@ BitReader makeReader(uint32_t code, int32_t count, const uint8_t* src, int32_t s
 }
 
 VekStatus readCounts(BitReader& in, Bz2HuffDecState& state) {
+    // Until the description is read the record has no tables, those of a block before included.
+    state.tableCount = 0;
     if (!in.need(18)) return vekStatusSourceIncomplete;
-    state.tableCount = static_cast<int32_t>(in.take(3));
+    const auto tableCount = static_cast<int32_t>(in.take(3));
     state.selectorCount = static_cast<int32_t>(in.take(15));
-    if (vek::outside(state.tableCount, minTables, maxTables) || state.selectorCount == 0) {
+    if (vek::outside(tableCount, minTables, maxTables) || state.selectorCount == 0) {
         return vekStatusSourceDataError;
     }
+    state.tableCount = tableCount;
     for (int i = 0; i < maxTables; ++i) state.selectorOrder[i] = static_cast<uint8_t>(i);
     return vekStatusOk;
 }
@@ -428,6 +431,11 @@ bool isSound(const Bz2HuffDecState& state) {
            !vek::outside(state.positionInGroup, 0, groupSize);
 }
 
+/// True when a description was read to its end and what it says is there.
+bool hasTables(const Bz2HuffDecState& state) {
+    return isSound(state) && state.phase == phaseCounts && state.tableCount >= minTables;
+}
+
 }  // namespace
 
 VekStatus veksDecodeHuffGetSize_BZ2_8u16u(int32_t len, int32_t* pSize) {
@@ -475,7 +483,7 @@ VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const
         return vekStatusNullPointer;
     }
     if (*pSrcLen < 0 || *pDstLen < 1 || vek::outside(*pCodeLenBits, 0, 32)) return vekStatusBadSize;
-    if (!isSound(*pState)) return vekStatusError;
+    if (!hasTables(*pState)) return vekStatusError;
     BitReader in = makeReader(*pCode, *pCodeLenBits, *ppSrc, *pSrcLen);
     SymbolDecoder decoder(*pState, pDst, *pDstLen);
     const VekStatus status = decoder.run(in);

@@ -90,10 +90,11 @@ VekStatus veksEncodeRLE_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t*
     for (;;) {
         copyLiterals(src, srcLen, in, pDst, room, out, *pState);
         if (out == room) break;
-        const int32_t limit = std::min(in - pState->runCount + runEnd, srcLen);
-        if (in < limit) {
+        // Taken from what is left, not added to the position, which may be near 2^31.
+        const int32_t limit = std::min(runEnd - pState->runCount, srcLen - in);
+        if (limit > 0) {
             const auto more = static_cast<int32_t>(vek::runLength(
-                src + in, static_cast<uint8_t>(pState->symbol), static_cast<size_t>(limit - in)));
+                src + in, static_cast<uint8_t>(pState->symbol), static_cast<size_t>(limit)));
             in += more;
             pState->runCount += more;
         }

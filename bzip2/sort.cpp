@@ -35,8 +35,10 @@ constexpr int64_t kernelSize(int64_t len) {
     return 18 * len + 80;
 }
 
-constexpr int64_t largerSize(int64_t len) {
-    return std::max(bucketSize(len), kernelSize(len));
+/// The larger of the two as 32-bit values: a kernel size that does not fit one drops out, and the
+/// sort then works in what the buckets take. Where even that is too large, it tells of no room.
+constexpr int32_t automaticSize(int64_t len) {
+    return std::max(static_cast<int32_t>(bucketSize(len)), static_cast<int32_t>(kernelSize(len)));
 }
 
 VekStatus storeSize(int64_t size, int32_t* pSize) {
@@ -107,7 +109,8 @@ VekStatus sortBlock(const uint8_t* block, uint32_t length, uint8_t* column, int3
             room = kernelSize(length);
             break;
         case automaticMethod:
-            room = largerSize(length);
+            room = automaticSize(length);
+            if (room < bucketSize(length)) return vekStatusBadSize;
             break;
         default:
             return vekStatusOk;
@@ -121,7 +124,8 @@ VekStatus sortBlock(const uint8_t* block, uint32_t length, uint8_t* column, int3
 VekStatus veksBWTFwdGetSize_8u(int32_t len, int32_t* pSize) {
     if (vek::anyNull(pSize)) return vekStatusNullPointer;
     if (len < 1) return vekStatusBadSize;
-    return storeSize(largerSize(len), pSize);
+    *pSize = automaticSize(len);
+    return vekStatusOk;
 }
 
 VekStatus veksBWTFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t* pIndex,
@@ -141,7 +145,7 @@ VekStatus veksBWTFwdGetBufSize_SelectSort_8u(int32_t len, int32_t* pSize, int32_
         case kernelMethod:
             return storeSize(kernelSize(len), pSize);
         case automaticMethod:
-            return storeSize(largerSize(len), pSize);
+            return storeSize(automaticSize(len), pSize);
         default:
             return vekStatusOk;
     }

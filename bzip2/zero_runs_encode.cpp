@@ -58,9 +58,11 @@ VekStatus veksEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen, uint
         }
         const auto zeros =
             static_cast<int32_t>(vek::runLength(src + in, 0, static_cast<size_t>(srcLen - in)));
-        // A literal that follows the run needs a slot of its own.
+        // A literal that follows the run needs a slot of its own; of a single one, which the run
+        // needs itself, it leaves none and waits for the next call.
         const bool literalFollows = in + zeros < srcLen;
-        const int64_t limit = longestRun(room - writer.out - (literalFollows ? 1 : 0));
+        const bool together = literalFollows && room > 1;
+        const int64_t limit = longestRun(room - writer.out - (together ? 1 : 0));
         if (zeros > limit) {
             writer.putRun(static_cast<int32_t>(limit));
             in += static_cast<int32_t>(limit);
@@ -68,7 +70,7 @@ VekStatus veksEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen, uint
         }
         writer.putRun(zeros);
         in += zeros;
-        if (literalFollows) writer.put(src[in++] + 1U);
+        if (together) writer.put(src[in++] + 1U);
     }
     *ppSrc = src + in;
     *pSrcLen = srcLen - in;

@@ -1,12 +1,12 @@
 // Bzip2's table description and coded symbols on hostile bytes: read whole, and in pieces of input
 // and output, they give the same symbols, statuses and positions, and touch nothing outside their
-// buffers (exact allocations under AddressSanitizer).
+// buffers (exact allocations under AddressSanitizer), the record sized for the most groups among
+// them. Until a description is read to its end, nothing is decoded.
 //
 // Input: alphabet size less 1 (2 bytes), size of the pieces (1 byte), bits.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <memory>
 #include <vector>
 
 #include "vekdc.h"
@@ -66,16 +66,33 @@ class Pieces {
     int32_t count_ = 0;
 };
 
+/// The decoder must refuse a record without tables, and leave everything as it was.
+void requireRefusal(const Data& data, Bz2HuffDecState* state) {
+    uint32_t code = 0x5A5A5A5A;
+    int32_t count = 32;
+    const uint8_t* src = data.data();
+    auto left = static_cast<int32_t>(data.size());
+    uint16_t out = 0;
+    int32_t written = 1;
+    require(veksDecodeHuff_BZ2_8u16u(&code, &count, &src, &left, &out, &written, state) ==
+            vekStatusError);
+    require(src == data.data() && count == 32 && written == 1);
+}
+
 Result decode(const Data& data, int alphaSize, size_t piece, size_t room) {
     int32_t size = 0;
     require(veksDecodeHuffGetSize_BZ2_8u16u(kMostGroups * kGroup, &size) == vekStatusOk);
-    const auto memory = std::make_unique<uint32_t[]>(static_cast<size_t>(size + 3) / 4);
-    auto* const state = reinterpret_cast<Bz2HuffDecState*>(memory.get());
+    Data memory(static_cast<size_t>(size), 0xA5);
+    auto* const state = reinterpret_cast<Bz2HuffDecState*>(memory.data());
     require(veksDecodeHuffInit_BZ2_8u16u(alphaSize, state) == vekStatusOk);
+    requireRefusal(data, state);
     Pieces stream(data, piece);
     Result result;
-    result.unpacked = stream.run(
-        false, [&](auto... source) { return veksUnpackHuffContext_BZ2_8u16u(source..., state); });
+    result.unpacked = stream.run(false, [&](auto... source) {
+        const VekStatus status = veksUnpackHuffContext_BZ2_8u16u(source..., state);
+        if (status != vekStatusOk) requireRefusal(data, state);
+        return status;
+    });
     if (result.unpacked != vekStatusOk) return result;
     do {
         result.decoded = stream.run(true, [&](auto... source) {

@@ -733,9 +733,9 @@ VekStatus veksExpandDictionary_8u_I(const uint8_t* pInUse, uint8_t* pSrcDst, int
  *
  * Symbols 0 and 1 are the digits, worth 1 and 2 times 2^k, least significant first; a value b from
  * 1 to 255 becomes b + 1. A run that does not fit the room, with a slot to spare when a value
- * follows, is cut to what fits and the call ends. A block whose room is its length or more is never
- * cut; pieces of a cut run must not be joined into one symbol stream, where they would read as one
- * longer number.
+ * follows, is cut to what fits and the call ends; a room of one slot takes the run alone, so that
+ * every call makes progress. A block whose room is its length or more is never cut; pieces of a cut
+ * run must not be joined into one symbol stream, where they would read as one longer number.
  *
  * @param ppSrc    in/out: next input byte
  * @param pSrcLen  in/out: input bytes left, at least 1 on entry
@@ -828,8 +828,9 @@ typedef struct Bz2HuffDecState Bz2HuffDecState;
 /**
  * Size in bytes of the decoder's record for blocks of up to `len` symbols, at least 1.
  *
- * A stream names its own number of groups, up to 32767, and the record must hold them all: callers
- * of input that they do not trust size the record for 32767 * 50 symbols.
+ * **A stream names its own number of groups, up to 32767, and the record must hold them all**: no
+ * function is told the record's size, so callers of input that they do not trust size it for
+ * 32767 * 50 symbols. No input makes the decoder leave a record of that size.
  * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
  */
 VekStatus veksDecodeHuffGetSize_BZ2_8u16u(int32_t len, int32_t* pSize);
@@ -871,10 +872,11 @@ VekStatus veksUnpackHuffContext_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits
  * @param pDst          output symbols
  * @param pDstLen       in: room in symbols, at least 1; out: symbols decoded. End of block is
  * stored behind them, in the room, and not counted
- * @param pState        record whose tables are built
+ * @param pState        record whose description was read to its end
  * @return ::vekStatusOk at the end of block; ::vekStatusSourceIncomplete;
  * ::vekStatusDestinationFull;
- *         ::vekStatusError for a code that no symbol has or more symbols than the groups cover;
+ *         ::vekStatusError for a code that no symbol has, more symbols than the groups cover, or a
+ * record that veksUnpackHuffContext_BZ2_8u16u() did not leave with ::vekStatusOk;
  *         ::vekStatusNullPointer; ::vekStatusBadSize.
  */
 VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const uint8_t** ppSrc,
@@ -883,7 +885,9 @@ VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const
 
 /**
  * Size in bytes of the work buffer of veksBWTFwd_8u() for a block of `len` bytes, at least 1: the
- * larger of 6 * len + 524484 and 18 * len + 80, where that fits an int32_t.
+ * larger of 6 * len + 524484 and 18 * len + 80, both taken as 32-bit values, modulo 2^32. From
+ * 119304643 bytes on the second no longer fits one, and up to 357826527 bytes the block is sorted
+ * in the first. For longer blocks neither fits: the value means nothing, and the sort refuses them.
  * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
  */
 VekStatus veksBWTFwdGetSize_8u(int32_t len, int32_t* pSize);
@@ -896,15 +900,17 @@ VekStatus veksBWTFwdGetSize_8u(int32_t len, int32_t* pSize);
  * @param len      at least 1
  * @param pIndex   receives the primary index: row of the unrotated block, the first of equal ones
  * @param pBuffer  work buffer of the size that the query gives, any alignment
- * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
+ * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize, also for more than 357826527
+ * bytes.
  */
 VekStatus veksBWTFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t* pIndex,
                         uint8_t* pBuffer);
 
 /**
  * Size in bytes of the work buffer of veksBWTFwd_SelectSort_8u(): 6 * len + 524484 for methods 0
- * and 1, 18 * len + 80 for method 2, the larger of them for method 3. Any other method leaves
- * `*pSize` as it is. Only a length of 0, or one whose size does not fit, is refused.
+ * and 1, 18 * len + 80 for method 2, for method 3 the larger as in veksBWTFwdGetSize_8u(). Any
+ * other method leaves `*pSize` as it is. Only a length of 0, or for methods 0 to 2 one whose size
+ * does not fit an int32_t, is refused.
  * @return ::vekStatusOk; ::vekStatusNullPointer; ::vekStatusBadSize.
  */
 VekStatus veksBWTFwdGetBufSize_SelectSort_8u(int32_t len, int32_t* pSize, int32_t method);

@@ -123,6 +123,21 @@ struct Reader {
         }
     }
 
+    /// Whether the decoder refuses a record without tables, and takes nothing.
+    bool refusesToDecode() {
+        Guarded in(Bytes(4096, 0x5A));
+        Guarded room(2 * 100);
+        const uint8_t* src = in.data();
+        auto left = static_cast<int32_t>(in.size());
+        int32_t written = 100;
+        const Accumulator before = bits;
+        const VekStatus status = veksDecodeHuff_BZ2_8u16u(&bits.code, &bits.count, &src, &left,
+                                                          reinterpret_cast<uint16_t*>(room.data()),
+                                                          &written, state.get());
+        return status == vekStatusError && src == in.data() && written == 100 &&
+               bits.count == before.count && bits.code == before.code;
+    }
+
     Record<Bz2HuffDecState> state;
     Accumulator bits;
 };
@@ -245,7 +260,38 @@ TEST(Bzip2Huffman, BrokenDescriptionsAreRefused) {
         Reader reader(3, 50);
         size_t at = 0;
         EXPECT_EQ(reader.unpack(fromBits(c.bits), at, random, 100), c.wanted) << c.what;
+        EXPECT_EQ(reader.refusesToDecode(), c.wanted != vekStatusOk) << c.what;
     }
+}
+
+TEST(Bzip2Huffman, NothingIsDecodedBeforeTheDescriptionIsRead) {
+    const Symbols symbols = makeSymbols(700, 40, .1, 9);
+    const Bytes coded = encode(symbols, 40, {});
+    Random random(6);
+    Reader whole(40, 700);
+    size_t size = 0;
+    ASSERT_EQ(whole.unpack(coded, size, random, 1), vekStatusOk);
+    for (size_t cut = 0; cut < size; ++cut) {
+        Reader reader(40, 700);
+        // Whatever a record holds behind what Init sets, it is no table.
+        std::fill(reader.state.bytes.data(), reader.state.bytes.data() + reader.state.bytes.size(),
+                  uint8_t{0xA5});
+        ASSERT_EQ(veksDecodeHuffInit_BZ2_8u16u(40, reader.state.get()), vekStatusOk);
+        size_t at = 0;
+        if (cut != 0) {
+            ASSERT_EQ(reader.unpack(Bytes(coded.begin(), coded.begin() + cut), at, random, cut),
+                      vekStatusSourceIncomplete);
+        }
+        ASSERT_TRUE(reader.refusesToDecode()) << "after " << cut << " bytes";
+        // The refusal leaves the record as it was.
+        ASSERT_EQ(reader.unpack(coded, at, random, coded.size()), vekStatusOk);
+    }
+    // Nor with the tables of a block before, once the next description has begun.
+    size_t at = 0;
+    whole.bits = {};
+    ASSERT_EQ(whole.unpack(Bytes(coded.begin(), coded.begin() + 1), at, random, 1),
+              vekStatusSourceIncomplete);
+    EXPECT_TRUE(whole.refusesToDecode());
 }
 
 TEST(Bzip2Huffman, CodesThatNobodyHasAndGroupsThatNobodyChoseStopTheDecoder) {
@@ -276,9 +322,19 @@ TEST(Bzip2Huffman, HostileBitsStayInside) {
             in[pick(random, 0, in.size() - 1)] ^= static_cast<uint8_t>(1 << (random() % 8));
         Reader reader(alphaSize, 32767 * 50);
         size_t at = 0;
-        if (reader.unpack(in, at, random, in.size()) != vekStatusOk || at == in.size()) continue;
+        if (reader.unpack(in, at, random, in.size()) != vekStatusOk) {
+            ASSERT_TRUE(reader.refusesToDecode());
+            continue;
+        }
+        if (at == in.size()) continue;
         Symbols out;
-        reader.decode(in, at, random, in.size(), 20000, &out);
+        const VekStatus status = reader.decode(in, at, random, in.size(), 20000, &out);
+        ASSERT_TRUE(status == vekStatusOk || status == vekStatusError ||
+                    status == vekStatusSourceIncomplete);
+        // The end of block ends it, and comes nowhere else.
+        const auto end = std::find(out.begin(), out.end(), alphaSize - 1);
+        ASSERT_EQ(out.end() - end, status == vekStatusOk ? 1 : 0);
+        ASSERT_TRUE(std::all_of(out.begin(), out.end(), [&](int s) { return s < alphaSize; }));
     }
 }
 

@@ -167,7 +167,28 @@ TEST(Bzip2Sort, ForwardSizesAndRefusedCalls) {
     EXPECT_EQ(veksBWTFwdGetSize_8u(1, &size), vekStatusOk);
     EXPECT_EQ(size, 524490);
     EXPECT_EQ(veksBWTFwdGetSize_8u(0, &size), vekStatusBadSize);
-    EXPECT_EQ(veksBWTFwdGetSize_8u(INT32_MAX / 18, &size), vekStatusBadSize);
+    // Sizes are compared as 32-bit values, and refused where no other one stands in for them.
+    constexpr int32_t refused = -1;
+    const struct {
+        int32_t len;
+        int32_t sizes[3];  // by method, from 1 on
+    } limits[] = {{119304642, {716352336, 2147483636, 2147483636}},
+                  {119304643, {716352342, refused, 716352342}},
+                  {200000000, {1200524484, refused, 1200524484}},
+                  {357826527, {2147483646, refused, 2147483646}},
+                  {357826528, {refused, refused, 2145910288}},
+                  {INT32_MAX, {refused, refused, 524478}}};
+    for (const auto& limit : limits) {
+        for (const int32_t method : {1, 2, 3}) {
+            const int32_t wanted = limit.sizes[method - 1];
+            size = refused;
+            EXPECT_EQ(veksBWTFwdGetBufSize_SelectSort_8u(limit.len, &size, method),
+                      wanted == refused ? vekStatusBadSize : vekStatusOk);
+            EXPECT_EQ(size, wanted) << limit.len << " by " << method;
+        }
+        EXPECT_EQ(veksBWTFwdGetSize_8u(limit.len, &size), vekStatusOk);
+        EXPECT_EQ(size, limit.sizes[2]);
+    }
     EXPECT_EQ(veksBWTFwdGetSize_8u(1, nullptr), vekStatusNullPointer);
 
     Bytes block(100, 'x');
@@ -179,7 +200,7 @@ TEST(Bzip2Sort, ForwardSizesAndRefusedCalls) {
     uint8_t* const b = buffer.data();
     for (const int32_t method : {-1, 4})
         EXPECT_EQ(veksBWTFwd_SelectSort_8u(s, d, 100, &index, b, method), vekStatusOk);
-    for (const int32_t len : {0, -5}) {
+    for (const int32_t len : {0, -5, 357826528}) {
         EXPECT_EQ(veksBWTFwd_8u(s, d, len, &index, b), vekStatusBadSize);
         EXPECT_EQ(veksBWTFwd_SelectSort_8u(s, d, len, &index, b, 3), vekStatusBadSize);
     }
