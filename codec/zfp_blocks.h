@@ -1,7 +1,7 @@
 // Stretches of a ZFP field, "chunks", that are coded apart from each other.
 //
 // A chunk is contiguous in the raw field: four planes (or rows, where the field has but one plane),
-// or as many times four as make about a megabyte. Its blocks need nothing of another chunk's, so
+// or as many times four as make about 256 KiB. Its blocks need nothing of another chunk's, so
 // chunks can be coded on threads of the caller's, each with a ZfpChunkEncoder of its own, and their
 // bits be strung together with a ZfpBitString; chunks of a fixed rate stand at known bits and can
 // be decoded likewise.

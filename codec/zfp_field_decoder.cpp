@@ -78,8 +78,9 @@ Status ZfpFieldDecoder::decodeChunk(Input& in) {
     const auto mostBits = static_cast<uint64_t>(reader_.header().parameters.mostBits());
     fill(in);
     while (!walk_.atEnd()) {
+        // Where a stretch of blocks ends is found out at some cost, so stretches are kept long.
+        if (bitsHeld() < 8 * kWindow / 2 && fill(in) != 0) continue;
         const uint64_t sure = bitsHeld() / mostBits;
-        if (sure == 0 && fill(in) != 0) continue;
         if (!decodeBlocks(std::max<uint64_t>(sure, 1))) return Status::Going;
     }
     const auto used = static_cast<size_t>((at_ + 7) / 8);
