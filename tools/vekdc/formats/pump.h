@@ -63,7 +63,8 @@ void pumpEncoder(Encoder& encoder, Source& source, Sink& sink) {
         if (status == codec::Status::NoMemory) throw std::bad_alloc();
         if (status == codec::Status::Ended) return;
         if (status != codec::Status::Going)
-            throw FormatError(start + encoder.fault().offset, encoder.fault().reason);
+            throw FormatError(start + encoder.fault().offset,
+                              std::string() + encoder.fault().reason);
     }
 }
 

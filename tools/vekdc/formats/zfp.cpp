@@ -212,7 +212,7 @@ Header peekHeader(Source& source) {
     codec::Input in{start.data(), start.size()};
     const codec::Status status = reader.run(in);
     if (status == codec::Status::Broken)
-        throw FormatError(reader.fault().offset, reader.fault().reason);
+        throw FormatError(reader.fault().offset, std::string() + reader.fault().reason);
     if (start.size() >= 4 && status != codec::Status::Ended) source.skip(start.size());
     if (status != codec::Status::Ended) source.throwTruncated();
     return reader.header();
