@@ -25,7 +25,8 @@ class Memory {
     static_assert(std::is_trivially_copyable_v<T>);
 
  public:
-    explicit Memory(const Allocator& allocator = {}) : allocator_(allocator) {}
+    Memory() = default;
+    explicit Memory(const Allocator& allocator) : allocator_(allocator) {}
     ~Memory() { release(); }
     Memory(const Memory&) = delete;
     Memory& operator=(const Memory&) = delete;

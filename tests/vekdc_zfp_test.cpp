@@ -139,13 +139,6 @@ TEST_F(ZfpFormat, SaysWhatIsWrongWithAFile) {
         for (size_t size = 0; size < file.size() - 7; ++size)
             EXPECT_EQ(complaint(zfp(), {file.begin(), file.begin() + size}),
                       std::to_string(size < 4 ? 0 : size) + ": the file ends too early");
-        // A changed bit of a block does not show, unless the blocks then go on behind the end.
-        for (size_t bit = 84; bit < 8 * file.size(); ++bit) {
-            Bytes broken = file;
-            broken[bit / 8] ^= static_cast<uint8_t>(1U << (bit % 8));
-            const std::string text = complaint(zfp(), broken);
-            EXPECT_TRUE(text.empty() || bit < 8 * 19 || text.ends_with("too early")) << text;
-        }
         const Decoded longer = decode(zfp(), file + Bytes{0});
         EXPECT_TRUE(longer.plain == decompress(file));
         EXPECT_EQ(longer.warning,

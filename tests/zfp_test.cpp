@@ -46,7 +46,7 @@ int number(Random& random, int low, int high) {
     return low + static_cast<int>(random() % (high - low + 1));
 }
 
-Params randomParams(Random& random) {
+[[maybe_unused]] Params randomParams(Random& random) {
     Params p;
     if (random() % 2) p.maxBits = number(random, 9, random() % 2 ? 80 : 2200);
     if (random() % 2)
@@ -57,7 +57,7 @@ Params randomParams(Random& random) {
 }
 
 /// Noise, a wave, one value, equal values, zeros, or noise of many magnitudes.
-Block randomBlock(Random& random) {
+[[maybe_unused]] Block randomBlock(Random& random) {
     Block block{};
     const auto kind = random() % 6;
     const int exponent = number(random, -75, 74);

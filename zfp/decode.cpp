@@ -213,12 +213,13 @@ VekStatus decodeBlock(ZfpState& state, BitReader in, float* dst, ptrdiff_t step,
         storeZeros(dst, step, planeStep);
         return consume(state, minBits - 1) ? vekStatusOk : vekStatusNoRoom;
     }
-    const uint32_t exponent = in.take(8);
-    const unsigned precision = vek::zfpPrecision(state, static_cast<int32_t>(exponent) - 127);
+    const auto exponent = static_cast<int32_t>(in.take(8));
+    const unsigned precision = vek::zfpPrecision(state, exponent - vek::floatBias);
     const uint32_t budget = std::min(vek::zfpBudget(state.maxBits), vek::zfpMaxBlockBits);
     takePlanes(in, precision, budget, state.workspace);
     if (!consume(state, std::max(in.position() - begin, minBits))) return vekStatusNoRoom;
-    const uint32_t scaleBits = (exponent > 30 ? exponent - 30 : 0) << 23;
+    const int32_t scaleExponent = std::max(exponent - vek::zfpIntegerBits, 0);
+    const uint32_t scaleBits = static_cast<uint32_t>(scaleExponent) << 23;
     float scale;
     std::memcpy(&scale, &scaleBits, sizeof(scale));
     inverse(state.workspace, scale, dst, step, planeStep);

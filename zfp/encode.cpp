@@ -171,7 +171,7 @@ VekStatus encodeBlock(ZfpState& state, int32_t emax, unsigned precision) {
     uint8_t* const base = roomy ? state.current : aside;
     const auto pending = static_cast<uint32_t>(state.pending);
     BitWriter out(base, state.buffer, pending);
-    out.put(2 * static_cast<uint32_t>(emax + 127) + 1, vek::zfpHeaderBits);
+    out.put(2 * static_cast<uint32_t>(emax + vek::floatBias) + 1, vek::zfpHeaderBits);
     const uint32_t budget = vek::zfpBudget(state.maxBits);
     putPlanes(out, state.workspace, precision, budget);
     const uint32_t most = pending + vek::zfpHeaderBits + std::min(budget, vek::zfpMaxBlockBits);
@@ -192,7 +192,7 @@ void ownsZfpInit(uint8_t* buffer, int64_t length, ZfpState* state) {
     state->start = buffer;
     state->end = reinterpret_cast<uint8_t*>(reinterpret_cast<uintptr_t>(buffer) +
                                             static_cast<uintptr_t>(length));
-    ownsZfpSet(0, 4171, 64, -10740, state);
+    ownsZfpSet(0, vek::zfpUnlimitedBits, vek::zfpUnlimitedPrec, vek::zfpUnlimitedExp, state);
 }
 
 void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
@@ -207,9 +207,11 @@ void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minEx
 }
 
 void ownsZfpSetAccuracy(double tolerance, ZfpState* state) {
+    // A double's exponent field: 11 bits above the mantissa's 52, counted from -1023.
     uint64_t bits;
     std::memcpy(&bits, &tolerance, sizeof(bits));
-    state->minExp = tolerance > 0 ? static_cast<int32_t>(bits >> 52 & 0x7FF) - 1023 : -10740;
+    const int32_t exponent = static_cast<int32_t>(bits >> 52 & 0x7FF) - 1023;
+    state->minExp = tolerance > 0 ? exponent : vek::zfpUnlimitedExp;
 }
 
 VekStatus veksEncodeZfpGetStateSize_32f(int32_t* pSize) {
@@ -292,11 +294,14 @@ VekStatus veksEncodeZfp444_32f(const float* pSrc, int32_t srcStep, int32_t srcPl
     const uint32_t largest = ownsZfpMaxMagnitude_32f(pSrc, srcStep, srcPlaneStep);
     if (largest == 0) return putZeroBlock(*pState);
     // Infinities and NaNs count as the largest finite exponent: the header has no room for more.
-    const auto exponent = static_cast<int32_t>(std::min(largest >> 23, 254U));
-    const int32_t emax = exponent - 126;
+    const int32_t exponent =
+        std::min(static_cast<int32_t>(largest >> 23), vek::floatHighestExponent);
+    const int32_t emax = exponent - vek::floatBias + 1;
     const unsigned precision = vek::zfpPrecision(*pState, emax);
     if (precision == 0) return putZeroBlock(*pState);
-    const auto scaleBits = static_cast<uint32_t>(std::min(157 - emax, 254)) << 23;
+    const int32_t scaleExponent =
+        std::min(vek::zfpIntegerBits - emax + vek::floatBias, vek::floatHighestExponent);
+    const uint32_t scaleBits = static_cast<uint32_t>(scaleExponent) << 23;
     float scale;
     std::memcpy(&scale, &scaleBits, sizeof(scale));
     ownsZfpForward_32f(pSrc, srcStep, srcPlaneStep, scale, pState->workspace);

@@ -61,6 +61,7 @@ void ownsZfpForward_32f(const float* src, ptrdiff_t step, ptrdiff_t planeStep, f
 
 namespace vek::inline VEK_LEVEL {
 
+/// Tells a record that an Init prepared from any other memory.
 constexpr uint32_t zfpMarker = 0x4B617398U;
 
 constexpr unsigned zfpValues = 64;
@@ -72,6 +73,32 @@ constexpr unsigned zfpHeaderBits = 9;
 /// The largest block: its header, every bit of every plane, a positive group test for each
 /// coefficient and a negative one for each plane.
 constexpr unsigned zfpMaxBlockBits = zfpHeaderBits + zfpValues * zfpPlanes + zfpValues + zfpPlanes;
+
+static_assert(zfpMaxBlockBits == 2153);
+
+/// maxBits after an Init, more than any block of floats takes: the bound of a block of 64 doubles,
+/// each of their 64 planes, 63 group tests and a header of 12 bits.
+constexpr int32_t zfpUnlimitedBits = 64 * 64 + 63 + 12;
+static_assert(zfpUnlimitedBits == 4171 && zfpUnlimitedBits > int32_t{zfpMaxBlockBits});
+
+/// maxPrec after an Init: the planes of a double, more than a float has.
+constexpr int32_t zfpUnlimitedPrec = 64;
+
+/// minExp after an Init and for no tolerance: ten times the exponent of the smallest double, far
+/// below every plane of every float, so that none is dropped.
+constexpr int32_t zfpUnlimitedExp = 10 * -1074;
+
+/// A float's exponent field counts from here, and is this at its highest finite value.
+constexpr int32_t floatBias = 127;
+constexpr int32_t floatHighestExponent = 254;
+
+/// The values of a block are below 2^emax, and their integers below 2^30: of a word's other bits
+/// one is the sign, and one is room for what the transform adds.
+constexpr int32_t zfpIntegerBits = 30;
+
+/// Planes kept below 2^minExp, two for each of the three axes and two more: what the inverse
+/// transform can make of the planes dropped then stays below 2^minExp.
+constexpr int32_t zfpGuardPlanes = 2 * (3 + 1);
 
 /// Room in which a block coder needs not look for the end: the bits pending from the block before,
 /// the block, and two words that a wide access may reach beyond.
@@ -90,7 +117,8 @@ inline uint32_t zfpBudget(int32_t maxBits) {
 
 /// Bit planes of a block whose values are below 2^emax, 0..32.
 inline unsigned zfpPrecision(const ZfpState& state, int32_t emax) {
-    const int64_t planes = std::min<int64_t>(state.maxPrec, int64_t{emax} - state.minExp + 8);
+    const int64_t planes =
+        std::min<int64_t>(state.maxPrec, int64_t{emax} - state.minExp + zfpGuardPlanes);
     return static_cast<unsigned>(std::clamp<int64_t>(planes, 0, zfpPlanes));
 }
 

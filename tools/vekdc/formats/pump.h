@@ -45,9 +45,11 @@ void pumpDecoder(Decoder& decoder, Source& source, Sink& sink, Name&& name) {
     }
 }
 
-/// Runs an encoder over the source to its end.
+/// Runs an encoder over the source to its end, or to where the encoder's stream ends. Throws
+/// FormatError where the encoder cannot code what the source holds.
 template <class Encoder>
 void pumpEncoder(Encoder& encoder, Source& source, Sink& sink) {
+    const uint64_t start = source.offset();
     std::vector<uint8_t> room(kPumpRoom);
     for (;;) {
         const Bytes bytes = source.peek();
@@ -60,7 +62,9 @@ void pumpEncoder(Encoder& encoder, Source& source, Sink& sink) {
         if (!written.empty()) sink.write(written);
         if (status == codec::Status::NoMemory) throw std::bad_alloc();
         if (status == codec::Status::Ended) return;
-        if (status != codec::Status::Going) throw std::logic_error("an encoder failed");
+        if (status != codec::Status::Going)
+            throw FormatError(start + encoder.fault().offset,
+                              std::string() + encoder.fault().reason);
     }
 }
 

@@ -1,20 +1,12 @@
 // Headered ZFP fields (P. Lindstrom, "Fixed-Rate Compressed Floating-Point Arrays", 2014), as the
-// method's own tool writes and reads them.
+// method's own tool writes and reads them: options, threads and what `info` tells, over the codecs
+// of codec/zfp_*.h.
 //
-// A file is a header (zfp_header.h) and the bits of the blocks of 4 x 4 x 4 values, x fastest. Only
-// fields of three dimensions and single precision have blocks of the library's kind; a field of
-// fewer dimensions is written as one whose other sides are 1. A block at a far side that the field
-// does not fill is padded along each axis in turn: three values by their first, two by the second
-// and the first, one by itself.
-//
-// Work goes by chunks that are contiguous in the raw field: four planes, or as many times four as
-// make about a megabyte. A chunk needs nothing of another, so chunks are coded on as many threads
-// as wanted and their bits strung together. Reading back, blocks of a fixed rate stand at known
-// bits and go to threads likewise; others tell their length only by being decoded, in turn, through
-// a window of a megabyte over the coded bytes.
+// Chunks of a field need nothing of each other, so with more than one thread they are coded apart
+// and their bits strung together. Reading back, blocks of a fixed rate stand at known bits and go
+// to threads likewise; others tell their length only by being decoded, in turn.
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
@@ -24,130 +16,37 @@
 #include <memory>
 #include <new>
 
+#include "codec/zfp_field_decoder.h"
+#include "codec/zfp_field_encoder.h"
 #include "tools/vekdc/formats/formats.h"
-#include "tools/vekdc/formats/zfp_header.h"
+#include "tools/vekdc/formats/pump.h"
 #include "tools/vekdc/io/pipeline.h"
-#include "vekdc.h"
 
 namespace vekdc {
 namespace {
 
-using namespace zfp;
+using codec::Memory;
+using codec::ZfpChunkDecoder;
+using codec::ZfpChunks;
+using Dims = codec::ZfpDims;
+using Header = codec::ZfpHeader;
+using Parameters = codec::ZfpParameters;
 
-using Data = std::vector<uint8_t>;
-
-static_assert(std::endian::native == std::endian::little && sizeof(float) == 4);
-
-constexpr size_t kMegabyte = 1 << 20;
-
-constexpr uint32_t kLongestSide = 65536;
-
-constexpr uint64_t kMostMemory = std::numeric_limits<ptrdiff_t>::max();
-
-// --- fields, chunks and blocks -------------------------------------------------------------------
-
-/// How a field is cut into parts that stand one behind the other in the raw file: by planes, or
-/// where it has but one, by rows.
-class Chunks {
- public:
-    explicit Chunks(const Dims& field)
-        : field_(field), byPlanes_(field.z > 1), layers_(byPlanes_ ? field.z : field.y) {
-        const uint64_t four = 16 * field.values() / layers_;
-        perChunk_ = static_cast<uint32_t>(4 * std::clamp<uint64_t>(kMegabyte / four, 1, 1 << 14));
-        if (sizeof(float) * at(0).values() > kMostMemory)
-            throw Failure("four planes of " + field.text() +
-                          " floats are more than fits in memory");
-    }
-
-    uint32_t count() const { return (layers_ + perChunk_ - 1) / perChunk_; }
-    Dims at(uint32_t index) const {
-        Dims dims = field_;
-        (byPlanes_ ? dims.z : dims.y) = std::min(perChunk_, layers_ - index * perChunk_);
-        return dims;
-    }
-
- private:
-    Dims field_;
-    bool byPlanes_;
-    uint32_t layers_;
-    uint32_t perChunk_ = 4;
-};
-
-using Block = std::array<float, kBlockValues>;
-
-/// A block's place in a chunk: where its first value is, and how far it is filled along each axis.
-struct Place {
-    size_t first;
-    uint32_t nx, ny, nz;
-    bool direct;  ///< Filled, and no step to a neighbour is too long for the library.
-};
-
-/// Calls `use` with every block's place, in the order of the stream.
-template <class Use>
-void eachBlock(const Dims& dims, Use&& use) {
-    const size_t row = dims.x;
-    const size_t plane = row * dims.y;
-    const bool reachable = plane * sizeof(float) <= std::numeric_limits<int32_t>::max();
-    for (uint32_t z = 0; z < dims.z; z += 4) {
-        for (uint32_t y = 0; y < dims.y; y += 4) {
-            for (uint32_t x = 0; x < dims.x; x += 4) {
-                const uint32_t nx = std::min(4U, dims.x - x);
-                const uint32_t ny = std::min(4U, dims.y - y);
-                const uint32_t nz = std::min(4U, dims.z - z);
-                use({z * plane + y * row + x, nx, ny, nz, nx + ny + nz == 12 && reachable});
-            }
-        }
-    }
+std::string text(const Dims& dims) {
+    return std::to_string(dims.x) + " x " + std::to_string(dims.y) + " x " + std::to_string(dims.z);
 }
 
-/// Calls `copy` with each row of a block that the field holds: where it begins in the chunk, and
-/// where in the block.
-template <class Copy>
-void eachRow(const Place& place, const Dims& dims, Copy&& copy) {
-    for (uint32_t z = 0; z < place.nz; ++z)
-        for (uint32_t y = 0; y < place.ny; ++y)
-            copy(place.first + (size_t{z} * dims.y + y) * dims.x, 16 * z + 4 * y);
+ZfpChunks chunksOf(const Dims& field) {
+    const ZfpChunks chunks(field);
+    if (!chunks.addressable())
+        throw Failure("four planes of " + text(field) + " floats are more than fits in memory");
+    return chunks;
 }
 
-/// Fills up a line of which `count` values are there.
-void padLine(float* line, size_t stride, uint32_t count) {
-    if (count < 2) line[stride] = line[0];
-    if (count < 3) line[2 * stride] = line[stride];
-    if (count < 4) line[3 * stride] = line[0];
+/// Makes room for a chunk's floats, and leaves them as they are.
+void reserve(Memory<float>& values, const Dims& chunk) {
+    if (!values.reserve(static_cast<size_t>(chunk.values()))) throw std::bad_alloc();
 }
-
-void padBlock(Block& block, const Place& place) {
-    for (uint32_t z = 0; z < place.nz; ++z) {
-        for (uint32_t y = 0; y < place.ny; ++y)
-            padLine(block.data() + size_t{16} * z + size_t{4} * y, 1, place.nx);
-        for (uint32_t x = 0; x < 4; ++x) padLine(block.data() + size_t{16} * z + x, 4, place.ny);
-    }
-    for (uint32_t i = 0; i < 16; ++i) padLine(block.data() + i, 16, place.nz);
-}
-
-constexpr int32_t kBlockRow = 4 * sizeof(float);
-constexpr int32_t kBlockPlane = 16 * sizeof(float);
-
-int32_t rowStep(const Dims& dims) {
-    return static_cast<int32_t>(dims.x * sizeof(float));
-}
-int32_t planeStep(const Dims& dims) {
-    return static_cast<int32_t>(dims.y * dims.x * sizeof(float));
-}
-
-/// A state record, in memory of the size that the library asks for.
-class Record {
- public:
-    Record() {
-        int32_t size = 0;
-        veksEncodeZfpGetStateSize_32f(&size);
-        memory_.resize((static_cast<size_t>(size) + 3) / 4);
-    }
-    ZfpState* get() { return reinterpret_cast<ZfpState*>(memory_.data()); }
-
- private:
-    std::vector<uint32_t> memory_;
-};
 
 // --- writing -------------------------------------------------------------------------------------
 
@@ -179,7 +78,9 @@ Dims dimsOption(const Settings& settings) {
     if (found == settings.own.end())
         throw Failure("the field's sides are missing: --dims NXxNYxNZ, x fastest");
     const std::vector<int32_t> sides = numbers(found->second, 'x');
-    const auto fits = [](int32_t n) { return n >= 1 && n <= static_cast<int32_t>(kLongestSide); };
+    const auto fits = [](int32_t n) {
+        return n >= 1 && n <= static_cast<int32_t>(codec::kZfpLongestSide);
+    };
     if (sides.empty() || sides.size() > 3 || !std::all_of(sides.begin(), sides.end(), fits))
         badOption("dims", "one to three sides of 1 to 65536, such as 640x480x100", found->second);
     Dims dims;
@@ -192,42 +93,38 @@ Dims dimsOption(const Settings& settings) {
 Parameters rateOption(const std::string& text) {
     constexpr double most = 64;
     double rate = 0;
-    if (!parse(text, rate) || !(rate * kBlockValues >= kHeaderBits && rate <= most))
+    if (!parse(text, rate) ||
+        !(rate * codec::kZfpBlockValues >= codec::kZfpBlockHeaderBits && rate <= most))
         badOption("rate", "0.15 to 64 bits a value", text);
-    Parameters p;
-    p.minBits = p.maxBits = static_cast<int32_t>(std::lround(rate * kBlockValues));
-    return p;
+    return Parameters::ofRate(rate);
 }
 
 Parameters precisionOption(const std::string& text) {
-    Parameters p;
-    if (!parse(text, p.maxPrec) || p.maxPrec < 1 || p.maxPrec > 32)
+    int32_t planes = 0;
+    if (!parse(text, planes) || planes < 1 || planes > codec::kZfpFloatPlanes)
         badOption("precision", "1 to 32 bit planes", text);
-    return p;
+    return Parameters::ofPrecision(planes);
 }
 
 Parameters accuracyOption(const std::string& text) {
     double tolerance = 0;
     if (!parse(text, tolerance) || !(tolerance > 0) || !std::isfinite(tolerance))
         badOption("accuracy", "an error above 0", text);
-    Parameters p;
-    p.minExp = std::max(std::ilogb(tolerance), kLowestExp);
-    return p;
+    return Parameters::ofAccuracy(tolerance);
 }
 
 Parameters expertOption(const std::string& text) {
-    constexpr int32_t mostBits = 32768;
     const std::vector<int32_t> v = numbers(text, ',');
-    const auto within = [](int32_t value, int32_t low, int32_t high) {
-        return value >= low && value <= high;
-    };
-    if (v.size() != 4 || !within(v[0], 0, v[1]) || !within(v[1], kHeaderBits, mostBits) ||
-        !within(v[2], 1, kAllPlanes) || !within(v[3], kLowestExp, kHighestExp))
+    // The header has no block of at least 0 bits, and none that takes none.
+    const Parameters p = v.size() == 4 && v[0] >= 0
+                             ? Parameters{std::max(v[0], 1), v[1], v[2], v[3]}
+                             : Parameters{0, 0, 0, 0};
+    if (!p.valid())
         badOption("expert",
                   "MINBITS,MAXBITS,MAXPREC,MINEXP with 0 <= MINBITS <= MAXBITS, MAXBITS of 9 to "
                   "32768, MAXPREC of 1 to 64 and MINEXP of -1074 to 16272",
                   text);
-    return {std::max(v[0], 1), v[1], v[2], v[3]};
+    return p;
 }
 
 Parameters choose(const Settings& settings) {
@@ -236,8 +133,7 @@ Parameters choose(const Settings& settings) {
         {"precision", precisionOption},
         {"accuracy", accuracyOption},
         {"expert", expertOption}};
-    Parameters chosen;
-    chosen.maxPrec = 32;
+    Parameters chosen = Parameters::ofPrecision(codec::kZfpFloatPlanes);
     unsigned given = 0;
     for (const auto& [name, read] : ways) {
         const auto found = settings.own.find(name);
@@ -249,179 +145,97 @@ Parameters choose(const Settings& settings) {
     return chosen;
 }
 
-/// Reads a chunk of the field, or says by how much the file is too short.
-void readValues(Source& source, std::vector<float>& values, const Dims& field, const Dims& chunk) {
-    values.resize(static_cast<size_t>(chunk.values()));
-    const size_t bytes = values.size() * sizeof(float);
-    if (source.read(reinterpret_cast<uint8_t*>(values.data()), bytes) == bytes) return;
-    const std::string what = source.offset() % sizeof(float) == 0
-                                 ? "the field ends too early"
-                                 : "the length is not a multiple of 4 bytes, a float's";
-    throw FormatError(source.offset(), what + "; " + field.text() + " floats are " +
-                                           std::to_string(field.values() * sizeof(float)) +
-                                           " bytes");
+[[noreturn]] void throwWrongLength(const Dims& field, uint64_t bytes) {
+    codec::ZfpReason reason;
+    reason.setWrongLength(field, bytes);
+    throw FormatError(bytes, reason.text());
 }
 
-struct Coded {
-    Data words;
-    uint64_t bits = 0;
-};
+void compressOnThreads(Source& source, Sink& sink, const Dims& field, const Parameters& parameters,
+                       unsigned jobs) {
+    const ZfpChunks chunks = chunksOf(field);
+    codec::ZfpBitString bits;
+    const auto write = [&](uint64_t* words, uint64_t count) {
+        const size_t whole = bits.join(words, count);
+        sink.write({reinterpret_cast<const uint8_t*>(words), whole * sizeof(*words)});
+    };
+    uint64_t header[codec::kZfpHeaderWords] = {};
+    write(header, codec::putZfpHeader(field, parameters, header));
 
-void encodeChunk(Record& record, const std::vector<float>& values, const Dims& dims,
-                 const Parameters& p, Coded& coded) {
-    const uint64_t mostBits = dims.blocks() * static_cast<uint64_t>(p.mostBits());
-    if (mostBits / 8 >= kMostMemory) throw std::bad_alloc();
-    coded.words.resize(static_cast<size_t>(mostBits / 64 * 8 + 8));
-    veksEncodeZfpInitLong_32f(coded.words.data(), static_cast<int64_t>(coded.words.size()),
-                              record.get());
-    veksEncodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, record.get());
-    VekStatus status = vekStatusOk;
-    eachBlock(dims, [&](const Place& place) {
-        VekStatus one = vekStatusOk;
-        if (place.direct) {
-            one = veksEncodeZfp444_32f(values.data() + place.first, rowStep(dims), planeStep(dims),
-                                       record.get());
-        } else {
-            Block block;
-            eachRow(place, dims, [&](size_t from, size_t to) {
-                std::copy_n(values.data() + from, place.nx, block.data() + to);
-            });
-            padBlock(block, place);
-            one = veksEncodeZfp444_32f(block.data(), kBlockRow, kBlockPlane, record.get());
-        }
-        if (one != vekStatusOk) status = one;
-    });
-    int64_t bits = 0;
-    veksEncodeZfpGetCompressedBitSize_32f(record.get(), &bits);
-    coded.bits = static_cast<uint64_t>(bits);
-    if (status != vekStatusOk || veksEncodeZfpFlush_32f(record.get()) != vekStatusOk)
-        throw std::logic_error("ZFP encoding failed");
+    struct Work {
+        Dims dims;
+        Memory<float> values;
+        codec::ZfpCoded coded;
+    };
+    std::vector<codec::ZfpChunkEncoder> encoders(jobs);
+    uint32_t next = 0;
+    const auto produce = [&](Work& work) {
+        if (next == chunks.count()) return false;
+        work.dims = chunks.at(next++);
+        reserve(work.values, work.dims);
+        const auto size = static_cast<size_t>(work.dims.bytes());
+        if (source.read(reinterpret_cast<uint8_t*>(work.values.data()), size) != size)
+            throwWrongLength(field, source.offset());
+        return true;
+    };
+    orderedPipeline<Work>(
+        jobs, produce,
+        [&](Work& work, unsigned thread) {
+            if (encoders[thread].encode(work.values.data(), work.dims, parameters, work.coded) !=
+                codec::Status::Ended)
+                throw std::bad_alloc();
+        },
+        [&](Work& work) { write(work.coded.words.data(), work.coded.bits); });
+    uint64_t last[2] = {};
+    write(last, -bits.held() % 64);
 }
 
 void compressField(Source& source, Sink& sink, const Settings& settings) {
     const Dims field = dimsOption(settings);
     const Parameters parameters = choose(settings);
-    const Chunks chunks(field);
-    BitSink out(sink);
-    putHeader(out, field, parameters);
-
-    struct Work {
-        Dims dims;
-        std::vector<float> values;
-        Coded coded;
-    };
-    std::vector<Record> records(settings.jobs);
-    uint32_t next = 0;
-    const auto produce = [&](Work& work) {
-        if (next == chunks.count()) {
-            if (source.atEnd()) return false;
-            throw FormatError(source.offset(), "the file goes on behind the field; " +
-                                                   field.text() + " floats are " +
-                                                   std::to_string(source.offset()) + " bytes");
-        }
-        work.dims = chunks.at(next++);
-        readValues(source, work.values, field, work.dims);
-        return true;
-    };
-    orderedPipeline<Work>(
-        settings.jobs, produce,
-        [&](Work& work, unsigned thread) {
-            encodeChunk(records[thread], work.values, work.dims, parameters, work.coded);
-        },
-        [&](Work& work) { out.append(work.coded.words, work.coded.bits); });
-    out.finish();
+    chunksOf(field);
+    if (settings.jobs > 1) {
+        compressOnThreads(source, sink, field, parameters, settings.jobs);
+    } else {
+        codec::ZfpFieldEncoder encoder(field, parameters);
+        pumpEncoder(encoder, source, sink);
+    }
+    if (!source.atEnd()) throwWrongLength(field, source.offset());
 }
 
 // --- reading -------------------------------------------------------------------------------------
 
-/// Bytes in front of the one that a block begins in. The library can skip bits as a block of a
-/// fixed length, but not fewer than a block's header has.
-constexpr size_t kAhead = 2;
-
-/// Decodes blocks from memory, from any bit on.
-class BlockReader {
- public:
-    /// Blocks begin `skip` bits, at least kHeaderBits, behind the first byte.
-    void open(Bytes bytes, unsigned skip, const Parameters& p) {
-        bytes_ = bytes;
-        ZfpState* const state = record_.get();
-        veksDecodeZfpInitLong_32f(bytes.data(), static_cast<int64_t>(bytes.size()), state);
-        skipBits(record_, skip);
-        veksDecodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, state);
-    }
-
-    /// False when the bytes end inside the block.
-    bool next(float* to, int32_t row, int32_t plane) {
-        return veksDecodeZfp444_32f(record_.get(), to, row, plane) == vekStatusOk;
-    }
-
-    /// How many bits are left; a few less where they are fewer than kHeaderBits. The record counts
-    /// whole words, so the bits that it holds of one are found by trying how many can be skipped.
-    uint64_t bitsLeft() {
-        int64_t taken = 0;
-        veksDecodeZfpGetDecompressedSizeLong_32f(record_.get(), &taken);
-        const uint64_t behind = 8 * (bytes_.size() - static_cast<uint64_t>(taken));
-        uint64_t held = 0;
-        for (uint64_t step = 32; step != 0; step /= 2) {
-            Record copy = record_;
-            if (skipBits(copy, behind + held + step)) held += step;
-        }
-        return behind + held;
-    }
-
- private:
-    static bool skipBits(Record& record, uint64_t count) {
-        Block unused;
-        veksDecodeZfpSet_32f(static_cast<int32_t>(count), kHeaderBits, 0, 0, record.get());
-        return veksDecodeZfp444_32f(record.get(), unused.data(), kBlockRow, kBlockPlane) ==
-               vekStatusOk;
-    }
-
-    Record record_;
-    Bytes bytes_;
-};
-
-/// Decodes a chunk's blocks; false when one is cut short.
-template <class Reader>
-bool decodeChunk(Reader& reader, float* values, const Dims& dims) {
-    bool good = true;
-    eachBlock(dims, [&](const Place& place) {
-        if (!good) return;
-        if (place.direct) {
-            good = reader.next(values + place.first, rowStep(dims), planeStep(dims));
-            return;
-        }
-        Block block;
-        good = reader.next(block.data(), kBlockRow, kBlockPlane);
-        eachRow(place, dims, [&](size_t to, size_t from) {
-            std::copy_n(block.data() + from, place.nx, values + to);
-        });
-    });
-    return good;
-}
-
-void writeValues(Sink& sink, const float* values, const Dims& dims) {
-    sink.write({reinterpret_cast<const uint8_t*>(values),
-                static_cast<size_t>(dims.values()) * sizeof(float)});
+/// Shows the header, and leaves the source where it is.
+Header peekHeader(Source& source) {
+    const Bytes start = source.peek(codec::kZfpLongestHeader);
+    codec::ZfpHeaderReader reader;
+    codec::Input in{start.data(), start.size()};
+    const codec::Status status = reader.run(in);
+    if (status == codec::Status::Broken)
+        throw FormatError(reader.fault().offset, std::string() + reader.fault().reason);
+    if (start.size() >= 4 && status != codec::Status::Ended) source.skip(start.size());
+    if (status != codec::Status::Ended) source.throwTruncated();
+    return reader.header();
 }
 
 /// Decodes chunks that stand at known bits. Returns where the last one ends.
 uint64_t decodeFixedRate(Source& source, Sink& sink, const Header& header, unsigned jobs) {
     struct Work {
         Dims dims;
-        Data coded;
+        std::vector<uint8_t> coded;
         unsigned skip = 0;
-        std::vector<float> values;
+        Memory<float> values;
     };
     const Parameters& p = header.parameters;
-    const Chunks chunks(header.dims);
-    std::vector<BlockReader> readers(jobs);
+    const ZfpChunks chunks = chunksOf(header.dims);
+    std::vector<ZfpChunkDecoder> decoders(jobs);
     uint64_t position = header.bits;
     uint32_t next = 0;
+    source.skip(static_cast<size_t>(position / 8));
     const auto produce = [&](Work& work) {
         if (next == chunks.count()) return false;
         work.dims = chunks.at(next++);
-        const uint64_t begin = position / 8 - kAhead;
+        const uint64_t begin = position / 8 - ZfpChunkDecoder::kAhead;
         work.skip = static_cast<unsigned>(position - 8 * begin);
         position += work.dims.blocks() * static_cast<uint64_t>(p.maxBits);
         const uint64_t bytes = (position + 7) / 8 - begin;
@@ -430,7 +244,7 @@ uint64_t decodeFixedRate(Source& source, Sink& sink, const Header& header, unsig
         work.coded.clear();
         while (work.coded.size() < bytes) {
             const size_t done = work.coded.size();
-            work.coded.resize(static_cast<size_t>(std::min<uint64_t>(bytes, done + kMegabyte)));
+            work.coded.resize(static_cast<size_t>(std::min<uint64_t>(bytes, done + kPumpRoom)));
             const size_t room = work.coded.size() - done;
             if (source.read(work.coded.data() + done, room) < room) source.throwTruncated();
         }
@@ -439,91 +253,45 @@ uint64_t decodeFixedRate(Source& source, Sink& sink, const Header& header, unsig
     orderedPipeline<Work>(
         jobs, produce,
         [&](Work& work, unsigned thread) {
-            work.values.resize(static_cast<size_t>(work.dims.values()));
-            readers[thread].open(work.coded, work.skip, p);
-            decodeChunk(readers[thread], work.values.data(), work.dims);
+            reserve(work.values, work.dims);
+            if (!decoders[thread].reserve()) throw std::bad_alloc();
+            decoders[thread].open(work.coded, work.skip, p);
+            codec::ZfpBlockWalk walk(work.dims);
+            decoders[thread].decode(walk, work.values.data());
         },
-        [&](Work& work) { writeValues(sink, work.values.data(), work.dims); });
+        [&](Work& work) {
+            sink.write({reinterpret_cast<const uint8_t*>(work.values.data()),
+                        static_cast<size_t>(work.dims.bytes())});
+        });
     return position;
 }
 
-/// A stream whose blocks have lengths of their own, through a window over its bytes.
-class SlidingReader {
- public:
-    SlidingReader(Source& source, const Header& header)
-        : source_(source), parameters_(header.parameters) {
-        const uint64_t begin = header.bits / 8 - kAhead;
-        source_.back(static_cast<size_t>(source_.offset() - begin));
-        slide(header.bits);
+/// Decodes blocks in turn. Returns where the last byte of the last one ends, in bits.
+uint64_t decodeInTurn(Source& source, Sink& sink, const Header& header) {
+    // A small file that promises a large field takes no memory for it.
+    const uint64_t least =
+        chunksOf(header.dims).at(0).blocks() * static_cast<uint64_t>(header.parameters.minBits);
+    if (!source.mayHold((header.bits + least) / 8)) {
+        source.skip(source.peek().size());
+        source.throwTruncated();
     }
-
-    bool next(float* to, int32_t row, int32_t plane) {
-        if (sure_ == 0) slide(position());
-        --sure_;
-        return reader_.next(to, row, plane);
-    }
-
-    /// Where the next block begins, in bits from the start of the file.
-    uint64_t position() { return 8 * source_.offset() - reader_.bitsLeft(); }
-
-    /// Whether the file may hold that many more bits.
-    bool mayHold(uint64_t bits) { return !ended_ || reader_.bitsLeft() >= bits; }
-
- private:
-    /// Makes the window begin at the block at `position`.
-    void slide(uint64_t position) {
-        const uint64_t begin = position / 8 - kAhead;
-        const auto kept = static_cast<size_t>(source_.offset() - begin);
-        std::copy(window_.end() - static_cast<ptrdiff_t>(kept), window_.end(), window_.begin());
-        window_.resize(kMegabyte);
-        window_.resize(kept + source_.read(window_.data() + kept, window_.size() - kept));
-        ended_ = window_.size() < kMegabyte;
-        const auto skip = static_cast<unsigned>(position - 8 * begin);
-        reader_.open(window_, skip, parameters_);
-        sure_ = ended_
-                    ? std::numeric_limits<uint64_t>::max()
-                    : (8 * window_.size() - skip) / static_cast<uint64_t>(parameters_.mostBits());
-    }
-
-    Source& source_;
-    Parameters parameters_;
-    BlockReader reader_;
-    Data window_;
-    bool ended_ = false;
-    uint64_t sure_ = 0;  ///< Blocks that certainly are in the window.
-};
-
-uint64_t decodeVariableRate(Source& source, Sink& sink, const Header& header) {
-    const Chunks chunks(header.dims);
-    SlidingReader reader(source, header);
-    // Not cleared: memory is taken as blocks arrive, not as a header promises them.
-    std::unique_ptr<float[]> values;
-    for (uint32_t i = 0; i < chunks.count(); ++i) {
-        const Dims dims = chunks.at(i);
-        if (!reader.mayHold(dims.blocks() * static_cast<uint64_t>(header.parameters.minBits)))
-            source.throwTruncated();
-        if (!values) values.reset(new float[static_cast<size_t>(dims.values())]);
-        if (!decodeChunk(reader, values.get(), dims)) source.throwTruncated();
-        writeValues(sink, values.get(), dims);
-    }
-    return reader.position();
+    codec::ZfpFieldDecoder decoder;
+    pumpDecoder(decoder, source, sink, [] { return std::string(); });
+    return 8 * source.offset();
 }
 
 /// Decodes a field, and tells of what stands behind it.
-Header readField(Source& source, Sink& sink, const Settings& settings) {
-    Header header = readHeader(source);
-    const uint64_t end = header.parameters.isFixedRate()
+uint64_t readField(Source& source, Sink& sink, const Header& header, const Settings& settings) {
+    const uint64_t end = header.parameters.isFixedRate() && settings.jobs > 1
                              ? decodeFixedRate(source, sink, header, settings.jobs)
-                             : decodeVariableRate(source, sink, header);
+                             : decodeInTurn(source, sink, header);
     // The last word may be there whole or in as many bytes as it needs.
     const uint64_t most = (end + 63) / 64 * 8;
-    if (source.offset() < most)
-        source.skip(
-            static_cast<size_t>(std::min<uint64_t>(source.peek(8).size(), most - source.offset())));
-    if (source.offset() > most || !source.atEnd())
+    source.skip(
+        std::min<size_t>(source.peek(8).size(), static_cast<size_t>(most - source.offset())));
+    if (!source.atEnd())
         settings.warn("byte " + std::to_string(most) + ": ignored what follows the zfp data");
-    header.bytes = std::min(source.offset(), most);
-    return header;
+    return source.offset();
 }
 
 // --- info ----------------------------------------------------------------------------------------
@@ -598,13 +366,14 @@ class ErrorMeter : public Sink {
 
 std::string modeName(const Parameters& p) {
     if (p.isFixedRate())
-        return "fixed rate, " + format("%.6g", static_cast<double>(p.maxBits) / kBlockValues) +
+        return "fixed rate, " +
+               format("%.6g", static_cast<double>(p.maxBits) / codec::kZfpBlockValues) +
                " bits a value";
-    const bool anyLength = p.minBits == 1 && p.maxBits >= kLargestBlock;
-    if (anyLength && p.minExp == kLowestExp)
+    const bool anyLength = p.minBits == 1 && p.maxBits >= codec::kZfpLargestBlock;
+    if (anyLength && p.minExp == codec::kZfpLowestExp)
         return p.maxPrec < 32 ? "fixed precision, " + std::to_string(p.maxPrec) + " bit planes"
                               : "every bit plane";
-    if (anyLength && p.maxPrec >= 32)
+    if (anyLength && p.maxPrec >= codec::kZfpFloatPlanes)
         return "fixed accuracy, errors up to " + format("%.6g", std::ldexp(1.0, p.minExp));
     return "expert";
 }
@@ -614,7 +383,7 @@ class Zfp : public Format {
     const char* name() const override { return "zfp"; }
     const char* title() const override { return "ZFP field"; }
     std::vector<Suffix> suffixes() const override { return {{".zfp", ""}}; }
-    bool recognises(Bytes start) const override { return startsField(start); }
+    bool recognises(Bytes start) const override { return codec::startsZfpField(start); }
     bool codesAnyBytes() const override { return false; }
     std::vector<FormatOption> options() const override {
         return {
@@ -632,7 +401,7 @@ class Zfp : public Format {
     }
 
     void decompress(Source& source, Sink& sink, const Settings& settings) const override {
-        readField(source, sink, settings);
+        readField(source, sink, peekHeader(source), settings);
     }
 
     void describe(Source& source, const Settings& settings, const Print& print) const override {
@@ -640,12 +409,12 @@ class Zfp : public Format {
         std::unique_ptr<ErrorMeter> meter;
         if (original != settings.own.end()) meter = std::make_unique<ErrorMeter>(original->second);
         NullSink nowhere;
-        const Header header =
-            readField(source, meter ? static_cast<Sink&>(*meter) : nowhere, settings);
+        const Header header = peekHeader(source);
+        const uint64_t packed =
+            readField(source, meter ? static_cast<Sink&>(*meter) : nowhere, header, settings);
         const Parameters& p = header.parameters;
-        const uint64_t plain = header.dims.values() * sizeof(float);
-        const uint64_t packed = header.bytes;
-        print("  " + header.dims.text() + " floats, " + std::to_string(header.dims.blocks()) +
+        const uint64_t plain = header.dims.bytes();
+        print("  " + text(header.dims) + " floats, " + std::to_string(header.dims.blocks()) +
               " blocks");
         print("  " + modeName(p) + " (minbits " + std::to_string(p.minBits) + ", maxbits " +
               std::to_string(p.maxBits) + ", maxprec " + std::to_string(p.maxPrec) + ", minexp " +

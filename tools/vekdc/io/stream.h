@@ -6,6 +6,7 @@
 // few bytes, since bit readers read ahead. Memory is the size of that window, whatever the input.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -125,6 +126,12 @@ class Source {
     void skipZeros();
 
     bool atEnd() { return peek().empty(); }
+
+    /// Whether `count` bytes may follow; false only when the input's end is in sight.
+    bool mayHold(uint64_t count) {
+        const auto most = static_cast<size_t>(std::min<uint64_t>(count, buffer_.size()));
+        return peek(most).size() >= count || reader_ != nullptr;
+    }
 
     /// Offset of the next byte from the start of the input.
     uint64_t offset() const { return offset_; }

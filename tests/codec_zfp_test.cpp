@@ -1,0 +1,178 @@
+// ZFP fields as codecs: in pieces, cut short, damaged, and out of memory. What the tool's tests
+// exchange with the method's own tool goes through the same codecs.
+#include <cmath>
+
+#include "codec/zfp_field_decoder.h"
+#include "codec/zfp_field_encoder.h"
+#include "support/codecs.h"
+
+namespace {
+
+using namespace vekdc::codec;
+using namespace vektest;
+using Bytes = vektest::Bytes;
+
+struct Field {
+    ZfpDims dims;
+    ZfpParameters parameters;
+    Bytes plain{};
+    Bytes packed{};
+};
+
+/// Waves, noise and zeros in every mode; the fourth has a header that ends inside a byte, and the
+/// last two have several chunks.
+const std::vector<Field>& fields() {
+    static const std::vector<Field> made = [] {
+        std::vector<Field> fields = {{{9, 6, 5}, ZfpParameters::ofRate(8)},
+                                     {{7, 21, 1}, ZfpParameters::ofPrecision(13)},
+                                     {{1, 2, 3}, ZfpParameters::ofAccuracy(1e-3)},
+                                     {{9, 6, 5}, {1, 200, 20, -10}},
+                                     {{50, 1, 1}, {70, 900, 64, -8}},
+                                     {{1, 1, 1}, {32768, 32768, 64, 0}},
+                                     {{260, 257, 9}, ZfpParameters::ofAccuracy(1e-2)},
+                                     {{1021, 601, 1}, ZfpParameters::ofRate(7.3)}};
+        Random random(3);
+        for (Field& field : fields) {
+            for (uint64_t i = 0; i < field.dims.values(); ++i) {
+                const float noise = static_cast<float>(random() % 2001) / 1e6F;
+                const float wave = std::sin(static_cast<float>(i) * 0.07F) * 5 + noise;
+                const float value = i % 997 > 700 ? 0 : wave;
+                field.plain.resize(field.plain.size() + sizeof(value));
+                std::memcpy(&*(field.plain.end() - sizeof(value)), &value, sizeof(value));
+            }
+            ZfpFieldEncoder encoder(field.dims, field.parameters);
+            field.packed = encodeInPieces(encoder, field.plain).bytes;
+        }
+        return fields;
+    }();
+    return made;
+}
+
+/// A field's stream up to the byte with its last bit, found by where a decoder ends.
+size_t endOf(const Bytes& packed) {
+    ZfpFieldDecoder decoder;
+    const CodecResult result = decodeInPieces(decoder, packed);
+    EXPECT_EQ(result.status, Status::Ended);
+    EXPECT_EQ(result.unread, decoder.padding());
+    return packed.size() - result.unread;
+}
+
+TEST(CodecZfp, PiecesOfAnySizeGiveTheSameAndNothingBehindIsTaken) {
+    const Bytes behind(11, 0xEE);
+    for (const Field& field : fields()) {
+        ASSERT_EQ(field.packed.size() % 8, 0U);
+        ZfpFieldEncoder encoder(field.dims, field.parameters);
+        ZfpFieldDecoder decoder;
+        const Bytes decoded = decodeInPieces(decoder, field.packed).bytes;
+        ASSERT_EQ(decoded.size(), field.plain.size());
+        const bool large = field.plain.size() > 1 << 16;
+        for (const size_t piece : {large ? 100003 : 1, large ? 4099 : 3, 1 << 30}) {
+            const size_t room = piece == 3 ? 1 : std::min<size_t>(piece, 1 << 16);
+            encoder.reset();
+            const CodecResult packed = encodeInPieces(encoder, field.plain + behind, piece, room);
+            EXPECT_EQ(packed.status, Status::Ended);
+            EXPECT_EQ(packed.unread, behind.size());
+            EXPECT_TRUE(packed.bytes == field.packed) << piece;
+            decoder.reset();
+            const CodecResult again = decodeInPieces(decoder, field.packed + behind, piece, room);
+            EXPECT_EQ(again.status, Status::Ended);
+            EXPECT_EQ(again.unread, behind.size() + decoder.padding());
+            EXPECT_TRUE(again.bytes == decoded) << piece;
+        }
+    }
+}
+
+TEST(CodecZfp, CutStreamsGoOnAndDamageIsBrokenOrHarmless) {
+    for (size_t i = 0; i < 6; ++i) {
+        const Bytes& packed = fields()[i].packed;
+        const size_t end = endOf(packed);
+        for (size_t size = 0; size < end; ++size) {
+            ZfpFieldDecoder decoder;
+            const CodecResult cut =
+                decodeInPieces(decoder, {packed.begin(), packed.begin() + size});
+            EXPECT_EQ(cut.status, Status::Going);
+            EXPECT_EQ(cut.unread, 0U);
+        }
+        for (size_t bit = 0; bit < 8 * std::min<size_t>(end, 500); ++bit) {
+            Bytes broken = packed;
+            broken[bit / 8] ^= static_cast<uint8_t>(1U << (bit % 8));
+            // A changed side may promise a vast field: it gets no memory, which is the fourth
+            // piece.
+            CountingMemory memory(bit < 84 ? 3 : 4);
+            ZfpFieldDecoder decoder(memory.allocator());
+            const CodecResult result = decodeInPieces(decoder, broken);
+            EXPECT_EQ(result.status == Status::Broken, decoder.fault().reason != nullptr);
+            EXPECT_TRUE(result.status != Status::Broken ||
+                        (bit < 148 && decoder.fault().offset < 11));
+        }
+    }
+}
+
+TEST(CodecZfp, HeadersStateWhatTheyWereGiven) {
+    Random random(5);
+    for (size_t i = 0; i < 3000; ++i) {
+        ZfpParameters p;
+        if (random() % 2)
+            p.maxBits = static_cast<int32_t>(pick(random, 9, 1 << pick(random, 4, 15)));
+        if (random() % 2) p.minBits = random() % 2 ? p.maxBits : 1;
+        if (random() % 2) p.maxPrec = static_cast<int32_t>(pick(random, 1, 64));
+        if (random() % 2)
+            p.minExp = static_cast<int32_t>(pick(random, 0, 1 << pick(random, 0, 14))) - 1074;
+        if (!p.valid()) continue;
+        uint64_t words[kZfpHeaderWords] = {};
+        const ZfpDims dims{static_cast<uint32_t>(i % 70 + 1), 65536, 3};
+        const unsigned bits = putZfpHeader(dims, p, words);
+        ZfpHeaderReader reader;
+        Input in{reinterpret_cast<const uint8_t*>(words), sizeof(words)};
+        ASSERT_EQ(reader.run(in), Status::Ended);
+        EXPECT_EQ(sizeof(words) - in.left, (bits + 7) / 8);
+        EXPECT_TRUE(reader.header().parameters == p && reader.header().bits == bits);
+        EXPECT_EQ(reader.header().dims.blocks(), dims.blocks());
+    }
+}
+
+TEST(CodecZfp, MemoryThatFailsAndFieldsThatDoNotFit) {
+    const Field& field = fields()[0];
+    for (size_t limit = 0, good = 0; good != 2; ++limit) {
+        CountingMemory memory(limit);
+        ZfpFieldEncoder encoder(field.dims, field.parameters, memory.allocator());
+        ZfpFieldDecoder decoder(memory.allocator());
+        const Status ends[] = {encodeInPieces(encoder, field.plain, 7).status,
+                               decodeInPieces(decoder, field.packed, 7).status};
+        good = static_cast<size_t>(std::count(ends, ends + 2, Status::Ended));
+        EXPECT_EQ(good + std::count(ends, ends + 2, Status::NoMemory), 2U);
+    }
+    // Every second call gives none: what failed is tried again.
+    bool gives = true;
+    const Allocator flaky = {[](void* self, size_t bytes) {
+                                 bool& now = *static_cast<bool*>(self);
+                                 now = !now;
+                                 return now ? std::malloc(bytes) : nullptr;
+                             },
+                             [](void*, void* block) { std::free(block); }, &gives};
+    ZfpFieldEncoder retried(field.dims, field.parameters, flaky);
+    const CodecResult packed = runInPieces(field.plain, 7, 5, [&](auto& in, auto& out, bool) {
+        for (;;)
+            if (const Status status = retried.run(in, out, Directive::Go);
+                status != Status::NoMemory)
+                return status;
+    });
+    EXPECT_TRUE(packed.bytes == field.packed);
+    ZfpFieldDecoder decoder(flaky);
+    const CodecResult plain = runInPieces(field.packed, 7, 5, [&](auto& in, auto& out, bool) {
+        for (;;)
+            if (const Status status = decoder.run(in, out); status != Status::NoMemory)
+                return status;
+    });
+    EXPECT_EQ(plain.bytes.size(), field.plain.size());
+    ZfpFieldEncoder encoder(field.dims, field.parameters);
+    const Bytes shorter(field.plain.begin(), field.plain.end() - 4);
+    EXPECT_EQ(encodeInPieces(encoder, shorter, 100).status, Status::Broken);
+    EXPECT_EQ(encoder.fault().offset, shorter.size());
+    for (const ZfpDims& dims : {ZfpDims{0, 1, 1}, ZfpDims{1, 1, 65537}}) {
+        ZfpFieldEncoder none(dims, {});
+        EXPECT_EQ(encodeInPieces(none, {}).status, Status::Broken);
+    }
+}
+
+}  // namespace
