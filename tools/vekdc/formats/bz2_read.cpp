@@ -259,13 +259,12 @@ class StreamsReader {
     /// Puts a segment's block out, if it is good and fits the stream.
     bool pass(const Segment& segment) {
         if (!segment.good || segment.block.length > decoder_.level() * kLevelBytes) return false;
-        std::vector<uint8_t> room(kPumpRoom);
         codec::Bzip2BlockExpander expander;
         expander.begin();
         for (bool done = false; !done;) {
-            codec::Output out{room.data(), room.size()};
+            codec::Output out = room_.output();
             done = expander.run(segment.block, out);
-            sink_.write(Bytes(room).first(room.size() - out.left));
+            sink_.write(room_.written(out));
         }
         codec::Input in = segment.from(segment.end);
         decoder_.passBlock(segment.block.crc, segment.end - 8 * start_, in);
@@ -286,6 +285,7 @@ class StreamsReader {
 
     Source& source_;
     CountingSink sink_;
+    PumpRoom room_;
     const Settings& settings_;
     const UseStream& use_;
     codec::Bzip2Decoder decoder_;
