@@ -237,19 +237,16 @@ bool Bzip2BlockEncoder::encode(const Bzip2Block& block) {
 }
 
 bool Bzip2BlockEncoder::sort(const Bzip2Block& block, int32_t& index) {
-    // Neither method gives up; which one takes less memory depends on the length.
-    constexpr int32_t inLargeBlocks = 1;
-    constexpr int32_t inSmallBlocks = 2;
-    const auto size = [&](int32_t method) {
-        int32_t bytes = 0;
-        require(veksBWTFwdGetBufSize_SelectSort_8u(block.length, &bytes, method));
-        return static_cast<size_t>(bytes);
-    };
-    const bool isSmall = size(inSmallBlocks) < size(inLargeBlocks);
-    const int32_t method = isSmall ? inSmallBlocks : inLargeBlocks;
+    // Neither method gives up. The general kernel alone clears no tables, which small blocks feel.
+    constexpr int32_t inLeastMemory = 1;
+    constexpr int32_t kernelAlone = 2;
+    constexpr int32_t smallBlock = 8000;
+    const int32_t method = block.length < smallBlock ? kernelAlone : inLeastMemory;
+    int32_t size = 0;
+    require(veksBWTFwdGetBufSize_SelectSort_8u(block.length, &size, method));
     const auto length = static_cast<size_t>(block.length);
     const size_t forSymbols = (length + kSymbolSlack + 1) * sizeof(uint16_t);
-    if (!work_.reserve(std::max(size(method), forSymbols)) || !sorted_.reserve(length))
+    if (!work_.reserve(std::max(static_cast<size_t>(size), forSymbols)) || !sorted_.reserve(length))
         return false;
     require(veksBWTFwd_SelectSort_8u(block.data.data(), sorted_.data(), block.length, &index,
                                      work_.data(), method));
