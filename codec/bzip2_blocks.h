@@ -7,8 +7,9 @@
 //
 // Where a block ends depends on its run-length code, so filling blocks, which is far faster than
 // the rest, is one thread's work; the rest of a block's coding is its own. A block is coded from a
-// bit 0 on and shifted to its place when its turn comes. All memory is taken by need: a small block
-// costs some tens of bytes for each of its own, however large its stream's blocks may be.
+// bit 0 on and shifted to its place when its turn comes. All memory is taken by need: beside some
+// 50 KB for code tables a block costs at most some tens of bytes for each of its own, however large
+// its stream's blocks may be.
 #pragma once
 
 #include <bit>
