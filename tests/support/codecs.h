@@ -26,6 +26,7 @@ class CountingMemory {
                     if (memory.left_ == 0) return nullptr;
                     --memory.left_;
                     ++memory.out_;
+                    memory.given_ += bytes;
                     return std::malloc(bytes);
                 },
                 [](void* self, void* block) {
@@ -35,10 +36,15 @@ class CountingMemory {
                 this};
     }
     bool exhausted() const { return left_ == 0; }
+    /// Gives whatever is asked for from now on.
+    void lift() { left_ = static_cast<size_t>(-1); }
+    /// Bytes that were given in all.
+    size_t given() const { return given_; }
 
  private:
     size_t left_;
     size_t out_ = 0;
+    size_t given_ = 0;
 };
 
 /// What a codec made of its input, and how it ended.

@@ -196,4 +196,11 @@ const std::vector<Shape>& shapes() {
     return all;
 }
 
+Bytes sample(size_t size, uint32_t seed) {
+    Bytes all;
+    for (const auto& shape : shapes()) all = all + shape.make(size / shapes().size() + 1, seed);
+    all.resize(size);
+    return all;
+}
+
 }  // namespace vektest

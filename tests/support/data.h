@@ -28,6 +28,9 @@ struct Shape {
 /// edge.
 const std::vector<Shape>& shapes();
 
+/// All of them, one behind the other.
+Bytes sample(size_t size, uint32_t seed = 1);
+
 /// `rounds` scaled by VEK_TEST_EFFORT (percent, 100 when unset), at least 1: random loops run
 /// shorter under tools that slow everything down.
 size_t effort(size_t rounds);

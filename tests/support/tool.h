@@ -42,14 +42,6 @@ inline Bytes bytesOf(const std::string& text) {
     return {text.begin(), text.end()};
 }
 
-/// All shapes, one behind the other.
-inline Bytes sample(size_t size, uint32_t seed = 1) {
-    Bytes all;
-    for (const auto& shape : shapes()) all = all + shape.make(size / shapes().size() + 1, seed);
-    all.resize(size);
-    return all;
-}
-
 /// Gives out its bytes in pieces of at most `piece`.
 class Dripping : public vekdc::Reader {
  public:

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "codec/bzip2_blocks.h"
 #include "tools/vekdc/formats/bz2_stream.h"
 #include "tools/vekdc/formats/formats.h"
 
@@ -20,9 +21,10 @@ class Bz2 : public Format {
         return {{".bz2", ""}, {".tbz2", ".tar"}, {".tbz", ".tar"}};
     }
     bool recognises(Bytes start) const override {
-        return start.size() > bz2::kMagic.size() &&
-               std::equal(bz2::kMagic.begin(), bz2::kMagic.end(), start.begin()) &&
-               start[3] >= '1' && start[3] <= '9';
+        using codec::bzip2::kMagic;
+        return start.size() > std::size(kMagic) &&
+               std::equal(std::begin(kMagic), std::end(kMagic), start.begin()) && start[3] >= '1' &&
+               start[3] <= '9';
     }
 
     void compress(Source& source, Sink& sink, const Settings& settings) const override {
@@ -58,7 +60,7 @@ class Bz2 : public Format {
                       static_cast<unsigned long long>(stream.packed),
                       static_cast<unsigned long long>(stream.plain),
                       ratio(stream.plain, stream.packed).c_str(), hex32(stream.crc).c_str(),
-                      stream.level * bz2::kLevelBytes,
+                      stream.level * codec::bzip2::kLevelBytes,
                       static_cast<unsigned long long>(stream.blocks));
         return text.data();
     }

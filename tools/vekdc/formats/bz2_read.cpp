@@ -4,228 +4,24 @@
 // wherever the bits that start a block show, and the pieces are decoded side by side as blocks.
 // That is a guess, since the bits may show inside a block as well: a block counts if its CRC holds
 // and what is decoded in front leads to it. Where that ends, be it at the last block, a false start
-// or a fault, the serial code goes on from the last good bit. So there is one reader that says what
+// or a fault, the serial code goes on from where it stands. So there is one reader that says what
 // is wrong, and the guess can cost time but no correctness.
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <optional>
 
-#include "codec/checksums.h"
+#include "codec/bzip2_decoder.h"
 #include "tools/vekdc/formats/bz2_stream.h"
+#include "tools/vekdc/formats/pump.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc::bz2 {
 namespace {
 
+using namespace codec::bzip2;
 using Data = std::vector<uint8_t>;
 using UseStream = std::function<void(const Stream&)>;
-
-constexpr int kMostGroups = 32767;  // Files may name more groups of symbols than they use.
-constexpr int kGroup = 50;
-constexpr size_t kPiece = 64 << 10;
-
-/// The file ends where more is needed.
-struct CutShort {};
-
-/// Reads a source bit by bit, the most significant first.
-class BitSource {
- public:
-    /// `base`: where the source starts in the file, in bytes.
-    explicit BitSource(Source& source, uint64_t base = 0) : source_(source), base_(base) {}
-
-    bool has(int32_t bits) {
-        while (count_ < bits) {
-            const Bytes bytes = source_.peek();
-            if (bytes.empty()) return false;
-            code_ |= static_cast<uint32_t>(bytes[0]) << (24 - count_);
-            source_.skip(1);
-            count_ += 8;
-        }
-        return true;
-    }
-
-    /// The next 1 to 24 bits.
-    uint32_t take(int32_t bits) {
-        if (!has(bits)) throw CutShort();
-        const uint32_t value = code_ >> (32 - bits);
-        code_ <<= bits;
-        count_ -= bits;
-        return value;
-    }
-    uint32_t take32() {
-        const uint32_t high = take(16);
-        return high << 16 | take(16);
-    }
-    uint64_t takeMagic() {
-        const uint64_t high = take(24);
-        return high << 24 | take(24);
-    }
-    void toByte() {
-        if (count_ % 8 != 0) take(count_ % 8);
-    }
-    void skip(uint64_t bits) {
-        for (; bits >= 8; bits -= 8) take(8);
-        if (bits != 0) take(static_cast<int32_t>(bits));
-    }
-
-    /// Calls a stage that reads on from here, until it wants no more input. Behind whatever a stage
-    /// reads a whole stream has more, so a stage at the end of the input was cut short.
-    template <class Stage>
-    VekStatus run(Stage&& stage) {
-        constexpr size_t most = 1 << 30;
-        for (;;) {
-            const Bytes bytes = source_.peek();
-            if (bytes.empty()) throw CutShort();
-            const uint8_t* src = bytes.data();
-            auto left = static_cast<int32_t>(std::min(bytes.size(), most));
-            const VekStatus status = stage(&code_, &count_, &src, &left);
-            source_.skip(static_cast<size_t>(src - bytes.data()));
-            if (status != vekStatusSourceIncomplete) return status;
-        }
-    }
-
-    /// The next bit's position in the file, and its byte's.
-    uint64_t position() const {
-        return 8 * (base_ + source_.offset()) - static_cast<uint64_t>(count_);
-    }
-    uint64_t offset() const { return position() / 8; }
-
- private:
-    Source& source_;
-    uint64_t base_;
-    uint32_t code_ = 0;
-    int32_t count_ = 0;
-};
-
-/// Expands blocks, piece by piece: a block of runs becomes fifty times as long.
-class Expander {
- public:
-    template <class Use>
-    void expand(const Block& block, Use&& use) {
-        Bz2RleState state;
-        require(veksDecodeRLEStateInit_BZ2_8u(&state));
-        const uint8_t* src = block.data.get();
-        auto left = static_cast<int32_t>(block.length);
-        bool more = true;
-        while (more) {
-            uint8_t* dst = piece_.data();
-            auto room = static_cast<int32_t>(piece_.size());
-            if (left != 0) {
-                veksDecodeRLEState_BZ2_8u(&src, &left, &dst, &room, &state);
-            } else {
-                more = veksDecodeRLEStateFlush_BZ2_8u(&state, &dst, &room) != vekStatusOk;
-            }
-            use(Bytes(piece_).first(static_cast<size_t>(dst - piece_.data())));
-        }
-    }
-
-    uint32_t crc(const Block& block) {
-        uint32_t crc = codec::kBzip2Crc.initial;
-        expand(block, [&](Bytes bytes) { crc = codec::kBzip2Crc.update(crc, bytes); });
-        return crc;
-    }
-
- private:
-    Data piece_ = Data(kPiece);
-};
-
-/// Whether the block ends behind four equal bytes, where a count must follow.
-bool lacksCount(Bytes block) {
-    const size_t size = block.size();
-    if (size < 4) return false;
-    const uint8_t last = block[size - 1];
-    if (last != block[size - 2] || last != block[size - 3] || last != block[size - 4]) return false;
-    size_t i = 0;
-    for (int run = 0; i < size; ++i) {
-        run = run != 0 && block[i] == block[i - 1] ? run + 1 : 1;
-        if (run != 4) continue;
-        run = 0;
-        ++i;
-    }
-    return i > size;
-}
-
-/// Decodes blocks, one at a time; has the work memory of one thread.
-class BlockDecoder {
- public:
-    /// Reads the block behind its magic number; throws FormatError, CutShort. It may be `most`
-    /// bytes long.
-    void read(BitSource& bits, Block& block, int most) {
-        const uint64_t offset = (bits.position() - kMagicBits) / 8;
-        block.crc = bits.take32();
-        if (bits.take(1) != 0)
-            throw FormatError(offset,
-                              "the block is randomised, as by versions of bzip2 before 0.9.5; "
-                              "that is not supported");
-        const auto index = static_cast<int32_t>(bits.take(24));
-        readMap(bits);
-        const int32_t count = readSymbols(bits, most);
-        int32_t length = most;
-        if (count == 0 || index >= most ||
-            veksDecodeBlock_BZ2_16u8u(symbols_.get(), count, block.data.get(), &length, index,
-                                      valueCount_, inUse_.data(), entries_.get()) != vekStatusOk)
-            throw FormatError(offset, kBrokenData);
-        block.length = static_cast<size_t>(length);
-        if (lacksCount(block.bytes()))
-            throw FormatError(offset, "the block's last run has no length");
-        if (expander_.crc(block) != block.crc)
-            throw FormatError(offset, "the block's CRC does not match");
-    }
-
- private:
-    static constexpr const char* kBrokenData = "the block's data are broken";
-
-    void readMap(BitSource& bits) {
-        const uint32_t rows = bits.take(16);
-        inUse_.fill(0);
-        valueCount_ = 0;
-        for (unsigned row = 0; row < 16; ++row) {
-            if ((rows >> (15 - row) & 1) == 0) continue;
-            const uint32_t values = bits.take(16);
-            for (unsigned i = 0; i < 16; ++i) inUse_[16 * row + i] = values >> (15 - i) & 1;
-            valueCount_ += std::popcount(values);
-        }
-        if (valueCount_ == 0) throw FormatError(bits.offset(), "the block has no values");
-    }
-
-    /// Returns the number of symbols, end of block not counted.
-    int32_t readSymbols(BitSource& bits, int most) {
-        auto* const state = reinterpret_cast<Bz2HuffDecState*>(huffman_.get());
-        require(veksDecodeHuffInit_BZ2_8u16u(valueCount_ + 2, state));
-        VekStatus status = bits.run(
-            [&](auto... stream) { return veksUnpackHuffContext_BZ2_8u16u(stream..., state); });
-        if (status != vekStatusOk) throw FormatError(bits.offset(), "the code tables are broken");
-        int32_t count = 0;
-        status = bits.run([&](auto... stream) {
-            int32_t room = most + 1 - count;
-            uint16_t* const dst = symbols_.get() + count;
-            const VekStatus result = veksDecodeHuff_BZ2_8u16u(stream..., dst, &room, state);
-            count += room;
-            return result;
-        });
-        if (status != vekStatusOk) throw FormatError(bits.offset(), kBrokenData);
-        return count;
-    }
-
-    static size_t huffmanSize() {
-        int32_t size = 0;
-        require(veksDecodeHuffGetSize_BZ2_8u16u(kMostGroups * kGroup, &size));
-        return static_cast<size_t>(size);
-    }
-    static size_t entriesSize() {
-        int32_t size = 0;
-        require(veksDecodeBlockGetSize_BZ2_8u(kMostBlock, &size));
-        return static_cast<size_t>(size);
-    }
-
-    std::array<uint8_t, 256> inUse_{};
-    int32_t valueCount_ = 0;
-    // In words, for the record's alignment.
-    std::unique_ptr<uint32_t[]> huffman_ = makeBuffer<uint32_t>(huffmanSize() / 4 + 1);
-    std::unique_ptr<uint16_t[]> symbols_ = makeBuffer<uint16_t>(kMostBlock + 1);
-    std::unique_ptr<uint8_t[]> entries_ = makeBuffer<uint8_t>(entriesSize());
-    Expander expander_;
-};
 
 /// Where in the bytes, in bits, a block's magic number first shows at or behind the bit `from`.
 std::optional<size_t> findBlock(Bytes bytes, size_t from) {
@@ -261,9 +57,15 @@ struct Segment {
     bool isBlock = false;
     bool isLast = false;  ///< There is no next one, or it is too far away.
     Data bytes;
-    Block block;
+    codec::Bzip2Block block;
     bool good = false;  ///< The block is decoded, and ends at `end`.
     uint64_t end = 0;
+
+    /// From the byte of a bit on.
+    codec::Input from(uint64_t position) const {
+        const auto at = static_cast<size_t>(position / 8 - offset);
+        return {bytes.data() + at, bytes.size() - at};
+    }
 };
 
 /// Cuts a source up at the blocks' magic numbers. The first segment is what is in front of them.
@@ -334,6 +136,20 @@ class Replay : public Reader {
     Source& rest_;
 };
 
+/// Hands on what it is given, and counts it.
+class CountingSink : public Sink {
+ public:
+    explicit CountingSink(Sink& sink) : sink_(sink) {}
+    void write(Bytes bytes) override {
+        written += bytes.size();
+        sink_.write(bytes);
+    }
+    uint64_t written = 0;
+
+ private:
+    Sink& sink_;
+};
+
 class StreamsReader {
  public:
     StreamsReader(Source& source, Sink& sink, const Settings& settings, const UseStream& use)
@@ -348,127 +164,81 @@ class StreamsReader {
     }
 
  private:
-    // --- what both ways share
-
-    /// Reads on to behind the next block's magic number; false where the streams end. After a throw
-    /// `resume_` is the position of the step that failed, and nothing of it is done.
-    bool toBlock(BitSource& bits) {
-        for (;;) {
-            resume_ = bits.position();
-            if (!inStream_) {
-                if (!readHeader(bits)) return false;
-                continue;
-            }
-            const uint64_t magic = bits.takeMagic();
-            if (magic == kBlockMagic) return true;
-            if (magic != kEndMagic)
-                throw FormatError(resume_ / 8, "neither a block nor the end of the stream");
-            finishStream(bits);
-        }
-    }
-
-    bool readHeader(BitSource& bits) {
-        const uint64_t offset = bits.offset();
-        const bool isFirst = stream_.number == 0;
-        if (!isFirst && !bits.has(8)) return false;
-        uint8_t level = 0;
-        bool fits = true;
-        for (size_t i = 0; fits && i < 4; ++i) {
-            level = static_cast<uint8_t>(bits.take(8));
-            fits = i < 3 ? level == kMagic[i] : level >= '1' && level <= '9';
-        }
-        if (!fits && isFirst) throw FormatError(offset, "not a bz2 file");
-        if (!fits) {
-            ignoredFrom_ = offset;
-            return false;
-        }
-        stream_ = {.number = stream_.number + 1, .offset = offset, .level = level - '0'};
-        inStream_ = true;
-        return true;
-    }
-
-    void finishStream(BitSource& bits) {
-        const uint64_t offset = bits.offset();
-        if (bits.take32() != stream_.crc)
-            throw FormatError(offset, "the stream's CRC does not match");
-        bits.toByte();
-        stream_.packed = bits.offset() - stream_.offset;
-        use_(stream_);
-        inStream_ = false;
-    }
-
-    int mostBlock() const { return stream_.level * kLevelBytes; }
-
-    void deliver(const Block& block) {
-        stream_.crc = joinCrc(stream_.crc, block.crc);
-        ++stream_.blocks;
-        expander_.expand(block, [&](Bytes bytes) {
-            stream_.plain += bytes.size();
-            sink_.write(bytes);
-        });
+    /// The decoder has come to the end of a stream.
+    void finishStream() {
+        use_({.number = ++streamCount_,
+              .offset = start_,
+              .level = decoder_.level(),
+              .blocks = decoder_.blockCount(),
+              .crc = decoder_.crc(),
+              .packed = decoder_.taken(),
+              .plain = sink_.written});
+        start_ += decoder_.taken();
+        sink_.written = 0;
+        decoder_.reset();
     }
 
     // --- one block after the other
 
-    /// Reads from a source that starts at a byte of the file, on from the bit `resume_`.
+    /// What a message begins with: the stream and the block.
+    std::string where() const {
+        const uint64_t stream = streamCount_ + (decoder_.level() != 0 ? 1 : 0);
+        if (stream == 0) return {};
+        return "stream " + std::to_string(stream) +
+               (decoder_.inBlock() ? ", block " + std::to_string(decoder_.blockCount() + 1) : "") +
+               ": ";
+    }
+
+    /// Lets the decoder go on with a source that starts at the byte `base` of the file.
     void readSerial(Source& source, uint64_t base) {
-        BitSource bits(source, base);
-        bool inBlock = false;
-        const auto where = [&] {
-            if (stream_.number == 0) return std::string();
-            return "stream " + std::to_string(stream_.number) +
-                   (inBlock ? ", block " + std::to_string(stream_.blocks + 1) : "") + ": ";
+        const auto isDone = [&] {
+            return streamCount_ != 0 && decoder_.taken() == 0 && source.atEnd();
         };
         try {
-            bits.skip(resume_ - 8 * base);
-            BlockDecoder decoder;
-            Block block;
-            while (toBlock(bits)) {
-                inBlock = true;
-                decoder.read(bits, block, mostBlock());
-                inBlock = false;
-                deliver(block);
+            while (!isDone()) {
+                pumpDecoder(decoder_, source, sink_, [&] { return where(); });
+                finishStream();
             }
-        } catch (const CutShort&) {
-            throw FormatError(base + source.offset(), where() + "the file ends too early");
         } catch (const FormatError& error) {
-            throw FormatError(error.offset, where() + error.what());
-        }
-        if (ignoredFrom_)
-            settings_.warn("byte " + std::to_string(*ignoredFrom_) +
+            const codec::Fault fault = decoder_.fault();
+            if (fault.reason == nullptr) throw FormatError(base + error.offset, error.what());
+            if (decoder_.level() != 0 || streamCount_ == 0)
+                throw FormatError(start_ + fault.offset, error.what());
+            settings_.warn("byte " + std::to_string(start_) +
                            ": ignored what follows the bz2 data");
+        }
     }
 
     // --- blocks side by side
 
     void readParallel() {
         Splitter splitter(source_);
-        std::vector<BlockDecoder> decoders(settings_.jobs);
+        std::vector<codec::Bzip2BlockDecoder> decoders(settings_.jobs);
         orderedPipeline<Segment>(
             settings_.jobs,
             [&](Segment& segment) { return !goesOnSerial_ && splitter.next(segment); },
             [&](Segment& segment, unsigned thread) { decode(segment, decoders[thread]); },
             [&](Segment& segment) { take(segment); });
         decoders.clear();
-        // The splitter has shown more than it went over.
+        // The splitter has shown more than it went over, the decoder taken some of that.
         source_.skip(static_cast<size_t>(againFrom_ + again_.size() - source_.offset()));
-        Replay replay(again_, source_);
+        const uint64_t at = start_ + decoder_.taken();
+        Replay replay(Bytes(again_).subspan(static_cast<size_t>(at - againFrom_)), source_);
         Source rest(replay);
-        readSerial(rest, againFrom_);
+        readSerial(rest, at);
     }
 
-    static void decode(Segment& segment, BlockDecoder& decoder) {
+    static void decode(Segment& segment, codec::Bzip2BlockDecoder& decoder) {
         if (!segment.isBlock) return;
-        try {
-            Source source{Bytes(segment.bytes)};
-            BitSource bits(source, segment.offset);
-            bits.skip(segment.start - 8 * segment.offset + kMagicBits);
-            decoder.read(bits, segment.block, kMostBlock);
-            segment.end = bits.position();
-            segment.good = true;
-        } catch (const CutShort&) {
-        } catch (const FormatError&) {
-        }
+        const uint64_t behindMagic = segment.start + kMagicBits;
+        codec::Input in = segment.from(behindMagic);
+        codec::Bzip2BitsIn bits;
+        bits.startAt(behindMagic, in);
+        decoder.begin(bits, kMostBlock);
+        const codec::Status status = decoder.run(bits, in, segment.block);
+        if (status == codec::Status::NoMemory) throw std::bad_alloc();
+        segment.good = status == codec::Status::Ended;
+        segment.end = bits.position();
     }
 
     /// Takes segments as long as one leads to the next, then collects them for the serial reader.
@@ -479,44 +249,48 @@ class StreamsReader {
             again_.insert(again_.end(), segment.bytes.begin() + known, segment.bytes.end());
             return;
         }
-        if (segment.isBlock) {
-            const auto most = static_cast<size_t>(mostBlock());
-            if (segment.good && segment.block.length <= most) {
-                deliver(segment.block);
-                resume_ = segment.end;
-                if (leadsToNext(segment)) return;
-            }
-        } else if (leadsToNext(segment)) {
-            return;
-        }
+        const bool isPassed = !segment.isBlock || pass(segment);
+        if (isPassed && !segment.isLast && leadsToNext(segment)) return;
         goesOnSerial_ = true;
         againFrom_ = segment.offset;
         again_ = std::move(segment.bytes);
     }
 
-    /// Whether the serial reader, from `resume_`, would come to the next segment's start.
-    bool leadsToNext(const Segment& segment) {
-        if (segment.isLast) return false;
-        try {
-            Source source{Bytes(segment.bytes)};
-            BitSource bits(source, segment.offset);
-            bits.skip(resume_ - 8 * segment.offset);
-            return toBlock(bits) && resume_ == segment.next;
-        } catch (const CutShort&) {
-        } catch (const FormatError&) {
+    /// Puts a segment's block out, if it is good and fits the stream.
+    bool pass(const Segment& segment) {
+        if (!segment.good || segment.block.length > decoder_.level() * kLevelBytes) return false;
+        codec::Bzip2BlockExpander expander;
+        expander.begin();
+        for (bool done = false; !done;) {
+            codec::Output out = room_.output();
+            done = expander.run(segment.block, out);
+            sink_.write(room_.written(out));
         }
-        return false;
+        codec::Input in = segment.from(segment.end);
+        decoder_.passBlock(segment.block.crc, segment.end - 8 * start_, in);
+        return true;
+    }
+
+    /// Whether the decoder, from where it stands, comes to the next segment's start.
+    bool leadsToNext(const Segment& segment) {
+        for (;;) {
+            codec::Input in = segment.from(8 * (start_ + decoder_.taken()));
+            const codec::Status status = decoder_.toBlock(in);
+            if (status != codec::Status::Ended)
+                return decoder_.inBlock() &&
+                       8 * start_ + decoder_.position() == segment.next + kMagicBits;
+            finishStream();
+        }
     }
 
     Source& source_;
-    Sink& sink_;
+    CountingSink sink_;
+    PumpRoom room_;
     const Settings& settings_;
     const UseStream& use_;
-    Expander expander_;
-    Stream stream_;
-    bool inStream_ = false;
-    uint64_t resume_ = 0;
-    std::optional<uint64_t> ignoredFrom_;
+    codec::Bzip2Decoder decoder_;
+    uint64_t start_ = 0;         // Of the decoder's stream.
+    uint64_t streamCount_ = 0;   // Those that are complete.
     bool goesOnSerial_ = false;  // What was decoded side by side ends: the rest is serial,
     Data again_;                 // and begins with these bytes,
     uint64_t againFrom_ = 0;     // which stand here.

@@ -2,16 +2,26 @@
 #pragma once
 
 #include <algorithm>
+#include <memory>
 #include <new>
-#include <vector>
 
 #include "codec/codec.h"
 #include "tools/vekdc/io/stream.h"
 
 namespace vekdc {
 
-/// Bytes that a codec is asked for at a time.
-constexpr size_t kPumpRoom = 256 << 10;
+/// Room for what a codec is asked for at a time. Not cleared: a file may be of many tiny parts.
+class PumpRoom {
+ public:
+    static constexpr size_t kBytes = 256 << 10;
+
+    codec::Output output() { return {bytes_.get(), kBytes}; }
+    /// What was written to the output.
+    Bytes written(const codec::Output& out) const { return {bytes_.get(), kBytes - out.left}; }
+
+ private:
+    std::unique_ptr<uint8_t[]> bytes_ = std::make_unique_for_overwrite<uint8_t[]>(kBytes);
+};
 
 /// Runs a decoder over one stream: what follows the stream stays in the source. Sends what was good
 /// to the sink even when the rest is broken, then throws FormatError. `name` is put in front of the
@@ -19,14 +29,14 @@ constexpr size_t kPumpRoom = 256 << 10;
 template <class Decoder, class Name>
 void pumpDecoder(Decoder& decoder, Source& source, Sink& sink, Name&& name) {
     const uint64_t start = source.offset();
-    std::vector<uint8_t> room(kPumpRoom);
+    PumpRoom room;
     for (;;) {
         const Bytes bytes = source.peek();
         codec::Input in{bytes.data(), bytes.size()};
-        codec::Output out{room.data(), room.size()};
+        codec::Output out = room.output();
         const codec::Status status = decoder.run(in, out);
         source.skip(bytes.size() - in.left);
-        const Bytes written(room.data(), room.size() - out.left);
+        const Bytes written = room.written(out);
         if (!written.empty()) sink.write(written);
         switch (status) {
             case codec::Status::Going:
@@ -50,15 +60,15 @@ void pumpDecoder(Decoder& decoder, Source& source, Sink& sink, Name&& name) {
 template <class Encoder>
 void pumpEncoder(Encoder& encoder, Source& source, Sink& sink) {
     const uint64_t start = source.offset();
-    std::vector<uint8_t> room(kPumpRoom);
+    PumpRoom room;
     for (;;) {
         const Bytes bytes = source.peek();
         codec::Input in{bytes.data(), bytes.size()};
-        codec::Output out{room.data(), room.size()};
+        codec::Output out = room.output();
         const codec::Status status =
             encoder.run(in, out, bytes.empty() ? codec::Directive::Finish : codec::Directive::Go);
         source.skip(bytes.size() - in.left);
-        const Bytes written(room.data(), room.size() - out.left);
+        const Bytes written = room.written(out);
         if (!written.empty()) sink.write(written);
         if (status == codec::Status::NoMemory) throw std::bad_alloc();
         if (status == codec::Status::Ended) return;
