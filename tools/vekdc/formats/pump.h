@@ -72,9 +72,9 @@ void pumpEncoder(Encoder& encoder, Source& source, Sink& sink) {
         if (!written.empty()) sink.write(written);
         if (status == codec::Status::NoMemory) throw std::bad_alloc();
         if (status == codec::Status::Ended) return;
-        if (status != codec::Status::Going)
-            throw FormatError(start + encoder.fault().offset,
-                              std::string() + encoder.fault().reason);
+        if (status == codec::Status::Going) continue;
+        const codec::Fault fault = encoder.fault();
+        throw FormatError(start + fault.offset, fault.reason == nullptr ? "" : fault.reason);
     }
 }
 
