@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <new>
+#include <span>
 #include <vector>
 
 #include "codec/codec.h"
@@ -13,13 +14,10 @@ namespace vekdc {
 /// Bytes that a codec is asked for at a time.
 constexpr size_t kPumpRoom = 256 << 10;
 
-/// Runs a decoder over one stream: what follows the stream stays in the source. Sends what was good
-/// to the sink even when the rest is broken, then throws FormatError. `name` is put in front of the
-/// fault's reason ("member 2: ").
-template <class Decoder, class Name>
-void pumpDecoder(Decoder& decoder, Source& source, Sink& sink, Name&& name) {
-    const uint64_t start = source.offset();
-    std::vector<uint8_t> room(kPumpRoom);
+/// Runs a decoder over one stream, in `room`: what follows the stream stays in the source. Returns
+/// what it says in the end, Going where the source ends first. What was good is in the sink then.
+template <class Decoder>
+codec::Status pump(Decoder& decoder, Source& source, Sink& sink, std::span<uint8_t> room) {
     for (;;) {
         const Bytes bytes = source.peek();
         codec::Input in{bytes.data(), bytes.size()};
@@ -28,21 +26,24 @@ void pumpDecoder(Decoder& decoder, Source& source, Sink& sink, Name&& name) {
         source.skip(bytes.size() - in.left);
         const Bytes written(room.data(), room.size() - out.left);
         if (!written.empty()) sink.write(written);
-        switch (status) {
-            case codec::Status::Going:
-                // Nothing more can come: the stream ends in the middle.
-                if (bytes.empty() && written.empty())
-                    throw FormatError(source.offset(), name() + "the file ends too early");
-                break;
-            case codec::Status::Ended:
-                return;
-            case codec::Status::NoMemory:
-                throw std::bad_alloc();
-            case codec::Status::NeedsDictionary:
-            case codec::Status::Broken:
-                throw FormatError(start + decoder.fault().offset, name() + decoder.fault().reason);
-        }
+        if (status == codec::Status::NoMemory) throw std::bad_alloc();
+        if (status != codec::Status::Going) return status;
+        // Nothing more can come: the stream ends in the middle.
+        if (bytes.empty() && written.empty()) return status;
     }
+}
+
+/// Likewise, throws FormatError unless the stream is good. `name` is put in front of the fault's
+/// reason ("member 2: ").
+template <class Decoder, class Name>
+void pumpDecoder(Decoder& decoder, Source& source, Sink& sink, Name&& name) {
+    const uint64_t start = source.offset();
+    std::vector<uint8_t> room(kPumpRoom);
+    const codec::Status status = pump(decoder, source, sink, room);
+    if (status == codec::Status::Ended) return;
+    if (status == codec::Status::Going)
+        throw FormatError(source.offset(), name() + "the file ends too early");
+    throw FormatError(start + decoder.fault().offset, name() + decoder.fault().reason);
 }
 
 /// Runs an encoder over the source to its end.
