@@ -7,8 +7,8 @@
 // the caller's room is made there, and only what is cut goes through memory of the codec's own.
 // That grows with what has come, not with what a length promises.
 //
-// BlockEncoder is the whole of such a format's encoder but the format. A decoder is a few steps of
-// its own, each of which looks at what is there from its start, and goes on or waits.
+// BlockStreamEncoder is the whole of such a format's encoder but the format. A decoder is a few
+// steps of its own, each of which looks at what is there from its start, and goes on or waits.
 #pragma once
 
 #include <algorithm>
@@ -115,9 +115,10 @@ class Delivery {
 
 /// What a decoder of blocks has but its steps. A step is `bool step(Input&, Output&)`: true to go
 /// on with the next one, else it has said why not, by wait(), broken() or end().
-class BlockDecoder {
+class BlockStreamDecoder {
  public:
-    explicit BlockDecoder(const Allocator& allocator) : ahead_(allocator), delivery_(allocator) {}
+    explicit BlockStreamDecoder(const Allocator& allocator)
+        : ahead_(allocator), delivery_(allocator) {}
 
     Fault fault() const { return fault_; }
     /// The block that fault() is about, counted from 1; 0 where it is about none.
@@ -186,7 +187,7 @@ class BlockDecoder {
 ///     void begin(Ahead&)              before each stream
 /// @tparam Ahead   Where the data of a block are collected.
 template <class Format, class Ahead = Lookahead>
-class BlockEncoder {
+class BlockStreamEncoder {
  public:
     Status run(Input& in, Output& out, Directive directive) {
         for (;;) {
@@ -210,7 +211,7 @@ class BlockEncoder {
 
  protected:
     template <class... Arguments>
-    explicit BlockEncoder(const Allocator& allocator, Arguments&&... arguments)
+    explicit BlockStreamEncoder(const Allocator& allocator, Arguments&&... arguments)
         : format_(allocator, std::forward<Arguments>(arguments)...),
           ahead_(allocator),
           delivery_(allocator) {

@@ -30,10 +30,10 @@ struct Lz4FrameInfo {
     bool has(Lz4Flag flag) const { return (flags & flag) != 0; }
 };
 
-class Lz4FrameDecoder : public BlockDecoder {
+class Lz4FrameDecoder : public BlockStreamDecoder {
  public:
     explicit Lz4FrameDecoder(const Allocator& allocator = {})
-        : BlockDecoder(allocator), window_(allocator) {}
+        : BlockStreamDecoder(allocator), window_(allocator) {}
 
     /// What frames may refer to before their first byte, also those that name no dictionary; null
     /// for nothing. The bytes stay the caller's. To be set before a frame, or when one needs it.

@@ -66,7 +66,7 @@ class Lz4Ahead {
     size_t held_ = 0;
 };
 
-/// What BlockEncoder is to know of LZ4 frames.
+/// What BlockStreamEncoder is to know of LZ4 frames.
 class Lz4FrameFormat {
  public:
     Lz4FrameFormat(const Allocator& allocator, const Lz4FrameOptions& options)
@@ -89,12 +89,12 @@ class Lz4FrameFormat {
     uint64_t length_ = 0;
 };
 
-class Lz4FrameEncoder : public BlockEncoder<Lz4FrameFormat, Lz4Ahead> {
+class Lz4FrameEncoder : public BlockStreamEncoder<Lz4FrameFormat, Lz4Ahead> {
  public:
     explicit Lz4FrameEncoder(const Lz4FrameOptions& options, const Allocator& allocator = {})
-        : BlockEncoder(allocator, options) {}
+        : BlockStreamEncoder(allocator, options) {}
 
-    using BlockEncoder::reset;
+    using BlockStreamEncoder::reset;
     /// Ready for another frame, with other options.
     Status reset(const Lz4FrameOptions& options) {
         format().set(options);

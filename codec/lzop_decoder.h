@@ -24,10 +24,10 @@ struct LzopInfo {
     uint64_t plain = 0;  ///< Bytes decoded.
 };
 
-class LzopDecoder : public BlockDecoder {
+class LzopDecoder : public BlockStreamDecoder {
  public:
     explicit LzopDecoder(const Allocator& allocator = {})
-        : BlockDecoder(allocator), rewritten_(allocator) {}
+        : BlockStreamDecoder(allocator), rewritten_(allocator) {}
 
     Status run(Input& in, Output& out) {
         return runSteps(out, [&] { return step(in, out); });

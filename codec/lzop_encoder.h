@@ -39,7 +39,7 @@ class LzopBlockEncoder {
     Memory<uint32_t> state_;
 };
 
-/// What BlockEncoder is to know of lzop's container.
+/// What BlockStreamEncoder is to know of lzop's container.
 class LzopFormat {
  public:
     LzopFormat(const Allocator& allocator, const LzopOptions& options)
@@ -64,10 +64,10 @@ class LzopFormat {
     LzopBlockEncoder blocks_;
 };
 
-class LzopEncoder : public BlockEncoder<LzopFormat> {
+class LzopEncoder : public BlockStreamEncoder<LzopFormat> {
  public:
     explicit LzopEncoder(const LzopOptions& options = {}, const Allocator& allocator = {})
-        : BlockEncoder(allocator, options) {}
+        : BlockStreamEncoder(allocator, options) {}
 };
 
 }  // namespace vekdc::codec

@@ -18,10 +18,10 @@ struct LzssInfo {
     uint64_t plain = 0;  ///< Bytes decoded.
 };
 
-class LzssDecoder : public BlockDecoder {
+class LzssDecoder : public BlockStreamDecoder {
  public:
     explicit LzssDecoder(const Allocator& allocator = {})
-        : BlockDecoder(allocator), record_(allocator) {}
+        : BlockStreamDecoder(allocator), record_(allocator) {}
 
     Status run(Input& in, Output& out) {
         return runSteps(out, [&] { return step(in, out); });

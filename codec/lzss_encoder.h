@@ -38,7 +38,7 @@ class LzssFrame {
     uint32_t sum_ = kCrc32c.initial;
 };
 
-/// What BlockEncoder is to know of the container.
+/// What BlockStreamEncoder is to know of the container.
 class LzssFormat {
  public:
     LzssFormat(const Allocator& allocator, uint64_t length) : frame_(length), blocks_(allocator) {}
@@ -64,11 +64,11 @@ class LzssFormat {
     LzssBlockEncoder blocks_;
 };
 
-class LzssEncoder : public BlockEncoder<LzssFormat> {
+class LzssEncoder : public BlockStreamEncoder<LzssFormat> {
  public:
     /// The header states the length of the data, if it is known.
     explicit LzssEncoder(uint64_t length = kLzssUnknown, const Allocator& allocator = {})
-        : BlockEncoder(allocator, length) {}
+        : BlockStreamEncoder(allocator, length) {}
 };
 
 }  // namespace vekdc::codec

@@ -35,6 +35,8 @@ class CountingMemory {
                 this};
     }
     bool exhausted() const { return left_ == 0; }
+    /// Gives again from now on.
+    void refill() { left_ = static_cast<size_t>(-1); }
 
  private:
     size_t left_;

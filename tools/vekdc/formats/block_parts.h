@@ -17,7 +17,7 @@ struct Part {
     Info info;
 };
 
-/// Reads parts one at a time; `Decoder` is a codec::BlockDecoder.
+/// Reads parts one at a time; `Decoder` is a codec::BlockStreamDecoder.
 template <class Decoder>
 class PartReader {
  public:
