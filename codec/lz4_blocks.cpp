@@ -25,7 +25,7 @@ bool reserveBytes(Memory<uint32_t>& memory, size_t bytes) {
 }  // namespace
 
 uint32_t lz4Hash(Bytes bytes) {
-    return XXH32(bytes.data(), bytes.size(), 0);
+    return bytes.data() == nullptr ? XXH32("", 0, 0) : XXH32(bytes.data(), bytes.size(), 0);
 }
 
 static_assert(sizeof(XXH32_state_t) == 48 && alignof(XXH32_state_t) == alignof(uint32_t));
