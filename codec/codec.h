@@ -64,6 +64,7 @@ enum class Status {
 struct Fault {
     const char* reason = nullptr;  ///< A few words in lower case; null where nothing is wrong.
     uint64_t offset = 0;           ///< In bytes from the stream's start.
+    int64_t value = -1;            ///< The number that the reason ends with; negative: none.
 };
 
 }  // namespace vekdc::codec

@@ -167,15 +167,6 @@ TEST_F(Lz4Format, FramesFollowEachOther) {
     EXPECT_TRUE(contains(info(lz4(), packed), "independent,content-size"));
 }
 
-TEST_F(Lz4Format, EveryFaultIsFound) {
-    const Bytes plain = sample(3000);
-    // A changed magic number may be another frame's, which then is broken all the same.
-    EXPECT_EQ(damage(lz4(), compress(lz4(), plain, settingsOf(1, 1, {{"block-checksums", ""}}))),
-              0U);
-    // Without block checksums it shows in the decoder or at the end; another offset may be as good.
-    EXPECT_LT(damage(lz4(), compress(lz4(), plain)), 100U);
-}
-
 TEST_F(Lz4Format, SaysWhatIsWrongAndWhere) {
     const Bytes plain = sample(200000);
     const Bytes one = compress(lz4(), {'a'});

@@ -1,0 +1,66 @@
+#include "codec/lzop_encoder.h"
+
+#include "vekdc.h"
+
+namespace vekdc::codec {
+
+size_t putLzopHeader(const LzopOptions& options, uint8_t* to) {
+    uint8_t* next = std::copy(kLzopMagic.begin(), kLzopMagic.end(), to);
+    uint8_t* const fields = next;
+    const auto put = [&](uint64_t value, size_t count) {
+        putBigEndian(next, value, count);
+        next += count;
+    };
+    put(kLzopNewest, 2);
+    put(kLzopLibrary, 2);
+    put((options.flags & kLzopHeaderCrc) != 0 ? kLzopHasCrc : kLzopHasLevel, 2);
+    // The container's name for the like of the library's method, and a level of that.
+    put(options.fast ? 2 : 1, 1);
+    put(options.fast ? 1 : 5, 1);
+    put(options.flags, 4);
+    put(options.mode, 4);
+    put(options.modified, 4);
+    put(0, 4);
+    const size_t length = strnlen(options.name, kLzopLongestName);
+    put(length, 1);
+    std::memcpy(next, options.name, length);
+    next += length;
+    const Checksum& checksum = lzopHeaderChecksum(options.flags);
+    put(checksum.update(checksum.initial, {fields, static_cast<size_t>(next - fields)}), 4);
+    return static_cast<size_t>(next - to);
+}
+
+size_t LzopBlockEncoder::bound(size_t length) {
+    return 8 + 4 * kLzopBlockChecks.size() + vekLZOEncodeBound(static_cast<uint32_t>(length));
+}
+
+bool LzopBlockEncoder::encode(Bytes data, uint8_t* to, size_t& written) {
+    const auto length = static_cast<uint32_t>(data.size());
+    uint32_t stateSize = 0;
+    veksEncodeLZOGetSize(method_, 0, &stateSize);
+    if (!state_.reserve((stateSize + 3) / 4)) return false;
+
+    // Two lengths and the checksums, of which a stored block has fewer.
+    size_t head = 8;
+    for (const LzopBlockCheck& check : kLzopBlockChecks) head += (flags_ & check.flag) != 0 ? 4 : 0;
+    uint8_t* const stream = to + head;
+    uint32_t size = vekLZOEncodeBound(length);
+    // A fresh table for every block: which thread codes it must not show.
+    veksEncodeLZOInit_8u(method_, 0, state_.data());
+    veksEncodeLZO_8u(data.data(), length, stream, &size, state_.data());
+    const bool stored = size >= length;
+
+    putBigEndian(to, length, 4);
+    putBigEndian(to + 4, stored ? length : size, 4);
+    uint8_t* next = to + 8;
+    for (const LzopBlockCheck& check : kLzopBlockChecks) {
+        if ((flags_ & check.flag) == 0 || (stored && check.ofStream)) continue;
+        putBigEndian(next, check.of(check.ofStream ? Bytes(stream, size) : data), 4);
+        next += 4;
+    }
+    if (stored) std::memcpy(next, data.data(), length);
+    written = static_cast<size_t>(next - to) + (stored ? length : size);
+    return true;
+}
+
+}  // namespace vekdc::codec

@@ -1,0 +1,296 @@
+// The codecs of LZ4 frames, of lzop's container and of the one for LZSS: in pieces of any size,
+// cut, damaged, and out of memory. What they write and read is held against other programs' in the
+// tests of the tool.
+#include <functional>
+
+#include "codec/lz4_frame_decoder.h"
+#include "codec/lz4_frame_encoder.h"
+#include "codec/lzop_decoder.h"
+#include "codec/lzop_encoder.h"
+#include "codec/lzss_decoder.h"
+#include "codec/lzss_encoder.h"
+#include "support/codecs.h"
+
+namespace {
+
+using namespace vekdc::codec;
+using vektest::Bytes;
+using vektest::CodecResult;
+using vektest::CountingMemory;
+using vektest::decodeInPieces;
+using vektest::encodeInPieces;
+using vektest::runInPieces;
+using vektest::operator+;
+
+/// All shapes, 3000 bytes of each in turn.
+Bytes sample(size_t size) {
+    Bytes all;
+    for (uint32_t seed = 0; all.size() < size; ++seed)
+        for (const auto& shape : vektest::shapes()) all = all + shape.make(3000, seed);
+    all.resize(size);
+    return all;
+}
+const Bytes kDictionary = sample(70000);
+
+/// A pair of codecs with their options.
+template <class Encoder, class Decoder>
+struct Pair {
+    const char* name;
+    std::function<Encoder(const Allocator&)> encoder;
+    Bytes dictionary;
+
+    Decoder decoder(const Allocator& allocator) const { return Decoder(allocator); }
+    void prepare(Decoder& decoder) const {
+        if constexpr (requires { decoder.setDictionary({}); }) decoder.setDictionary(dictionary);
+    }
+};
+using Lz4Pair = Pair<Lz4FrameEncoder, Lz4FrameDecoder>;
+
+Lz4FrameOptions options(int level, unsigned code, bool linked, bool dictionary) {
+    Lz4FrameOptions chosen;
+    chosen.coding = {level, 1, !linked};
+    chosen.blockCode = code;
+    chosen.linked = linked;
+    if (dictionary) chosen.dictionary = kDictionary;
+    chosen.dictionaryId = dictionary ? 77 : 0;
+    return chosen;
+}
+
+/// Calls `check` with each pair.
+template <class Check>
+void forAll(Check&& check) {
+    for (const int level : {1, 4})
+        for (const bool linked : {false, true})
+            for (const bool dictionary : {false, true})
+                check(Lz4Pair{"lz4",
+                              [=](const Allocator& allocator) {
+                                  return Lz4FrameEncoder(options(level, 4, linked, dictionary),
+                                                         allocator);
+                              },
+                              dictionary ? kDictionary : Bytes()});
+    check(Pair<LzopEncoder, LzopDecoder>{"lzop",
+                                         [](const Allocator& allocator) {
+                                             LzopOptions chosen;
+                                             chosen.flags |= kLzopCrcOfStream;
+                                             return LzopEncoder(chosen, allocator);
+                                         },
+                                         {}});
+    check(Pair<LzssEncoder, LzssDecoder>{
+        "lzss",
+        [](const Allocator& allocator) { return LzssEncoder(kLzssUnknown, allocator); },
+        {}});
+}
+
+TEST(CodecLz, PiecesOfAnySizeGiveTheSame) {
+    forAll([](const auto& pair) {
+        auto encoder = pair.encoder({});
+        auto decoder = pair.decoder({});
+        pair.prepare(decoder);
+        // The last one has linked blocks outgrow the memory that their history is kept in.
+        for (const size_t size : {0U, 1U, 2000U, 65536U, 300000U, 1300000U}) {
+            SCOPED_TRACE(pair.name + std::to_string(size));
+            const Bytes plain = sample(size);
+            const Bytes packed = encodeInPieces(encoder, plain).bytes;
+            const size_t few = size / 3000 + 1;
+            encoder.reset();
+            const CodecResult again = encodeInPieces(encoder, plain, few, few + 5);
+            EXPECT_EQ(again.status, Status::Ended);
+            ASSERT_TRUE(again.bytes == packed);
+            encoder.reset();
+            // Room for next to nothing, for some blocks and part of one, for all.
+            const size_t all = packed.size() + 4;
+            for (const auto& [piece, room] : {std::pair{few, few},
+                                              {all, size_t{150000}},
+                                              {all / 5 + 1, size_t{150000}},
+                                              {all, size + 70000}}) {
+                decoder.reset();
+                const CodecResult back =
+                    decodeInPieces(decoder, packed + Bytes{1, 2, 3, 4}, piece, room);
+                EXPECT_EQ(back.status, Status::Ended);
+                ASSERT_TRUE(back.bytes == plain) << piece << " " << room;
+                EXPECT_EQ(decoder.info().plain, size);
+                EXPECT_EQ(back.unread, 4U);
+                ASSERT_EQ(decodeInPieces(decoder, {}).status, Status::Ended);
+            }
+        }
+    });
+}
+
+TEST(CodecLz, CutsAndDamageAreNoticed) {
+    forAll([](const auto& pair) {
+        const Bytes plain = sample(1500);
+        auto encoder = pair.encoder({});
+        Bytes packed = encodeInPieces(encoder, plain).bytes;
+        auto decoder = pair.decoder({});
+        pair.prepare(decoder);
+        const auto decode = [&](const Bytes& bytes) {
+            decoder.reset();
+            return decodeInPieces(decoder, bytes);
+        };
+        for (size_t size = 0; size < packed.size(); ++size)
+            ASSERT_EQ(
+                decode({packed.begin(), packed.begin() + static_cast<ptrdiff_t>(size)}).status,
+                Status::Going)
+                << pair.name << " cut at " << size;
+        size_t unnoticed = 0;
+        for (size_t bit = 0; bit < packed.size() * 8; bit += vektest::effort(100) == 100 ? 1 : 37) {
+            packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+            const CodecResult result = decode(packed);
+            if (result.status == Status::Ended) ++unnoticed;
+            ASSERT_TRUE(result.status != Status::Ended || result.bytes == plain)
+                << pair.name << " bit " << bit;
+            ASSERT_TRUE((result.status == Status::Broken) == (decoder.fault().reason != nullptr) ||
+                        result.status == Status::NeedsDictionary);
+            packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        }
+        // Another distance may be as good.
+        EXPECT_LT(unnoticed, 100U) << pair.name;
+    });
+}
+
+TEST(CodecLz, EveryFailureOfMemoryCanBeMadeGood) {
+    const Bytes plain = sample(200000);
+    forAll([&](const auto& pair) {
+        auto reference = pair.encoder({});
+        const Bytes packed = encodeInPieces(reference, plain).bytes;
+        const auto run = [&](size_t limit, auto make, const Bytes& input, const Bytes& expected) {
+            CountingMemory memory(limit);
+            auto codec = make(memory.allocator());
+            bool failed = false;
+            const CodecResult result =
+                runInPieces(input, 1000, 50000, [&](Input& in, Output& out, bool last) {
+                    const auto once = [&] {
+                        if constexpr (requires { codec.info(); })
+                            return codec.run(in, out);
+                        else
+                            return codec.run(in, out, last ? Directive::Finish : Directive::Go);
+                    };
+                    const Status status = once();
+                    if (status != Status::NoMemory) return status;
+                    EXPECT_TRUE(memory.exhausted());
+                    failed = true;
+                    memory.lift();
+                    return once();
+                });
+            EXPECT_EQ(result.status, Status::Ended) << pair.name << limit;
+            EXPECT_TRUE(result.bytes == expected) << pair.name << limit;
+            return failed;
+        };
+        size_t limit = 0;
+        while (run(limit, pair.encoder, plain, packed)) ++limit;
+        EXPECT_GT(limit, 1U);
+        limit = 0;
+        const auto make = [&](const Allocator& allocator) {
+            auto decoder = pair.decoder(allocator);
+            pair.prepare(decoder);
+            return decoder;
+        };
+        while (run(limit, make, packed, plain)) ++limit;
+        EXPECT_GT(limit, 1U);
+    });
+}
+
+TEST(CodecLz, FlushedDataCanBeDecodedAtOnce) {
+    forAll([](const auto& pair) {
+        auto encoder = pair.encoder({});
+        auto decoder = pair.decoder({});
+        pair.prepare(decoder);
+        const Bytes plain = sample(100000);
+        Bytes packed;
+        Bytes back;
+        size_t at = 0;
+        for (const Directive directive :
+             {Directive::Block, Directive::SyncFlush, Directive::FullFlush, Directive::Finish}) {
+            // Nothing to flush gives nothing.
+            for (const size_t size : {25000U, 0U}) {
+                Bytes room(200000);
+                Input in{plain.data() + at, size};
+                Output out{room.data(), room.size()};
+                const Status status = encoder.run(in, out, directive);
+                EXPECT_EQ(status == Status::Ended, directive == Directive::Finish);
+                room.resize(room.size() - out.left);
+                EXPECT_EQ(room.empty(), size == 0);
+                const CodecResult result = decodeInPieces(decoder, room);
+                EXPECT_EQ(result.status, status);
+                back = back + result.bytes;
+                at += size;
+                EXPECT_EQ(back.size(), at);
+            }
+        }
+        EXPECT_TRUE(back == plain) << pair.name;
+    });
+}
+
+TEST(CodecLz, AHeaderThatLiesIsAnError) {
+    Lz4FrameOptions chosen;
+    const Bytes plain = sample(1000);
+    for (const uint64_t size : {999U, 1000U, 1001U}) {
+        chosen.contentSize = size;
+        Lz4FrameEncoder lz4({});
+        lz4.reset(chosen);
+        LzssEncoder lzss(size);
+        const Status expected = size == 1000 ? Status::Ended : Status::Broken;
+        EXPECT_EQ(encodeInPieces(lz4, plain).status, expected);
+        EXPECT_EQ(encodeInPieces(lzss, plain).status, expected);
+    }
+    // A frame that holds more than it says is decoded to its end, whatever the room.
+    Lz4FrameEncoder encoder({});
+    Bytes packed = encodeInPieces(encoder, plain).bytes;
+    const Bytes stated = {0x6C, 0x70, 10, 0, 0, 0, 0, 0, 0, 0};
+    packed.erase(packed.begin() + 4, packed.begin() + 7);
+    packed.insert(packed.begin() + 4, static_cast<uint8_t>(lz4Hash(stated) >> 8));
+    packed.insert(packed.begin() + 4, stated.begin(), stated.end());
+    for (const size_t room : {1U, 10U, 999U, 5000U}) {
+        Lz4FrameDecoder decoder;
+        const CodecResult result = decodeInPieces(decoder, packed, packed.size(), room);
+        EXPECT_EQ(result.status, Status::Broken);
+        EXPECT_TRUE(result.bytes == plain) << room;
+        EXPECT_EQ(decoder.fault().offset, packed.size());
+    }
+}
+
+TEST(CodecLz, ADictionaryCanBeGivenWhenItIsAskedFor) {
+    Lz4FrameEncoder encoder(options(1, 4, true, true));
+    const Bytes plain(kDictionary.end() - 3000, kDictionary.end());
+    const Bytes packed = encodeInPieces(encoder, plain).bytes;
+    EXPECT_LT(packed.size(), 100U);
+    for (const size_t piece : {size_t{1}, packed.size()}) {
+        Lz4FrameDecoder decoder;
+        const CodecResult result =
+            runInPieces(packed, piece, 5000, [&](Input& in, Output& out, bool) {
+                const Status status = decoder.run(in, out);
+                if (status != Status::NeedsDictionary) return status;
+                EXPECT_EQ(decoder.info().dictionaryId, 77U);
+                decoder.setDictionary(kDictionary);
+                return decoder.run(in, out);
+            });
+        EXPECT_EQ(result.status, Status::Ended);
+        EXPECT_TRUE(result.bytes == plain);
+    }
+}
+
+TEST(CodecLz, SkippedAndLegacyFramesEndWhereTheyDo) {
+    const Bytes skipped = {0x5A, 0x2A, 0x4D, 0x18, 3, 0, 0, 0, 'x', 'y', 'z'};
+    // Two blocks of two literals each, and the next frame.
+    const Bytes block = {3, 0, 0, 0, 0x20, 'a', 'b'};
+    const Bytes legacy = Bytes{0x02, 0x21, 0x4C, 0x18} + block + block;
+    for (const size_t piece : {1U, 3U, 100U}) {
+        Lz4FrameDecoder decoder;
+        const CodecResult nothing = decodeInPieces(decoder, skipped + legacy, piece);
+        EXPECT_EQ(nothing.status, Status::Ended);
+        EXPECT_EQ(nothing.unread, legacy.size());
+        decoder.reset();
+        const CodecResult all = decodeInPieces(decoder, legacy + skipped, piece);
+        EXPECT_EQ(all.status, Status::Ended);
+        EXPECT_EQ(all.bytes, (Bytes{'a', 'b', 'a', 'b'}));
+        EXPECT_EQ(all.unread + decoder.overrun(), skipped.size());
+        for (size_t cut = 4; cut <= legacy.size(); ++cut) {
+            decoder.reset();
+            const Bytes begun(legacy.begin(), legacy.begin() + static_cast<ptrdiff_t>(cut));
+            EXPECT_EQ(decodeInPieces(decoder, begun, piece).status, Status::Going);
+            EXPECT_EQ(decoder.mayEnd(), cut % block.size() == 4) << cut;
+        }
+    }
+}
+
+}  // namespace
