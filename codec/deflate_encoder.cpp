@@ -152,7 +152,8 @@ Status DeflateEncoder::work(Input& in, Output& out, Directive directive) {
         const bool direct =
             s.matched == s.end && (directive != Directive::Go ? in.left != 0 : in.left >= kDirect);
         // Once the buffer was full, all of it is coded before more comes in.
-        const bool leftOver = s.begin != 0 && s.matched != s.end;
+        if (s.matched == s.end) compact();
+        const bool leftOver = s.begin != 0;
         if (!direct && !leftOver) {
             if (!gather(in)) return Status::NoMemory;
             if (directive == Directive::Go && s.end - s.begin < kBlockBytes) return Status::Going;
@@ -184,16 +185,20 @@ DeflateEncoder::Method DeflateEncoder::method() const {
 
 // --- input --------------------------------------------------------------------------------------
 
+/// Moves the block under way to the front of its buffer.
+void DeflateEncoder::compact() {
+    State& s = state_;
+    if (s.begin == 0) return;
+    std::memmove(raw_.data(), raw_.data() + s.begin, s.end - s.begin);
+    s.matched -= s.begin;
+    s.end -= s.begin;
+    s.begin = 0;
+}
+
 /// Takes as much of the input as a block's buffer holds.
 bool DeflateEncoder::gather(Input& in) {
     State& s = state_;
     if (in.left == 0) return true;
-    if (s.begin != 0) {
-        std::memmove(raw_.data(), raw_.data() + s.begin, s.end - s.begin);
-        s.matched -= s.begin;
-        s.end -= s.begin;
-        s.begin = 0;
-    }
     const size_t count = std::min(in.left, kBlockBytes - s.end);
     if (!reserveRaw(s.end + count)) return false;
     Output room{raw_.data() + s.end, count};
@@ -232,7 +237,7 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
     // stored and there is no room for it. This comes first: behind it nothing fails.
     const bool inPlace =
         direct && held == 0 && directive != Directive::Go && out.left >= bound(piece.size());
-    if (direct && !inPlace && !reserveRaw(s.begin + held + piece.size())) return Status::NoMemory;
+    if (direct && !inPlace && !reserveRaw(held + piece.size())) return Status::NoMemory;
     const bool allThere = ending && directive == Directive::Finish;
     if (now == Method::Match && !prepareMatcher(allThere ? piece.size() : 0))
         return Status::NoMemory;

@@ -113,6 +113,7 @@ class DeflateEncoder {
 
     Status work(Input& in, Output& out, Directive directive);
     Method method() const;
+    void compact();
     bool gather(Input& in);
     bool reserveRaw(size_t count);
 

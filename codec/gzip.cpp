@@ -285,7 +285,8 @@ void GzipDecoder::readBody(Input& in, Output& out) {
         return;
     }
     s.status = status;
-    s.fault = {inflate_.fault().reason, s.before + inflate_.fault().offset};
+    if (status == Status::Broken)
+        s.fault = {inflate_.fault().reason, s.before + inflate_.fault().offset};
 }
 
 void GzipDecoder::checkTrailer() {

@@ -162,7 +162,8 @@ void ZlibDecoder::readBody(Input& in, Output& out) {
         return;
     }
     s.status = status;
-    s.fault = {inflate_.fault().reason, s.before + inflate_.fault().offset};
+    if (status == Status::Broken)
+        s.fault = {inflate_.fault().reason, s.before + inflate_.fault().offset};
 }
 
 void ZlibDecoder::readTrailer(Input& in) {
