@@ -41,6 +41,7 @@ class DynamicCode {
  public:
     explicit DynamicCode(const DeflateTables& counts);
 
+    /// Symbols that do not occur have entries without a meaning.
     const DeflateTables& codes() const { return codes_; }
     /// Of the header, from BFINAL to the last code length.
     uint64_t headerBits() const { return headerBits_; }
