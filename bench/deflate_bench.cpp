@@ -1,4 +1,4 @@
-// Deflate: the whole pipeline, as the tool composes it from the library's stages, and Huffman
+// Deflate: the whole pipeline, as the codec composes it from the library's stages, and Huffman
 // coding alone.
 
 #include <libdeflate.h>
@@ -7,10 +7,10 @@
 #include <memory>
 
 #include "bench.h"
-#include "tools/vekdc/formats/deflate_stream.h"
+#include "codec/deflate_encoder.h"
 
 using vekbench::Input;
-using vekdc::DeflateEncoder;
+using vekdc::codec::DeflateEncoder;
 
 namespace {
 
@@ -31,10 +31,12 @@ Bytes inflateAll(const Bytes& coded, size_t size) {
 }
 
 size_t deflateOurs(DeflateEncoder& encoder, const Bytes& in, Bytes& out) {
-    out.clear();
-    encoder.start({});
-    encoder.encode(in, DeflateEncoder::End::Final, out);
-    return out.size();
+    out.resize(static_cast<size_t>(DeflateEncoder::bound(in.size())));
+    vekdc::codec::Input from{in.data(), in.size()};
+    vekdc::codec::Output to{out.data(), out.size()};
+    encoder.reset();
+    encoder.run(from, to, vekdc::codec::Directive::Finish);
+    return out.size() - to.left;
 }
 
 size_t deflateZlib(const Bytes& in, int level, Bytes& out) {
@@ -51,23 +53,23 @@ size_t deflateZlib(const Bytes& in, int level, Bytes& out) {
 }
 
 void addLevel(const Input& input, int level) {
-    const std::string operation = level == DeflateEncoder::fastestLevel
+    const std::string operation = level == vekdc::codec::kDeflateFastest
                                       ? "deflate fastest"
                                       : "deflate level " + std::to_string(level);
-    const int peerLevel = level == DeflateEncoder::fastestLevel ? 1 : level;
+    const int peerLevel = level == vekdc::codec::kDeflateFastest ? 1 : level;
     const Bytes& in = input.bytes;
-    auto encoder = std::make_shared<DeflateEncoder>(level);
+    auto encoder = std::make_shared<DeflateEncoder>(vekdc::codec::DeflateOptions{level});
     // Everyone writes where there is room already, so that no one is charged for fresh pages.
     auto room = std::make_shared<Bytes>(in.size() * 2 + 1000);
     auto coded = std::make_shared<Bytes>(in.size() * 2 + 1000);
-    deflateOurs(*encoder, in, *coded);
+    coded->resize(deflateOurs(*encoder, in, *coded));
     if (inflateAll(*coded, in.size()) != in) vekbench::fail(operation + " of " + input.name);
     vekbench::add(operation, input.name, "vekdc", in.size(),
                   [encoder, &in, coded] { return deflateOurs(*encoder, in, *coded); });
     vekbench::add(operation, input.name, "zlib", in.size(),
                   [peerLevel, &in, room] { return deflateZlib(in, peerLevel, *room); });
-    if (level == DeflateEncoder::fastestLevel) {
-        auto level1 = std::make_shared<DeflateEncoder>(1);
+    if (level == vekdc::codec::kDeflateFastest) {
+        auto level1 = std::make_shared<DeflateEncoder>(vekdc::codec::DeflateOptions{1});
         vekbench::add(operation, input.name, "our level 1", in.size(),
                       [level1, &in, coded] { return deflateOurs(*level1, in, *coded); });
     }
@@ -117,7 +119,7 @@ void addHuffman(const Input& input) {
 
 void registerBenchmarks() {
     for (const Input& input : vekbench::files()) {
-        for (const int level : {DeflateEncoder::fastestLevel, 1, 6, 9}) addLevel(input, level);
+        for (const int level : {vekdc::codec::kDeflateFastest, 1, 6, 9}) addLevel(input, level);
         addHuffman(input);
     }
     vekbench::goal("deflate fastest", "our level 1", 2);
