@@ -26,7 +26,8 @@ class InflateDecoder {
     explicit InflateDecoder(const Allocator& allocator = {});
 
     /// Never takes input that stands behind the stream. Input may be taken ahead of the output that
-    /// it gives, unless the decoder is told to pause.
+    /// it gives, unless the decoder is told to pause. NoMemory stays until reset(): the output is
+    /// given, but there is no place for what later output refers to.
     Status run(Input& in, Output& out);
     Fault fault() const { return state_.fault; }
     Status reset();

@@ -214,12 +214,13 @@ struct Packed {
 
 std::vector<Packed> streams(int windowBits) {
     std::vector<Packed> made;
-    for (const int strategy : {Z_DEFAULT_STRATEGY, Z_FIXED, Z_HUFFMAN_ONLY, Z_RLE}) {
-        Bytes plain;
-        for (const Shape& shape : shapes()) plain = plain + shape.make(6000, 1);
-        for (const int flush : {Z_NO_FLUSH, Z_SYNC_FLUSH, Z_PARTIAL_FLUSH})
-            made.push_back({plain, zlibDeflate(plain, windowBits, strategy, flush)});
-    }
+    Bytes plain;
+    for (const Shape& shape : shapes()) plain = plain + shape.make(6000, 1);
+    for (const auto& [strategy, flush] : {std::pair{Z_DEFAULT_STRATEGY, Z_NO_FLUSH},
+                                          {Z_DEFAULT_STRATEGY, Z_SYNC_FLUSH},
+                                          {Z_FIXED, Z_PARTIAL_FLUSH},
+                                          {Z_HUFFMAN_ONLY, Z_NO_FLUSH}})
+        made.push_back({plain, zlibDeflate(plain, windowBits, strategy, flush)});
     return made;
 }
 
@@ -262,8 +263,8 @@ void survivesDamage(Bytes packed) {
         packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
         Decoder whole;
         Decoder pieces;
-        const CodecResult a = decodeInPieces(whole, packed);
-        const CodecResult b = decodeInPieces(pieces, packed, 3, 100);
+        const CodecResult a = decodeInPieces(whole, packed, packed.size(), 4096);
+        const CodecResult b = decodeInPieces(pieces, packed, 7, 300);
         ASSERT_EQ(a.status, b.status) << bit;
         ASSERT_EQ(a.bytes, b.bytes) << bit;
         ASSERT_EQ(a.status == Status::Broken, whole.fault().reason != nullptr);
@@ -273,7 +274,7 @@ void survivesDamage(Bytes packed) {
 }
 
 TEST(InflateDecoder, DamageAndTruncation) {
-    const Bytes plain = shapes()[4].make(1500, 3) + shapes()[1].make(300, 3);
+    const Bytes plain = shapes()[4].make(600, 3) + shapes()[1].make(100, 3);
     for (const int strategy : {Z_DEFAULT_STRATEGY, Z_FIXED})
         survivesDamage<InflateDecoder>(zlibDeflate(plain, -15, strategy, Z_NO_FLUSH));
     survivesDamage<GzipDecoder>(zlibDeflate(plain, 15 + kGzipMode, 0, Z_NO_FLUSH));
