@@ -158,8 +158,8 @@ DynamicCode::DynamicCode(const DeflateTables& counts) {
     codeLengths(counts.dist, kDistSymbols, kMaxCodeLength, distLengths);
     distCount_ = usedCount(distLengths, kDistSymbols, 1);
     numberCodes(codes_.dist, distLengths, kDistSymbols);
-    // The library codes large blocks faster by tables that have something for every symbol; of those
-    // that do not occur it does not matter what.
+    // The library codes large blocks faster by tables that have something for every symbol; of
+    // those that do not occur it does not matter what.
     for (VekHuffEntry& entry : codes_.lit)
         if (entry.length == 0) entry = {0, 1};
     addRuns(lengths.data(), litCount_ + distCount_);

@@ -1,8 +1,8 @@
-// The source is cut into blocks that are coded independently, each one by an encoder primed with the
-// 32 KiB before it, so that hardly any match is lost at the seams. Every block but the last ends with
-// an empty stored block, which fills up the last byte; so the pieces join into one stream. Checksums
-// are taken by the threads and combined in order. A block under way takes about twice its size, an
-// encoder about 700 KiB.
+// The source is cut into blocks that are coded independently, each one by an encoder primed with
+// the 32 KiB before it, so that hardly any match is lost at the seams. Every block but the last
+// ends with an empty stored block, which fills up the last byte; so the pieces join into one
+// stream. Checksums are taken by the threads and combined in order. A block under way takes about
+// twice its size, an encoder about 700 KiB.
 #include "tools/vekdc/formats/deflate_all.h"
 
 #include <algorithm>
