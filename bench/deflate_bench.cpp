@@ -1,4 +1,4 @@
-// Deflate: the whole pipeline as the tool composes it from the library's stages ("vekdc -6"), with
+// Deflate: the whole pipeline as the codec composes it from the library's stages ("vekdc -6"), with
 // matcher parameters of its own; the pipeline with the library's levels ("level 6"), in a program
 // of the plainest kind; and Huffman coding alone.
 
@@ -10,10 +10,10 @@
 #include <memory>
 
 #include "bench.h"
-#include "tools/vekdc/formats/deflate_stream.h"
+#include "codec/deflate_encoder.h"
 
 using vekbench::Input;
-using vekdc::DeflateEncoder;
+using vekdc::codec::DeflateEncoder;
 
 namespace {
 
@@ -34,10 +34,12 @@ Bytes inflateAll(const Bytes& coded, size_t size) {
 }
 
 size_t deflateOurs(DeflateEncoder& encoder, const Bytes& in, Bytes& out) {
-    out.clear();
-    encoder.start({});
-    encoder.encode(in, DeflateEncoder::End::Final, out);
-    return out.size();
+    out.resize(static_cast<size_t>(DeflateEncoder::bound(in.size())));
+    vekdc::codec::Input from{in.data(), in.size()};
+    vekdc::codec::Output to{out.data(), out.size()};
+    encoder.reset();
+    encoder.run(from, to, vekdc::codec::Directive::Finish);
+    return out.size() - to.left;
 }
 
 size_t deflateZlib(const Bytes& in, int level, Bytes& out) {
@@ -117,10 +119,9 @@ class LevelEncoder {
 /// Returns the size of what it leaves in `out`, where there is room.
 using Encode = std::function<size_t(const Bytes& in, Bytes& out)>;
 
-Encode toolEncode(int level) {
-    return [encoder = std::make_shared<DeflateEncoder>(level)](const Bytes& in, Bytes& out) {
-        return deflateOurs(*encoder, in, out);
-    };
+Encode codecEncode(int level) {
+    return [encoder = std::make_shared<DeflateEncoder>(vekdc::codec::DeflateOptions{level})](
+               const Bytes& in, Bytes& out) { return deflateOurs(*encoder, in, out); };
 }
 
 Encode levelEncode(uint32_t level) {
@@ -189,14 +190,14 @@ void addHuffman(const Input& input) {
 void registerBenchmarks() {
     for (const Input& input : vekbench::files()) {
         const std::string fastest = "deflate vekdc --fastest";
-        addContenders(fastest, input, toolEncode(DeflateEncoder::fastestLevel), 1);
+        addContenders(fastest, input, codecEncode(vekdc::codec::kDeflateFastest), 1);
         auto coded = std::make_shared<Bytes>(input.bytes.size() * 2 + 1000);
         vekbench::add(
             fastest, input.name, "vekdc -1", input.bytes.size(),
-            [level1 = toolEncode(1), &input, coded] { return level1(input.bytes, *coded); });
+            [level1 = codecEncode(1), &input, coded] { return level1(input.bytes, *coded); });
         for (const int level : {1, 6, 9}) {
             const std::string number = std::to_string(level);
-            addContenders("deflate vekdc -" + number, input, toolEncode(level), level);
+            addContenders("deflate vekdc -" + number, input, codecEncode(level), level);
             addContenders("deflate level " + number, input,
                           levelEncode(static_cast<uint32_t>(level)), level);
         }

@@ -66,6 +66,11 @@ class FieldsOut {
     /// Where `count` more bytes go, to be filled by the caller. All that was put before is gone
     /// from here once drain() was true.
     uint8_t* add(size_t count) {
+        if (count > Most - end_) {
+            std::memmove(bytes_, bytes_ + begin_, size());
+            end_ = size();
+            begin_ = 0;
+        }
         uint8_t* const to = bytes_ + end_;
         end_ += count;
         return to;

@@ -1,4 +1,4 @@
-// Deflate's Huffman stage, the fastest path, and whole streams of the tool's encoder.
+// Deflate's Huffman stage and the fastest path.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,6 @@
 #include "support/deflate_ranges.h"
 #include "support/deflate_reader.h"
 #include "support/guarded.h"
-#include "tools/vekdc/formats/deflate_stream.h"
 #include "vekdc.h"
 
 #ifdef VEK_HAS_zlib
@@ -20,7 +19,6 @@
 #endif
 
 using namespace vektest;
-using vekdc::DeflateEncoder;
 
 namespace {
 
@@ -318,82 +316,6 @@ TEST(DeflateFastest, StatisticsForetellTheStreamAndTheStreamGivesBackTheSource) 
                 ASSERT_EQ(decompress(makeBlock(codes, room, size % 4, write), size), source.bytes())
                     << shape.name << " " << size;
             }
-        }
-    }
-}
-
-TEST(DeflateStreams, EveryLevelAndChunkingDecodes) {
-    Random random(45);
-    for (int level = 0; level <= 9; ++level) {
-        DeflateEncoder encoder(level);
-        for (const Shape& shape : shapes()) {
-            const Bytes in =
-                shape.make(pick(random, 0, effort(150000)), static_cast<uint32_t>(level));
-            Bytes out;
-            encoder.start({});
-            const size_t most = std::max<size_t>(1, in.size() / pick(random, 1, 30));
-            for (size_t at = 0, n = 0; at < in.size(); at += n) {
-                n = std::min(pick(random, 1, most), in.size() - at);
-                const auto end =
-                    random() % 8 == 0 ? DeflateEncoder::End::Sync : DeflateEncoder::End::More;
-                encoder.encode({in.data() + at, n}, end, out);
-            }
-            encoder.encode({}, DeflateEncoder::End::Final, out);
-            ASSERT_EQ(decompress(out, in.size()), in) << shape.name << " at level " << level;
-            // What cannot be compressed is stored.
-            EXPECT_LE(out.size(), in.size() + in.size() / 500 + 600);
-        }
-    }
-}
-
-TEST(DeflateStreams, APartContinuesBehindItsHistory) {
-    // A part that repeats its history shows whether it was found: its size is a few bytes then.
-    for (const size_t size : {1, 3, 4, 300, 32768, 50000}) {
-        const Bytes history = shapes()[1].make(size, 46);
-        const size_t kept = std::min<size_t>(size, 32768);
-        const Bytes window(history.end() - static_cast<std::ptrdiff_t>(kept), history.end());
-        // In full reach, and from where the first byte is a window's length behind.
-        Bytes in(window.end() - static_cast<std::ptrdiff_t>(std::min<size_t>(kept, 300)),
-                 window.end());
-        in.insert(in.end(), window.begin(), window.end());
-        for (int level = 0; level <= 9; ++level) {
-            DeflateEncoder encoder(level);
-            Bytes out;
-            encoder.encode(in, DeflateEncoder::End::Sync, out);  // a part before, to be forgotten
-            out.clear();
-            encoder.start(history);
-            encoder.encode(in, DeflateEncoder::End::Final, out);
-            ASSERT_EQ(decompress(out, in.size(), window), in) << size << " at level " << level;
-            EXPECT_TRUE(size != 300 || level == DeflateEncoder::fastestLevel || out.size() < 20);
-        }
-    }
-}
-
-TEST(DeflateStreams, NoPeriodHidesTheHistory) {
-    for (const size_t period : {256, 4096, 10000, 16384, 32512}) {
-        const Bytes block = shapes()[1].make(period, 47);
-        Bytes in;
-        while (in.size() < (1U << 20)) in.insert(in.end(), block.begin(), block.end());
-        const auto size = static_cast<std::ptrdiff_t>(in.size());
-        const Bytes before(in.begin(), in.begin() + (size / 2) / 32768 * 32768);
-        for (const int level : {3, 6, 9}) {
-            DeflateEncoder encoder(level);
-            Bytes out;
-            constexpr size_t piece = 128 << 10;
-            for (size_t at = 0; at < in.size(); at += piece)
-                encoder.encode({&in[at], std::min(piece, in.size() - at)},
-                               DeflateEncoder::End::More, out);
-            encoder.encode({}, DeflateEncoder::End::Final, out);
-            ASSERT_EQ(decompress(out, in.size()), in);
-            EXPECT_LE(out.size(), period + in.size() / 100) << period << " at level " << level;
-            // A part of its own behind history, as on threads.
-            const Bytes rest(in.begin() + static_cast<std::ptrdiff_t>(before.size()), in.end());
-            out.clear();
-            encoder.start(before);
-            encoder.encode(rest, DeflateEncoder::End::Final, out);
-            const Bytes window(before.end() - 32768, before.end());
-            ASSERT_EQ(decompress(out, rest.size(), window), rest);
-            EXPECT_LE(out.size(), rest.size() / 100) << period << " at level " << level;
         }
     }
 }

@@ -4,7 +4,6 @@
 
 #include "codec/checksums.h"
 #include "support/tool.h"
-#include "tools/vekdc/formats/inflate_stream.h"
 #include "tools/vekdc/io/pipeline.h"
 
 #ifdef VEK_HAS_zlib
@@ -108,24 +107,6 @@ TEST(Formats, ZlibReadsWhatTheyWrite) {
                     EXPECT_EQ(zlibInflate(zlib, 15, size), plain);
                 }
             }
-        }
-    }
-}
-
-TEST(Formats, AnyPiecesOfInputAndOutput) {
-    const Bytes plain = sample(60000);
-    const Bytes packed = zlibDeflate(plain, {6, -15, 1, Z_DEFAULT_STRATEGY, Z_SYNC_FLUSH}, 7000);
-    for (const size_t inPiece : {1, 2, 15, 17, 4096}) {
-        for (const size_t outPiece : {1, 257, 5000}) {
-            Dripping reader(packed, inPiece);
-            Source source(reader, 64);
-            vekdc::InflateReader inflate(source, outPiece);
-            inflate.start();
-            Bytes out;
-            for (auto bytes = inflate.next(); !bytes.empty(); bytes = inflate.next())
-                out.insert(out.end(), bytes.begin(), bytes.end());
-            EXPECT_EQ(out, plain) << inPiece << " in, " << outPiece << " out";
-            EXPECT_EQ(source.offset(), packed.size());
         }
     }
 }

@@ -1,15 +1,14 @@
-// One thread: the encoder runs through the source, its history in its own window.
-//
-// Many threads: the source is cut into blocks that are coded independently, each one by an encoder
-// primed with the 32 KiB before it, so that hardly any match is lost at the seams. Every block but
-// the last ends with an empty stored block, which fills up the last byte; so the pieces join into
-// one stream. Checksums are taken by the threads and combined in order. A block under way takes
-// about twice its size, an encoder about 1 MiB.
+// The source is cut into blocks that are coded independently, each one by an encoder primed with
+// the 32 KiB before it, so that hardly any match is lost at the seams. Every block but the last
+// ends with an empty stored block, which fills up the last byte; so the pieces join into one
+// stream. Checksums are taken by the threads and combined in order. A block under way takes about
+// twice its size, an encoder about 700 KiB.
 #include "tools/vekdc/formats/deflate_all.h"
 
 #include <algorithm>
+#include <deque>
 
-#include "tools/vekdc/formats/deflate_stream.h"
+#include "tools/vekdc/formats/pump.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc {
@@ -29,14 +28,19 @@ struct Block {
     Bytes own() const { return Bytes(data).subspan(history); }
 };
 
-int levelOf(const Settings& settings) {
-    return settings.fastest ? DeflateEncoder::fastestLevel : settings.level;
+}  // namespace
+
+codec::DeflateOptions deflateOptions(const Settings& settings) {
+    codec::DeflateOptions options;
+    options.level = settings.fastest ? codec::kDeflateFastest : settings.level;
+    return options;
 }
 
-Deflated onThreads(Source& source, Sink& sink, const Settings& settings,
-                   const codec::Checksum& checksum) {
+Deflated deflateOnThreads(Source& source, Sink& sink, const Settings& settings,
+                          const codec::Checksum& checksum) {
     Deflated result{checksum.initial, 0};
-    std::vector<DeflateEncoder> encoders(settings.jobs, DeflateEncoder(levelOf(settings)));
+    std::deque<codec::DeflateEncoder> encoders;
+    while (encoders.size() < settings.jobs) encoders.emplace_back(deflateOptions(settings));
     std::vector<uint8_t> tail;  // The end of what was read, history for the next block.
     bool more = true;
 
@@ -54,13 +58,19 @@ Deflated onThreads(Source& source, Sink& sink, const Settings& settings,
         return true;
     };
     const auto work = [&](Block& block, unsigned thread) {
-        DeflateEncoder& encoder = encoders[thread];
-        block.coded.clear();
-        block.check = checksum.update(checksum.initial, block.own());
-        encoder.start(block.before());
-        encoder.encode(block.own(),
-                       block.last ? DeflateEncoder::End::Final : DeflateEncoder::End::Sync,
-                       block.coded);
+        codec::DeflateEncoder& encoder = encoders[thread];
+        const Bytes own = block.own();
+        block.check = checksum.update(checksum.initial, own);
+        block.coded.resize(static_cast<size_t>(codec::DeflateEncoder::bound(own.size())));
+        codec::Input in{own.data(), own.size()};
+        codec::Output out{block.coded.data(), block.coded.size()};
+        encoder.reset();
+        if (encoder.setHistory(block.before()) == codec::Status::NoMemory ||
+            encoder.run(in, out,
+                        block.last ? codec::Directive::Finish : codec::Directive::SyncFlush) ==
+                codec::Status::NoMemory)
+            throw std::bad_alloc();
+        block.coded.resize(block.coded.size() - out.left);
     };
     const auto consume = [&](Block& block) {
         sink.write(block.coded);
@@ -69,32 +79,6 @@ Deflated onThreads(Source& source, Sink& sink, const Settings& settings,
     };
     orderedPipeline<Block>(settings.jobs, produce, work, consume);
     return result;
-}
-
-Deflated inTurn(Source& source, Sink& sink, const Settings& settings,
-                const codec::Checksum& checksum) {
-    Deflated result{checksum.initial, 0};
-    DeflateEncoder encoder(levelOf(settings));
-    std::vector<uint8_t> coded;
-    for (bool more = true; more;) {
-        const Bytes bytes = source.peek(128 << 10);
-        result.check = checksum.update(result.check, bytes);
-        result.plain += bytes.size();
-        coded.clear();
-        more = !bytes.empty();
-        encoder.encode(bytes, more ? DeflateEncoder::End::More : DeflateEncoder::End::Final, coded);
-        source.skip(bytes.size());
-        sink.write(coded);
-    }
-    return result;
-}
-
-}  // namespace
-
-Deflated deflateAll(Source& source, Sink& sink, const Settings& settings,
-                    const codec::Checksum& checksum) {
-    return settings.jobs > 1 ? onThreads(source, sink, settings, checksum)
-                             : inTurn(source, sink, settings, checksum);
 }
 
 }  // namespace vekdc

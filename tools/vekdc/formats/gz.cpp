@@ -5,131 +5,64 @@
 // else behind it. Header checksum, CRC-32 and length are all verified.
 #include <array>
 
-#include "codec/checksums.h"
+#include "codec/gzip.h"
 #include "tools/vekdc/formats/deflate_all.h"
 #include "tools/vekdc/formats/formats.h"
-#include "tools/vekdc/formats/inflate_stream.h"
+#include "tools/vekdc/formats/pump.h"
 
 namespace vekdc {
 namespace {
 
-constexpr uint8_t kMagic[] = {0x1F, 0x8B};
-constexpr uint8_t kDeflate = 8;
-constexpr uint8_t kUnix = 3;
-
-enum Flag : uint8_t {
-    kText = 1,
-    kHeaderCrc = 2,
-    kExtra = 4,
-    kName = 8,
-    kComment = 16,
-    kReserved = 0xE0
-};
-
 /// Longer names and comments are read to their end but not kept.
 constexpr size_t kMaxText = 4096;
 
-struct Member {
-    uint64_t offset = 0;
-    uint8_t flags = 0;
-    uint32_t modified = 0;
-    uint32_t extraSize = 0;
-    std::string name;
-    std::string comment;
-    uint32_t crc = 0;
-    uint64_t plain = 0;
-    uint64_t packed = 0;  // The whole member, header and trailer included.
-    std::array<uint64_t, 3> blocks{};
-};
+/// A decoder, and what it keeps of a header.
+struct Reader {
+    codec::GzipDecoder decoder;
+    codec::GzipHeader header;
+    std::array<char, kMaxText> name;
+    std::array<char, kMaxText> comment;
+    uint64_t offset = 0;  // Of the member.
 
-bool startsMember(Bytes bytes) {
-    return bytes.size() >= 2 && bytes[0] == kMagic[0] && bytes[1] == kMagic[1];
-}
+    Reader() {
+        keepIn(header.name, name);
+        keepIn(header.comment, comment);
+        decoder.headerTo(&header);
+    }
+    Reader(const Reader&) = delete;
+    Reader& operator=(const Reader&) = delete;
 
-/// Reads header bytes and sums them on the way.
-class HeaderReader {
- public:
-    explicit HeaderReader(Source& source) : source_(source) {}
+    void read(Source& source, Sink& sink) {
+        offset = source.offset();
+        decoder.reset();
+        pumpDecoder(decoder, source, sink, [] { return std::string(); });
+    }
+    uint64_t packed() const { return decoder.totalIn(); }
+    uint64_t plain() const { return decoder.inflate().totalOut(); }
 
-    uint8_t byte() {
-        const uint8_t value = source_.byte();
-        crc_ = codec::kCrc32.update(crc_, Bytes(&value, 1));
-        return value;
+    static std::string text(const codec::GzipField& field) {
+        if (!field.present) return {};
+        return {reinterpret_cast<const char*>(field.data), std::min(field.size, field.room)};
     }
-    uint32_t littleEndian(int count) {
-        uint32_t value = 0;
-        for (int i = 0; i < count; ++i) value |= static_cast<uint32_t>(byte()) << (8 * i);
-        return value;
-    }
-    std::string text() {
-        std::string text;
-        while (const uint8_t c = byte())
-            if (text.size() < kMaxText) text += static_cast<char>(c);
-        return text;
-    }
-    uint32_t crc() const { return crc_; }
 
  private:
-    Source& source_;
-    uint32_t crc_ = codec::kCrc32.initial;
+    static void keepIn(codec::GzipField& field, std::array<char, kMaxText>& room) {
+        field.data = reinterpret_cast<uint8_t*>(room.data());
+        field.room = room.size();
+    }
 };
 
-Member readHeader(Source& source) {
-    Member member;
-    member.offset = source.offset();
-    if (source.atEnd()) source.throwTruncated();
-    if (!startsMember(source.peek(2))) throw FormatError(source.offset(), "not a gz file");
-    HeaderReader header(source);
-    header.littleEndian(2);
-    if (header.byte() != kDeflate)
-        throw FormatError(source.offset() - 1, "unknown compression method");
-    member.flags = header.byte();
-    if ((member.flags & kReserved) != 0)
-        throw FormatError(source.offset() - 1, "reserved flags are set in the header");
-    member.modified = header.littleEndian(4);
-    header.littleEndian(2);  // Extra flags and operating system: of no consequence.
-    if ((member.flags & kExtra) != 0) {
-        member.extraSize = header.littleEndian(2);
-        for (uint32_t i = 0; i < member.extraSize; ++i) header.byte();
-    }
-    if ((member.flags & kName) != 0) member.name = header.text();
-    if ((member.flags & kComment) != 0) member.comment = header.text();
-    if ((member.flags & kHeaderCrc) != 0) {
-        const uint32_t expected = header.crc() & 0xFFFF;
-        if (source.littleEndian(2) != expected)
-            throw FormatError(source.offset() - 2, "the header's checksum does not match");
-    }
-    return member;
-}
-
-Member readMember(Source& source, InflateReader& inflate, Sink& sink) {
-    Member member = readHeader(source);
-    inflate.start();
-    member.crc = codec::kCrc32.initial;
-    for (Bytes bytes = inflate.next(); !bytes.empty(); bytes = inflate.next()) {
-        member.crc = codec::kCrc32.update(member.crc, bytes);
-        member.plain += bytes.size();
-        sink.write(bytes);
-    }
-    if (source.littleEndian(4) != member.crc)
-        throw FormatError(source.offset() - 4, "the CRC-32 does not match");
-    if (source.littleEndian(4) != (member.plain & 0xFFFFFFFF))
-        throw FormatError(source.offset() - 4, "the length does not match");
-    member.packed = source.offset() - member.offset;
-    member.blocks = inflate.blocks();
-    return member;
-}
-
-std::string flagNames(const Member& member) {
+/// The flags that a header has, by name.
+std::string flagNames(const codec::GzipHeader& header) {
     std::string names;
-    const auto add = [&](uint8_t flag, const char* name) {
-        if ((member.flags & flag) != 0) names += (names.empty() ? "" : ",") + std::string(name);
+    const auto add = [&](bool set, const char* name) {
+        if (set) names += (names.empty() ? "" : ",") + std::string(name);
     };
-    add(kText, "text");
-    add(kHeaderCrc, "hcrc");
-    add(kExtra, "extra");
-    add(kName, "name");
-    add(kComment, "comment");
+    add(header.text, "text");
+    add(header.summed, "hcrc");
+    add(header.extra.present, "extra");
+    add(header.name.present, "name");
+    add(header.comment.present, "comment");
     return names.empty() ? "-" : names;
 }
 
@@ -138,32 +71,41 @@ class Gz : public Format {
     const char* name() const override { return "gz"; }
     const char* title() const override { return "gzip file (RFC 1952)"; }
     std::vector<Suffix> suffixes() const override { return {{".gz", ""}, {".tgz", ".tar"}}; }
-    bool recognises(Bytes start) const override { return startsMember(start); }
+    bool recognises(Bytes start) const override {
+        return start.size() >= 2 && codec::startsGzip(start);
+    }
 
     void compress(Source& source, Sink& sink, const Settings& settings) const override {
-        const auto extraFlags = static_cast<uint8_t>(settings.fastest || settings.level == 1 ? 4
-                                                     : settings.level == 9                   ? 2
-                                                                                             : 0);
-        std::vector<uint8_t> header = {kMagic[0], kMagic[1], kDeflate,
-                                       static_cast<uint8_t>(settings.name.empty() ? 0 : kName)};
-        appendLittleEndian(header, settings.modified);
-        header.push_back(extraFlags);
-        header.push_back(kUnix);
-        if (!settings.name.empty()) {
-            header.insert(header.end(), settings.name.begin(), settings.name.end());
-            header.push_back(0);
+        const codec::DeflateOptions options = deflateOptions(settings);
+        std::string name = settings.name;
+        codec::GzipHeader header;
+        header.modified = settings.modified;
+        header.hints = codec::gzipHints(options.level);
+        header.system = codec::kGzipUnix;
+        header.name.present = !name.empty();
+        header.name.data = reinterpret_cast<uint8_t*>(name.data());
+        header.name.size = name.size();
+        if (settings.jobs == 1) {
+            codec::GzipEncoder encoder(options);
+            encoder.setHeader(header);
+            pumpEncoder(encoder, source, sink);
+            return;
         }
-        sink.write(header);
-        const Deflated deflated = deflateAll(source, sink, settings, codec::kCrc32);
-        std::vector<uint8_t> trailer;
-        appendLittleEndian(trailer, deflated.check);
-        appendLittleEndian(trailer, static_cast<uint32_t>(deflated.plain));
+        std::vector<uint8_t> bytes(codec::GzipHeaderWriter::kFixedRoom + name.size());
+        codec::Output out{bytes.data(), bytes.size()};
+        codec::GzipHeaderWriter writer;
+        writer.start(header);
+        writer.run(out);
+        sink.write({bytes.data(), bytes.size() - out.left});
+        const Deflated deflated = deflateOnThreads(source, sink, settings, codec::kCrc32);
+        std::array<uint8_t, codec::kGzipTrailer> trailer;
+        codec::putGzipTrailer(trailer.data(), deflated.check, deflated.plain);
         sink.write(trailer);
     }
 
     void decompress(Source& source, Sink& sink, const Settings& settings) const override {
-        InflateReader inflate(source);
-        readParts(*this, source, settings, [&] { readMember(source, inflate, sink); });
+        Reader reader;
+        readParts(*this, source, settings, [&] { reader.read(source, sink); });
     }
 
     void describe(Source& source, const Settings& settings, const Print& print) const override {
@@ -171,39 +113,40 @@ class Gz : public Format {
             "  offset  compressed  uncompressed   ratio    crc-32  modified (UTC)       "
             "blocks: stored/fixed/dynamic  flags  name");
         NullSink nowhere;
-        Member total;
         uint64_t members = 0;
-        InflateReader inflate(source);
+        uint64_t packed = 0;
+        uint64_t plain = 0;
+        Reader reader;
         readParts(*this, source, settings, [&] {
-            const Member member = readMember(source, inflate, nowhere);
-            print(row(member));
-            if (!member.comment.empty()) print("          comment: " + printable(member.comment));
-            if (member.extraSize != 0)
-                print("          extra field of " + std::to_string(member.extraSize) + " bytes");
+            reader.read(source, nowhere);
+            print(row(reader));
+            const std::string comment = Reader::text(reader.header.comment);
+            if (!comment.empty()) print("          comment: " + printable(comment));
+            const codec::GzipField& extra = reader.header.extra;
+            if (extra.present && extra.size != 0)
+                print("          extra field of " + std::to_string(extra.size) + " bytes");
             ++members;
-            total.packed += member.packed;
-            total.plain += member.plain;
+            packed += reader.packed();
+            plain += reader.plain();
         });
-        if (members > 1) print(totalText(members, "members", total.packed, total.plain));
+        if (members > 1) print(totalText(members, "members", packed, plain));
     }
 
  private:
-    static void appendLittleEndian(std::vector<uint8_t>& to, uint32_t value) {
-        for (int i = 0; i < 4; ++i) to.push_back(static_cast<uint8_t>(value >> (8 * i)));
-    }
-
-    static std::string row(const Member& member) {
+    static std::string row(const Reader& reader) {
+        const auto& blocks = reader.decoder.inflate().blocks();
         std::array<char, 200> text{};
         std::snprintf(
             text.data(), text.size(), "%8llu %11llu %13llu %7s  %s  %-19s  %llu/%llu/%llu  %s  ",
-            static_cast<unsigned long long>(member.offset),
-            static_cast<unsigned long long>(member.packed),
-            static_cast<unsigned long long>(member.plain),
-            ratio(member.plain, member.packed).c_str(), hex32(member.crc).c_str(),
-            timeText(member.modified).c_str(), static_cast<unsigned long long>(member.blocks[0]),
-            static_cast<unsigned long long>(member.blocks[1]),
-            static_cast<unsigned long long>(member.blocks[2]), flagNames(member).c_str());
-        return text.data() + (member.name.empty() ? "-" : printable(member.name));
+            static_cast<unsigned long long>(reader.offset),
+            static_cast<unsigned long long>(reader.packed()),
+            static_cast<unsigned long long>(reader.plain()),
+            ratio(reader.plain(), reader.packed()).c_str(), hex32(reader.decoder.crc()).c_str(),
+            timeText(reader.header.modified).c_str(), static_cast<unsigned long long>(blocks[0]),
+            static_cast<unsigned long long>(blocks[1]), static_cast<unsigned long long>(blocks[2]),
+            flagNames(reader.header).c_str());
+        const std::string name = Reader::text(reader.header.name);
+        return text.data() + (name.empty() ? "-" : printable(name));
     }
 };
 

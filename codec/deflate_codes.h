@@ -1,0 +1,88 @@
+// The codes of a deflate block (RFC 1951): the fixed ones, and those made for a block's own
+// symbols.
+//
+// A block's code is made for the symbols that occur in it and for no others, and its header stops
+// behind the last of them: in a block of a few hundred bytes the header is a good part of all, and
+// codes given to symbols that never come lengthen those of the ones that do. Sizes in bits are
+// exact before anything is written, so that the cheapest form of a block can be chosen.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "vekdc.h"
+
+namespace vekdc::codec {
+
+constexpr uint32_t kLitSymbols = 286;
+constexpr uint32_t kDistSymbols = 30;
+constexpr uint32_t kEndOfBlock = 256;
+constexpr uint32_t kMinMatch = 3;
+constexpr uint32_t kMaxMatch = 258;
+
+/// The two alphabets' codes, or while a block is gathered how often each symbol occurs.
+struct DeflateTables {
+    VekHuffEntry lit[kLitSymbols];
+    VekHuffEntry dist[kDistSymbols];
+};
+
+extern const DeflateTables kFixedCodes;
+
+/// Counts a symbol once more.
+void countSymbol(VekHuffEntry& entry);
+/// The symbol of a match's length.
+uint32_t lengthSymbol(uint32_t length);
+
+/// Bits that a block's pairs and its end take with the given codes.
+uint64_t codedBits(const DeflateTables& counts, const DeflateTables& codes);
+
+/// The code of one block, and what its header says of it. The counts must hold an end of block.
+class DynamicCode {
+ public:
+    explicit DynamicCode(const DeflateTables& counts);
+
+    /// Symbols that do not occur have entries without a meaning.
+    const DeflateTables& codes() const { return codes_; }
+    /// Of the header, from BFINAL to the last code length.
+    uint64_t headerBits() const { return headerBits_; }
+
+    /// Calls put(bits, count), count at most 16, for each part of the header.
+    template <class Put>
+    void putHeader(bool last, Put&& put) const {
+        put((last ? 1U : 0U) | 2U << 1, 3);
+        put(litCount_ - 257, 5);
+        put(distCount_ - 1, 5);
+        put(lengthCodeCount_ - 4, 4);
+        for (uint32_t i = 0; i < lengthCodeCount_; ++i) put(lengthCodes_[kOrder[i]].length, 3);
+        for (uint32_t i = 0; i < runCount_; ++i) {
+            const Run run = runs_[i];
+            put(lengthCodes_[run.symbol].code, lengthCodes_[run.symbol].length);
+            if (run.symbol >= 16) put(run.extra, kRunBits[run.symbol - 16]);
+        }
+    }
+
+ private:
+    static constexpr uint32_t kLengthSymbols = 19;
+    static constexpr std::array<uint8_t, kLengthSymbols> kOrder = {
+        16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
+    static constexpr std::array<uint8_t, 3> kRunBits = {2, 3, 7};
+
+    /// A code length, or (16: of the length before, 17 and 18: of zeros) a run of them.
+    struct Run {
+        uint8_t symbol;
+        uint8_t extra;
+    };
+
+    void addRuns(const uint8_t* lengths, uint32_t count);
+
+    DeflateTables codes_{};
+    std::array<VekHuffEntry, kLengthSymbols> lengthCodes_{};
+    std::array<Run, kLitSymbols + kDistSymbols> runs_;
+    uint32_t runCount_ = 0;
+    uint32_t litCount_ = 0;
+    uint32_t distCount_ = 0;
+    uint32_t lengthCodeCount_ = 0;
+    uint64_t headerBits_ = 0;
+};
+
+}  // namespace vekdc::codec

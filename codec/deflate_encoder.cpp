@@ -1,0 +1,569 @@
+// An encoder of raw deflate streams, composed of the library's stages.
+//
+// A block is what the matcher makes of up to 256 KiB of input, or of as much as gives 65535 pairs.
+// Large blocks share one code and one header among many pairs; what a smaller block would gain by a
+// code of its own is less, in most data, than its header costs and its construction takes. When a
+// block is full, its size is known exactly for each of the format's three ways (dynamic code, fixed
+// code, stored) from the frequencies and the code lengths alone, without coding it; the cheapest is
+// written. So data that does not compress grows by a few bytes a block. (65535 pairs are at least
+// as many bytes, and a stored block holds no more than that.)
+//
+// The matcher is given long stretches, since each of its calls begins with the history apart from
+// the source and ends all matches: straight from the caller's memory where that holds enough, or
+// must be coded now; from a buffer where input comes in small pieces. A block's bytes are kept as
+// long as they may be stored. Nothing coded is kept but the pairs: they are coded when there is
+// room, as many as fit, in stretches of a small buffer at the least.
+//
+// A short stream that comes whole gets a window and tables of its own size, so that it costs no
+// more to begin than to code. The matcher runs through a window of 32 KiB otherwise; history (of
+// the stream's part before this one, or of another thread's block) is entered there without being
+// coded. Matching takes three quarters of the time at level 1 and nearly all of it from level 5 on,
+// codes and headers less than a twentieth. The head table is as large as the matcher allows: fewer
+// positions of other bytes under the same hash save more time than the larger table's cache misses
+// take. Levels are tuned for speed against the usual encoders' same levels, at sizes within a
+// hundredth of theirs.
+//
+// The fastest level takes a single pass with a code made beforehand, in pieces that know nothing of
+// each other. Nothing here splits blocks by content or looks for the best parse.
+#include "codec/deflate_encoder.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace vekdc::codec {
+namespace {
+
+/// The matchers' parameters at levels 1 to 9. Levels up to 4 take the greedy matcher, the others
+/// the lazy one.
+constexpr int kFirstLazyLevel = 5;
+constexpr int kMaxLevel = 9;
+constexpr int32_t kLevelParameters[kMaxLevel][4] = {
+    {1, 8, 8, 8},    {4, 16, 16, 9},    {16, 32, 32, 258},   {48, 32, 32, 16},   {12, 6, 16, 8},
+    {16, 6, 32, 12}, {120, 7, 256, 16}, {192, 32, 258, 128}, {256, 32, 258, 258}};
+constexpr int32_t kLiteralsOnly[4] = {0, 4, 4, 4};
+
+constexpr uint32_t kBlockPairs = 65535;
+constexpr size_t kBlockBytes = 256 << 10;
+constexpr size_t kMaxStored = 65535;
+/// Input of at least this size is taken where it stands.
+constexpr size_t kDirect = 64 << 10;
+constexpr size_t kLeastRaw = 4 << 10;
+
+constexpr uint32_t kLeastTable = 256;
+constexpr uint32_t kMaxHashSize = 65536;
+constexpr uint32_t kFastestHashSize = 32768;  // smaller: it is cleared for each piece
+constexpr int32_t kNoPosition = -32768;
+
+/// Pairs that are coded at once at the least; more where their code goes straight to the caller.
+constexpr uint32_t kStagedPairs = 256;
+constexpr uint32_t kPairBytes = 6;
+
+}  // namespace
+
+DeflateEncoder::DeflateEncoder(const DeflateOptions& options, const Allocator& allocator)
+    : raw_(allocator),
+      window_(allocator),
+      head_(allocator),
+      prev_(allocator),
+      lits_(allocator),
+      dists_(allocator),
+      coded_(allocator) {
+    state_.options = options;
+}
+
+Status DeflateEncoder::reset() {
+    return reset(state_.options);
+}
+
+Status DeflateEncoder::reset(const DeflateOptions& options) {
+    state_ = State();
+    state_.options = options;
+    return Status::Going;
+}
+
+void DeflateEncoder::tune(int level, DeflateStrategy strategy) {
+    state_.options.level = level;
+    state_.options.strategy = strategy;
+}
+
+Status DeflateEncoder::setHistory(Bytes history) {
+    state_.matching = false;
+    if (method() != Method::Match) return Status::Going;
+    if (!prepareMatcher(0)) return Status::NoMemory;
+    if (history.size() > state_.windowSize) history = history.last(state_.windowSize);
+    if (history.empty()) return Status::Going;
+    std::memcpy(window_.data(), history.data(), history.size());
+    state_.position = static_cast<int32_t>(history.size());
+    // Where the matcher looks whether its source was placed in the window: it was not.
+    window_[history.size() % state_.windowSize] = static_cast<uint8_t>(~history.front());
+    veksDeflateUpdateHash_8u(history.data(), 0, state_.position, head_.data(), state_.hashSize,
+                             prev_.data(), state_.windowSize, 1);
+    return Status::Going;
+}
+
+bool DeflateEncoder::prime(uint32_t value, uint32_t count) {
+    if (state_.rest != Rest::Nothing || state_.staged.size() + 3 > kStagedBytes) return false;
+    putBits(value & ((1U << count) - 1), count);
+    state_.done = Directive::Go;
+    return true;
+}
+
+namespace {
+
+/// What `from` holds, as far as it is used.
+template <class T>
+bool copyMemory(Memory<T>& to, const Memory<T>& from, size_t used) {
+    if (!to.reserve(used)) return false;
+    if (used != 0) std::memcpy(to.data(), from.data(), used * sizeof(T));
+    return true;
+}
+
+}  // namespace
+
+Status DeflateEncoder::copyFrom(const DeflateEncoder& other) {
+    const State& from = other.state_;
+    const size_t window = from.matching ? from.windowSize : 0;
+    if (!copyMemory(raw_, other.raw_, from.end) || !copyMemory(window_, other.window_, window) ||
+        !copyMemory(head_, other.head_, from.matching ? from.hashSize : 0) ||
+        !copyMemory(prev_, other.prev_, window) || !copyMemory(lits_, other.lits_, from.pairs) ||
+        !copyMemory(dists_, other.dists_, from.pairs) ||
+        !copyMemory(coded_, other.coded_, from.rest == Rest::Coded ? from.stop : 0)) {
+        reset();
+        return Status::NoMemory;
+    }
+    state_ = from;
+    return Status::Going;
+}
+
+Status DeflateEncoder::run(Input& in, Output& out, Directive directive) {
+    const size_t inBefore = in.left;
+    const size_t outBefore = out.left;
+    const Status status = work(in, out, directive);
+    state_.totalIn += inBefore - in.left;
+    state_.totalOut += outBefore - out.left;
+    return status;
+}
+
+Status DeflateEncoder::work(Input& in, Output& out, Directive directive) {
+    State& s = state_;
+    for (;;) {
+        if (!drain(out)) return Status::Going;
+        if (s.ended) return Status::Ended;
+        if (in.left != 0) s.done = Directive::Go;
+        const bool direct =
+            s.matched == s.end && (directive != Directive::Go ? in.left != 0 : in.left >= kDirect);
+        // Once the buffer was full, all of it is coded before more comes in.
+        if (s.matched == s.end) compact();
+        const bool leftOver = s.begin != 0;
+        if (!direct && !leftOver) {
+            if (!gather(in)) return Status::NoMemory;
+            if (directive == Directive::Go && s.end - s.begin < kBlockBytes) return Status::Going;
+        }
+        const Bytes ahead =
+            direct ? Bytes(in.next, in.left) : Bytes(raw_.data() + s.matched, s.end - s.matched);
+        if (!ahead.empty()) {
+            const Status status = codeStretch(ahead, direct, in, out, directive);
+            if (status != Status::Going) return status;
+        } else if (s.matched != s.begin) {
+            s.last = directive == Directive::Finish;
+            beginBlock(raw_.data() + s.begin, s.matched - s.begin, out);
+        } else if (directive > s.done) {
+            endFlush(directive);
+        } else {
+            return Status::Going;
+        }
+    }
+}
+
+DeflateEncoder::Method DeflateEncoder::method() const {
+    const DeflateOptions& options = state_.options;
+    if (options.level == kDeflateStored) return Method::Stored;
+    if (options.strategy == DeflateStrategy::RunLength) return Method::RunLength;
+    if (options.level == kDeflateFastest && options.strategy == DeflateStrategy::Usual)
+        return Method::Fastest;
+    return Method::Match;
+}
+
+// --- input --------------------------------------------------------------------------------------
+
+/// Moves the block under way to the front of its buffer.
+void DeflateEncoder::compact() {
+    State& s = state_;
+    if (s.begin == 0) return;
+    std::memmove(raw_.data(), raw_.data() + s.begin, s.end - s.begin);
+    s.matched -= s.begin;
+    s.end -= s.begin;
+    s.begin = 0;
+}
+
+/// Takes as much of the input as a block's buffer holds.
+bool DeflateEncoder::gather(Input& in) {
+    State& s = state_;
+    if (in.left == 0) return true;
+    const size_t count = std::min(in.left, kBlockBytes - s.end);
+    if (!reserveRaw(s.end + count)) return false;
+    Output room{raw_.data() + s.end, count};
+    s.end += copyAcross(in, room);
+    return true;
+}
+
+bool DeflateEncoder::reserveRaw(size_t count) {
+    if (count <= raw_.room()) return true;
+    return raw_.reserve(std::max(kLeastRaw, std::min(kBlockBytes, std::bit_ceil(count))),
+                        state_.end);
+}
+
+/// Codes what lies ahead, or the first part of it, and begins to write the block if it is full or
+/// to end here.
+Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& out,
+                                   Directive directive) {
+    State& s = state_;
+    const size_t held = s.matched - s.begin;
+    const Method now = method();
+    if (now != s.method) {
+        // What is matched belongs to a block of its own.
+        if (held != 0) {
+            s.last = false;
+            beginBlock(raw_.data() + s.begin, held, out);
+            return Status::Going;
+        }
+        s.method = now;
+        s.matching = s.matching && now == Method::Match;
+    }
+
+    const bool whole = directive != Directive::Go && (direct || in.left == 0);
+    const Bytes piece = ahead.first(std::min(ahead.size(), kBlockBytes - held));
+    const bool ending = whole && piece.size() == ahead.size();
+    // A block that begins and ends in the caller's memory needs no copy, unless it may have to be
+    // stored and there is no room for it. This comes first: behind it nothing fails.
+    const bool inPlace =
+        direct && held == 0 && directive != Directive::Go && out.left >= bound(piece.size());
+    if (direct && !inPlace && !reserveRaw(held + piece.size())) return Status::NoMemory;
+    const bool allThere = ending && directive == Directive::Finish;
+    if (now == Method::Match && !prepareMatcher(allThere ? piece.size() : 0))
+        return Status::NoMemory;
+    const bool paired = now == Method::Match || now == Method::RunLength;
+    if (paired && !reservePairs(piece.size())) return Status::NoMemory;
+    if (now == Method::Fastest && !reserveFastest(piece.size(), out)) return Status::NoMemory;
+
+    const size_t consumed = now == Method::Match       ? match(piece, ending)
+                            : now == Method::RunLength ? matchRuns(piece)
+                                                       : piece.size();
+    const size_t size = held + consumed;
+    const bool atEnd = whole && consumed == ahead.size();
+    const bool full = !paired || s.pairs == kBlockPairs || size == kBlockBytes;
+    if (direct) {
+        if (!inPlace) {
+            std::memcpy(raw_.data() + s.end, in.next, consumed);
+            s.end += consumed;
+        }
+        in.next += consumed;
+        in.left -= consumed;
+    }
+    if (!inPlace) s.matched += consumed;
+    if (!full && !atEnd) return Status::Going;
+    s.last = atEnd && directive == Directive::Finish;
+    const uint8_t* const bytes = inPlace ? piece.data() : raw_.data() + s.begin;
+    if (now == Method::Fastest && codeFastest(Bytes(bytes, size), out)) return Status::Going;
+    beginBlock(bytes, size, out);
+    return Status::Going;
+}
+
+// --- pairs --------------------------------------------------------------------------------------
+
+/// Empty tables, unless they are those of the stream so far. `whole` is the size of a stream that
+/// is all there, 0 of any other.
+bool DeflateEncoder::prepareMatcher(size_t whole) {
+    State& s = state_;
+    if (s.matching) return true;
+    const uint32_t most = 1U << std::clamp(s.options.windowBits, 8U, 15U);
+    s.windowSize = most;
+    s.hashSize = std::min(kMaxHashSize, 8 * most);
+    if (whole != 0 && whole < most) {
+        s.windowSize = std::max(kLeastTable, std::bit_ceil(static_cast<uint32_t>(whole)));
+        s.hashSize = std::min(s.hashSize, 2 * s.windowSize);
+    }
+    if (!window_.reserve(s.windowSize) || !prev_.reserve(s.windowSize) ||
+        !head_.reserve(s.hashSize))
+        return false;
+    std::fill_n(head_.data(), s.hashSize, kNoPosition);
+    s.position = 0;
+    s.matching = true;
+    return true;
+}
+
+/// Room for the pairs of `count` more bytes, as many as a block takes.
+bool DeflateEncoder::reservePairs(size_t count) {
+    const size_t wanted = std::min<size_t>(kBlockPairs, state_.pairs + count);
+    return lits_.reserve(wanted, state_.pairs) && dists_.reserve(wanted, state_.pairs);
+}
+
+/// Finds pairs from the start of the piece on, until it or the room is used up; returns how far.
+size_t DeflateEncoder::match(Bytes piece, bool last) {
+    State& s = state_;
+    const int level = std::clamp(s.options.level, 1, kMaxLevel);
+    const int32_t* const parameters = s.options.strategy == DeflateStrategy::HuffmanOnly
+                                          ? kLiteralsOnly
+                                          : kLevelParameters[level - 1];
+    const auto matcher = level >= kFirstLazyLevel ? veksDeflateLZ77Slow_8u : veksDeflateLZ77Fast_8u;
+    const uint8_t* src = piece.data();
+    auto left = static_cast<int32_t>(piece.size());
+    const auto room =
+        static_cast<uint32_t>(std::min<size_t>(kBlockPairs, s.pairs + piece.size()) - s.pairs);
+    uint32_t roomLeft = room;
+    matcher(&src, &left, &s.position, window_.data(), s.windowSize, head_.data(), prev_.data(),
+            s.hashSize, s.counts.lit, s.counts.dist, lits_.data() + s.pairs,
+            dists_.data() + s.pairs, &roomLeft, parameters, last ? 2 : 0);
+    s.pairs += room - roomLeft;
+    return piece.size() - static_cast<size_t>(left);
+}
+
+/// Likewise, with no pairs but literals and repetitions of the byte before.
+size_t DeflateEncoder::matchRuns(Bytes piece) {
+    State& s = state_;
+    size_t at = 0;
+    for (; at < piece.size() && s.pairs < kBlockPairs; ++s.pairs) {
+        size_t run = 0;
+        if (at != 0) {
+            const size_t most = std::min<size_t>(piece.size() - at, kMaxMatch);
+            while (run < most && piece[at + run] == piece[at - 1]) ++run;
+        }
+        if (run >= kMinMatch) {
+            lits_[s.pairs] = static_cast<uint8_t>(run - kMinMatch);
+            dists_[s.pairs] = 1;
+            countSymbol(s.counts.lit[lengthSymbol(static_cast<uint32_t>(run))]);
+            countSymbol(s.counts.dist[0]);
+            at += run;
+        } else {
+            lits_[s.pairs] = piece[at];
+            dists_[s.pairs] = 0;
+            countSymbol(s.counts.lit[piece[at++]]);
+        }
+    }
+    return at;
+}
+
+/// What the code of `size` bytes may take at the fastest level, and the table that finds it.
+uint32_t DeflateEncoder::fastestRoom(size_t size) {
+    return vekDeflateFastestBound(static_cast<int32_t>(size)) + VEK_DEFLATE_HEADER_BOUND + 8;
+}
+uint32_t DeflateEncoder::fastestHashSize(size_t size) {
+    return std::clamp(std::bit_ceil(static_cast<uint32_t>(size)), kLeastTable, kFastestHashSize);
+}
+bool DeflateEncoder::reserveFastest(size_t size, const Output& out) {
+    return head_.reserve(fastestHashSize(size)) &&
+           (out.left >= fastestRoom(size) || coded_.reserve(fastestRoom(size)));
+}
+
+/// Codes a block in one pass; false when that does not make it smaller.
+bool DeflateEncoder::codeFastest(Bytes piece, Output& out) {
+    State& s = state_;
+    DeflateTables& codes = s.codes;
+    uint8_t header[VEK_DEFLATE_HEADER_BOUND];
+    uint32_t headerBytes = 0;
+    uint32_t headerBits = 0;
+    veksDeflateLZ77FastestPrecompHeader_8u(codes.lit, codes.dist, header, &headerBytes,
+                                           &headerBits);
+    if (!s.last) header[0] &= 0xFE;
+    const auto length = static_cast<int32_t>(piece.size());
+    uint32_t room = vekDeflateFastestBound(length);
+    const bool straight = out.left >= fastestRoom(piece.size());
+    uint8_t* const to = straight ? out.next : coded_.data();
+
+    uint32_t index = 0;
+    uint32_t bits = s.bits;
+    uint32_t bitCount = s.bitCount;
+    const auto put = [&](uint32_t value, uint32_t count) {
+        bits |= value << bitCount;
+        bitCount += count;
+        for (; bitCount >= 8; bitCount -= 8, bits >>= 8) to[index++] = static_cast<uint8_t>(bits);
+    };
+    for (uint32_t at = 0; at < headerBits; at += 8)
+        put(header[at / 8], std::min<uint32_t>(8, headerBits - at));
+    veksDeflateLZ77Fastest_8u(piece.data(), length, reinterpret_cast<uint32_t*>(head_.data()),
+                              fastestHashSize(piece.size()), &bits, &bitCount, codes.lit,
+                              codes.dist, to, &room, &index);
+    put(codes.lit[kEndOfBlock].code, codes.lit[kEndOfBlock].length);
+    if (8 * uint64_t{index} + bitCount - s.bitCount > storedBits(piece.size())) return false;
+    s.bits = bits;
+    s.bitCount = bitCount;
+    if (straight) {
+        out.next += index;
+        out.left -= index;
+        endBlock();
+    } else {
+        s.rest = Rest::Coded;
+        s.at = 0;
+        s.stop = index;
+    }
+    return true;
+}
+
+// --- blocks -------------------------------------------------------------------------------------
+
+/// Begins to write the block under way in the cheapest of the three ways.
+void DeflateEncoder::beginBlock(const uint8_t* bytes, size_t size, Output& out) {
+    State& s = state_;
+    if (s.pairs == 0) return beginStored(bytes, size, out);
+    countSymbol(s.counts.lit[kEndOfBlock]);
+    const uint64_t stored = storedBits(size);
+    const uint64_t fixed = 3 + codedBits(s.counts, kFixedCodes);
+    const DynamicCode own(s.counts);
+    const uint64_t dynamic = s.options.strategy == DeflateStrategy::FixedCodes
+                                 ? UINT64_MAX
+                                 : own.headerBits() + codedBits(s.counts, own.codes());
+    if (stored < dynamic && stored < fixed) return beginStored(bytes, size, out);
+    if (fixed <= dynamic) {
+        putBits((s.last ? 1U : 0U) | 1U << 1, 3);
+        s.codes = kFixedCodes;
+    } else {
+        own.putHeader(s.last, [&](uint32_t bits, uint32_t count) { putBits(bits, count); });
+        s.codes = own.codes();
+    }
+    s.rest = Rest::Pairs;
+    s.at = 0;
+    s.stop = s.pairs;
+}
+
+/// From the caller's memory a block is stored only where there is room for all of it.
+void DeflateEncoder::beginStored(const uint8_t* bytes, size_t size, Output& out) {
+    State& s = state_;
+    s.rest = Rest::Stored;
+    s.storedLeft = 0;
+    const bool inRaw = s.matched != s.begin;
+    s.at = inRaw ? s.begin : 0;
+    s.stop = s.at + size;
+    if (inRaw) return;
+    while (s.rest == Rest::Stored && s.staged.drain(out)) writeStored(bytes, out);
+}
+
+/// Bits that storing the block under way takes, padding included.
+uint64_t DeflateEncoder::storedBits(size_t size) const {
+    const size_t blocks = std::max<size_t>(1, (size + kMaxStored - 1) / kMaxStored);
+    const uint32_t padding = (8 - (state_.bitCount + 3) % 8) % 8;
+    return 8 * uint64_t{size} + blocks * 40 - 5 + padding;
+}
+
+/// The block is written: its bytes are not needed any more.
+void DeflateEncoder::endBlock() {
+    State& s = state_;
+    s.rest = Rest::Nothing;
+    s.pairs = 0;
+    s.counts = DeflateTables{};
+    s.begin = s.matched;
+    if (s.begin == s.end) s.begin = s.matched = s.end = 0;
+}
+
+/// All input is coded in blocks that are written; what the directive wants behind them.
+void DeflateEncoder::endFlush(Directive directive) {
+    State& s = state_;
+    s.done = directive;
+    switch (directive) {
+        case Directive::Go:
+        case Directive::Block:
+            return;
+        case Directive::FullFlush:
+            s.matching = false;
+            [[fallthrough]];
+        case Directive::SyncFlush:
+            putBits(0, 3);
+            alignToByte();
+            putLittleEndian(s.staged.add(4), 0xFFFF0000U, 4);
+            return;
+        case Directive::Finish:
+            if (!s.last) {
+                // An empty block of the fixed code.
+                putBits(1U | 1U << 1, 3);
+                putBits(kFixedCodes.lit[kEndOfBlock].code, kFixedCodes.lit[kEndOfBlock].length);
+            }
+            alignToByte();
+            s.ended = true;
+            return;
+    }
+}
+
+// --- output -------------------------------------------------------------------------------------
+
+/// Writes what is coded; true when nothing is left.
+bool DeflateEncoder::drain(Output& out) {
+    State& s = state_;
+    while (s.staged.drain(out)) {
+        switch (s.rest) {
+            case Rest::Nothing:
+                return true;
+            case Rest::Pairs:
+                writePairs(out);
+                break;
+            case Rest::Stored:
+                writeStored(raw_.data(), out);
+                break;
+            case Rest::Coded: {
+                Input coded{coded_.data() + s.at, s.stop - s.at};
+                s.at += copyAcross(coded, out);
+                if (s.at != s.stop) return false;
+                endBlock();
+                break;
+            }
+        }
+        if (out.left == 0 && s.rest == Rest::Stored && s.storedLeft != 0) return false;
+    }
+    return false;
+}
+
+/// Codes as many pairs as surely fit, or a few for the staging buffer.
+void DeflateEncoder::writePairs(Output& out) {
+    State& s = state_;
+    const size_t left = s.stop - s.at;
+    const size_t fitting = out.left / kPairBytes;
+    const bool straight = fitting > std::min<size_t>(left, kStagedPairs);
+    const auto count = static_cast<uint32_t>(
+        std::min<size_t>(left, straight ? fitting - 1 : size_t{kStagedPairs}));
+    uint8_t few[vekDeflateHuffBound(kStagedPairs)];
+    uint32_t index = 0;
+    veksDeflateHuff_8u(lits_.data() + s.at, dists_.data() + s.at, count, &s.bits, &s.bitCount,
+                       s.codes.lit, s.codes.dist, straight ? out.next : few, &index);
+    if (straight) {
+        out.next += index;
+        out.left -= index;
+    } else {
+        s.staged.add(few, index);
+    }
+    s.at += count;
+    if (s.at != s.stop) return;
+    putBits(s.codes.lit[kEndOfBlock].code, s.codes.lit[kEndOfBlock].length);
+    endBlock();
+}
+
+/// Copies stored bytes, or makes the next block's header of them.
+void DeflateEncoder::writeStored(const uint8_t* bytes, Output& out) {
+    State& s = state_;
+    if (s.storedLeft != 0) {
+        Input stored{bytes + s.at, s.storedLeft};
+        const size_t count = copyAcross(stored, out);
+        s.at += count;
+        s.storedLeft -= count;
+        if (s.at == s.stop) endBlock();
+        return;
+    }
+    s.storedLeft = std::min(s.stop - s.at, kMaxStored);
+    putBits(s.last && s.storedLeft == s.stop - s.at ? 1 : 0, 3);
+    alignToByte();
+    const auto size = static_cast<uint32_t>(s.storedLeft);
+    putLittleEndian(s.staged.add(4), size | (size ^ 0xFFFF) << 16, 4);
+}
+
+/// Puts `count` bits, at most 24, first bit lowest.
+void DeflateEncoder::putBits(uint32_t bits, uint32_t count) {
+    State& s = state_;
+    s.bits |= bits << s.bitCount;
+    s.bitCount += count;
+    for (; s.bitCount >= 8; s.bitCount -= 8, s.bits >>= 8)
+        *s.staged.add(1) = static_cast<uint8_t>(s.bits);
+}
+
+void DeflateEncoder::alignToByte() {
+    if (state_.bitCount != 0) putBits(0, 8 - state_.bitCount);
+}
+
+}  // namespace vekdc::codec

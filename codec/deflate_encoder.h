@@ -1,0 +1,152 @@
+// Encodes raw deflate streams (RFC 1951).
+#pragma once
+
+#include <cstdint>
+
+#include "codec/codec.h"
+#include "codec/deflate_codes.h"
+#include "codec/fields.h"
+#include "codec/memory.h"
+
+namespace vekdc::codec {
+
+/// Which pairs a stream is made of, and which blocks.
+enum class DeflateStrategy {
+    Usual,
+    HuffmanOnly,  ///< Literals alone.
+    RunLength,    ///< Literals, and repetitions of the byte before.
+    FixedCodes,   ///< No block has a code of its own.
+};
+
+struct DeflateOptions {
+    int level = 6;  ///< 1 (fast) to 9 (small), or one of the two below.
+    DeflateStrategy strategy = DeflateStrategy::Usual;
+    unsigned windowBits = 15;  ///< Distances stay below 1 << windowBits: 8 to 15.
+};
+constexpr int kDeflateStored = 0;
+constexpr int kDeflateFastest = -1;  ///< A single pass, with a code made beforehand.
+
+/// One stream, or a part of one, in pieces of any size. Memory is taken when it is needed: a few
+/// times the size of a short stream that comes whole, about 900 KiB at most, and half of that more
+/// at the fastest level.
+class DeflateEncoder {
+ public:
+    explicit DeflateEncoder(const DeflateOptions& options = {}, const Allocator& allocator = {});
+
+    /// Room that suffices for a stream of `size` bytes coded by one call of run() to Finish or to a
+    /// flush.
+    static constexpr uint64_t bound(uint64_t size) { return size + 10 * (size / 65535 + 1) + 32; }
+
+    /// A flush ends with an empty stored block; said again without input in between, it writes
+    /// nothing more. Block ends at any bit, of which pendingBits() are kept back.
+    Status run(Input& in, Output& out, Directive directive);
+    Fault fault() const { return {}; }
+    Status reset();
+    /// Likewise, with other options.
+    Status reset(const DeflateOptions& options);
+
+    /// What follows may refer to these bytes, and to none before them. Between blocks only: at the
+    /// start, or when all input is coded and its block has ended.
+    Status setHistory(Bytes history);
+
+    /// Another level and strategy, for what is not coded yet. Say Block first to have all input so
+    /// far coded as before.
+    void tune(int level, DeflateStrategy strategy);
+
+    /// Puts `count` bits, at most 16, into the stream, between blocks; false where there is no
+    /// room. An empty block of the fixed code, ten bits of the value 2, ends a flush that is to
+    /// stay within a byte.
+    bool prime(uint32_t value, uint32_t count);
+
+    /// Goes on with the other's stream as it would. NoMemory leaves this as after reset().
+    Status copyFrom(const DeflateEncoder& other);
+
+    uint64_t totalIn() const { return state_.totalIn; }
+    uint64_t totalOut() const { return state_.totalOut; }
+    /// Coded, but not given out yet for want of room: whole bytes, those of blocks under way apart.
+    size_t pendingBytes() const { return state_.staged.size(); }
+    /// Coded bits of the stream's last, incomplete byte.
+    unsigned pendingBits() const { return state_.bitCount; }
+
+ private:
+    static constexpr size_t kStagedBytes = 2048;
+
+    /// How stretches of input become blocks.
+    enum class Method : uint8_t { Match, RunLength, Fastest, Stored };
+    /// What of a block is still to be written.
+    enum class Rest : uint8_t { Nothing, Pairs, Stored, Coded };
+
+    struct State {
+        DeflateOptions options;
+        uint64_t totalIn = 0;
+        uint64_t totalOut = 0;
+
+        // The stream's last byte, and what found no room yet.
+        uint32_t bits = 0;
+        uint32_t bitCount = 0;
+        FieldsOut<kStagedBytes> staged;
+
+        // The matcher's.
+        bool matching = false;  ///< The tables are those of the stream so far.
+        int32_t position = 0;
+        uint32_t windowSize = 0;
+        uint32_t hashSize = 0;
+
+        // In raw_: the block under way, and from `matched` on what is not looked at yet.
+        size_t begin = 0;
+        size_t matched = 0;
+        size_t end = 0;
+
+        // The block under way, and then what of it is written.
+        Method method = Method::Match;
+        uint32_t pairs = 0;
+        DeflateTables counts{};
+        DeflateTables codes{};
+        Rest rest = Rest::Nothing;
+        size_t at = 0;  ///< The next pair, stored byte or coded byte.
+        size_t stop = 0;
+        size_t storedLeft = 0;  ///< Of a stored block.
+        bool last = false;
+        bool ended = false;
+        Directive done = Directive::Go;  ///< The latest flush, nothing having come since.
+    };
+
+    Status work(Input& in, Output& out, Directive directive);
+    Method method() const;
+    void compact();
+    bool gather(Input& in);
+    bool reserveRaw(size_t count);
+
+    Status codeStretch(Bytes ahead, bool direct, Input& in, Output& out, Directive directive);
+    bool prepareMatcher(size_t whole);
+    bool reservePairs(size_t count);
+    size_t match(Bytes piece, bool last);
+    size_t matchRuns(Bytes piece);
+    static uint32_t fastestRoom(size_t size);
+    static uint32_t fastestHashSize(size_t size);
+    bool reserveFastest(size_t size, const Output& out);
+    bool codeFastest(Bytes piece, Output& out);
+
+    void beginBlock(const uint8_t* bytes, size_t size, Output& out);
+    void beginStored(const uint8_t* bytes, size_t size, Output& out);
+    uint64_t storedBits(size_t size) const;
+    void endBlock();
+    void endFlush(Directive directive);
+
+    bool drain(Output& out);
+    void writePairs(Output& out);
+    void writeStored(const uint8_t* bytes, Output& out);
+    void putBits(uint32_t bits, uint32_t count);
+    void alignToByte();
+
+    State state_;
+    Memory<uint8_t> raw_;
+    Memory<uint8_t> window_;
+    Memory<int32_t> head_;
+    Memory<int32_t> prev_;
+    Memory<uint8_t> lits_;
+    Memory<uint16_t> dists_;
+    Memory<uint8_t> coded_;  ///< What the fastest level coded where there was no room.
+};
+
+}  // namespace vekdc::codec

@@ -1,0 +1,469 @@
+// Codecs of the deflate formats: raw streams, gzip members, zlib streams.
+#include <zlib.h>
+
+#include <functional>
+#include <memory>
+
+#include "codec/gzip.h"
+#include "codec/zlib.h"
+#include "support/codecs.h"
+
+namespace {
+
+using namespace vekdc::codec;
+using namespace vektest;
+using vektest::Bytes;
+using View = vekdc::codec::Bytes;
+
+constexpr int kGzipMode = 16;
+
+/// What zlib makes of a stream, which must end with its last byte.
+Bytes zlibInflate(const Bytes& packed, int windowBits, size_t size, const Bytes& dictionary = {}) {
+    z_stream stream{};
+    EXPECT_EQ(inflateInit2(&stream, windowBits), Z_OK);
+    Bytes out(size + 1);
+    stream.next_in = const_cast<Bytef*>(packed.data());
+    stream.avail_in = static_cast<uInt>(packed.size());
+    stream.next_out = out.data();
+    stream.avail_out = static_cast<uInt>(out.size());
+    const auto give = [&] {
+        inflateSetDictionary(&stream, dictionary.data(), static_cast<uInt>(dictionary.size()));
+    };
+    if (windowBits < 0 && !dictionary.empty()) give();
+    int status = inflate(&stream, Z_FINISH);
+    if (status == Z_NEED_DICT) {
+        give();
+        status = inflate(&stream, Z_FINISH);
+    }
+    EXPECT_EQ(status, Z_STREAM_END) << (stream.msg != nullptr ? stream.msg : "");
+    EXPECT_EQ(stream.avail_in, 0U);
+    out.resize(stream.total_out);
+    inflateEnd(&stream);
+    return out;
+}
+
+Bytes zlibDeflate(const Bytes& plain, int windowBits, int strategy, int flush) {
+    z_stream stream{};
+    EXPECT_EQ(deflateInit2(&stream, 6, Z_DEFLATED, windowBits, 1, strategy), Z_OK);
+    Bytes out(plain.size() + plain.size() / 8 + 1000);
+    stream.next_in = const_cast<Bytef*>(plain.data());
+    stream.next_out = out.data();
+    stream.avail_out = static_cast<uInt>(out.size());
+    while (stream.total_in + 7000 < plain.size()) {
+        stream.avail_in = 7000;
+        deflate(&stream, flush);
+    }
+    stream.avail_in = static_cast<uInt>(plain.size() - stream.total_in);
+    EXPECT_EQ(deflate(&stream, Z_FINISH), Z_STREAM_END);
+    out.resize(stream.total_out);
+    deflateEnd(&stream);
+    return out;
+}
+
+template <class Encoder>
+Bytes encode(Encoder& encoder, const Bytes& plain, Directive directive = Directive::Finish) {
+    Bytes out(static_cast<size_t>(DeflateEncoder::bound(plain.size())) + 100);
+    Input in{plain.data(), plain.size()};
+    Output room{out.data(), out.size()};
+    EXPECT_EQ(encoder.run(in, room, directive),
+              directive == Directive::Finish ? Status::Ended : Status::Going);
+    EXPECT_EQ(in.left, 0U);
+    out.resize(out.size() - room.left);
+    return out;
+}
+
+const std::vector<DeflateOptions>& ways() {
+    static const std::vector<DeflateOptions> all = [] {
+        std::vector<DeflateOptions> made;
+        for (int level = kDeflateFastest; level <= 9; ++level) made.push_back({level});
+        for (const auto strategy : {DeflateStrategy::HuffmanOnly, DeflateStrategy::RunLength,
+                                    DeflateStrategy::FixedCodes})
+            made.push_back({6, strategy});
+        for (unsigned bits = 8; bits < 15; ++bits)
+            made.push_back({bits % 2 != 0 ? 9 : 1, {}, bits});
+        return made;
+    }();
+    return all;
+}
+
+// Whole, in small pieces, with flushes and changes of level: zlib reads it with a window no larger
+// than stated, and what does not compress hardly grows.
+TEST(DeflateEncoder, ZlibReadsEveryWay) {
+    Random random(45);
+    for (const DeflateOptions& options : ways()) {
+        DeflateEncoder encoder(options);
+        // zlib itself has no window of 256 bytes.
+        const int window = -static_cast<int>(std::max(options.windowBits, 9U));
+        for (const Shape& shape : shapes()) {
+            const Bytes in = shape.make(pick(random, 0, effort(120000)), 3);
+            SCOPED_TRACE(std::string(shape.name) + ", level " + std::to_string(options.level) +
+                         ", window " + std::to_string(window));
+            encoder.reset();
+            const Bytes whole = encode(encoder, in);
+            ASSERT_EQ(zlibInflate(whole, window, in.size()), in);
+            EXPECT_LE(whole.size(), in.size() + 10 * (in.size() / 65535 + 1));
+            EXPECT_EQ(encoder.totalIn(), in.size());
+            EXPECT_EQ(encoder.totalOut(), whole.size());
+            const size_t most = pick(random, 1, 1 + in.size() / 5);
+            encoder.reset();
+            const CodecResult result =
+                runInPieces(in, most, pick(random, 1, 3000), [&](auto& from, auto& to, bool last) {
+                    const auto directive = static_cast<Directive>(random() % 4);
+                    if (!last && random() % 8 == 0)
+                        encoder.tune(static_cast<int>(random() % 11) - 1, DeflateStrategy::Usual);
+                    return encoder.run(from, to, last ? Directive::Finish : directive);
+                });
+            encoder.tune(options.level, options.strategy);
+            ASSERT_EQ(result.status, Status::Ended);
+            ASSERT_EQ(zlibInflate(result.bytes, window, in.size()), in);
+        }
+    }
+}
+
+TEST(DeflateEncoder, ByteByByteIsWhole) {
+    for (const int level : {kDeflateFastest, kDeflateStored, 6}) {
+        DeflateEncoder encoder({level});
+        const Bytes in = shapes()[4].make(70001, 1);
+        const Bytes whole = encode(encoder, in);
+        encoder.reset();
+        const CodecResult result = encodeInPieces(encoder, in, 1, 1);
+        EXPECT_EQ(result.status, Status::Ended);
+        EXPECT_EQ(zlibInflate(result.bytes, -15, in.size()), in);
+        EXPECT_LE(result.bytes.size(), whole.size() + whole.size() / 50);
+        Input nothing{nullptr, 0};
+        Output none{nullptr, 0};
+        EXPECT_EQ(encoder.run(nothing, none, Directive::Go), Status::Ended);
+    }
+}
+
+// Small inputs show how codes and headers are cut to what occurs.
+TEST(DeflateEncoder, SmallInputsAreSmall) {
+    size_t sums[2] = {};
+    for (const Shape& shape : shapes()) {
+        for (const size_t size : {0, 1, 40, 300, 1000, 5000}) {
+            const Bytes in = shape.make(size, 9);
+            DeflateEncoder encoder({9});
+            sums[0] += encode(encoder, in).size();
+            sums[1] += zlibDeflate(in, -15, Z_DEFAULT_STRATEGY, Z_NO_FLUSH).size();
+        }
+    }
+    EXPECT_LE(sums[0], sums[1]);
+}
+
+TEST(DeflateEncoder, FlushesEndAsTheyPromise) {
+    const Bytes text = shapes()[4].make(5000, 2);
+    const Bytes marker = {0, 0, 0xFF, 0xFF};
+    const auto inflatesTo = [&](const Bytes& part, size_t size, const Bytes& history) {
+        InflateDecoder decoder;
+        EXPECT_EQ(decoder.setHistory(history), Status::Going);
+        const CodecResult result = decodeInPieces(decoder, part);
+        EXPECT_EQ(result.unread, 0U);
+        return result.status == Status::Going && result.bytes.size() == size;
+    };
+    for (const int level : {kDeflateFastest, kDeflateStored, 1, 9}) {
+        DeflateEncoder encoder({level});
+        // An empty stream has its marker too, but only one.
+        EXPECT_EQ(encode(encoder, {}, Directive::SyncFlush), Bytes(1, 0) + marker);
+        EXPECT_EQ(encode(encoder, {}, Directive::SyncFlush), Bytes());
+        const Bytes first = encode(encoder, text, Directive::SyncFlush);
+        EXPECT_TRUE(inflatesTo(first, text.size(), {}));
+        EXPECT_TRUE(std::equal(marker.begin(), marker.end(), first.end() - 4));
+        const Bytes second = encode(encoder, text, Directive::FullFlush);
+        EXPECT_TRUE(inflatesTo(second, text.size(), text));
+        EXPECT_TRUE(level < 1 || second.size() < first.size() / 3) << second.size();
+        // Nothing behind a full flush refers to what came before.
+        const Bytes third = encode(encoder, text, Directive::Block);
+        EXPECT_EQ(third.size(), (encoder.totalOut() - first.size() - second.size() - 5));
+        EXPECT_TRUE(inflatesTo(third + Bytes(1, 0xFF), text.size(), {}) || level < 1);
+        EXPECT_LT(encoder.pendingBits(), 8U);
+        EXPECT_EQ(encode(encoder, {}, Directive::Block), Bytes());
+        EXPECT_TRUE(encoder.prime(2, 10));
+        const Bytes rest = encode(encoder, {});
+        EXPECT_EQ(zlibInflate(Bytes(1, 0) + marker + first + second + third + rest, -15, 15000),
+                  text + text + text);
+    }
+}
+
+TEST(DeflateEncoder, RefersToItsHistory) {
+    // A part that repeats its history shows whether it was found: its size is a few bytes then.
+    for (const size_t size : {1, 3, 4, 300, 32768, 50000}) {
+        const Bytes history = shapes()[1].make(size, 46);
+        const size_t kept = std::min<size_t>(size, 32768);
+        const Bytes window(history.end() - static_cast<ptrdiff_t>(kept), history.end());
+        // In full reach, and from where the first byte is a window's length behind.
+        const Bytes in = Bytes(window.end() - static_cast<ptrdiff_t>(std::min<size_t>(kept, 300)),
+                               window.end()) +
+                         window;
+        for (int level = kDeflateFastest; level <= 9; ++level) {
+            DeflateEncoder encoder({level});
+            encode(encoder, in, Directive::SyncFlush);  // a part before, to be forgotten
+            EXPECT_EQ(encoder.setHistory(history), Status::Going);
+            const Bytes out = encode(encoder, in);
+            ASSERT_EQ(zlibInflate(out, -15, in.size(), window), in) << size << " level " << level;
+            EXPECT_TRUE(size != 300 || level < 1 || out.size() < 20) << out.size();
+        }
+    }
+}
+
+TEST(DeflateEncoder, NoPeriodHidesTheHistory) {
+    for (const size_t period : {256, 4096, 10000, 16384, 32512}) {
+        const Bytes block = shapes()[1].make(period, 47);
+        Bytes in;
+        while (in.size() < (1U << 20)) in.insert(in.end(), block.begin(), block.end());
+        for (const int level : {3, 6, 9}) {
+            DeflateEncoder encoder({level});
+            const Bytes out = encodeInPieces(encoder, in, 128 << 10).bytes;
+            ASSERT_EQ(zlibInflate(out, -15, in.size()), in);
+            EXPECT_LE(out.size(), period + in.size() / 100) << period << " at level " << level;
+            // Behind history, as parts on threads are.
+            const Bytes before(in.begin() + 32768, in.begin() + 65536);
+            const Bytes rest(in.begin() + 65536, in.end());
+            encoder.reset();
+            EXPECT_EQ(encoder.setHistory(before), Status::Going);
+            const Bytes part = encode(encoder, rest);
+            ASSERT_EQ(zlibInflate(part, -15, rest.size(), before), rest);
+            EXPECT_LE(part.size(), rest.size() / 100) << period << " at level " << level;
+        }
+    }
+}
+
+// --- decoding -----------------------------------------------------------------------------------
+
+struct Packed {
+    Bytes plain;
+    Bytes bytes;
+};
+
+std::vector<Packed> streams(int windowBits) {
+    std::vector<Packed> made;
+    Bytes plain;
+    for (const Shape& shape : shapes()) plain = plain + shape.make(6000, 1);
+    for (const auto& [strategy, flush] : {std::pair{Z_DEFAULT_STRATEGY, Z_NO_FLUSH},
+                                          {Z_DEFAULT_STRATEGY, Z_SYNC_FLUSH},
+                                          {Z_FIXED, Z_PARTIAL_FLUSH},
+                                          {Z_HUFFMAN_ONLY, Z_NO_FLUSH}})
+        made.push_back({plain, zlibDeflate(plain, windowBits, strategy, flush)});
+    return made;
+}
+
+template <class Decoder>
+void decodesInAnyPieces(int windowBits) {
+    const Bytes behind = {1, 2, 3};
+    for (const Packed& stream : streams(windowBits)) {
+        Decoder decoder;
+        for (const size_t inPiece : {1, 2, 17, 4096, 1 << 20}) {
+            for (const size_t outPiece : {1, 257, 5000, 140000, 1 << 20}) {
+                if (inPiece < 4096 && (outPiece == 1 || outPiece > 5000)) continue;
+                decoder.reset();
+                const CodecResult result =
+                    decodeInPieces(decoder, stream.bytes + behind, inPiece, outPiece);
+                ASSERT_EQ(result.status, Status::Ended) << inPiece << " in, " << outPiece << " out";
+                ASSERT_EQ(result.unread, behind.size()) << inPiece << " in, " << outPiece << " out";
+                ASSERT_EQ(result.bytes, stream.plain);
+                ASSERT_EQ(decoder.totalIn(), stream.bytes.size());
+            }
+        }
+    }
+}
+
+TEST(InflateDecoder, AnyPieces) {
+    decodesInAnyPieces<InflateDecoder>(-15);
+    decodesInAnyPieces<GzipDecoder>(15 + kGzipMode);
+    decodesInAnyPieces<ZlibDecoder>(15);
+}
+
+/// Cut anywhere a stream goes on; with any bit flipped it ends, breaks, or goes on, in pieces as
+/// whole.
+template <class Decoder>
+void survivesDamage(Bytes packed) {
+    for (size_t size = 0; size < packed.size(); ++size) {
+        Decoder decoder;
+        const Bytes cut(packed.begin(), packed.begin() + static_cast<ptrdiff_t>(size));
+        ASSERT_EQ(decodeInPieces(decoder, cut).status, Status::Going) << size;
+    }
+    for (size_t bit = 0; bit < packed.size() * 8; bit += effort(100) == 100 ? 1 : 50) {
+        packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        Decoder whole;
+        Decoder pieces;
+        const CodecResult a = decodeInPieces(whole, packed, packed.size(), 4096);
+        const CodecResult b = decodeInPieces(pieces, packed, 7, 300);
+        ASSERT_EQ(a.status, b.status) << bit;
+        ASSERT_EQ(a.bytes, b.bytes) << bit;
+        ASSERT_EQ(a.status == Status::Broken, whole.fault().reason != nullptr);
+        ASSERT_EQ(whole.fault().offset, pieces.fault().offset);
+        packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+    }
+}
+
+TEST(InflateDecoder, DamageAndTruncation) {
+    const Bytes plain = shapes()[4].make(600, 3) + shapes()[1].make(100, 3);
+    for (const int strategy : {Z_DEFAULT_STRATEGY, Z_FIXED})
+        survivesDamage<InflateDecoder>(zlibDeflate(plain, -15, strategy, Z_NO_FLUSH));
+    survivesDamage<GzipDecoder>(zlibDeflate(plain, 15 + kGzipMode, 0, Z_NO_FLUSH));
+    survivesDamage<ZlibDecoder>(zlibDeflate(plain, 15, 0, Z_NO_FLUSH));
+}
+
+TEST(InflateDecoder, PausesBetweenBlocksAndTellsTheBit) {
+    const Bytes text = shapes()[4].make(30000, 5);
+    const Bytes packed = zlibDeflate(text, -15, Z_DEFAULT_STRATEGY, Z_PARTIAL_FLUSH);
+    InflateDecoder decoder;
+    decoder.pauseAt(InflatePause::Codes);
+    Input in{packed.data(), packed.size()};
+    Bytes out(text.size());
+    Output room{out.data(), out.size()};
+    uint64_t pauses = 0;
+    while (decoder.run(in, room) == Status::Going) {
+        ASSERT_TRUE(decoder.paused());
+        ++pauses;
+        // From any block's end another decoder goes on, given the bits of the byte it began in.
+        InflateDecoder other;
+        EXPECT_EQ(other.setHistory(View(out).first(out.size() - room.left)), Status::Going);
+        const uint8_t held = packed.size() == in.left ? 0 : *(in.next - 1);
+        EXPECT_TRUE(other.prime(held >> (8 - decoder.unusedBits()), decoder.unusedBits()));
+        if (pauses % 2 != 0 || decoder.inLastBlock()) continue;
+        const Bytes rest(in.next, in.next + in.left);
+        const CodecResult result = decodeInPieces(other, rest);
+        EXPECT_EQ(result.status, Status::Ended);
+        EXPECT_EQ(result.bytes.size(), room.left);
+    }
+    EXPECT_EQ(room.left, 0U);
+    EXPECT_EQ(out, text);
+    const auto& blocks = decoder.blocks();
+    EXPECT_EQ(pauses, 2 * (blocks[0] + blocks[1] + blocks[2]));
+}
+
+// --- formats ------------------------------------------------------------------------------------
+
+GzipField fieldOf(Bytes& bytes, bool present) {
+    return {present, bytes.data(), present ? bytes.size() : 0, bytes.size()};
+}
+
+TEST(Gzip, EveryHeaderFieldThereAndBack) {
+    Bytes texts[] = {Bytes(70, 'x'), {'n', 'a', 'm', 'e'}, Bytes(300, 'c')};
+    const Bytes plain = shapes()[4].make(1000, 1);
+    for (unsigned flags = 0; flags < 32; ++flags) {
+        const GzipHeader header = {(flags & 1) != 0,
+                                   (flags & 2) != 0,
+                                   0x12345678,
+                                   2,
+                                   7,
+                                   fieldOf(texts[0], (flags & 4) != 0),
+                                   fieldOf(texts[1], (flags & 8) != 0),
+                                   fieldOf(texts[2], (flags & 16) != 0)};
+        GzipEncoder encoder;
+        encoder.setHeader(header);
+        const CodecResult packed = encodeInPieces(encoder, plain, 100, 1 + flags);
+        ASSERT_EQ(zlibInflate(packed.bytes, 15 + kGzipMode, plain.size()), plain);
+        for (const size_t piece : {1, 50, 5000}) {
+            Bytes kept[3] = {Bytes(70), Bytes(9), Bytes(50)};  // One just fits, one does not.
+            GzipHeader read;
+            read.extra = {false, kept[0].data(), 0, kept[0].size()};
+            read.name = {false, kept[1].data(), 0, kept[1].size()};
+            read.comment = {false, kept[2].data(), 0, kept[2].size()};
+            GzipDecoder decoder;
+            decoder.headerTo(&read);
+            ASSERT_EQ(decodeInPieces(decoder, packed.bytes, piece).bytes, plain);
+            EXPECT_EQ(decoder.flags(), flags);
+            EXPECT_EQ(std::tuple(read.text, read.summed, read.modified, read.hints, read.system),
+                      std::tuple(header.text, header.summed, header.modified, 2, 7));
+            const GzipField* const fields[] = {&read.extra, &read.name, &read.comment};
+            for (size_t i = 0; i < 3; ++i) {
+                EXPECT_EQ(fields[i]->present, (flags & 4U << i) != 0);
+                ASSERT_EQ(fields[i]->size, fields[i]->present ? texts[i].size() : 0);
+                const size_t there = std::min(fields[i]->size, kept[i].size());
+                EXPECT_TRUE(std::equal(kept[i].begin(),
+                                       kept[i].begin() + static_cast<ptrdiff_t>(there),
+                                       texts[i].begin()));
+            }
+        }
+    }
+}
+
+TEST(Zlib, DictionariesAndWindows) {
+    const Bytes dictionary = shapes()[4].make(3000, 1);
+    const Bytes plain(dictionary.begin() + 500, dictionary.end());
+    for (unsigned bits = 9; bits <= 15; ++bits) {
+        ZlibEncoder encoder({6, {}, bits});
+        EXPECT_EQ(encoder.setDictionary(dictionary), Status::Going);
+        const Bytes packed = encode(encoder, plain);
+        EXPECT_EQ(zlibInflate(packed, static_cast<int>(bits), plain.size(), dictionary), plain);
+        EXPECT_TRUE(bits < 12 || packed.size() < 50);
+        ZlibDecoder decoder;
+        Input in{packed.data(), packed.size()};
+        Bytes out(plain.size());
+        Output room{out.data(), out.size()};
+        EXPECT_EQ(decoder.run(in, room), Status::NeedsDictionary);
+        EXPECT_EQ(decoder.setDictionary(plain), Status::NeedsDictionary);
+        EXPECT_EQ(decoder.setDictionary(dictionary), Status::Going);
+        EXPECT_EQ(decoder.run(in, room), Status::Ended);
+        EXPECT_EQ(out, plain);
+        EXPECT_EQ(decoder.windowBits(), bits);
+    }
+}
+
+// A copy made anywhere, the memory of which fails at first, ends as the original does.
+template <class Codec>
+void copiesGoOn(const Bytes& input, const std::function<std::unique_ptr<Codec>()>& make,
+                const std::function<Status(Codec&, Input&, Output&, bool)>& run) {
+    Bytes whole(2 * input.size() + 300000);
+    for (const size_t cut : {size_t{0}, size_t{5}, input.size() / 3, input.size() - 1}) {
+        const auto codec = make();
+        Input in{input.data(), cut};
+        Output out{whole.data(), whole.size() / 7};
+        run(*codec, in, out, false);
+        const size_t before = whole.size() / 7 - out.left;
+        in.left += input.size() - cut;
+        const auto copy = make();
+        EXPECT_EQ(copy->copyFrom(*codec), Status::Going);
+        Bytes ends[2];
+        Codec* const both[] = {codec.get(), copy.get()};
+        for (int i = 0; i < 2; ++i) {
+            Bytes room(whole.size());
+            Input from = in;
+            Output to{room.data(), room.size()};
+            EXPECT_EQ(run(*both[i], from, to, true), Status::Ended) << before;
+            room.resize(room.size() - to.left);
+            ends[i] = room;
+        }
+        EXPECT_EQ(ends[0], ends[1]) << cut;
+    }
+}
+
+TEST(Copies, GoOnAsTheOriginal) {
+    const Bytes plain = shapes()[4].make(400000, 6);
+    for (const DeflateOptions& options : ways())
+        copiesGoOn<GzipEncoder>(
+            plain, [&] { return std::make_unique<GzipEncoder>(options); },
+            [](GzipEncoder& encoder, Input& in, Output& out, bool last) {
+                return encoder.run(in, out, last ? Directive::Finish : Directive::Go);
+            });
+    const Bytes packed = zlibDeflate(plain, 15, 0, Z_NO_FLUSH);
+    copiesGoOn<ZlibDecoder>(
+        packed, [] { return std::make_unique<ZlibDecoder>(); },
+        [](ZlibDecoder& decoder, Input& in, Output& out, bool) { return decoder.run(in, out); });
+}
+
+// Every allocation may fail: the call says so, and where it may go on it does.
+TEST(Memory, FailuresAreSurvived) {
+    const Bytes plain = shapes()[4].make(100000, 6);
+    for (const int level : {kDeflateFastest, kDeflateStored, 6}) {
+        for (size_t limit = 0;; ++limit) {
+            CountingMemory memory(limit);
+            DeflateEncoder encoder({level}, memory.allocator());
+            if (encodeInPieces(encoder, plain, 30000, 1000).status == Status::Ended) break;
+            EXPECT_TRUE(memory.exhausted());
+        }
+    }
+    const Bytes packed = zlibDeflate(plain, -15, 0, Z_NO_FLUSH);
+    for (const size_t limit : {0U, 1U}) {
+        CountingMemory memory(limit);
+        InflateDecoder decoder(memory.allocator());
+        EXPECT_EQ(decodeInPieces(decoder, packed, 100, 100).status,
+                  limit == 0 ? Status::NoMemory : Status::Ended);
+        // Decoded by one call a stream takes none.
+        decoder.reset();
+        EXPECT_EQ(decodeInPieces(decoder, packed, packed.size(), plain.size()).bytes, plain);
+    }
+}
+
+}  // namespace
