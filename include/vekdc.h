@@ -41,8 +41,9 @@
  * --- Deflate (RFC 1951): one block with a Huffman code of its own, from n source bytes ---
  *
  *     source[n]
- *       |  veksDeflateLZ77_8u()      match: window[winSize], head[hashSize], chain[winSize], the
- *       |                            last two of int32_t, all entries -32768 before the stream
+ *       |  veksDeflateLZ77_8u()      match: window[winSize] of uint8_t; head[hashSize] and
+ *       |                            chain[winSize] of int32_t, all entries -32768 before the
+ *       |                            stream; 32768 is a good value for both sizes
  *       v
  *     pairs: lits[n] of uint8_t, dists[n] of uint16_t       (never more pairs than source bytes)
  *     counts: lit[286], dist[30] of VekHuffEntry, all 0 before the block
@@ -71,11 +72,13 @@
  *
  * --- Inflate: the way back, block by block ---
  *
- *     bits of the stream, lowest bit of each byte first, in a bit buffer `code`, `codeLenBits`
- *       |  1 bit: last block; 2 bits: type, 0 stored, 1 fixed code, 2 dynamic code     (the caller)
- *       |  stored: the caller skips to a whole byte, reads two lengths, copies the bytes
+ *     bits of the stream, lowest bit of each byte first, in a bit buffer: codeLenBits bits of
+ *       |                            code, the next one lowest
+ *       |  the caller takes 1 bit: last block; 2 bits: type, 0 stored, 1 fixed code, 2 dynamic
+ *       |  stored: the caller skips to a whole byte, takes 16 bits of length and 16 of its
+ *       |           complement, and copies the bytes; those in the bit buffer come first
  *       |  fixed: the caller sets VekInflateState.tableKind = 0
- *       |  dynamic: the caller reads the code lengths (RFC 1951, 3.2.7) into uint16_t[288 + 30],
+ *       |  dynamic: the caller reads the code lengths (RFC 1951, 3.2.7) into uint16_t[288 + 32],
  *       |           and veksInflateBuildHuffTable() makes the tables
  *       |  veksInflate_8u()          until `*pMode` is 0; history is what was written before, in
  *       v                            the output buffer or in a circular window of 32768 bytes
