@@ -304,12 +304,12 @@ const VekLibraryVersion* vekdcGetLibVersion(void);
  * The running value is the finished CRC of all data so far: start with 0, and pass the value back
  * with each further piece. Pieces may be cut anywhere.
  *
- * @param[in]     pSrc the data, `len` bytes.
+ * @param[in]     pSrc the data, len bytes.
  * @param[in]     len  number of bytes, at least 1.
  * @param[in,out] pCRC the running value; a refused call leaves it as it was.
  * @retval vekStatusOk          The data are added.
  * @retval vekStatusNullPointer A pointer is null.
- * @retval vekStatusBadSize     `len` is below 1.
+ * @retval vekStatusBadSize     len is below 1.
  */
 VekStatus veksCRC32_8u(const uint8_t* pSrc, int32_t len, uint32_t* pCRC);
 
@@ -320,12 +320,12 @@ VekStatus veksCRC32_8u(const uint8_t* pSrc, int32_t len, uint32_t* pCRC);
  * The running value is the finished CRC of all data so far: start with 0, and pass the value back
  * with each further piece. Pieces may be cut anywhere.
  *
- * @param[in]     pSrc the data, `len` bytes.
+ * @param[in]     pSrc the data, len bytes.
  * @param[in]     len  number of bytes, at least 1.
  * @param[in,out] pCRC the running value; a refused call leaves it as it was.
  * @retval vekStatusOk          The data are added.
  * @retval vekStatusNullPointer A pointer is null.
- * @retval vekStatusBadSize     `len` is below 1.
+ * @retval vekStatusBadSize     len is below 1.
  */
 VekStatus veksCRC32_BZ2_8u(const uint8_t* pSrc, int32_t len, uint32_t* pCRC);
 
@@ -337,12 +337,12 @@ VekStatus veksCRC32_BZ2_8u(const uint8_t* pSrc, int32_t len, uint32_t* pCRC);
  * For the standard CRC-32C start with 0xFFFFFFFF, pass the value back with each further piece, and
  * complement the last one.
  *
- * @param[in]     pSrc the data, `len` bytes.
+ * @param[in]     pSrc the data, len bytes.
  * @param[in]     len  number of bytes, 1 to 2^32 - 1.
  * @param[in,out] pCRC the running value; a refused call leaves it as it was.
  * @retval vekStatusOk          The data are added.
  * @retval vekStatusNullPointer A pointer is null.
- * @retval vekStatusBadSize     `len` is 0.
+ * @retval vekStatusBadSize     len is 0.
  */
 VekStatus veksCRC32C_8u(const uint8_t* pSrc, uint32_t len, uint32_t* pCRC);
 
@@ -352,13 +352,13 @@ VekStatus veksCRC32C_8u(const uint8_t* pSrc, uint32_t len, uint32_t* pCRC);
  *
  * Start with 1, and pass the value back with each further piece.
  *
- * @param[in]     pSrc the data, `len` bytes. When it is null the value becomes 1, the sum of
- *                     nothing, whatever `len` is.
+ * @param[in]     pSrc the data, len bytes. When it is null the value becomes 1, the sum of
+ *                     nothing, whatever len is.
  * @param[in]     len  number of bytes. With 0 or less nothing is added, but both halves of the
  *                     value are still reduced modulo 65521.
  * @param[in,out] pSum the running value.
  * @retval vekStatusOk          The data are added.
- * @retval vekStatusNullPointer `pSum` is null.
+ * @retval vekStatusNullPointer pSum is null.
  */
 VekStatus veksAdler32_8u(const uint8_t* pSrc, int32_t len, uint32_t* pSum);
 
@@ -1660,7 +1660,7 @@ VekStatus veksEncodeLZ4HCHashTableGetSize_8u(int32_t* pHashTableSize, int32_t* p
  *
  * @param[in,out] ppHashTables two pointers: the hash table, the chain table; each aligned to 4.
  * @retval vekStatusOk          Done.
- * @retval vekStatusNullPointer A pointer is null.
+ * @retval vekStatusNullPointer A pointer, or a table's, is null.
  */
 VekStatus veksEncodeLZ4HCHashTableInit_8u(uint8_t** ppHashTables);
 
@@ -1696,7 +1696,8 @@ VekStatus veksEncodeLZ4HCHashTableInit_8u(uint8_t** ppHashTables);
  * @retval vekStatusDestinationTooSmall A sequence did not fit. With this and the former the output
  *                                      is a whole block of the consumed bytes, for which the last
  *                                      sequences may have been taken back.
- * @retval vekStatusNullPointer         A pointer other than the dictionary's is null.
+ * @retval vekStatusNullPointer         A pointer other than the dictionary's, or a table's, is
+ *                                      null.
  * @retval vekStatusBadSize             A length is out of range.
  * @retval vekStatusBadArgument         srcIdx is negative.
  */
@@ -1722,7 +1723,8 @@ VekStatus veksEncodeLZ4HC_8u(const uint8_t* pSrc, int32_t srcIdx, int32_t* pSrcL
  * @retval vekStatusOk                  Done.
  * @retval vekStatusDestinationFull     Only the last literals did not fit.
  * @retval vekStatusDestinationTooSmall A sequence did not fit.
- * @retval vekStatusNullPointer         A pointer other than the dictionary's is null.
+ * @retval vekStatusNullPointer         A pointer other than the dictionary's, or a table's, is
+ *                                      null.
  * @retval vekStatusBadSize             A length is out of range.
  * @retval vekStatusBadArgument         srcIdx is negative.
  */
@@ -1962,7 +1964,8 @@ VekStatus veksEncodeLZSSInit_8u(void* pState);
  * @param[in,out] pState  a prepared record.
  * @retval vekStatusOk              All input was taken.
  * @retval vekStatusDestinationFull The room was or became full, also by the very last token.
- * @retval vekStatusNullPointer     A pointer is null.
+ * @retval vekStatusNullPointer     A pointer is null; with room and input also `*ppSrc` or
+ *                                  `*ppDst`.
  */
 VekStatus veksEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
                             int32_t* pDstLen, void* pState);
@@ -1976,7 +1979,7 @@ VekStatus veksEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** p
  * @param[in,out] pState  the record.
  * @retval vekStatusOk              The stream is complete.
  * @retval vekStatusDestinationFull The room became full, also by the last byte: call again.
- * @retval vekStatusNullPointer     A pointer is null.
+ * @retval vekStatusNullPointer     A pointer, or `*ppDst`, is null.
  * @retval vekStatusBadSize         There is no room.
  */
 VekStatus veksEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, void* pState);
@@ -2002,7 +2005,7 @@ VekStatus veksDecodeLZSSInit_8u(void* pState);
  * @param[in,out] pState  a prepared record.
  * @retval vekStatusOk              The input is used up.
  * @retval vekStatusDestinationFull The room is full.
- * @retval vekStatusNullPointer     A pointer is null.
+ * @retval vekStatusNullPointer     A pointer, or `*ppDst`, is null; with input also `*ppSrc`.
  * @retval vekStatusBadSize         There is no room.
  */
 VekStatus veksDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
