@@ -136,7 +136,7 @@
  * The way back: the caller reads the header through the same kind of accumulator, and takes `bits`
  * bits (1 to 24) like this:
  *
- *     for (; codeLenBits < bits; codeLenBits += 8) code |= (uint32_t)*src++ << (24 - codeLenBits);
+ *     for (; codeLenBits < bits; codeLenBits += 8) code |= (uint32_t)*in++ << (24 - codeLenBits);
  *     value = code >> (32 - bits), code <<= bits, codeLenBits -= bits;
  *
  *     bits
