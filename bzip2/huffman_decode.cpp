@@ -41,7 +41,7 @@ enum Phase : int32_t { phaseCounts = 0, phaseSelectors = 1, phaseLengths = 2 };
 
 }  // namespace
 
-struct Bz2HuffDecState {
+struct VekBz2HuffDecState {
     int32_t phase;
     int32_t tableCount;
     int32_t itemsRead;      // selectors, or tables, read in this phase

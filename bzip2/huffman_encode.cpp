@@ -22,7 +22,7 @@
 
 using namespace vek::bzip2;
 
-struct Bz2HuffEncState {
+struct VekBz2HuffEncState {
     int32_t alphaSize;
     int32_t selectorCount;
     int32_t tableCount;

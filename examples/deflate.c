@@ -49,7 +49,7 @@ static uint32_t compress(uint8_t* out) {
 /* Decodes the block's data; its header is skipped, since the code lengths are at hand. */
 static int decompresses(const uint8_t* coded, uint32_t size) {
     static uint8_t header[VEK_DEFLATE_HEADER_BOUND];
-    static InflateState state;
+    static VekInflateState state;
     uint16_t lengths[286 + 30];
     uint32_t length, headerBits, bits, count, room = kSize, i;
     const uint8_t* src;

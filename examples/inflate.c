@@ -9,7 +9,7 @@ static const unsigned char stream[] = {0xF3, 0x48, 0xCD, 0xC9, 0xC9, 0xD7,
                                        0x51, 0xC8, 0x40, 0xA2, 0x14, 0x01};
 
 int main(void) {
-    static InflateState state; /* All zero: no window, the fixed code. */
+    static VekInflateState state; /* All zero: no window, the fixed code. */
     unsigned char text[64];
     uint8_t* dst = text;
     uint32_t room = sizeof text;

@@ -12,7 +12,7 @@ static uint8_t stream[sizeof(field) / 4];
 int main(void) {
     int32_t size;
     if (veksEncodeZfpGetStateSize_32f(&size) != vekStatusOk) return 1;
-    ZfpState* state = malloc((size_t)size);
+    VekZfpState* state = malloc((size_t)size);
     if (state == NULL) return 1;
     for (int i = 0; i < SIDE * SIDE * SIDE; ++i)
         field[i] = (float)(i % SIDE) * 0.1F + (float)(i / SIDE % SIDE * (i / SIDE / SIDE)) * 0.01F;

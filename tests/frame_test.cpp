@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <iterator>
+#include <set>
 #include <string>
 
 #include "core/vekcore.h"
@@ -23,15 +25,35 @@ TEST(Frame, VersionRecordIsTheSameConstantOnEveryCall) {
     EXPECT_STREQ(version->buildDate, "Apr 25 2024");
 }
 
-TEST(Frame, EveryListedExportResolvesByNameAndNothingElseDoes) {
+TEST(Frame, VersionMacrosAreThoseOfTheProject) {
+    const auto text = [](int number) { return std::to_string(number); };
+    EXPECT_EQ(VEK_PROJECT_VERSION, text(VEKDC_VERSION_MAJOR) + "." + text(VEKDC_VERSION_MINOR) +
+                                       "." + text(VEKDC_VERSION_PATCH));
+    static_assert(VEKDC_VERSION >= 100000);
+}
+
+TEST(Frame, EveryStatusHasATextOfItsOwn) {
+    std::set<std::string> texts;
+    for (VekStatus status = -300; status <= 300; ++status) texts.insert(vekStatusText(status));
+    EXPECT_EQ(texts.size(), 15U + 1U);
+    EXPECT_TRUE(texts.contains("unknown status"));
+    EXPECT_STREQ(vekStatusText(INT32_MIN), "unknown status");
+    EXPECT_STREQ(vekStatusText(vekStatusOk), "success");
+}
+
+TEST(Frame, EveryListedExportIsDocumentedAndResolvesByNameAndNothingElseDoes) {
     void* library = dlopen("libvekdc" VEK_VARIANT_CODE ".so.10", RTLD_NOW);
     ASSERT_NE(library, nullptr) << dlerror();
+    std::ifstream headerFile(VEK_SOURCE_DIR "/include/vekdc.h");
+    const std::string header(std::istreambuf_iterator<char>(headerFile), {});
     std::ifstream list(VEK_SOURCE_DIR "/frame/exports.txt");
     int count = 0;
     for (std::string name; std::getline(list, name);) {
         if (name.empty() || name[0] == '#') continue;
         EXPECT_NE(dlsym(library, name.c_str()), nullptr) << name;
         EXPECT_EQ(dlsym(library, (VEK_VARIANT_CODE "_" + name).c_str()), nullptr) << name;
+        const char* const type = name[3] == 's' ? "VekStatus " : "const VekLibraryVersion* ";
+        EXPECT_NE(header.find(" */\n" + (type + name) + "("), std::string::npos) << name;
         ++count;
     }
     EXPECT_EQ(count, 94);

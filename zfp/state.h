@@ -15,6 +15,7 @@
 #include <cstdint>
 
 #include "frame/variant.h"
+#include "vekdc.h"
 
 #define ownsZfpInit VEK_INTERNAL(ownsZfpInit)
 #define ownsZfpSet VEK_INTERNAL(ownsZfpSet)
@@ -23,7 +24,7 @@
 #define ownsZfpForward_32f VEK_INTERNAL(ownsZfpForward_32f)
 
 /// The caller's memory for one stream; it may stand at any address that is a multiple of 4.
-struct __attribute__((packed, aligned(4))) ZfpState {
+struct __attribute__((packed, aligned(4))) VekZfpState {
     uint32_t marker;         ///< vek::zfpMarker once initialised.
     int32_t minBits;         ///< Least bits of a block.
     int32_t maxBits;         ///< Most bits of a block.
