@@ -31,13 +31,12 @@ constexpr size_t wideCopyMargin = Step - 1;
 template <size_t Step>
 inline void copyWide(uint8_t* dst, const uint8_t* src, size_t length) {
     static_assert(Step == 16 || Step == 32);
-    uint8_t* const end = dst + length;
+    size_t i = 0;
     do {
-        copy16(dst, src);
-        if constexpr (Step == 32) copy16(dst + 16, src + 16);
-        dst += Step;
-        src += Step;
-    } while (dst < end);
+        copy16(dst + i, src + i);
+        if constexpr (Step == 32) copy16(dst + i + 16, src + i + 16);
+        i += Step;
+    } while (i < length);
 }
 
 /// Copies a match of `length` bytes (at least 1) at any distance of at least 1, in steps of Step.
