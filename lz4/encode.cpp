@@ -40,6 +40,9 @@ struct LZ4HashTable {
 };
 static_assert(sizeof(LZ4HashTable) == 16384);
 
+/// The width of the entries that a table holds.
+enum class Entries { Narrow, Wide };
+
 namespace {
 
 constexpr int wideFrom = 65536;      // Blocks of this length need 32-bit entries.
@@ -317,9 +320,6 @@ VekStatus encodeSafe(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDst
     *pDstLen = static_cast<int>(encoded.out - pDst);
     return *pSrcLen == srcLen ? vekStatusOk : vekStatusDestinationFull;
 }
-
-/// The width of the entries that the table holds.
-enum class Entries { Narrow, Wide };
 
 Entries entriesFor(int srcLen) {
     return srcLen >= wideFrom ? Entries::Wide : Entries::Narrow;
