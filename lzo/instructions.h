@@ -47,7 +47,7 @@ constexpr size_t middleBits = 31;
 constexpr size_t farBits = 7;
 
 constexpr size_t firstRunBase = 17;  // A stream's first byte above it announces a run.
-constexpr size_t maxTrailing = 3;    // Literals that follow a match without an instruction.
+constexpr uint32_t maxTrailing = 3;  // Literals that follow a match without an instruction.
 
 /// What a far or middle match's first byte adds to its 14 bits of distance.
 constexpr size_t distanceBase(uint32_t op) {
