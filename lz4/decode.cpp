@@ -35,11 +35,10 @@ constexpr size_t tail = offsetSize + tokenSize + lastLiterals;
 // The fast gear's margins. At least fastSource bytes of source and fastRoom bytes of room remain
 // where a sequence begins, where a run of 15 literals and more ends, and (room) where a match with
 // an extension ends. The steps that it copies in:
-constexpr size_t firstLiterals =
-    16;                            // Literals without an extension: at once, whatever their number.
-constexpr size_t step = 32;        // Longer runs, and matches that longMatch() copies.
-constexpr size_t firstMatch = 18;  // A match without an extension.
-constexpr size_t firstLong = 64;   // The first bytes of a match with one.
+constexpr size_t firstLiterals = 16;  // Literals without an extension, whatever their number.
+constexpr size_t step = 32;           // Longer runs, and matches that longMatch() copies.
+constexpr size_t firstMatch = 18;     // A match without an extension.
+constexpr size_t firstLong = 64;      // The first bytes of a match with one.
 // Source: a token and one step. From the end of a run, its last step reads less; a sequence without
 // extensions takes 18 bytes with the first byte of its match's extension; and no literals that the
 // fast gear takes end in the tail, where the careful gear looks closer.

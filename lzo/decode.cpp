@@ -13,12 +13,11 @@
 // room, so the difference is the distance test alone.
 //
 // Format: LZO1X, as published with the LZO library (M. F. X. J. Oberhumer).
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 
+#include "bytes/run_length.h"
 #include "bytes/wide_copy.h"
 #include "bytes/words.h"
 #include "frame/args.h"
@@ -58,29 +57,17 @@ inline void ownCopyDst(uint8_t* dst, size_t position, size_t distance, size_t le
     copyMatchWide<step>(dst + position, distance, length);
 }
 
-/// Reads a run extension, 255 for each zero byte and then a non-zero byte, from [*pSrc, end).
-/// Returns tooLong when the source ends inside it or its value passes any buffer.
+/// Reads an extension, 255 for each zero byte and then a non-zero byte, from [*pSrc, end). Returns
+/// tooLong when the source ends inside it or its value passes any buffer.
 size_t readExtension(const uint8_t** pSrc, const uint8_t* end) {
-    const uint8_t* src = *pSrc;
-    const uint8_t* const start = src;
-    while (static_cast<size_t>(end - src) >= 16) {
-        const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(src));
-        const auto zeros =
-            static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
-        if (zeros != 0xFFFFU) {
-            src += lowestSetBit(~zeros);
-            break;
-        }
-        src += 16;
-    }
-    while (src != end && *src == 0) ++src;
-    if (src == end) return tooLong;
-    const auto zeros = static_cast<size_t>(src - start);
+    const uint8_t* const src = *pSrc;
+    const auto left = static_cast<size_t>(end - src);
+    const size_t zeros = runLength(src, 0, left);
     // 255 bytes for each zero and the rest of the longest instruction stay below 2^32.
     constexpr size_t mostZeros = (UINT32_MAX - 512U) / 255U;
-    if (zeros > mostZeros) return tooLong;
-    *pSrc = src + 1;
-    return 255 * zeros + *src;
+    if (zeros == left || zeros > mostZeros) return tooLong;
+    *pSrc = src + zeros + 1;
+    return 255 * zeros + src[zeros];
 }
 
 /// A match as its instruction says.

@@ -21,8 +21,8 @@
 #include <cstring>
 #include <type_traits>
 
+#include "bytes/copy.h"
 #include "bytes/crc32c_step.h"
-#include "bytes/wide_copy.h"
 #include "bytes/words.h"
 #include "frame/args.h"
 #include "frame/variant.h"
@@ -188,7 +188,8 @@ struct Encoder {
         if (CheckRoom) {
             std::memcpy(out, literals, run);
         } else {
-            if (run != 0) copyWide<16>(out, literals, run);
+            // Many runs are empty; copyWide would take a step for these.
+            for (size_t i = 0; i < run; i += 16) copy16(out + i, literals + i);
         }
         out = putMatch(out + run, distance, length);
         written = static_cast<size_t>(out - dst);
@@ -208,9 +209,9 @@ inline bool neverOverflows(const Encoder& encoder, size_t length) {
     return need <= encoder.capacity;
 }
 
-/// Method 0. False when room ran out.
+/// Method 0. False when room ran out. Apart from its caller, so that its loop has all registers.
 template <bool CheckRoom>
-bool findEverywhere(Encoder* pEncoder, uint32_t* dictionary) {
+[[gnu::noinline]] bool findEverywhere(Encoder* pEncoder, uint32_t* dictionary) {
     Encoder encoder = *pEncoder;
     const uint8_t* const src = encoder.src;
     const size_t limit = encoder.srcLen > matchMargin ? encoder.srcLen - matchMargin : 0;
@@ -283,8 +284,7 @@ bool findInChunk(Encoder* pEncoder, uint16_t* dictionary, size_t start, size_t e
 
 /// Method 0 where the output cannot overflow,
 VekStatus ownEncodeLZO1XOptNoOutCheck(Encoder* encoder, uint32_t* dictionary) {
-    findEverywhere<false>(encoder, dictionary);
-    return vekStatusOk;
+    return findEverywhere<false>(encoder, dictionary) ? vekStatusOk : vekStatusDestinationFull;
 }
 /// and where it may: 33 when it would, with whole instructions written.
 VekStatus ownEncodeLZO1XOptOutCheck(Encoder* encoder, uint32_t* dictionary) {

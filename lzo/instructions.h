@@ -8,13 +8,14 @@
 //     0..15       none      literal run      1 +    3 + op             -
 //     0..15       1..3      shortest match   2      2                  1..1024
 //     0..15       a run     beyond match     2      3                  2049..3072
-//     16..31      any       far match        3 +    2 + (op & 7)       16385..49151; 16384 is the
-//     end 32..63      any       middle match     3 +    2 + (op & 31)      1..16384 64..255     any
-//     near match       2      1 + (op >> 5)      1..2048
+//     16..31      any       far match        3 +    2 + (op & 7)       16385..49151 (a)
+//     32..63      any       middle match     3 +    2 + (op & 31)      1..16384
+//     64..255     any       near match       2      1 + (op >> 5)      1..2048
+//     (a) 16384 ends the stream.
 //
-// Where the bits for the length (of a run, a far or a middle match) are all 0, an extension follows
-// the first byte: 255 for each zero byte and then a byte that is not, all added to the length that
-// the bits would give if they were all 1 plus, for runs, 0 (15 + 3, 7 + 2, 31 + 2).
+// Where the length's bits of a run, a far or a middle match are all 0, an extension follows the
+// first byte: 255 for each zero byte, then a byte that is not 0. The length is what it would be
+// with all bits set (18, 9 or 33) plus the extension.
 //
 // The last two bytes of a match hold its distance; the low two bits of the first of them give the
 // number of literals (0..3) that follow it without an instruction of their own. A stream's first
