@@ -9,8 +9,6 @@
 
 namespace vek::inline VEK_LEVEL::deflate {
 
-constexpr unsigned maxCodeLength = 15;  // RFC 1951's own limit for both alphabets
-
 inline bool hasCode(VekHuffEntry entry) {
     return entry.length - 1U < maxCodeLength;
 }

@@ -26,7 +26,6 @@ using vek::load;
 namespace {
 
 constexpr uint32_t hashBytes = 4;
-constexpr uint32_t maxDistance = 32768;
 constexpr uint32_t strideShift = 5;  // misses until the stride grows by one
 
 bool validSizes(int32_t srcLen, uint32_t hashSize) {

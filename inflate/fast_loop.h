@@ -50,9 +50,9 @@ constexpr bool wideWord = wordBits == 64;
 /// Of a match: a length code of the sub-tables with its extra bits, then a distance likewise. The
 /// wide register holds both; the narrow one either, and in front of a long distance code's extra
 /// bits it is refilled once more.
-constexpr unsigned lengthBits = maxCodeLen + 5;
-constexpr unsigned directDistanceBits = rootBits + 13;
-constexpr unsigned longDistanceBits = maxCodeLen + 13;
+constexpr unsigned lengthBits = maxCodeLength + maxLengthExtra;
+constexpr unsigned directDistanceBits = rootBits + maxDistExtra;
+constexpr unsigned longDistanceBits = maxCodeLength + maxDistExtra;
 static_assert(lengthBits <= countedBits && directDistanceBits <= countedBits);
 static_assert(!wideWord || lengthBits + longDistanceBits <= countedBits);
 

@@ -52,7 +52,7 @@ VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCo
     } else if (state->tableKind == twoLevelTables) {
         stop = ownsInflateLong_8u(run, state->tables);
     } else if (state->tableKind == fixedTables) {
-        stop = ownsInflateLong_8u(run, spec_table_fixed_Huffman.data());
+        stop = ownsInflateLong_8u(run, fixedCodeTables.data());
     }
     // A caller inside a symbol asks to go on there, and is answered in the same way even if the
     // symbol is complete by now.

@@ -31,7 +31,7 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                     kernel();
                     if (run.step != stepSymbol) break;
                 }
-                fill(run, maxCodeLen);
+                fill(run, maxCodeLength);
                 const Entry entry = tables.lit(run.bits);
                 if (entry.codeLen() == 0) return Stop::corrupt;
                 if (entry.codeLen() > run.nBits) return Stop::needInput;
@@ -57,7 +57,7 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                 run.step = stepDistance;
                 break;
             case stepDistance: {
-                fill(run, maxCodeLen);
+                fill(run, maxCodeLength);
                 const Entry entry = tables.dist(run.bits);
                 if (entry.codeLen() == 0) return Stop::corrupt;
                 if (entry.codeLen() > run.nBits) return Stop::inside;

@@ -25,12 +25,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "bits/deflate_symbols.h"
 #include "frame/variant.h"
 #include "vekdc.h"
 
 #define ownsInflateShort_8u VEK_INTERNAL(ownsInflateShort_8u)
 #define ownsInflateLong_8u VEK_INTERNAL(ownsInflateLong_8u)
-#define spec_table_fixed_Huffman VEK_INTERNAL(spec_table_fixed_Huffman)
+#define fixedCodeTables VEK_INTERNAL(fixedCodeTables)
 
 namespace vek::inline VEK_LEVEL::inflate {
 
@@ -48,16 +49,9 @@ static_assert(offsetof(InflateState, distBits) == 36);
 static_assert(offsetof(InflateState, tables) == 40);
 #endif
 
-enum TableKind : uint32_t { fixedTables = 0, twoLevelTables = 1, singleLevelTables = 2 };
+using namespace deflate_format;
 
-constexpr unsigned maxCodeLen = 15;
-constexpr unsigned maxLitSymbols = 288;
-constexpr unsigned maxDistSymbols = 30;
-constexpr unsigned allDistSymbols = 32;  ///< With those that the fixed code has and no data may.
-constexpr uint32_t maxDistExtra = 13;
-constexpr unsigned endSymbol = 256;
-constexpr unsigned minMatch = 3;
-constexpr unsigned maxMatch = 258;
+enum TableKind : uint32_t { fixedTables = 0, twoLevelTables = 1, singleLevelTables = 2 };
 
 /// Single-level layout.
 constexpr unsigned maxLitBits = 11;
@@ -124,5 +118,5 @@ vek::inflate::Stop ownsInflateLong_8u(vek::inflate::Run& run, const uint8_t* tab
 
 /// The fixed code of RFC 1951, 3.2.6, in the two-level layout.
 // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): it is constexpr where it is defined.
-extern const std::array<uint8_t, vek::inflate::twoLevelSize> spec_table_fixed_Huffman;
+extern const std::array<uint8_t, vek::inflate::twoLevelSize> fixedCodeTables;
 }

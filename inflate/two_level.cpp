@@ -66,7 +66,7 @@ class TwoLevel {
     }
     static uint32_t putLeading(uint8_t*, Look) { return 0; }
     static bool isShortLiteral(Look entry) { return entry.kind <= rootBits; }
-    static bool isLiteral(Look entry) { return entry.kind <= maxCodeLen; }
+    static bool isLiteral(Look entry) { return entry.kind <= maxCodeLength; }
     static bool isLength(Look entry) { return entry.kind >= 0x80; }
     static bool isLink(Look entry) { return isLink(entry.kind) && isLiteral(entry); }
     Look follow(Look entry, Word bits) const {
@@ -93,7 +93,7 @@ class TwoLevel {
     static bool isLink(uint32_t kind) { return (kind & 15) > rootBits; }
     static uint32_t subIndex(uint32_t bits, uint32_t link) {
         return static_cast<uint32_t>(tablofinv[(bits >> rootBits) & 31]) >>
-               (maxCodeLen - (link & 15));
+               (maxCodeLength - (link & 15));
     }
     uint32_t value(Look entry) const { return tables_[litValueAt + entry.index]; }
     uint32_t base(size_t index) const {
@@ -174,9 +174,9 @@ struct Entries {
 constexpr uint32_t packOne(uint32_t kind, uint32_t value) {
     const uint32_t len = kind & 15;
     const uint32_t extra = kind >= 0x80 ? (kind >> 4) & 7 : 0;
-    const uint32_t flags = kind >= 0x80        ? packedOther
-                           : kind > maxCodeLen ? packedOther | packedStop
-                                               : 1U << packedLiterals;
+    const uint32_t flags = kind >= 0x80           ? packedOther
+                           : kind > maxCodeLength ? packedOther | packedStop
+                                                  : 1U << packedLiterals;
     return (len + extra) | len << 8 | value << 16 | flags;
 }
 
@@ -245,7 +245,7 @@ unsigned countPairs(const uint8_t* tables) {
         for (uint32_t i = 0; i < 1U << bits; i += 16) {
             const __m128i kind = loadAt(kinds + i);
             const __m128i alone = _mm_or_si128(_mm_cmpgt_epi8(Kinds(kind).len, bytesOf(bits)),
-                                               _mm_cmpgt_epi8(kind, bytesOf(maxCodeLen)));
+                                               _mm_cmpgt_epi8(kind, bytesOf(maxCodeLength)));
             const auto mask = static_cast<unsigned>(_mm_movemask_epi8(alone));
             within[bits] += 16 - static_cast<unsigned>(_mm_popcnt_u32(mask));
         }
@@ -278,7 +278,7 @@ void pair(PackedLevel& packed, const uint8_t* tables) {
             Entries joined(total, _mm_or_si128(bothLen, literals), _mm_unpacklo_epi8(byte2, byte3),
                            _mm_unpackhi_epi8(byte2, byte3));
             const __m128i alone = _mm_or_si128(_mm_cmpgt_epi8(is.len, bytesOf(packedBits - len)),
-                                               _mm_cmpgt_epi8(kind, bytesOf(maxCodeLen)));
+                                               _mm_cmpgt_epi8(kind, bytesOf(maxCodeLength)));
             const __m128i alone0 = _mm_unpacklo_epi8(alone, alone);
             const __m128i alone8 = _mm_unpackhi_epi8(alone, alone);
             const Entries isAlone(alone, alone, alone0, alone8);
