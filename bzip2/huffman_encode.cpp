@@ -18,7 +18,10 @@
 #include "bytes/words.h"
 #include "bzip2/huffman_format.h"
 #include "frame/args.h"
+#include "frame/variant.h"
 #include "vekdc.h"
+
+#define ownsHuffSelectGroup VEK_INTERNAL(ownsHuffSelectGroup)
 
 using namespace vek::bzip2;
 
@@ -88,8 +91,8 @@ void startTables(Bz2HuffEncState& state, const uint32_t* frequencies) {
 
 /// Chooses each group's cheapest table, the first among equals, and counts the symbols it then
 /// codes.
-void selectTables(Bz2HuffEncState& state, const uint16_t* symbols, int32_t count,
-                  uint32_t (*frequencies)[maxAlphabet]) {
+void ownsHuffSelectGroup(Bz2HuffEncState& state, const uint16_t* symbols, int32_t count,
+                         uint32_t (*frequencies)[maxAlphabet]) {
     alignas(16) uint16_t costs[maxAlphabet][8];
     for (int32_t s = 0; s < state.alphaSize; ++s) {
         for (int32_t table = 0; table < 8; ++table) {
@@ -340,7 +343,7 @@ VekStatus veksEncodeHuffInit_BZ2_16u8u(int32_t alphaSize, const uint32_t* pFreq,
     startTables(state, pFreq);
     for (int i = 0; i < iterations; ++i) {
         uint32_t frequencies[maxTables][maxAlphabet] = {};
-        selectTables(state, pSrc, len, frequencies);
+        ownsHuffSelectGroup(state, pSrc, len, frequencies);
         for (int32_t table = 0; table < state.tableCount; ++table) {
             buildLengths(frequencies[table], alphaSize, state.lengths[table]);
         }

@@ -43,7 +43,7 @@ VekStatus veksMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, MtfStat
     if (len < 1) return vekStatusBadSize;
     uint8_t values[256] = {};
     invertPermutation(pState->table, values);
-    vek::MtfList list(values);
+    vek::bzip2::MtfList list(values);
     for (int32_t i = 0; i < len; ++i) {
         // A run of one value is the common case, and needs no search.
         pDst[i] =
@@ -57,7 +57,7 @@ VekStatus veksMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, MtfStat
 VekStatus veksMTFInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, MtfState* pState) {
     if (vek::anyNull(pSrc, pDst, pState)) return vekStatusNullPointer;
     if (len < 1) return vekStatusBadSize;
-    vek::MtfList list(pState->table);
+    vek::bzip2::MtfList list(pState->table);
     for (int32_t i = 0; i < len; ++i) pDst[i] = list.takePosition(pSrc[i]);
     list.save(pState->table);
     return vekStatusOk;

@@ -67,10 +67,10 @@ struct RunDecoder {
         while (in < end) {
             // A byte at which a run is seen is its second: the step looks one byte back and two
             // ahead.
-            if (in != start && end - in >= 16 && vek::clearOfRuns(src + in + 2)) {
+            if (in != start && end - in >= 16 && vek::bzip2::clearOfRuns(src + in + 2)) {
                 vek::copy16(dst + out, src + in);
-                in += vek::runScanStep;
-                out += vek::runScanStep;
+                in += vek::bzip2::runScanStep;
+                out += vek::bzip2::runScanStep;
                 symbol = src[in - 1];
                 continue;
             }

@@ -34,13 +34,14 @@ void copyLiterals(const uint8_t* src, int32_t srcLen, int32_t& in, uint8_t* dst,
     const int32_t end = in + std::min(room - out, srcLen - in);
     const int32_t start = in;
     while (in < end && state.runCount < runStart) {
-        if (in - start >= 3 && end - in >= vek::runScanStep && vek::clearOfRuns(src + in)) {
-            for (int i = 0; i < vek::runScanStep; ++i) {
+        if (in - start >= 3 && end - in >= vek::bzip2::runScanStep &&
+            vek::bzip2::clearOfRuns(src + in)) {
+            for (int i = 0; i < vek::bzip2::runScanStep; ++i) {
                 dst[out + i] = src[in + i];
                 state.inUse[src[in + i]] = 1;
             }
-            in += vek::runScanStep;
-            out += vek::runScanStep;
+            in += vek::bzip2::runScanStep;
+            out += vek::bzip2::runScanStep;
             state.symbol = src[in - 1];
             state.runCount = openRun(src + in);
             continue;

@@ -23,10 +23,10 @@
 
 namespace {
 
+using namespace vek::zfp;
 using vek::load;
-using vek::zfpMarker;
 
-constexpr vek::ByteShuffles blockOrder = vek::byteShuffles(vek::permTableDecode);
+constexpr ByteShuffles blockOrder = byteShuffles(permTableDecode);
 
 /// Reads bits from memory; up to 8 bytes from the position's byte on must be readable.
 class BitReader {
@@ -80,11 +80,11 @@ uint64_t takePlane(BitReader& in, unsigned& known, uint32_t& budget) {
     uint64_t plane = in.take(std::min(verbatim, 32U));
     if (verbatim > 32) plane |= static_cast<uint64_t>(in.take(verbatim - 32)) << 32;
     const unsigned end = in.position() + budget - verbatim;
-    while (known < vek::zfpValues && in.position() != end) {
+    while (known < blockValues && in.position() != end) {
         const uint32_t bits = in.peek();
         in.skip(1);
         if ((bits & 1) == 0) break;
-        const unsigned most = std::min(vek::zfpValues - 1 - known, end - in.position());
+        const unsigned most = std::min(blockValues - 1 - known, end - in.position());
         // Most runs end among the bits that came with their group test.
         const uint32_t run = bits >> 1;
         const unsigned zeros = run != 0 ? vek::lowestSetBit(run) : 32;
@@ -110,10 +110,10 @@ void takePlanes(BitReader& in, unsigned precision, uint32_t budget, uint8_t* byt
         const unsigned count = std::min(8U, precision - done);
         for (unsigned i = 0; i < count && budget != 0; ++i)
             planes[7 - i] = takePlane(in, known, budget);
-        vek::Bytes64 bits = vek::loadBytes64(reinterpret_cast<const uint8_t*>(planes));
-        vek::transposeBytes(bits);
-        vek::transposeBits(bits);
-        vek::storeBytes64(bytePlanes + 64 * (3 - done / 8), vek::permuteBytes<blockOrder>(bits));
+        Bytes64 bits = loadBytes64(reinterpret_cast<const uint8_t*>(planes));
+        transposeBytes(bits);
+        transposeBits(bits);
+        storeBytes64(bytePlanes + 64 * (3 - done / 8), permuteBytes<blockOrder>(bits));
     }
 }
 
@@ -155,11 +155,11 @@ void inverse(const uint8_t* bytePlanes, float scale, float* dst, ptrdiff_t step,
     for (int z = 0; z < 4; ++z) {
         __m128i* plane = v + 4 * z;
         liftInverse(plane[0], plane[1], plane[2], plane[3]);
-        vek::transposeWords(plane);
+        transposeWords(plane);
         liftInverse(plane[0], plane[1], plane[2], plane[3]);
-        vek::transposeWords(plane);
+        transposeWords(plane);
         for (int y = 0; y < 4; ++y) {
-            _mm_storeu_ps(vek::rowAt<float>(dst, step, planeStep, y, z),
+            _mm_storeu_ps(rowAt<float>(dst, step, planeStep, y, z),
                           _mm_mul_ps(factor, _mm_cvtepi32_ps(plane[y])));
         }
     }
@@ -175,7 +175,7 @@ bool consume(ZfpState& state, uint32_t count) {
         return true;
     }
     const uint32_t needed = count - pending;
-    const size_t room = vek::zfpRoom(state);
+    const size_t room = roomOf(state);
     const size_t words = std::min<size_t>(needed / 64 + (needed % 64 != 0 ? 1 : 0), room / 8);
     const uint64_t beyond = needed - std::min<uint64_t>(needed, uint64_t{words} * 64);
     const auto bytes = static_cast<size_t>((beyond + 7) / 8);
@@ -199,7 +199,7 @@ bool consume(ZfpState& state, uint32_t count) {
 void storeZeros(float* dst, ptrdiff_t step, ptrdiff_t planeStep) {
     for (int z = 0; z < 4; ++z) {
         for (int y = 0; y < 4; ++y)
-            _mm_storeu_ps(vek::rowAt<float>(dst, step, planeStep, y, z), _mm_setzero_ps());
+            _mm_storeu_ps(rowAt<float>(dst, step, planeStep, y, z), _mm_setzero_ps());
     }
 }
 
@@ -214,11 +214,12 @@ VekStatus decodeBlock(ZfpState& state, BitReader in, float* dst, ptrdiff_t step,
         return consume(state, minBits - 1) ? vekStatusOk : vekStatusNoRoom;
     }
     const uint32_t exponent = in.take(8);
-    const unsigned precision = vek::zfpPrecision(state, static_cast<int32_t>(exponent) - 127);
-    const uint32_t budget = std::min(vek::zfpBudget(state.maxBits), vek::zfpMaxBlockBits);
+    const unsigned precision = precisionOf(state, static_cast<int32_t>(exponent) - floatBias);
+    const uint32_t budget = std::min(budgetOf(state.maxBits), maxBlockBits);
     takePlanes(in, precision, budget, state.workspace);
     if (!consume(state, std::max(in.position() - begin, minBits))) return vekStatusNoRoom;
-    const uint32_t scaleBits = (exponent > 30 ? exponent - 30 : 0) << 23;
+    const uint32_t scaleBits = (exponent > fixedPointBits ? exponent - fixedPointBits : 0)
+                               << floatExponentAt;
     float scale;
     std::memcpy(&scale, &scaleBits, sizeof(scale));
     inverse(state.workspace, scale, dst, step, planeStep);
@@ -250,28 +251,28 @@ VekStatus veksDecodeZfpInitLong_32f(const uint8_t* pSrc, int64_t srcLen, ZfpStat
 VekStatus veksDecodeZfpSet_32f(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
                                ZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     ownsZfpSet(minBits, maxBits, maxPrec, minExp, pState);
     return vekStatusOk;
 }
 
 VekStatus veksDecodeZfpSetAccuracy_32f(double tolerance, ZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     ownsZfpSetAccuracy(tolerance, pState);
     return vekStatusOk;
 }
 
 VekStatus veksDecodeZfpGetDecompressedSize_32f(const ZfpState* pState, int32_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = static_cast<int32_t>(pState->current - pState->start);
     return vekStatusOk;
 }
 
 VekStatus veksDecodeZfpGetDecompressedSizeLong_32f(const ZfpState* pState, int64_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = pState->current - pState->start;
     return vekStatusOk;
 }
@@ -279,15 +280,15 @@ VekStatus veksDecodeZfpGetDecompressedSizeLong_32f(const ZfpState* pState, int64
 VekStatus veksDecodeZfp444_32f(ZfpState* pState, float* pDst, int32_t dstStep,
                                int32_t dstPlaneStep) {
     if (vek::anyNull(pState, pDst)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     const auto pending = static_cast<unsigned>(pState->pending);
     const size_t heldBytes = (pending + 7) / 8;
     const unsigned position = static_cast<unsigned>(heldBytes * 8) - pending;
-    const size_t room = vek::zfpRoom(*pState);
+    const size_t room = roomOf(*pState);
     const uint8_t* const base = pState->current - heldBytes;
-    if (room >= vek::zfpBlockRoom)
+    if (room >= blockRoom)
         return decodeBlock(*pState, BitReader(base, position), pDst, dstStep, dstPlaneStep);
-    uint8_t rest[8 + 2 * vek::zfpBlockRoom] = {};
+    uint8_t rest[8 + 2 * blockRoom] = {};
     std::memcpy(rest, base, heldBytes + room);
     return decodeBlock(*pState, BitReader(rest, position), pDst, dstStep, dstPlaneStep);
 }

@@ -21,11 +21,11 @@
 
 namespace {
 
+using namespace vek::zfp;
 using vek::load;
 using vek::store;
-using vek::zfpMarker;
 
-constexpr vek::ByteShuffles codedOrder = vek::byteShuffles(vek::permTable);
+constexpr ByteShuffles codedOrder = byteShuffles(permTable);
 
 /// The low bits 0..count-1; count is 0..31 or more, above which all are set.
 constexpr uint32_t lowMask(unsigned count) {
@@ -79,7 +79,7 @@ unsigned putPlane(BitWriter& out, uint64_t plane, unsigned known) {
     out.put(low & lowMask(known), std::min(known, 32U));
     if (known > 32) {
         out.put(high & lowMask(known - 32), known - 32);
-        if (known == vek::zfpValues) return known;
+        if (known == blockValues) return known;
     }
     uint64_t rest = known < 32 ? plane >> (known & 31) : uint64_t{high} >> (known & 31);
     unsigned left = bitLength(rest);
@@ -100,7 +100,7 @@ unsigned putPlane(BitWriter& out, uint64_t plane, unsigned known) {
     const uint32_t entry = runCodeTable.entry[tested][rest & 0xFF];
     const unsigned zeros = 8 - left;
     const unsigned length = (entry >> 16) - zeros - (left < 8 ? 1 : 0);
-    const unsigned written = known < vek::zfpValues ? length + 1 : length - 1;
+    const unsigned written = known < blockValues ? length + 1 : length - 1;
     out.put(entry & lowMask(std::min(written, length)) & 0xFFFF, written);
     return known;
 }
@@ -112,11 +112,11 @@ void putPlanes(BitWriter& out, const uint8_t* bytePlanes, unsigned precision, ui
     unsigned known = 0;
     for (unsigned done = 0; done < precision && out.position() - start < budget; ++done) {
         if (done % 8 == 0) {
-            const vek::Bytes64 bytes = vek::loadBytes64(bytePlanes + 64 * (3 - done / 8));
-            vek::Bytes64 bits = vek::permuteBytes<codedOrder>(bytes);
-            vek::transposeBits(bits);
-            vek::transposeBytes(bits);
-            vek::storeBytes64(reinterpret_cast<uint8_t*>(planes), bits);
+            const Bytes64 bytes = loadBytes64(bytePlanes + 64 * (3 - done / 8));
+            Bytes64 bits = permuteBytes<codedOrder>(bytes);
+            transposeBits(bits);
+            transposeBytes(bits);
+            storeBytes64(reinterpret_cast<uint8_t*>(planes), bits);
         }
         known = putPlane(out, planes[7 - done % 8], known);
     }
@@ -128,7 +128,7 @@ VekStatus commit(ZfpState& state, const uint8_t* words, uint32_t bits) {
     const size_t full = bits / 64;
     size_t stored = full;
     if (words != state.current) {
-        stored = std::min(full, vek::zfpRoom(state) / 8);
+        stored = std::min(full, roomOf(state) / 8);
         if (stored != 0) std::memcpy(state.current, words, stored * 8);
     }
     state.current += stored * 8;
@@ -149,7 +149,7 @@ VekStatus putZeros(ZfpState& state, uint32_t count) {
     state.pending = static_cast<int32_t>(bits % 64);
     if (bits < 64) return vekStatusOk;
     const uint64_t full = bits / 64;
-    const auto stored = static_cast<size_t>(std::min<uint64_t>(full, vek::zfpRoom(state) / 8));
+    const auto stored = static_cast<size_t>(std::min<uint64_t>(full, roomOf(state) / 8));
     if (stored != 0) {
         store<uint64_t>(state.current, state.buffer);
         std::memset(state.current + 8, 0, stored * 8 - 8);
@@ -166,15 +166,15 @@ VekStatus putZeroBlock(ZfpState& state) {
 }
 
 VekStatus encodeBlock(ZfpState& state, int32_t emax, unsigned precision) {
-    uint8_t aside[vek::zfpBlockRoom];
-    const bool roomy = vek::zfpRoom(state) >= vek::zfpBlockRoom;
+    uint8_t aside[blockRoom];
+    const bool roomy = roomOf(state) >= blockRoom;
     uint8_t* const base = roomy ? state.current : aside;
     const auto pending = static_cast<uint32_t>(state.pending);
     BitWriter out(base, state.buffer, pending);
-    out.put(2 * static_cast<uint32_t>(emax + 127) + 1, vek::zfpHeaderBits);
-    const uint32_t budget = vek::zfpBudget(state.maxBits);
+    out.put(2 * static_cast<uint32_t>(emax + floatBias) + 1, headerBits);
+    const uint32_t budget = budgetOf(state.maxBits);
     putPlanes(out, state.workspace, precision, budget);
-    const uint32_t most = pending + vek::zfpHeaderBits + std::min(budget, vek::zfpMaxBlockBits);
+    const uint32_t most = pending + headerBits + std::min(budget, maxBlockBits);
     const uint32_t position = std::min(out.position(), most);
     const VekStatus status = commit(state, base, position);
     const auto used = static_cast<int32_t>(position - pending);
@@ -185,14 +185,14 @@ VekStatus encodeBlock(ZfpState& state, int32_t emax, unsigned precision) {
 }  // namespace
 
 void ownsZfpInit(uint8_t* buffer, int64_t length, ZfpState* state) {
-    state->marker = zfpMarker;
+    state->marker = stateMarker;
     state->pending = 0;
     state->buffer = 0;
     state->current = buffer;
     state->start = buffer;
     state->end = reinterpret_cast<uint8_t*>(reinterpret_cast<uintptr_t>(buffer) +
                                             static_cast<uintptr_t>(length));
-    ownsZfpSet(0, 4171, 64, -10740, state);
+    ownsZfpSet(initialMinBits, initialMaxBits, initialMaxPrec, everyPlane, state);
 }
 
 void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
@@ -209,7 +209,8 @@ void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minEx
 void ownsZfpSetAccuracy(double tolerance, ZfpState* state) {
     uint64_t bits;
     std::memcpy(&bits, &tolerance, sizeof(bits));
-    state->minExp = tolerance > 0 ? static_cast<int32_t>(bits >> 52 & 0x7FF) - 1023 : -10740;
+    const auto biased = static_cast<int32_t>(bits >> 52 & 0x7FF);
+    state->minExp = tolerance > 0 ? biased - doubleBias : everyPlane;
 }
 
 VekStatus veksEncodeZfpGetStateSize_32f(int32_t* pSize) {
@@ -235,44 +236,44 @@ VekStatus veksEncodeZfpInitLong_32f(uint8_t* pDst, int64_t dstLen, ZfpState* pSt
 VekStatus veksEncodeZfpSet_32f(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
                                ZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     ownsZfpSet(minBits, maxBits, maxPrec, minExp, pState);
     return vekStatusOk;
 }
 
 VekStatus veksEncodeZfpSetAccuracy_32f(double tolerance, ZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     ownsZfpSetAccuracy(tolerance, pState);
     return vekStatusOk;
 }
 
 VekStatus veksEncodeZfpGetCompressedSize_32f(const ZfpState* pState, int32_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = static_cast<int32_t>(pState->current - pState->start);
     return vekStatusOk;
 }
 
 VekStatus veksEncodeZfpGetCompressedSizeLong_32f(const ZfpState* pState, int64_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = pState->current - pState->start;
     return vekStatusOk;
 }
 
 VekStatus veksEncodeZfpGetCompressedBitSize_32f(const ZfpState* pState, int64_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = pState->pending + 8 * static_cast<int64_t>(pState->current - pState->start);
     return vekStatusOk;
 }
 
 VekStatus veksEncodeZfpFlush_32f(ZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     if (pState->pending <= 0) return vekStatusOk;
-    const size_t room = vek::zfpRoom(*pState);
+    const size_t room = roomOf(*pState);
     const size_t needed = (static_cast<size_t>(pState->pending) + 7) / 8;
     const size_t stored = room >= 8 ? 8 : std::min(needed, room);
     const uint64_t held = pState->buffer;
@@ -287,16 +288,19 @@ VekStatus veksEncodeZfpFlush_32f(ZfpState* pState) {
 VekStatus veksEncodeZfp444_32f(const float* pSrc, int32_t srcStep, int32_t srcPlaneStep,
                                ZfpState* pState) {
     if (vek::anyNull(pSrc, pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     if (pState->pending >= 64) return vekStatusNoRoom;
     const uint32_t largest = ownsZfpMaxMagnitude_32f(pSrc, srcStep, srcPlaneStep);
     if (largest == 0) return putZeroBlock(*pState);
     // Infinities and NaNs count as the largest finite exponent: the header has no room for more.
-    const auto exponent = static_cast<int32_t>(std::min(largest >> 23, 254U));
-    const int32_t emax = exponent - 126;
-    const unsigned precision = vek::zfpPrecision(*pState, emax);
+    const auto exponent =
+        std::min(static_cast<int32_t>(largest >> floatExponentAt), largestFloatExponent);
+    const int32_t emax = exponent - floatBias + 1;
+    const unsigned precision = precisionOf(*pState, emax);
     if (precision == 0) return putZeroBlock(*pState);
-    const auto scaleBits = static_cast<uint32_t>(std::min(157 - emax, 254)) << 23;
+    const auto scaleExponent =
+        std::min(floatBias + static_cast<int32_t>(fixedPointBits) - emax, largestFloatExponent);
+    const auto scaleBits = static_cast<uint32_t>(scaleExponent) << floatExponentAt;
     float scale;
     std::memcpy(&scale, &scaleBits, sizeof(scale));
     ownsZfpForward_32f(pSrc, srcStep, srcPlaneStep, scale, pState->workspace);
