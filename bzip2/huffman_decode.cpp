@@ -379,6 +379,7 @@ class SymbolDecoder {
     /// The kernel's next symbol above its length; 0 for what is the careful loop's.
     uint32_t decodeWide(const WideLookup& lookup, const DecodeTable& table, size_t word) const {
         const uint32_t wide = lookup[word >> (BitPosition::wordBits - wideBits)];
+        // Long codes stand for rare symbols: they are kept out of the loop's straight code.
         if (wide != 0) [[likely]]
             return found(wide >> 4, wide & 15);
         const auto bits20 = static_cast<uint32_t>(word >> (BitPosition::wordBits - maxCodeLength));

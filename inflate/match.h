@@ -17,12 +17,12 @@ struct Entry {
     uint32_t kind;
     uint32_t value;
 
-    uint32_t codeLen() const { return kind & 15; }
-    uint32_t lengthExtra() const { return (kind >> 4) & 7; }
-    uint32_t distanceExtra() const { return kind >> 4; }
-    bool isLiteral() const { return kind < 16; }
-    bool isLength() const { return kind >= 0x80; }
-    bool isDistance() const { return distanceExtra() <= maxDistExtra; }
+    constexpr uint32_t codeLen() const { return kind & 15; }
+    constexpr uint32_t lengthExtra() const { return (kind >> 4) & 7; }
+    constexpr uint32_t distanceExtra() const { return kind >> 4; }
+    constexpr bool isLiteral() const { return kind < 16; }
+    constexpr bool isLength() const { return kind >= 0x80; }
+    constexpr bool isDistance() const { return distanceExtra() <= maxDistExtra; }
 };
 
 constexpr uint32_t maxExtraBits = 15;
