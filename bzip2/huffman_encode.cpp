@@ -15,7 +15,7 @@
 #include <cstddef>
 #include <cstring>
 
-#include "bytes/words.h"
+#include "bits/msb_writer.h"
 #include "bzip2/huffman_format.h"
 #include "frame/args.h"
 #include "frame/variant.h"
@@ -194,90 +194,66 @@ void assignCodes(const uint8_t* lengths, int32_t alphaSize, uint32_t* codes) {
 }
 
 /// The caller's accumulator as a machine word, and the output behind it.
-class BitWriter {
+class CodeWriter {
  public:
-    using Word = size_t;
-    static constexpr int wordBits = 8 * sizeof(Word);
+    using Writer = vek::MsbWriter<size_t>;
 
-    BitWriter(uint32_t code, int32_t count, uint8_t* dst, int32_t room)
-        : begin_(dst), dst_(dst), end_(dst + room) {
+    CodeWriter(uint32_t code, int32_t count, uint8_t* dst, int32_t room)
+        : writer_{0, count, dst, dst + room}, begin_(dst) {
         // What stands below the valid bits is not to be trusted.
-        if (count > 0) word_ = static_cast<Word>(code >> (32 - count)) << (wordBits - count);
-        count_ = count;
-        storeBytes();
+        if (count > 0)
+            writer_.bits = static_cast<size_t>(code >> (32 - count)) << (Writer::wordBits - count);
+        writer_.drain();
     }
 
-    /// Appends `length` bits, 0 to 17, and remembers when bits were lost. Checked: stores whole
-    /// bytes while there is room. Unchecked: leaves that to flushWord().
-    void put(uint32_t bits, int length, bool checked = false) {
-        if (count_ + length > wordBits) {
+    /// Appends `length` bits, 1 to 18, stores whole bytes while there is room, and remembers when
+    /// bits were lost.
+    void put(uint32_t bits, int length) {
+        if (writer_.count + length > Writer::wordBits) {
             lost_ = true;
             return;
         }
-        // No bits at all in an empty word would be a shift by the word's width.
-        const auto shift = static_cast<unsigned>(wordBits - count_ - length);
-        if (shift < wordBits) word_ |= static_cast<Word>(bits) << shift;
-        count_ += length;
-        if (checked) storeBytes();
+        writer_.put(bits, length);
+        writer_.drain();
     }
 
-    /// Stores the whole bytes held, without looking at the room, which must hold a word.
-    void flushWord() {
-        if constexpr (sizeof(Word) == 8) {
-            vek::store(dst_, vek::byteSwap(static_cast<uint64_t>(word_)));
-        } else {
-            vek::store(dst_, vek::byteSwap(static_cast<uint32_t>(word_)));
-        }
-        dst_ += count_ >> 3;
-        word_ <<= count_ & ~7;
-        count_ &= 7;
-    }
+    /// For codes that need not look at the room.
+    Writer& unchecked() { return writer_; }
 
-    int32_t room() const { return static_cast<int32_t>(end_ - dst_); }
-    int32_t written() const { return static_cast<int32_t>(dst_ - begin_); }
-    bool fitsAccumulator() const { return !lost_ && count_ <= 32; }
+    size_t room() const { return writer_.room(); }
+    int32_t written() const { return static_cast<int32_t>(writer_.out - begin_); }
+    bool fitsAccumulator() const { return !lost_ && writer_.count <= 32; }
 
     /// The caller's accumulator, when it fits.
     void save(uint32_t* code, int32_t* count) const {
-        *code = static_cast<uint32_t>(word_ >> (wordBits - 32));
-        *count = count_;
+        *code = static_cast<uint32_t>(writer_.bits >> (Writer::wordBits - 32));
+        *count = writer_.count;
     }
 
  private:
-    void storeBytes() {
-        while (count_ >= 8 && dst_ != end_) {
-            *dst_++ = static_cast<uint8_t>(word_ >> (wordBits - 8));
-            word_ <<= 8;
-            count_ -= 8;
-        }
-    }
-
-    Word word_ = 0;  // pending bits, left-aligned; zeros below them
-    int count_ = 0;
+    Writer writer_;
     bool lost_ = false;
     uint8_t* begin_;
-    uint8_t* dst_;
-    uint8_t* end_;
 };
 
 /// Codes a group without looking at the room, which must be roomForGroup or more.
-void putGroup(BitWriter& writer, const uint16_t* symbols, int32_t count, const uint32_t* table) {
-    constexpr int perFlush = (BitWriter::wordBits - 7) / maxWrittenLength;
+void putGroup(CodeWriter::Writer& writer, const uint16_t* symbols, int32_t count,
+              const uint32_t* table) {
+    constexpr int perFlush = CodeWriter::Writer::freeBits / maxWrittenLength;
     int32_t i = 0;
     for (; count - i >= perFlush; i += perFlush) {
         for (int k = 0; k < perFlush; ++k) {
             writer.put(table[symbols[i + k]] >> 8, table[symbols[i + k]] & 0xFF);
         }
-        writer.flushWord();
+        writer.flushWide();
     }
     for (; i < count; ++i) {
         writer.put(table[symbols[i]] >> 8, table[symbols[i]] & 0xFF);
-        writer.flushWord();
+        writer.flushWide();
     }
 }
 
-constexpr int32_t roomForGroup =
-    (groupSize * maxWrittenLength + 7) / 8 + static_cast<int32_t>(sizeof(size_t));
+constexpr size_t roomForGroup = (groupSize * maxWrittenLength + 7) / 8 + sizeof(size_t);
 
 /// True for a state that Init made; the tables and selectors are then sound.
 bool isReady(const Bz2HuffEncState& state) {
@@ -285,21 +261,21 @@ bool isReady(const Bz2HuffEncState& state) {
            state.alphaSize <= maxAlphabet;
 }
 
-void putDescription(BitWriter& writer, const Bz2HuffEncState& state) {
-    writer.put(static_cast<uint32_t>(state.tableCount), 3, true);
-    writer.put(static_cast<uint32_t>(state.selectorCount), 15, true);
+void putDescription(CodeWriter& writer, const Bz2HuffEncState& state) {
+    writer.put(static_cast<uint32_t>(state.tableCount), 3);
+    writer.put(static_cast<uint32_t>(state.selectorCount), 15);
     const uint8_t* coded = state.selectors + state.selectorCount;
     for (int32_t i = 0; i < state.selectorCount; ++i) {
         // As many ones as the position, then a zero.
-        writer.put((2U << coded[i]) - 2, coded[i] + 1, true);
+        writer.put((2U << coded[i]) - 2, coded[i] + 1);
     }
     for (int32_t table = 0; table < state.tableCount; ++table) {
         int length = state.lengths[table][0];
-        writer.put(static_cast<uint32_t>(length), 5, true);
+        writer.put(static_cast<uint32_t>(length), 5);
         for (int32_t s = 0; s < state.alphaSize; ++s) {
-            for (; length < state.lengths[table][s]; ++length) writer.put(0b10, 2, true);
-            for (; length > state.lengths[table][s]; --length) writer.put(0b11, 2, true);
-            writer.put(0, 1, true);
+            for (; length < state.lengths[table][s]; ++length) writer.put(0b10, 2);
+            for (; length > state.lengths[table][s]; --length) writer.put(0b11, 2);
+            writer.put(0, 1);
         }
     }
 }
@@ -360,7 +336,7 @@ VekStatus veksPackHuffContext_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, 
     if (vek::anyNull(pCode, pCodeLenBits, pDst, pDstLen, pState)) return vekStatusNullPointer;
     if (*pDstLen < 1 || vek::outside(*pCodeLenBits, 0, 32)) return vekStatusBadSize;
     if (!isReady(*pState)) return vekStatusError;
-    BitWriter writer(*pCode, *pCodeLenBits, pDst, *pDstLen);
+    CodeWriter writer(*pCode, *pCodeLenBits, pDst, *pDstLen);
     putDescription(writer, *pState);
     *pDstLen = writer.written();
     if (!writer.fitsAccumulator()) return vekStatusDestinationFull;
@@ -389,16 +365,16 @@ VekStatus veksEncodeHuff_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, const
             tables[table][s] = (state.codes[table][s] << 8) | state.lengths[table][s];
         }
     }
-    BitWriter writer(*pCode, *pCodeLenBits, pDst, *pDstLen);
+    CodeWriter writer(*pCode, *pCodeLenBits, pDst, *pDstLen);
     for (int32_t at = 0, group = 0; at < count; at += groupSize, ++group) {
         const int32_t n = std::min(groupSize, count - at);
         const uint32_t* table = tables[state.selectors[group]];
         if (writer.room() >= roomForGroup) {
-            putGroup(writer, symbols + at, n, table);
+            putGroup(writer.unchecked(), symbols + at, n, table);
             continue;
         }
         for (int32_t i = 0; i < n; ++i) {
-            writer.put(table[symbols[at + i]] >> 8, table[symbols[at + i]] & 0xFF, true);
+            writer.put(table[symbols[at + i]] >> 8, table[symbols[at + i]] & 0xFF);
         }
     }
     *pDstLen = writer.written();

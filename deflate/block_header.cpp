@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "bits/lsb_writer.h"
 #include "deflate/canonical_codes.h"
 #include "deflate/code_lengths.h"
 #include "frame/args.h"
@@ -73,20 +74,6 @@ struct LengthList {
     }
 };
 
-/// Bits of a header, first bit lowest, byte by byte: a header is written once a block.
-struct HeaderWriter {
-    uint8_t* dst;
-    uint32_t bits = 0;  // written so far
-
-    void put(uint32_t value, uint32_t count) {
-        for (uint32_t i = 0; i < count; ++i, ++bits) {
-            if (bits % 8 == 0) dst[bits / 8] = 0;
-            dst[bits / 8] =
-                static_cast<uint8_t>(dst[bits / 8] | (((value >> i) & 1) << (bits % 8)));
-        }
-    }
-};
-
 /// The code of the code lengths, for the symbols that occur.
 void makeLengthCode(const LengthList& list, VekHuffEntry (&code)[codeLengthSymbols]) {
     uint32_t frequencies[codeLengthSymbols] = {};
@@ -108,6 +95,9 @@ void makeLengthCode(const LengthList& list, VekHuffEntry (&code)[codeLengthSymbo
 constexpr uint8_t cod_len_cod[codeLengthSymbols] = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
                                                     11, 4,  12, 3, 13, 2, 14, 1, 15};
 
+static_assert(3 + 5 + 5 + 4 <= vek::LsbWriter::freeBits &&
+              maxCodeLengthCodeLength + extraBitsOf(18) <= vek::LsbWriter::freeBits);
+
 }  // namespace
 
 VekStatus veksDeflateLZ77FastestGenHeader_8u(const VekHuffEntry* pLitHuffTable,
@@ -123,19 +113,26 @@ VekStatus veksDeflateLZ77FastestGenHeader_8u(const VekHuffEntry* pLitHuffTable,
     uint32_t listed = codeLengthSymbols;
     while (listed > 4 && code[cod_len_cod[listed - 1]].length == 0) --listed;
 
-    HeaderWriter header{pHeader};
+    vek::LsbWriter header(0, 0, pHeader);
     constexpr uint32_t finalDynamic = 1 | (2 << 1);  // BFINAL, BTYPE
-    header.put(finalDynamic, 3);
-    header.put(litLenSymbols - firstLengthSymbol, 5);
-    header.put(distSymbols - 1, 5);
-    header.put(listed - 4, 4);
-    for (uint32_t i = 0; i < listed; ++i) header.put(code[cod_len_cod[i]].length, 3);
+    header.put({finalDynamic, 3});
+    header.put({litLenSymbols - firstLengthSymbol, 5});
+    header.put({distSymbols - 1, 5});
+    header.put({listed - 4, 4});
+    header.flushExact();
+    for (uint32_t i = 0; i < listed; ++i) {
+        header.put({code[cod_len_cod[i]].length, 3});
+        header.flushExact();
+    }
     for (size_t i = 0; i < list.count; ++i) {
         const LengthSymbol item = list.symbols[i];
-        header.put(code[item.symbol].code, code[item.symbol].length);
-        header.put(item.extra, extraBitsOf(item.symbol));
+        header.put({code[item.symbol].code, code[item.symbol].length});
+        header.put({item.extra, extraBitsOf(item.symbol)});
+        header.flushExact();
     }
-    *pHeaderLen = (header.bits + 7) / 8;
-    *pHeaderBits = header.bits;
+    *pHeaderBits = header.bitsSince(pHeader);
+    header.put({0, (8 - header.count()) % 8});
+    header.flushExact();
+    *pHeaderLen = static_cast<uint32_t>(header.position() - pHeader);
     return vekStatusOk;
 }

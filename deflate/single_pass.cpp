@@ -11,10 +11,10 @@
 
 #include <cstring>
 
+#include "bits/lsb_writer.h"
 #include "bytes/crc32c_step.h"
 #include "bytes/fill.h"
 #include "bytes/match_length.h"
-#include "deflate/bit_sink.h"
 #include "deflate/pair_codes.h"
 #include "deflate/symbol_counts.h"
 #include "frame/args.h"
@@ -77,7 +77,7 @@ void matchFastest(const uint8_t* src, uint32_t srcLen, uint32_t* head, uint32_t 
 /// Writes codes; the output's worst case, stated to callers, leaves room for the wide stores.
 struct CodeWriter {
     const PairCodes& codes;
-    BitSink sink;
+    vek::LsbWriter sink;
 
     void literal(uint8_t byte) {
         sink.put(codes.literal(byte));
@@ -85,7 +85,7 @@ struct CodeWriter {
     }
 
     void literals(const uint8_t* begin, const uint8_t* end) {
-        constexpr int perFlush = BitSink::freeBits / maxCodeLength;
+        constexpr int perFlush = vek::LsbWriter::freeBits / maxCodeLength;
         for (; end - begin >= perFlush; begin += perFlush) {
             for (int i = 0; i < perFlush; ++i) sink.put(codes.literal(begin[i]));
             sink.flushWide();
@@ -127,7 +127,7 @@ VekStatus veksDeflateLZ77Fastest_8u(const uint8_t* pSrc, int32_t srcLen, uint32_
         return vekStatusBadSize;
     }
     const PairCodes codes(pLitHuffTable, pDistHuffTable);
-    CodeWriter writer{codes, BitSink(*pCode, *pCodeLenBits, pDst + *pDstIdx)};
+    CodeWriter writer{codes, vek::LsbWriter(*pCode, *pCodeLenBits, pDst + *pDstIdx)};
     writer.sink.flushExact();
     matchFastest(pSrc, static_cast<uint32_t>(srcLen), pHashHead, hashSize, writer);
     *pCode = writer.sink.buffer();

@@ -104,11 +104,11 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     copy16(dst, src);
     copy16(dst + 16, src + 16);
     while (end - dst > copySlack) [[unlikely]] {  // few matches are longer
-        src += copySlack;
-        dst += copySlack;
-        copy16(dst, src);
-        copy16(dst + 16, src + 16);
-    }
+            src += copySlack;
+            dst += copySlack;
+            copy16(dst, src);
+            copy16(dst + 16, src + 16);
+        }
 }
 
 /// Copies any match; false when it does not fit, or starts before the history.

@@ -27,22 +27,6 @@ struct Entry {
 
 constexpr uint32_t maxExtraBits = 15;
 
-/// Adds source bytes until `count` bits, at most 25, are held or the source is used up.
-inline void fill(Run& run, uint32_t count) {
-    while (run.nBits < count && run.src != run.srcEnd) {
-        run.bits |= static_cast<uint32_t>(*run.src++) << run.nBits;
-        run.nBits += 8;
-    }
-}
-
-/// Takes `count` bits, at most 15, that are held.
-inline uint32_t take(Run& run, uint32_t count) {
-    const uint32_t bits = run.bits & ((1U << count) - 1);
-    run.bits >>= count;
-    run.nBits -= count;
-    return bits;
-}
-
 /// Copies from the window as much of a match as lies there, at most `length` bytes; `back` is how
 /// far before the output's start the match begins, at most windowSize. Returns the bytes copied.
 inline uint32_t copyFromWindow(const Run& run, uint8_t* dst, uint32_t back, uint32_t length) {

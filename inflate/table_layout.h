@@ -26,6 +26,7 @@
 #include <cstdint>
 
 #include "bits/deflate_symbols.h"
+#include "bits/lsb_reader.h"
 #include "frame/variant.h"
 #include "vekdc.h"
 
@@ -89,17 +90,13 @@ enum Step : uint32_t {
 enum class Stop : int32_t { endOfBlock = 0, needInput = 1, inside = 2, corrupt };
 
 /// A stream's position and surroundings while a call works on it.
-struct Run {
-    const uint8_t* src;
-    const uint8_t* srcEnd;
+struct Run : LsbReader {
     uint8_t* dst;
     uint8_t* dstEnd;
     const uint8_t* dstStart;  ///< Start of the history in the output buffer.
     const uint8_t* window;
     uint32_t windowSize;  ///< 0 when there is no window.
     uint32_t winIdx;
-    uint32_t bits;  ///< Bits above nBits are 0.
-    uint32_t nBits;
     uint32_t step;
     uint32_t value;
     uint32_t extraBits;

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "bits/msb_reader.h"
 #include "bytes/copy.h"
 #include "bytes/words.h"
 #include "frame/args.h"
@@ -40,20 +41,19 @@ struct History {
 };
 
 /// A decoder call's position; taken from the record, and written back at its end.
-struct TokenReader {
-    const uint8_t* src;
-    const uint8_t* const srcEnd;
+struct TokenReader : vek::MsbReader {
     uint8_t* out;
     uint8_t* const outEnd;
     History history;
-    uint32_t bits;
-    int count;
     uint32_t pendingDistance;
     uint32_t pendingLength;
+
+    static_assert(matchBits <= mostNeeded);
 
     // Room: a match of 258 with 15 bytes of wide copy behind. Source: a load of 4 bytes.
     static constexpr size_t roomMargin = 280;
     static constexpr size_t sourceMargin = 8;
+    static_assert(roomMargin >= maxMatch + 15 && sourceMargin >= 4);
 
     size_t room() const { return static_cast<size_t>(outEnd - out); }
     bool full() const { return out == outEnd; }
@@ -66,39 +66,23 @@ struct TokenReader {
         pendingDistance = pendingLength != 0 ? distance : 0;
     }
 
-    /// Pulls bytes until `wanted` bits are held; false when the source ends before.
-    bool pull(int wanted) {
-        while (count < wanted) {
-            if (src == srcEnd) return false;
-            bits |= uint32_t{*src++} << (24 - count);
-            count += 8;
-        }
-        return true;
-    }
-
-    void drop(int size) {
-        bits <<= size;
-        count -= size;
-    }
-
     /// One token; false when the source ends inside it.
     bool careful() {
-        if (!pull(1)) return false;
-        if ((bits >> 31) != 0) {
-            if (!pull(literalBits)) return false;
-            *out++ = static_cast<uint8_t>(bits >> 23);
-            drop(literalBits);
+        if (!need(1)) return false;
+        if (peek(1) != 0) {
+            if (!need(literalBits)) return false;
+            *out++ = static_cast<uint8_t>(take(literalBits));
             return true;
         }
-        if (!pull(matchBits)) return false;
-        const uint32_t token = bits >> 8;
-        drop(matchBits);
+        if (!need(matchBits)) return false;
+        const uint32_t token = take(matchBits);
         match(token >> 8, (token & 0xFF) + minMatch);
         return true;
     }
 
     /// Whole tokens while both margins last. Fewer than 8 bits are held before and after; they are
-    /// the low bits of the byte before `src`, which must be one of this call's.
+    /// the low bits of the byte before `src`, which must be one of this call's. The position is a
+    /// byte and a bit in it: the number of a bit would overflow 32 bits in a source of 512 MiB.
     void fast();
 };
 
@@ -171,13 +155,10 @@ VekStatus veksDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** p
     LzssDecoder* const state = &static_cast<LzssState*>(pState)->decoder;
     const uint8_t* const source = *ppSrc;
     uint8_t* const outStart = *ppDst;
-    TokenReader reader{source,
-                       source + std::max(*pSrcLen, 0),
+    TokenReader reader{{state->bits, state->bitCount, source, source + std::max(*pSrcLen, 0)},
                        outStart,
                        outStart + *pDstLen,
                        {state->window + historySize, outStart},
-                       state->bits,
-                       state->bitCount,
                        state->pendingDistance,
                        state->pendingLength};
     if (reader.pendingLength != 0) reader.match(reader.pendingDistance, reader.pendingLength);

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "bits/msb_writer.h"
 #include "bytes/match_length.h"
 #include "bytes/words.h"
 #include "frame/args.h"
@@ -25,7 +26,6 @@ namespace {
 
 using namespace vek::lzss;
 using vek::load;
-using vek::store;
 
 constexpr int maxSteps = 16;
 
@@ -34,52 +34,29 @@ inline uint32_t hash(const uint8_t* p) {
                                  randVecLZSS[2][p[2]]);
 }
 
-/// Bits on their way out.
-struct BitWriter {
+/// Tokens on their way out.
+struct TokenWriter : vek::MsbWriter<uint64_t> {
     /// Room below which bytes go one by one: a token's store, and a byte that shows the room not
     /// full.
     static constexpr size_t wideRoom = 8;
     /// The most bits that may await when a token comes.
     static constexpr int mostPending = 23;
-
-    uint64_t bits;
-    int count;
-    uint8_t* out;
-    uint8_t* end;
-
-    size_t room() const { return static_cast<size_t>(end - out); }
-
-    /// Moves whole bytes out; false when the room is then full.
-    bool drain() {
-        while (count >= 8) {
-            *out++ = static_cast<uint8_t>(bits >> 56);
-            bits <<= 8;
-            count -= 8;
-            if (out == end) return false;
-        }
-        return true;
-    }
+    static_assert(matchBits <= freeBitsOf32 && mostPending + matchBits <= wordBits);
 
     /// False when the room is full; the token is then taken nevertheless.
-    bool put(uint32_t token, int size) {
+    bool token(uint32_t value, int size) {
         if (room() >= wideRoom && count < 8) {
-            const auto high = static_cast<uint32_t>(bits >> 32) | token << (32 - size - count);
-            store(out, vek::byteSwap(high));
-            const int total = count + size;
-            out += total >> 3;
-            bits = uint64_t{high << (total & 24)} << 32;
-            count = total & 7;
+            putFlushed(value, size);
             return true;
         }
-        bits |= uint64_t{token} << (64 - size - count);
-        count += size;
+        put(value, size);
         return drain();
     }
 
     bool ready() { return count <= mostPending || drain(); }
-    bool literal(uint32_t byte) { return put(0x100 | byte, literalBits); }
+    bool literal(uint32_t byte) { return token(0x100 | byte, literalBits); }
     bool match(uint32_t distance, uint32_t length) {
-        return put(distance << 8 | (length - minMatch), matchBits);
+        return token(distance << 8 | (length - minMatch), matchBits);
     }
 };
 
@@ -131,8 +108,8 @@ struct Finder {
 };
 
 /// Encodes `length` bytes; returns how many were taken.
-uint32_t encodeTokens(Finder finder, BitWriter* pWriter, uint32_t length) {
-    BitWriter writer = *pWriter;
+uint32_t encodeTokens(Finder finder, TokenWriter* pWriter, uint32_t length) {
+    TokenWriter writer = *pWriter;
     const uint8_t* const source = finder.source;
     // The last two bytes are literals and never become candidates.
     const uint32_t searched = length > 2 ? length - 2 : 0;
@@ -242,8 +219,8 @@ VekStatus veksEncodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** p
     const auto length = static_cast<uint32_t>(*pSrcLen);
     uint8_t* const window = windowAt(*state);
     std::memcpy(window, source, std::min(length, maxMatch));
-    BitWriter writer{uint64_t{state->bitsHigh} << 32 | state->bitsLow, state->bitCount, *ppDst,
-                     *ppDst + *pDstLen};
+    TokenWriter writer{{uint64_t{state->bitsHigh} << 32 | state->bitsLow, state->bitCount, *ppDst,
+                        *ppDst + *pDstLen}};
     const Finder finder{state->chain, state->head, source, window, state->position};
     const uint32_t consumed = encodeTokens(finder, &writer, length);
     const VekStatus status = writer.room() == 0 ? vekStatusDestinationFull : vekStatusOk;
@@ -265,8 +242,8 @@ VekStatus veksEncodeLZSSFlush_8u(uint8_t** ppDst, int32_t* pDstLen, void* pState
     LzssEncoder* const state = &static_cast<LzssState*>(pState)->encoder;
     if (state->bitCount <= 0) return vekStatusOk;
     const int wholeBytes = (state->bitCount + 7) & ~7;
-    BitWriter writer{uint64_t{state->bitsHigh} << 32 | state->bitsLow, wholeBytes, *ppDst,
-                     *ppDst + *pDstLen};
+    TokenWriter writer{
+        {uint64_t{state->bitsHigh} << 32 | state->bitsLow, wholeBytes, *ppDst, *ppDst + *pDstLen}};
     const bool placed = writer.drain();
     *ppDst = writer.out;
     *pDstLen = static_cast<int32_t>(writer.room());

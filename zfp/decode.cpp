@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "bits/lsb_reader.h"
 #include "bytes/words.h"
 #include "frame/args.h"
 #include "vekdc.h"
@@ -24,47 +25,21 @@
 namespace {
 
 using namespace vek::zfp;
-using vek::load;
+using vek::LsbCursor;
 
 constexpr ByteShuffles blockOrder = byteShuffles(permTableDecode);
 
-/// Reads bits from memory; up to 8 bytes from the position's byte on must be readable.
-class BitReader {
- public:
-    BitReader(const uint8_t* base, unsigned position) : base_(base), position_(position) {}
-
-    /// The next 32 bits.
-    uint32_t peek() const {
-        return static_cast<uint32_t>(load<uint64_t>(base_ + position_ / 8) >> position_ % 8);
-    }
-
-    void skip(unsigned count) { position_ += count; }
-
-    /// Takes `count` bits, at most 32.
-    uint32_t take(unsigned count) {
-        const uint32_t bits = peek();
-        position_ += count;
-        return count < 32 ? bits & ((1U << count) - 1) : bits;
-    }
-
-    unsigned position() const { return position_; }
-
- private:
-    const uint8_t* base_;
-    unsigned position_;
-};
-
 /// Takes a run of zeros and the 1 behind it, at most `most` bits; a run that long has no 1. Returns
 /// the number of zeros.
-unsigned takeRun(BitReader& in, unsigned most) {
+unsigned takeRun(LsbCursor& in, unsigned most) {
     unsigned run = 0;
     while (run < most) {
         const uint32_t bits = in.peek();
-        const unsigned zeros = bits != 0 ? vek::lowestSetBit(bits) : 32;
+        const unsigned zeros = bits != 0 ? vek::lowestSetBit(bits) : LsbCursor::peekBits;
         const unsigned step = std::min(zeros, most - run);
         run += step;
         in.skip(step);
-        if (zeros < 32 && run < most) {
+        if (zeros < LsbCursor::peekBits && run < most) {
             in.skip(1);
             break;
         }
@@ -75,7 +50,7 @@ unsigned takeRun(BitReader& in, unsigned most) {
 /// Decodes one plane when `known` coefficients are significant, within `budget` bits, which it
 /// decreases; `known` becomes how many are after it. A run that the budget cuts short, like one
 /// that reaches the last coefficient, makes the coefficient it stopped at significant.
-uint64_t takePlane(BitReader& in, unsigned& known, uint32_t& budget) {
+uint64_t takePlane(LsbCursor& in, unsigned& known, uint32_t& budget) {
     const auto verbatim = static_cast<unsigned>(std::min<uint32_t>(known, budget));
     uint64_t plane = in.take(std::min(verbatim, 32U));
     if (verbatim > 32) plane |= static_cast<uint64_t>(in.take(verbatim - 32)) << 32;
@@ -102,7 +77,7 @@ uint64_t takePlane(BitReader& in, unsigned& known, uint32_t& budget) {
 
 /// Decodes the upper `precision` planes into the coefficients' byte planes, the lowest bytes first,
 /// in block order.
-void takePlanes(BitReader& in, unsigned precision, uint32_t budget, uint8_t* bytePlanes) {
+void takePlanes(LsbCursor& in, unsigned precision, uint32_t budget, uint8_t* bytePlanes) {
     unsigned known = 0;
     std::memset(bytePlanes, 0, 256);
     for (unsigned done = 0; done < precision && budget != 0; done += 8) {
@@ -204,7 +179,7 @@ void storeZeros(float* dst, ptrdiff_t step, ptrdiff_t planeStep) {
 }
 
 /// Decodes the block that begins at the reader's position, and takes it off the record.
-VekStatus decodeBlock(ZfpState& state, BitReader in, float* dst, ptrdiff_t step,
+VekStatus decodeBlock(ZfpState& state, LsbCursor in, float* dst, ptrdiff_t step,
                       ptrdiff_t planeStep) {
     const unsigned begin = in.position();
     const auto minBits = static_cast<uint32_t>(std::max(state.minBits, 1));
@@ -287,8 +262,8 @@ VekStatus veksDecodeZfp444_32f(ZfpState* pState, float* pDst, int32_t dstStep,
     const size_t room = roomOf(*pState);
     const uint8_t* const base = pState->current - heldBytes;
     if (room >= blockRoom)
-        return decodeBlock(*pState, BitReader(base, position), pDst, dstStep, dstPlaneStep);
+        return decodeBlock(*pState, LsbCursor(base, position), pDst, dstStep, dstPlaneStep);
     uint8_t rest[8 + 2 * blockRoom] = {};
     std::memcpy(rest, base, heldBytes + room);
-    return decodeBlock(*pState, BitReader(rest, position), pDst, dstStep, dstPlaneStep);
+    return decodeBlock(*pState, LsbCursor(rest, position), pDst, dstStep, dstPlaneStep);
 }

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "bits/lsb_writer.h"
 #include "bytes/words.h"
 #include "frame/args.h"
 #include "vekdc.h"
@@ -23,6 +24,7 @@ namespace {
 
 using namespace vek::zfp;
 using vek::load;
+using vek::LsbWriter;
 using vek::store;
 
 constexpr ByteShuffles codedOrder = byteShuffles(permTable);
@@ -32,38 +34,14 @@ constexpr uint32_t lowMask(unsigned count) {
     return count < 32 ? (1U << count) - 1 : ~0U;
 }
 
-/// Writes bits to memory in units of 32, each with one 8-byte store, so that a put needs no branch.
-class BitWriter {
- public:
-    BitWriter(uint8_t* base, uint64_t held, unsigned count)
-        : base_(base), at_(base), held_(held), count_(count) {
-        settle();
-    }
+// Every code is at most 32 bits, and is flushed at once: a put needs no branch.
+static_assert(32 <= LsbWriter::freeBits);
 
-    /// Appends `count` bits, at most 32; those above must be zero.
-    void put(uint32_t bits, unsigned count) {
-        held_ |= static_cast<uint64_t>(bits) << (count_ & 31);
-        count_ += count;
-        settle();
-    }
-
-    /// Bits from the base on.
-    uint32_t position() const { return static_cast<uint32_t>(at_ - base_) * 8 + count_; }
-
- private:
-    void settle() {
-        store<uint64_t>(at_, held_);
-        const bool full = count_ >= 32;
-        at_ += full ? 4 : 0;
-        held_ = full ? held_ >> 32 : held_;
-        count_ &= 31;
-    }
-
-    uint8_t* base_;
-    uint8_t* at_;
-    uint64_t held_;
-    unsigned count_;
-};
+/// Appends `count` bits, at most 32; those above must be zero.
+void put(LsbWriter& out, uint32_t bits, unsigned count) {
+    out.put({bits, count});
+    out.flushWide();
+}
 
 unsigned bitLength(uint64_t v) {
     const auto high = static_cast<uint32_t>(v >> 32);
@@ -73,25 +51,25 @@ unsigned bitLength(uint64_t v) {
 }
 
 /// Codes one plane when `known` coefficients are significant; returns how many are after it.
-unsigned putPlane(BitWriter& out, uint64_t plane, unsigned known) {
+unsigned putPlane(LsbWriter& out, uint64_t plane, unsigned known) {
     const auto low = static_cast<uint32_t>(plane);
     const auto high = static_cast<uint32_t>(plane >> 32);
-    out.put(low & lowMask(known), std::min(known, 32U));
+    put(out, low & lowMask(known), std::min(known, 32U));
     if (known > 32) {
-        out.put(high & lowMask(known - 32), known - 32);
+        put(out, high & lowMask(known - 32), known - 32);
         if (known == blockValues) return known;
     }
     uint64_t rest = known < 32 ? plane >> (known & 31) : uint64_t{high} >> (known & 31);
     unsigned left = bitLength(rest);
     if (left == 0) {
-        out.put(0, 1);
+        put(out, 0, 1);
         return known;
     }
     known += left;
     unsigned tested = 1;
     for (; left > 8; left -= 8) {
         const uint32_t entry = runCodeTable.entry[tested][rest & 0xFF];
-        out.put(entry & 0xFFFF, entry >> 16);
+        put(out, entry & 0xFFFF, entry >> 16);
         tested = static_cast<unsigned>(rest >> 7 & 1);
         rest >>= 8;
     }
@@ -101,16 +79,17 @@ unsigned putPlane(BitWriter& out, uint64_t plane, unsigned known) {
     const unsigned zeros = 8 - left;
     const unsigned length = (entry >> 16) - zeros - (left < 8 ? 1 : 0);
     const unsigned written = known < blockValues ? length + 1 : length - 1;
-    out.put(entry & lowMask(std::min(written, length)) & 0xFFFF, written);
+    put(out, entry & lowMask(std::min(written, length)) & 0xFFFF, written);
     return known;
 }
 
 /// Codes the upper `precision` planes; may write a plane more than `budget` bits.
-void putPlanes(BitWriter& out, const uint8_t* bytePlanes, unsigned precision, uint32_t budget) {
+void putPlanes(LsbWriter& out, const uint8_t* bytePlanes, unsigned precision, uint32_t budget) {
     alignas(16) uint64_t planes[8];
-    const uint32_t start = out.position();
+    const uint8_t* const start = out.position();
+    const uint32_t end = out.count() + budget;
     unsigned known = 0;
-    for (unsigned done = 0; done < precision && out.position() - start < budget; ++done) {
+    for (unsigned done = 0; done < precision && out.bitsSince(start) < end; ++done) {
         if (done % 8 == 0) {
             const Bytes64 bytes = loadBytes64(bytePlanes + 64 * (3 - done / 8));
             Bytes64 bits = permuteBytes<codedOrder>(bytes);
@@ -170,12 +149,14 @@ VekStatus encodeBlock(ZfpState& state, int32_t emax, unsigned precision) {
     const bool roomy = roomOf(state) >= blockRoom;
     uint8_t* const base = roomy ? state.current : aside;
     const auto pending = static_cast<uint32_t>(state.pending);
-    BitWriter out(base, state.buffer, pending);
-    out.put(2 * static_cast<uint32_t>(emax + floatBias) + 1, headerBits);
+    LsbWriter out(static_cast<uint32_t>(state.buffer), std::min(pending, 32U), base);
+    out.flushWide();
+    if (pending > 32) put(out, static_cast<uint32_t>(state.buffer >> 32), pending - 32);
+    put(out, 2 * static_cast<uint32_t>(emax + floatBias) + 1, headerBits);
     const uint32_t budget = budgetOf(state.maxBits);
     putPlanes(out, state.workspace, precision, budget);
     const uint32_t most = pending + headerBits + std::min(budget, maxBlockBits);
-    const uint32_t position = std::min(out.position(), most);
+    const uint32_t position = std::min(out.bitsSince(base), most);
     const VekStatus status = commit(state, base, position);
     const auto used = static_cast<int32_t>(position - pending);
     if (status != vekStatusOk || used >= state.minBits) return status;
