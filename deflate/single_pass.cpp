@@ -94,6 +94,8 @@ struct CodeWriter {
         sink.flushWide();
     }
 
+    static_assert(maxSymbolBits + maxDistanceBits <= vek::LsbWriter::freeBits);
+
     void match(uint32_t length, uint32_t distance) {
         sink.put(codes.length(length - minMatch));
         sink.put(codes.distance(distance));
