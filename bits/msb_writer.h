@@ -33,7 +33,8 @@ struct MsbWriter {
 
     /// Appends `size` bits, at least 1; as many must be free.
     void put(uint32_t value, int size) {
-        bits |= static_cast<Word>(value) << (wordBits - size - count);
+        const auto shift = static_cast<unsigned>(wordBits - count - size);
+        bits |= static_cast<Word>(value) << shift % wordBits;  // as the instruction does
         count += size;
     }
 
