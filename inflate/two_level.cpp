@@ -106,6 +106,9 @@ constexpr ptrdiff_t pairSource = 3000;
 constexpr ptrdiff_t pairRoom = 12000;
 constexpr unsigned enoughPairs = 200;  ///< Of 2048 entries.
 
+// The kernel's table of bits holds for the packed level, too.
+static_assert(packedBits <= lookupBits && packedBits <= literalBits && packedDistBits <= rootBits);
+
 /// The tables as the kernel sees them through a packed level, which stands in its frame.
 template <bool pairs>
 class Packed {
