@@ -288,6 +288,8 @@ bool DeflateEncoder::prepareMatcher(size_t whole) {
         !head_.reserve(s.hashSize))
         return false;
     std::fill_n(head_.data(), s.hashSize, kNoPosition);
+    std::fill_n(prev_.data(), s.windowSize, kNoPosition);
+    std::memset(window_.data(), 0, s.windowSize);
     s.position = 0;
     s.matching = true;
     return true;
