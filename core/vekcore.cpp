@@ -107,8 +107,9 @@ uint64_t largestCacheOfSystem() {
 
 }  // namespace
 
-VEK_CORE_API uint32_t vekFeatureWord;
-uint32_t vekFeatureWord = 0;
+extern "C" {
+__attribute__((visibility("default"))) uint32_t vekFeatureWord = 0;
+}
 
 VEK_CORE_API int32_t ownGetFeature(uint64_t mask) {
     const uint32_t features = __atomic_load_n(&vekFeatureWord, __ATOMIC_RELAXED);
