@@ -69,6 +69,7 @@ class Filter {
         lseek(in_, 0, SEEK_SET);
         lseek(out_, 0, SEEK_SET);
         std::vector<char*> arguments;
+        arguments.reserve(command.size() + 1);
         for (const auto& one : command) arguments.push_back(const_cast<char*>(one.c_str()));
         arguments.push_back(nullptr);
         posix_spawn_file_actions_t actions;
