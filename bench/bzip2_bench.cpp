@@ -53,7 +53,7 @@ struct Block {
 
     void encodeRuns() {
         runs.resize(blockSize + 1);
-        Bz2RleState state;
+        VekBz2RleState state;
         veksEncodeRLEInit_BZ2_8u(&state);
         const uint8_t* src = raw.data();
         int32_t left = sizeOf(raw);
@@ -79,7 +79,7 @@ struct Block {
         const int32_t length = sizeOf(column);
         checkStatus(veksReduceDictionary_8u_I(inUse.data(), positions.data(), length, &values),
                     "map");
-        MtfState state;
+        VekMtfState state;
         veksMTFInit_8u(&state);
         checkStatus(veksMTFFwd_8u(positions.data(), positions.data(), length, &state), "mtf");
     }
@@ -108,7 +108,7 @@ struct Block {
     }
 
     void encodeSymbols() {
-        auto* const state = recordOf<Bz2HuffEncState>(veksEncodeHuffGetSize_BZ2_16u8u);
+        auto* const state = recordOf<VekBz2HuffEncState>(veksEncodeHuffGetSize_BZ2_16u8u);
         auto count = static_cast<int32_t>(symbols.size());
         checkStatus(veksEncodeHuffInit_BZ2_16u8u(values + 2, frequencies.data(), symbols.data(),
                                                  count, state),
@@ -142,7 +142,7 @@ struct Block {
     }
 
     int32_t decodeSymbols(std::vector<uint16_t>* out) {
-        auto* const state = recordOf<Bz2HuffDecState>(veksDecodeHuffGetSize_BZ2_8u16u);
+        auto* const state = recordOf<VekBz2HuffDecState>(veksDecodeHuffGetSize_BZ2_8u16u);
         checkStatus(veksDecodeHuffInit_BZ2_8u16u(values + 2, state), "decoder");
         uint32_t pending = 0;
         int32_t pendingCount = 0;
@@ -158,7 +158,7 @@ struct Block {
     }
 
     static size_t decodeRuns(const Bytes& from, Bytes* to) {
-        Bz2RleState state;
+        VekBz2RleState state;
         veksDecodeRLEStateInit_BZ2_8u(&state);
         const uint8_t* src = from.data();
         int32_t left = sizeOf(from);
@@ -223,7 +223,7 @@ void addStages(const std::string& name, Block* block, Decoded* to) {
     stage("bzip2-run-length-decode", raw, [=] { return Block::decodeRuns(block->runs, &to->raw); });
     stage("bzip2-move-to-front", length, [=] { return block->moveToFront(), size_t{0}; });
     stage("bzip2-move-to-front-inverse", length, [=] {
-        MtfState state;
+        VekMtfState state;
         veksMTFInit_8u(&state);
         veksMTFInv_8u(block->positions.data(), to->runs.data(), count, &state);
         return size_t{0};

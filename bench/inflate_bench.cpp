@@ -43,7 +43,7 @@ struct Output {
         at += count;
         return true;
     }
-    bool coded(vektest::BitSource& in, InflateState& state) {
+    bool coded(vektest::BitSource& in, VekInflateState& state) {
         for (int32_t mode = 1; mode != 0;) {
             auto srcLen = static_cast<uint32_t>(std::min<size_t>(piece, in.end - in.src));
             auto room = static_cast<uint32_t>(std::min(piece - at % piece, size - at));
@@ -58,7 +58,7 @@ struct Output {
     }
 };
 
-size_t ours(const Bytes& data, Bytes& out, InflateState& state, size_t piece) {
+size_t ours(const Bytes& data, Bytes& out, VekInflateState& state, size_t piece) {
     Output output{out.data(), out.size(), piece};
     vektest::BitSource in{data.data(), data.data() + data.size()};
     return vektest::readDeflate(in, state, output) ? output.at : 0;
@@ -91,7 +91,7 @@ void registerBenchmarks() {
         for (const int level : {1, 6, 9}) {
             auto data = std::make_shared<Bytes>(deflateRaw(file.bytes, level));
             auto out = std::make_shared<Bytes>(file.bytes.size());
-            auto state = std::make_shared<InflateState>();
+            auto state = std::make_shared<VekInflateState>();
             const std::string& input = file.name;
             const auto libdeflates = [data, out] {
                 static libdeflate_decompressor* decompressor = libdeflate_alloc_decompressor();

@@ -60,7 +60,7 @@ struct Ours {
     std::vector<uint32_t> record;
     std::vector<uint8_t> stream = std::vector<uint8_t>(side * side * side * 5);
 
-    ZfpState* state() { return reinterpret_cast<ZfpState*>(record.data()); }
+    VekZfpState* state() { return reinterpret_cast<VekZfpState*>(record.data()); }
 
     Ours() {
         int32_t size = 0;

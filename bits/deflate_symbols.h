@@ -1,5 +1,6 @@
-// The ranges of lengths and distances that the symbols of RFC 1951, 3.2.5 stand for, as tables made
-// from the rule that it gives.
+// What RFC 1951 fixes, for the encoder and the decoder: the sizes of its alphabets, the limits of
+// its codes, and the ranges of lengths and distances that the symbols stand for, as tables made
+// from the rule of 3.2.5.
 //
 // Length codes come in groups of four (from code 8 on) and distance codes in pairs (from code 4 on)
 // of the same number of extra bits; each group's ranges are twice as wide as the ones before.
@@ -11,10 +12,27 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vek::inline VEK_LEVEL::deflate {
+namespace vek::inline VEK_LEVEL::deflate_format {
 
-constexpr size_t distSymbols = 30;
-constexpr size_t lengthCodes = 29;
+constexpr unsigned minMatch = 3;
+constexpr unsigned maxMatch = 258;
+constexpr unsigned maxDistance = 32768;
+
+constexpr unsigned endOfBlock = 256;
+constexpr unsigned firstLengthSymbol = endOfBlock + 1;
+constexpr unsigned lengthCodes = 29;
+constexpr unsigned litLenSymbols = firstLengthSymbol + lengthCodes;
+constexpr unsigned distSymbols = 30;
+static_assert(litLenSymbols == 286);
+
+/// Both alphabets with the symbols that the fixed code has and no data may use.
+constexpr unsigned allLitLenSymbols = 288;
+constexpr unsigned allDistSymbols = 32;
+
+/// The longest code of either alphabet, and the most extra bits behind it.
+constexpr unsigned maxCodeLength = 15;
+constexpr unsigned maxLengthExtra = 5;
+constexpr unsigned maxDistExtra = 13;
 
 /// Extra bits of each length code.
 inline constexpr std::array<uint8_t, lengthCodes> litExtraTable = [] {
@@ -54,7 +72,9 @@ inline constexpr std::array<uint16_t, distSymbols> distBaseTable = [] {
     return base;
 }();
 
-static_assert(litBaseTable[27] == 224 && distBaseTable[29] == 24576 && litExtraTable[27] == 5 &&
-              litExtraTable[28] == 0 && distExtraTable[29] == 13);
+static_assert(litBaseTable[27] == 224 && litExtraTable[27] == maxLengthExtra &&
+              litExtraTable[28] == 0);
+static_assert(distBaseTable[29] + (1U << distExtraTable[29]) == maxDistance &&
+              distExtraTable[29] == maxDistExtra);
 
-}  // namespace vek::inline VEK_LEVEL::deflate
+}  // namespace vek::inline VEK_LEVEL::deflate_format

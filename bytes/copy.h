@@ -1,8 +1,8 @@
 // Copies of matches: byte strings that repeat what stands a distance back in the same buffer.
 //
 // A match whose distance is shorter than its length overlaps itself, and repeats its first
-// `distance` bytes. The copy here writes the bytes asked for and no others; a decoder's kernel,
-// which has room behind the match, makes its own wider copies of copy16.
+// `distance` bytes. The copies here write the bytes asked for and no others; wide_copy.h has those
+// for a decoder's kernel, which knows of room behind the match.
 #pragma once
 
 #include <emmintrin.h>
@@ -38,6 +38,20 @@ inline void copyOverlap(uint8_t* dst, size_t distance, size_t length) {
             length -= piece;
         }
     }
+}
+
+/// Copies `count` bytes, none when it is negative, in the order of their addresses, with the result
+/// of a copy byte by byte wherever the two strings lie: where the destination begins inside the
+/// source, the bytes in front of it repeat.
+inline void D_COPY_SLOW(const uint8_t* src, uint8_t* dst, ptrdiff_t count) {
+    if (count <= 0 || src == dst) return;
+    const auto length = static_cast<size_t>(count);
+    // Below the source, the distance wraps round to a large one.
+    const size_t distance = reinterpret_cast<uintptr_t>(dst) - reinterpret_cast<uintptr_t>(src);
+    if (distance < length)
+        copyOverlap(dst, distance, length);
+    else
+        std::memmove(dst, src, length);
 }
 
 }  // namespace vek::inline VEK_LEVEL

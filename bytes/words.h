@@ -1,7 +1,7 @@
-// Bytes and words: unaligned little- and big-endian access, byte swap, bit reversal, bit scans.
+// Words of bytes and bits: loads and stores at any address, byte swaps, bit scans, bit reversal.
 //
 // x86 is little-endian and loads from any address; memcpy says so to the compiler without undefined
-// behaviour and becomes one instruction.
+// behaviour and becomes one instruction. A big-endian word is a load and a swap.
 #pragma once
 
 #include <cstdint>

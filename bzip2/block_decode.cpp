@@ -20,7 +20,7 @@ constexpr uint16_t firstLiteral = 2;  // symbols below it are the digits of zero
 /// Decodes symbols into entries and counts their values.
 class BlockReader {
  public:
-    BlockReader(const uint8_t* values, uint32_t valueCount, vek::BwtEntries entries,
+    BlockReader(const uint8_t* values, uint32_t valueCount, vek::bzip2::BwtEntries entries,
                 uint32_t capacity)
         : list_(values), valueCount_(valueCount), entries_(entries), capacity_(capacity) {}
 
@@ -81,9 +81,9 @@ class BlockReader {
         return true;
     }
 
-    vek::MtfList list_;
+    vek::bzip2::MtfList list_;
     uint32_t valueCount_;
-    vek::BwtEntries entries_;
+    vek::bzip2::BwtEntries entries_;
     uint32_t capacity_;
     uint32_t length_ = 0;
     uint32_t counts_[256] = {};
@@ -93,7 +93,7 @@ class BlockReader {
 
 VekStatus veksDecodeBlockGetSize_BZ2_8u(int32_t blockSize, int32_t* pSize) {
     if (vek::anyNull(pSize)) return vekStatusNullPointer;
-    if (vek::outside(blockSize, 0, vek::inverseBwtLimit - 1)) return vekStatusBadSize;
+    if (vek::outside(blockSize, 0, vek::bzip2::inverseBwtLimit - 1)) return vekStatusBadSize;
     *pSize = 4 * blockSize;
     return vekStatusOk;
 }
@@ -102,7 +102,7 @@ VekStatus veksDecodeBlock_BZ2_16u8u(const uint16_t* pSrc, int32_t srcLen, uint8_
                                     int32_t* pDstLen, int32_t index, int32_t dictSize,
                                     const uint8_t* pInUse, uint8_t* pBuffer) {
     if (vek::anyNull(pSrc, pDst, pDstLen, pInUse, pBuffer)) return vekStatusNullPointer;
-    if (srcLen < 1 || vek::outside(*pDstLen, 0, vek::inverseBwtLimit - 1) || index < 0 ||
+    if (srcLen < 1 || vek::outside(*pDstLen, 0, vek::bzip2::inverseBwtLimit - 1) || index < 0 ||
         index >= *pDstLen || vek::outside(dictSize, 0, 256)) {
         return vekStatusBadSize;
     }
@@ -112,12 +112,13 @@ VekStatus veksDecodeBlock_BZ2_16u8u(const uint16_t* pSrc, int32_t srcLen, uint8_
         if (static_cast<int8_t>(pInUse[value]) > 0) values[used++] = static_cast<uint8_t>(value);
     }
     if (used != dictSize) return vekStatusOk;
-    vek::BwtEntries entries(pBuffer);
+    vek::bzip2::BwtEntries entries(pBuffer);
     BlockReader reader(values, static_cast<uint32_t>(used), entries,
                        static_cast<uint32_t>(*pDstLen));
     const bool sound = reader.read(pSrc, srcLen);
     *pDstLen = static_cast<int32_t>(reader.length());
     if (!sound || index >= *pDstLen) return vekStatusError;
-    vek::invertBwt(entries, reader.length(), reader.counts(), static_cast<uint32_t>(index), pDst);
+    vek::bzip2::invertBwt(entries, reader.length(), reader.counts(), static_cast<uint32_t>(index),
+                          pDst);
     return vekStatusOk;
 }

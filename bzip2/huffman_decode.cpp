@@ -13,12 +13,15 @@
 #include <cstddef>
 #include <cstring>
 
+#include "bits/msb_reader.h"
 #include "bytes/words.h"
 #include "bzip2/huffman_format.h"
 #include "frame/args.h"
 #include "vekdc.h"
 
 using namespace vek::bzip2;
+using vek::MsbCursor;
+using vek::MsbReader;
 
 namespace {
 
@@ -60,47 +63,12 @@ struct VekBz2HuffDecState {
 
 namespace {
 
-constexpr size_t fixedSize = offsetof(Bz2HuffDecState, selectors);
-static_assert(fixedSize == 9324 && offsetof(Bz2HuffDecState, phase) == 0);
+constexpr size_t fixedSize = offsetof(VekBz2HuffDecState, selectors);
+static_assert(fixedSize == 9324 && offsetof(VekBz2HuffDecState, phase) == 0);
 
-/// The caller's accumulator and input, as local copies.
-struct BitReader {
-    uint32_t code;
-    int32_t count;
-    const uint8_t* src;
-    int32_t srcLen;
+static_assert(18 <= MsbReader::mostNeeded && maxCodeLength <= MsbReader::mostNeeded);
 
-    /// Takes in bytes until `bits`, at most 25, are held; false when the input ends first.
-    bool need(int32_t bits) {
-        while (count < bits) {
-            if (srcLen == 0) return false;
-            code |= static_cast<uint32_t>(*src++) << (24 - count);
-            --srcLen;
-            count += 8;
-        }
-        return true;
-    }
-
-    uint32_t peek(int bits) const { return code >> (32 - bits); }
-
-    void drop(int bits) {
-        code <<= bits;
-        count -= bits;
-    }
-
-    uint32_t take(int bits) {
-        const uint32_t value = peek(bits);
-        drop(bits);
-        return value;
-    }
-};
-
-BitReader makeReader(uint32_t code, int32_t count, const uint8_t* src, int32_t srcLen) {
-    // What stands below the valid bits is not to be trusted.
-    return {count == 0 ? 0 : code & (~UINT32_C(0) << (32 - count)), count, src, srcLen};
-}
-
-VekStatus readCounts(BitReader& in, Bz2HuffDecState& state) {
+VekStatus readCounts(MsbReader& in, VekBz2HuffDecState& state) {
     // Until the description is read the record has no tables, those of a block before included.
     state.tableCount = 0;
     if (!in.need(18)) return vekStatusSourceIncomplete;
@@ -114,7 +82,7 @@ VekStatus readCounts(BitReader& in, Bz2HuffDecState& state) {
     return vekStatusOk;
 }
 
-VekStatus readSelectors(BitReader& in, Bz2HuffDecState& state) {
+VekStatus readSelectors(MsbReader& in, VekBz2HuffDecState& state) {
     while (state.itemsRead < state.selectorCount) {
         if (!in.need(1)) return vekStatusSourceIncomplete;
         if (in.take(1) != 0) {
@@ -132,7 +100,7 @@ VekStatus readSelectors(BitReader& in, Bz2HuffDecState& state) {
 }
 
 /// Reads the lengths of one table, from where an earlier call stopped.
-VekStatus readTableLengths(BitReader& in, Bz2HuffDecState& state, uint8_t* lengths) {
+VekStatus readTableLengths(MsbReader& in, VekBz2HuffDecState& state, uint8_t* lengths) {
     if (state.currentLength == 0) {
         if (!in.need(5)) return vekStatusSourceIncomplete;
         state.currentLength = static_cast<int32_t>(in.take(5));
@@ -201,7 +169,7 @@ bool buildTable(const uint8_t* lengths, int32_t alphaSize, DecodeTable& table) {
     return true;
 }
 
-VekStatus readTables(BitReader& in, Bz2HuffDecState& state) {
+VekStatus readTables(MsbReader& in, VekBz2HuffDecState& state) {
     while (state.itemsRead < state.tableCount) {
         uint8_t* lengths = state.lengths[state.itemsRead];
         const VekStatus status = readTableLengths(in, state, lengths);
@@ -215,14 +183,14 @@ VekStatus readTables(BitReader& in, Bz2HuffDecState& state) {
     return vekStatusOk;
 }
 
-void enter(Bz2HuffDecState& state, Phase phase) {
+void enter(VekBz2HuffDecState& state, Phase phase) {
     state.phase = phase;
     state.itemsRead = 0;
     state.itemPart = 0;
     state.currentLength = 0;
 }
 
-VekStatus unpack(BitReader& in, Bz2HuffDecState& state) {
+VekStatus unpack(MsbReader& in, VekBz2HuffDecState& state) {
     VekStatus status = vekStatusOk;
     if (state.phase == phaseCounts) {
         status = readCounts(in, state);
@@ -265,40 +233,24 @@ uint32_t decodeLong(const DecodeTable& table, uint32_t bits20) {
 constexpr int wideBits = 10;
 using WideLookup = uint16_t[1 << wideBits];
 
-/// A stream read from its bit position: each step is one unaligned load.
-struct BitPosition {
-    static constexpr int wordBits = 8 * sizeof(size_t);
-    static constexpr int symbolsPerWord = (wordBits - 7) / maxCodeLength;
-
-    const uint8_t* src;
-    size_t bit;
-
-    /// The next bits, left-aligned; at least wordBits - 7 of them are valid.
-    size_t word() const {
-        const uint8_t* at = src + (bit >> 3);
-        if constexpr (sizeof(size_t) == 8) {
-            return vek::byteSwap(vek::load<uint64_t>(at)) << (bit & 7);
-        } else {
-            return vek::byteSwap(vek::load<uint32_t>(at)) << (bit & 7);
-        }
-    }
-};
+/// Symbols that one look at the stream serves.
+constexpr int symbolsPerWord = MsbCursor::validBits / maxCodeLength;
 
 /// One call's work: the symbols' output and the place in the groups, as local copies.
 class SymbolDecoder {
  public:
-    SymbolDecoder(const Bz2HuffDecState& state, uint16_t* dst, int32_t room)
+    SymbolDecoder(const VekBz2HuffDecState& state, uint16_t* dst, int32_t room)
         : state_(state),
           group_(state.group),
           position_(state.positionInGroup),
           dst_(dst),
           room_(room) {}
 
-    VekStatus run(BitReader& in) {
+    VekStatus run(MsbReader& in) {
         const uint8_t* begin = in.src;
         for (;;) {
             const bool betweenGroups = position_ == 0 || position_ == groupSize;
-            if (betweenGroups && in.srcLen >= worthTheTables) decodeFast(in, begin);
+            if (betweenGroups && in.left() >= worthTheTables) decodeFast(in, begin);
             if (written_ == room_) return vekStatusDestinationFull;
             if (!in.need(maxCodeLength)) return vekStatusSourceIncomplete;
             enterGroup();
@@ -306,7 +258,7 @@ class SymbolDecoder {
             const DecodeTable& table = state_.tables[state_.selectors[group_]];
             const uint32_t fast = table.fast[in.peek(fastBits)];
             const uint32_t next =
-                fast != 0 ? found(fast >> 4, fast & 15) : decodeLong(table, in.code >> scale);
+                fast != 0 ? found(fast >> 4, fast & 15) : decodeLong(table, in.bits >> scale);
             if (next == 0) return vekStatusError;
             in.drop(static_cast<int>(next & 0xFF));
             ++position_;
@@ -355,13 +307,13 @@ class SymbolDecoder {
     /// whatever is the careful loop's: the end of block, a code that no symbol has, the last
     /// groups. `begin` is the start of the call's input; pending bits from before it cannot be read
     /// from a position in it.
-    void decodeFast(BitReader& in, const uint8_t* begin) {
+    void decodeFast(MsbReader& in, const uint8_t* begin) {
         const auto taken = static_cast<size_t>(in.src - begin);
         if (8 * taken < static_cast<size_t>(in.count) ||
             (!widened_ && !(widened_ = widenLookups())))
             return;
-        BitPosition stream{begin, 8 * taken - static_cast<size_t>(in.count)};
-        const size_t size = taken + static_cast<size_t>(in.srcLen);
+        MsbCursor stream{begin, 8 * taken - static_cast<size_t>(in.count)};
+        const size_t size = taken + static_cast<size_t>(in.left());
         bool goesOn = true;
         while (goesOn && room_ - written_ >= groupSize &&
                size - (stream.bit >> 3) >= bytesOfGroup) {
@@ -371,33 +323,33 @@ class SymbolDecoder {
         }
         const size_t consumed = (stream.bit + 7) / 8;
         in.count = static_cast<int32_t>(8 * consumed - stream.bit);
-        in.code = in.count == 0 ? 0 : static_cast<uint32_t>(begin[consumed - 1]) << (32 - in.count);
+        in.bits = in.count == 0 ? 0 : static_cast<uint32_t>(begin[consumed - 1]) << (32 - in.count);
         in.src = begin + consumed;
-        in.srcLen = static_cast<int32_t>(size - consumed);
     }
 
     /// The kernel's next symbol above its length; 0 for what is the careful loop's.
     uint32_t decodeWide(const WideLookup& lookup, const DecodeTable& table, size_t word) const {
-        const uint32_t wide = lookup[word >> (BitPosition::wordBits - wideBits)];
+        const uint32_t wide = lookup[word >> (MsbCursor::wordBits - wideBits)];
+        // Long codes stand for rare symbols: they are kept out of the loop's straight code.
         if (wide != 0) [[likely]]
             return found(wide >> 4, wide & 15);
-        const auto bits20 = static_cast<uint32_t>(word >> (BitPosition::wordBits - maxCodeLength));
+        const auto bits20 = static_cast<uint32_t>(word >> (MsbCursor::wordBits - maxCodeLength));
         const uint32_t next = decodeLong(table, bits20);
         return next >> 8 == endOfBlock() ? 0 : next;
     }
 
     /// Decodes a group from its start; false when it stopped in front of a symbol.
-    bool decodeGroup(BitPosition& stream) {
+    bool decodeGroup(MsbCursor& stream) {
         const uint8_t selector = state_.selectors[group_];
         const WideLookup& lookup = lookups_[selector];
         const DecodeTable& table = state_.tables[selector];
-        BitPosition position = stream;
+        MsbCursor position = stream;
         uint16_t* dst = dst_ + written_;
         int32_t i = 0;
         bool goesOn = true;
         while (goesOn && i < groupSize) {
             size_t word = position.word();
-            for (int k = 0; k < BitPosition::symbolsPerWord; ++k) {
+            for (int k = 0; k < symbolsPerWord; ++k) {
                 const uint32_t next = decodeWide(lookup, table, word);
                 goesOn = next != 0;
                 if (!goesOn) break;
@@ -412,7 +364,7 @@ class SymbolDecoder {
         return goesOn;
     }
 
-    const Bz2HuffDecState& state_;
+    const VekBz2HuffDecState& state_;
     int32_t group_;
     int32_t position_;
     uint16_t* dst_;
@@ -423,7 +375,7 @@ class SymbolDecoder {
 };
 
 /// True when the counters of a record lie where its own functions can have left them.
-bool isSound(const Bz2HuffDecState& state) {
+bool isSound(const VekBz2HuffDecState& state) {
     return !vek::outside(state.alphaSize, 1, maxAlphabet) &&
            !vek::outside(state.itemsRead, 0, maxSelectors) &&
            !vek::outside(state.itemPart, 0, maxAlphabet) &&
@@ -432,7 +384,7 @@ bool isSound(const Bz2HuffDecState& state) {
 }
 
 /// True when a description was read to its end and what it says is there.
-bool hasTables(const Bz2HuffDecState& state) {
+bool hasTables(const VekBz2HuffDecState& state) {
     return isSound(state) && state.phase == phaseCounts && state.tableCount >= minTables;
 }
 
@@ -445,7 +397,7 @@ VekStatus veksDecodeHuffGetSize_BZ2_8u16u(int32_t len, int32_t* pSize) {
     return vekStatusOk;
 }
 
-VekStatus veksDecodeHuffInit_BZ2_8u16u(int32_t alphaSize, Bz2HuffDecState* pState) {
+VekStatus veksDecodeHuffInit_BZ2_8u16u(int32_t alphaSize, VekBz2HuffDecState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
     if (vek::outside(alphaSize, 1, maxAlphabet)) return vekStatusBadSize;
     enter(*pState, phaseCounts);
@@ -459,40 +411,40 @@ VekStatus veksDecodeHuffInit_BZ2_8u16u(int32_t alphaSize, Bz2HuffDecState* pStat
 
 VekStatus veksUnpackHuffContext_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits,
                                           const uint8_t** ppSrc, int32_t* pSrcLen,
-                                          Bz2HuffDecState* pState) {
+                                          VekBz2HuffDecState* pState) {
     if (vek::anyNull(pCode, pCodeLenBits, ppSrc, pSrcLen, pState) || *ppSrc == nullptr) {
         return vekStatusNullPointer;
     }
     if (*pSrcLen < 1 || vek::outside(*pCodeLenBits, 0, 32)) return vekStatusBadSize;
     if (vek::outside<int32_t>(pState->phase, phaseCounts, phaseLengths) || !isSound(*pState))
         return vekStatusError;
-    BitReader in = makeReader(*pCode, *pCodeLenBits, *ppSrc, *pSrcLen);
+    MsbReader in = MsbReader::after(*pCode, *pCodeLenBits, *ppSrc, *ppSrc + *pSrcLen);
     const VekStatus status = unpack(in, *pState);
-    *pCode = in.code;
+    *pCode = in.bits;
     *pCodeLenBits = in.count;
     *ppSrc = in.src;
-    *pSrcLen = in.srcLen;
+    *pSrcLen = static_cast<int32_t>(in.left());
     return status;
 }
 
 VekStatus veksDecodeHuff_BZ2_8u16u(uint32_t* pCode, int32_t* pCodeLenBits, const uint8_t** ppSrc,
                                    int32_t* pSrcLen, uint16_t* pDst, int32_t* pDstLen,
-                                   Bz2HuffDecState* pState) {
+                                   VekBz2HuffDecState* pState) {
     if (vek::anyNull(pCode, pCodeLenBits, ppSrc, pSrcLen, pDst, pDstLen, pState) ||
         *ppSrc == nullptr) {
         return vekStatusNullPointer;
     }
     if (*pSrcLen < 0 || *pDstLen < 1 || vek::outside(*pCodeLenBits, 0, 32)) return vekStatusBadSize;
     if (!hasTables(*pState)) return vekStatusError;
-    BitReader in = makeReader(*pCode, *pCodeLenBits, *ppSrc, *pSrcLen);
+    MsbReader in = MsbReader::after(*pCode, *pCodeLenBits, *ppSrc, *ppSrc + *pSrcLen);
     SymbolDecoder decoder(*pState, pDst, *pDstLen);
     const VekStatus status = decoder.run(in);
     pState->group = decoder.group();
     pState->positionInGroup = decoder.position();
-    *pCode = in.code;
+    *pCode = in.bits;
     *pCodeLenBits = in.count;
     *ppSrc = in.src;
-    *pSrcLen = in.srcLen;
+    *pSrcLen = static_cast<int32_t>(in.left());
     *pDstLen = decoder.written();
     return status;
 }

@@ -15,10 +15,13 @@
 #include <cstddef>
 #include <cstring>
 
-#include "bytes/words.h"
+#include "bits/msb_writer.h"
 #include "bzip2/huffman_format.h"
 #include "frame/args.h"
+#include "frame/variant.h"
 #include "vekdc.h"
+
+#define ownsHuffSelectGroup VEK_INTERNAL(ownsHuffSelectGroup)
 
 using namespace vek::bzip2;
 
@@ -36,7 +39,7 @@ struct VekBz2HuffEncState {
 
 namespace {
 
-constexpr size_t fixedSize = offsetof(Bz2HuffEncState, selectors);
+constexpr size_t fixedSize = offsetof(VekBz2HuffEncState, selectors);
 static_assert(sizeof(void*) != 4 || fixedSize == 7764);
 
 constexpr int iterations = 4;
@@ -67,7 +70,7 @@ uint16_t largestSymbol(const uint16_t* symbols, int32_t count) {
 
 /// Splits the alphabet into ranges of about equal frequency, one a table, the last table the first
 /// range.
-void startTables(Bz2HuffEncState& state, const uint32_t* frequencies) {
+void startTables(VekBz2HuffEncState& state, const uint32_t* frequencies) {
     std::memset(state.lengths, unlikely, sizeof(state.lengths));
     uint64_t remaining = 0;
     for (int32_t s = 0; s < state.alphaSize; ++s) remaining += frequencies[s];
@@ -88,8 +91,8 @@ void startTables(Bz2HuffEncState& state, const uint32_t* frequencies) {
 
 /// Chooses each group's cheapest table, the first among equals, and counts the symbols it then
 /// codes.
-void selectTables(Bz2HuffEncState& state, const uint16_t* symbols, int32_t count,
-                  uint32_t (*frequencies)[maxAlphabet]) {
+void ownsHuffSelectGroup(VekBz2HuffEncState& state, const uint16_t* symbols, int32_t count,
+                         uint32_t (*frequencies)[maxAlphabet]) {
     alignas(16) uint16_t costs[maxAlphabet][8];
     for (int32_t s = 0; s < state.alphaSize; ++s) {
         for (int32_t table = 0; table < 8; ++table) {
@@ -191,118 +194,94 @@ void assignCodes(const uint8_t* lengths, int32_t alphaSize, uint32_t* codes) {
 }
 
 /// The caller's accumulator as a machine word, and the output behind it.
-class BitWriter {
+class CodeWriter {
  public:
-    using Word = size_t;
-    static constexpr int wordBits = 8 * sizeof(Word);
+    using Writer = vek::MsbWriter<size_t>;
 
-    BitWriter(uint32_t code, int32_t count, uint8_t* dst, int32_t room)
-        : begin_(dst), dst_(dst), end_(dst + room) {
+    CodeWriter(uint32_t code, int32_t count, uint8_t* dst, int32_t room)
+        : writer_{0, count, dst, dst + room}, begin_(dst) {
         // What stands below the valid bits is not to be trusted.
-        if (count > 0) word_ = static_cast<Word>(code >> (32 - count)) << (wordBits - count);
-        count_ = count;
-        storeBytes();
+        if (count > 0)
+            writer_.bits = static_cast<size_t>(code >> (32 - count)) << (Writer::wordBits - count);
+        writer_.drain();
     }
 
-    /// Appends `length` bits, 0 to 17, and remembers when bits were lost. Checked: stores whole
-    /// bytes while there is room. Unchecked: leaves that to flushWord().
-    void put(uint32_t bits, int length, bool checked = false) {
-        if (count_ + length > wordBits) {
+    /// Appends `length` bits, 1 to 18, stores whole bytes while there is room, and remembers when
+    /// bits were lost.
+    void put(uint32_t bits, int length) {
+        if (writer_.count + length > Writer::wordBits) {
             lost_ = true;
             return;
         }
-        // No bits at all in an empty word would be a shift by the word's width.
-        const auto shift = static_cast<unsigned>(wordBits - count_ - length);
-        if (shift < wordBits) word_ |= static_cast<Word>(bits) << shift;
-        count_ += length;
-        if (checked) storeBytes();
+        writer_.put(bits, length);
+        writer_.drain();
     }
 
-    /// Stores the whole bytes held, without looking at the room, which must hold a word.
-    void flushWord() {
-        if constexpr (sizeof(Word) == 8) {
-            vek::store(dst_, vek::byteSwap(static_cast<uint64_t>(word_)));
-        } else {
-            vek::store(dst_, vek::byteSwap(static_cast<uint32_t>(word_)));
-        }
-        dst_ += count_ >> 3;
-        word_ <<= count_ & ~7;
-        count_ &= 7;
-    }
+    /// For codes that need not look at the room.
+    Writer& unchecked() { return writer_; }
 
-    int32_t room() const { return static_cast<int32_t>(end_ - dst_); }
-    int32_t written() const { return static_cast<int32_t>(dst_ - begin_); }
-    bool fitsAccumulator() const { return !lost_ && count_ <= 32; }
+    size_t room() const { return writer_.room(); }
+    int32_t written() const { return static_cast<int32_t>(writer_.out - begin_); }
+    bool fitsAccumulator() const { return !lost_ && writer_.count <= 32; }
 
     /// The caller's accumulator, when it fits.
     void save(uint32_t* code, int32_t* count) const {
-        *code = static_cast<uint32_t>(word_ >> (wordBits - 32));
-        *count = count_;
+        *code = static_cast<uint32_t>(writer_.bits >> (Writer::wordBits - 32));
+        *count = writer_.count;
     }
 
  private:
-    void storeBytes() {
-        while (count_ >= 8 && dst_ != end_) {
-            *dst_++ = static_cast<uint8_t>(word_ >> (wordBits - 8));
-            word_ <<= 8;
-            count_ -= 8;
-        }
-    }
-
-    Word word_ = 0;  // pending bits, left-aligned; zeros below them
-    int count_ = 0;
+    Writer writer_;
     bool lost_ = false;
     uint8_t* begin_;
-    uint8_t* dst_;
-    uint8_t* end_;
 };
 
 /// Codes a group without looking at the room, which must be roomForGroup or more.
-void putGroup(BitWriter& writer, const uint16_t* symbols, int32_t count, const uint32_t* table) {
-    constexpr int perFlush = (BitWriter::wordBits - 7) / maxWrittenLength;
+void putGroup(CodeWriter::Writer& writer, const uint16_t* symbols, int32_t count,
+              const uint32_t* table) {
+    constexpr int perFlush = CodeWriter::Writer::freeBits / maxWrittenLength;
     int32_t i = 0;
     for (; count - i >= perFlush; i += perFlush) {
         for (int k = 0; k < perFlush; ++k) {
             writer.put(table[symbols[i + k]] >> 8, table[symbols[i + k]] & 0xFF);
         }
-        writer.flushWord();
+        writer.flushWide();
     }
     for (; i < count; ++i) {
         writer.put(table[symbols[i]] >> 8, table[symbols[i]] & 0xFF);
-        writer.flushWord();
+        writer.flushWide();
     }
 }
 
-constexpr int32_t roomForGroup =
-    (groupSize * maxWrittenLength + 7) / 8 + static_cast<int32_t>(sizeof(size_t));
+constexpr size_t roomForGroup = (groupSize * maxWrittenLength + 7) / 8 + sizeof(size_t);
 
 /// True for a state that Init made; the tables and selectors are then sound.
-bool isReady(const Bz2HuffEncState& state) {
+bool isReady(const VekBz2HuffEncState& state) {
     return state.tableCount >= minTables && state.tableCount <= maxTables && state.alphaSize >= 1 &&
            state.alphaSize <= maxAlphabet;
 }
 
-void putDescription(BitWriter& writer, const Bz2HuffEncState& state) {
-    writer.put(static_cast<uint32_t>(state.tableCount), 3, true);
-    writer.put(static_cast<uint32_t>(state.selectorCount), 15, true);
+void putDescription(CodeWriter& writer, const VekBz2HuffEncState& state) {
+    writer.put(static_cast<uint32_t>(state.tableCount), 3);
+    writer.put(static_cast<uint32_t>(state.selectorCount), 15);
     const uint8_t* coded = state.selectors + state.selectorCount;
     for (int32_t i = 0; i < state.selectorCount; ++i) {
         // As many ones as the position, then a zero.
-        writer.put((2U << coded[i]) - 2, coded[i] + 1, true);
+        writer.put((2U << coded[i]) - 2, coded[i] + 1);
     }
     for (int32_t table = 0; table < state.tableCount; ++table) {
         int length = state.lengths[table][0];
-        writer.put(static_cast<uint32_t>(length), 5, true);
+        writer.put(static_cast<uint32_t>(length), 5);
         for (int32_t s = 0; s < state.alphaSize; ++s) {
-            for (; length < state.lengths[table][s]; ++length) writer.put(0b10, 2, true);
-            for (; length > state.lengths[table][s]; --length) writer.put(0b11, 2, true);
-            writer.put(0, 1, true);
+            for (; length < state.lengths[table][s]; ++length) writer.put(0b10, 2);
+            for (; length > state.lengths[table][s]; --length) writer.put(0b11, 2);
+            writer.put(0, 1);
         }
     }
 }
 
 /// Move-to-front codes the selectors into the area behind them.
-void codeSelectors(Bz2HuffEncState& state) {
+void codeSelectors(VekBz2HuffEncState& state) {
     uint8_t order[maxTables] = {0, 1, 2, 3, 4, 5};
     uint8_t* coded = state.selectors + state.selectorCount;
     for (int32_t i = 0; i < state.selectorCount; ++i) {
@@ -324,13 +303,14 @@ VekStatus veksEncodeHuffGetSize_BZ2_16u8u(int32_t len, int32_t* pSize) {
 }
 
 VekStatus veksEncodeHuffInit_BZ2_16u8u(int32_t alphaSize, const uint32_t* pFreq,
-                                       const uint16_t* pSrc, int32_t len, Bz2HuffEncState* pState) {
+                                       const uint16_t* pSrc, int32_t len,
+                                       VekBz2HuffEncState* pState) {
     if (vek::anyNull(pFreq, pSrc, pState)) return vekStatusNullPointer;
     if (alphaSize < 1 || alphaSize > maxAlphabet || len < 1 || groupsOf(len) > maxSelectors ||
         largestSymbol(pSrc, len) >= alphaSize) {
         return vekStatusBadSize;
     }
-    Bz2HuffEncState& state = *pState;
+    VekBz2HuffEncState& state = *pState;
     state.alphaSize = alphaSize;
     state.selectorCount = groupsOf(len);
     state.tableCount = tablesFor(len);
@@ -340,7 +320,7 @@ VekStatus veksEncodeHuffInit_BZ2_16u8u(int32_t alphaSize, const uint32_t* pFreq,
     startTables(state, pFreq);
     for (int i = 0; i < iterations; ++i) {
         uint32_t frequencies[maxTables][maxAlphabet] = {};
-        selectTables(state, pSrc, len, frequencies);
+        ownsHuffSelectGroup(state, pSrc, len, frequencies);
         for (int32_t table = 0; table < state.tableCount; ++table) {
             buildLengths(frequencies[table], alphaSize, state.lengths[table]);
         }
@@ -353,11 +333,11 @@ VekStatus veksEncodeHuffInit_BZ2_16u8u(int32_t alphaSize, const uint32_t* pFreq,
 }
 
 VekStatus veksPackHuffContext_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, uint8_t* pDst,
-                                        int32_t* pDstLen, const Bz2HuffEncState* pState) {
+                                        int32_t* pDstLen, const VekBz2HuffEncState* pState) {
     if (vek::anyNull(pCode, pCodeLenBits, pDst, pDstLen, pState)) return vekStatusNullPointer;
     if (*pDstLen < 1 || vek::outside(*pCodeLenBits, 0, 32)) return vekStatusBadSize;
     if (!isReady(*pState)) return vekStatusError;
-    BitWriter writer(*pCode, *pCodeLenBits, pDst, *pDstLen);
+    CodeWriter writer(*pCode, *pCodeLenBits, pDst, *pDstLen);
     putDescription(writer, *pState);
     *pDstLen = writer.written();
     if (!writer.fitsAccumulator()) return vekStatusDestinationFull;
@@ -367,12 +347,12 @@ VekStatus veksPackHuffContext_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, 
 
 VekStatus veksEncodeHuff_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, const uint16_t** ppSrc,
                                    int32_t* pSrcLen, uint8_t* pDst, int32_t* pDstLen,
-                                   const Bz2HuffEncState* pState) {
+                                   const VekBz2HuffEncState* pState) {
     if (vek::anyNull(pCode, pCodeLenBits, ppSrc, pSrcLen, pDst, pDstLen, pState) ||
         *ppSrc == nullptr) {
         return vekStatusNullPointer;
     }
-    const Bz2HuffEncState& state = *pState;
+    const VekBz2HuffEncState& state = *pState;
     const uint16_t* symbols = *ppSrc;
     const int32_t count = *pSrcLen;
     if (*pDstLen < 1 || count < 0 || vek::outside(*pCodeLenBits, 0, 32)) return vekStatusBadSize;
@@ -386,16 +366,16 @@ VekStatus veksEncodeHuff_BZ2_16u8u(uint32_t* pCode, int32_t* pCodeLenBits, const
             tables[table][s] = (state.codes[table][s] << 8) | state.lengths[table][s];
         }
     }
-    BitWriter writer(*pCode, *pCodeLenBits, pDst, *pDstLen);
+    CodeWriter writer(*pCode, *pCodeLenBits, pDst, *pDstLen);
     for (int32_t at = 0, group = 0; at < count; at += groupSize, ++group) {
         const int32_t n = std::min(groupSize, count - at);
         const uint32_t* table = tables[state.selectors[group]];
         if (writer.room() >= roomForGroup) {
-            putGroup(writer, symbols + at, n, table);
+            putGroup(writer.unchecked(), symbols + at, n, table);
             continue;
         }
         for (int32_t i = 0; i < n; ++i) {
-            writer.put(table[symbols[at + i]] >> 8, table[symbols[at + i]] & 0xFF, true);
+            writer.put(table[symbols[at + i]] >> 8, table[symbols[at + i]] & 0xFF);
         }
     }
     *pDstLen = writer.written();

@@ -17,7 +17,7 @@
 
 namespace {
 
-static_assert(sizeof(MtfState) == 256);
+static_assert(sizeof(VekMtfState) == 256);
 
 /// Turns a permutation of 0..255 into its inverse.
 void invertPermutation(const uint8_t* from, uint8_t* to) {
@@ -28,22 +28,22 @@ void invertPermutation(const uint8_t* from, uint8_t* to) {
 
 VekStatus veksMTFGetSize_8u(int32_t* pSize) {
     if (vek::anyNull(pSize)) return vekStatusNullPointer;
-    *pSize = sizeof(MtfState);
+    *pSize = sizeof(VekMtfState);
     return vekStatusOk;
 }
 
-VekStatus veksMTFInit_8u(MtfState* pState) {
+VekStatus veksMTFInit_8u(VekMtfState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
     for (unsigned i = 0; i < 256; ++i) pState->table[i] = static_cast<uint8_t>(i);
     return vekStatusOk;
 }
 
-VekStatus veksMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, MtfState* pState) {
+VekStatus veksMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, VekMtfState* pState) {
     if (vek::anyNull(pSrc, pDst, pState)) return vekStatusNullPointer;
     if (len < 1) return vekStatusBadSize;
     uint8_t values[256] = {};
     invertPermutation(pState->table, values);
-    vek::MtfList list(values);
+    vek::bzip2::MtfList list(values);
     for (int32_t i = 0; i < len; ++i) {
         // A run of one value is the common case, and needs no search.
         pDst[i] =
@@ -54,10 +54,10 @@ VekStatus veksMTFFwd_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, MtfStat
     return vekStatusOk;
 }
 
-VekStatus veksMTFInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, MtfState* pState) {
+VekStatus veksMTFInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, VekMtfState* pState) {
     if (vek::anyNull(pSrc, pDst, pState)) return vekStatusNullPointer;
     if (len < 1) return vekStatusBadSize;
-    vek::MtfList list(pState->table);
+    vek::bzip2::MtfList list(pState->table);
     for (int32_t i = 0; i < len; ++i) pDst[i] = list.takePosition(pSrc[i]);
     list.save(pState->table);
     return vekStatusOk;

@@ -14,7 +14,7 @@
 
 #include "bytes/words.h"
 
-namespace vek::inline VEK_LEVEL {
+namespace vek::inline VEK_LEVEL::bzip2 {
 
 /// Shuffles of sixteen bytes; entry p moves byte p to the front and those before it up by one.
 using Shuffle = std::array<uint8_t, 16>;
@@ -126,4 +126,4 @@ class MtfList {
     __m128i front_;
 };
 
-}  // namespace vek::inline VEK_LEVEL
+}  // namespace vek::inline VEK_LEVEL::bzip2

@@ -67,10 +67,10 @@ struct RunDecoder {
         while (in < end) {
             // A byte at which a run is seen is its second: the step looks one byte back and two
             // ahead.
-            if (in != start && end - in >= 16 && vek::clearOfRuns(src + in + 2)) {
+            if (in != start && end - in >= 16 && vek::bzip2::clearOfRuns(src + in + 2)) {
                 vek::copy16(dst + out, src + in);
-                in += vek::runScanStep;
-                out += vek::runScanStep;
+                in += vek::bzip2::runScanStep;
+                out += vek::bzip2::runScanStep;
                 symbol = src[in - 1];
                 continue;
             }
@@ -108,7 +108,7 @@ struct RunDecoder {
 
 }  // namespace
 
-VekStatus veksDecodeRLEStateInit_BZ2_8u(Bz2RleState* pState) {
+VekStatus veksDecodeRLEStateInit_BZ2_8u(VekBz2RleState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
     pState->symbol = noSymbol;
     pState->runCount = 0;
@@ -116,7 +116,7 @@ VekStatus veksDecodeRLEStateInit_BZ2_8u(Bz2RleState* pState) {
 }
 
 VekStatus veksDecodeRLEState_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
-                                    int32_t* pDstLen, Bz2RleState* pState) {
+                                    int32_t* pDstLen, VekBz2RleState* pState) {
     if (vek::anyNull(ppSrc, pSrcLen, ppDst, pDstLen, pState) || vek::anyNull(*ppSrc, *ppDst)) {
         return vekStatusNullPointer;
     }
@@ -132,7 +132,8 @@ VekStatus veksDecodeRLEState_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uin
     return status;
 }
 
-VekStatus veksDecodeRLEStateFlush_BZ2_8u(Bz2RleState* pState, uint8_t** ppDst, int32_t* pDstLen) {
+VekStatus veksDecodeRLEStateFlush_BZ2_8u(VekBz2RleState* pState, uint8_t** ppDst,
+                                         int32_t* pDstLen) {
     if (vek::anyNull(pState, ppDst, pDstLen) || *ppDst == nullptr) return vekStatusNullPointer;
     RunDecoder decoder{
         nullptr, 0, *ppDst, std::max(*pDstLen, 0), pState->symbol, std::max(pState->runCount, 0)};

@@ -18,8 +18,8 @@ namespace {
 constexpr int32_t runStart = 4;  // equal bytes that are written before a count
 constexpr int32_t runEnd = 259;  // a count of 255
 
-static_assert(sizeof(Bz2RleState) == 264);
-static_assert(offsetof(Bz2RleState, symbol) == 256 && offsetof(Bz2RleState, runCount) == 260);
+static_assert(sizeof(VekBz2RleState) == 264);
+static_assert(offsetof(VekBz2RleState, symbol) == 256 && offsetof(VekBz2RleState, runCount) == 260);
 
 /// Number of equal bytes at the end of the 14 bytes in front of `p`, of which no four are equal.
 int32_t openRun(const uint8_t* p) {
@@ -30,17 +30,18 @@ int32_t openRun(const uint8_t* p) {
 
 /// Copies bytes until four equal ones have been written, or input or room ends.
 void copyLiterals(const uint8_t* src, int32_t srcLen, int32_t& in, uint8_t* dst, int32_t room,
-                  int32_t& out, Bz2RleState& state) {
+                  int32_t& out, VekBz2RleState& state) {
     const int32_t end = in + std::min(room - out, srcLen - in);
     const int32_t start = in;
     while (in < end && state.runCount < runStart) {
-        if (in - start >= 3 && end - in >= vek::runScanStep && vek::clearOfRuns(src + in)) {
-            for (int i = 0; i < vek::runScanStep; ++i) {
+        if (in - start >= 3 && end - in >= vek::bzip2::runScanStep &&
+            vek::bzip2::clearOfRuns(src + in)) {
+            for (int i = 0; i < vek::bzip2::runScanStep; ++i) {
                 dst[out + i] = src[in + i];
                 state.inUse[src[in + i]] = 1;
             }
-            in += vek::runScanStep;
-            out += vek::runScanStep;
+            in += vek::bzip2::runScanStep;
+            out += vek::bzip2::runScanStep;
             state.symbol = src[in - 1];
             state.runCount = openRun(src + in);
             continue;
@@ -54,7 +55,7 @@ void copyLiterals(const uint8_t* src, int32_t srcLen, int32_t& in, uint8_t* dst,
 }
 
 /// Writes the open run's count byte and closes the run.
-void writeCount(uint8_t* dst, Bz2RleState& state) {
+void writeCount(uint8_t* dst, VekBz2RleState& state) {
     const auto count = static_cast<uint8_t>(state.runCount - runStart);
     *dst = count;
     state.inUse[count] = 1;
@@ -65,19 +66,19 @@ void writeCount(uint8_t* dst, Bz2RleState& state) {
 
 VekStatus veksRLEGetSize_BZ2_8u(int32_t* pSize) {
     if (vek::anyNull(pSize)) return vekStatusNullPointer;
-    *pSize = sizeof(Bz2RleState);
+    *pSize = sizeof(VekBz2RleState);
     return vekStatusOk;
 }
 
-VekStatus veksEncodeRLEInit_BZ2_8u(Bz2RleState* pState) {
+VekStatus veksEncodeRLEInit_BZ2_8u(VekBz2RleState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    *pState = Bz2RleState{};
+    *pState = VekBz2RleState{};
     pState->symbol = -1;
     return vekStatusOk;
 }
 
 VekStatus veksEncodeRLE_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t* pDst,
-                               int32_t* pDstLen, Bz2RleState* pState) {
+                               int32_t* pDstLen, VekBz2RleState* pState) {
     if (vek::anyNull(ppSrc, pSrcLen, pDst, pDstLen, pState) || *ppSrc == nullptr) {
         return vekStatusNullPointer;
     }
@@ -107,7 +108,7 @@ VekStatus veksEncodeRLE_BZ2_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t*
     return in != srcLen ? vekStatusDestinationFull : vekStatusOk;
 }
 
-VekStatus veksEncodeRLEFlush_BZ2_8u(uint8_t* pDst, int32_t* pDstLen, Bz2RleState* pState) {
+VekStatus veksEncodeRLEFlush_BZ2_8u(uint8_t* pDst, int32_t* pDstLen, VekBz2RleState* pState) {
     if (vek::anyNull(pDst, pDstLen, pState)) return vekStatusNullPointer;
     if (*pDstLen < 1) return vekStatusBadSize;
     *pDstLen = 0;
@@ -118,7 +119,7 @@ VekStatus veksEncodeRLEFlush_BZ2_8u(uint8_t* pDst, int32_t* pDstLen, Bz2RleState
     return vekStatusOk;
 }
 
-VekStatus veksRLEGetInUseTable_8u(uint8_t* pInUse, const Bz2RleState* pState) {
+VekStatus veksRLEGetInUseTable_8u(uint8_t* pInUse, const VekBz2RleState* pState) {
     if (vek::anyNull(pInUse, pState)) return vekStatusNullPointer;
     std::memmove(pInUse, pState->inUse, sizeof(pState->inUse));
     return vekStatusOk;

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-namespace vek::inline VEK_LEVEL {
+namespace vek::inline VEK_LEVEL::bzip2 {
 
 /// Bytes that clearOfRuns() clears at once, and the bytes it reads from `p` on.
 constexpr int runScanStep = 14;
@@ -21,4 +21,4 @@ inline bool clearOfRuns(const uint8_t* p) {
     return (equal & (equal >> 1) & (equal >> 2)) == 0;
 }
 
-}  // namespace vek::inline VEK_LEVEL
+}  // namespace vek::inline VEK_LEVEL::bzip2

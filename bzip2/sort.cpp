@@ -81,7 +81,7 @@ VekStatus sortBuckets(const uint8_t* block, uint32_t length, uint8_t* column, in
         std::min<uint64_t>(length * (length < longBlock ? shortBudget : longBudget), INT32_MAX));
     vek::bzip2::TwoStage sort(block, length, buffer);
     sort.gatherStars();
-    for (uint32_t pair = 0; pair < vek::bzip2::pairs; ++pair) {
+    for (uint32_t pair = 0; pair < vek::bzip2::bytePairs; ++pair) {
         const uint32_t begin = sort.starsBegin(pair);
         const uint32_t count = sort.starsEnd(pair) - begin;
         if (count < 2) continue;

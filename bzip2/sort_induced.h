@@ -26,7 +26,7 @@
 namespace vek::inline VEK_LEVEL::bzip2 {
 
 constexpr uint32_t byteValues = 256;
-constexpr uint32_t pairs = 65536;
+constexpr uint32_t bytePairs = 65536;
 constexpr size_t alignment = 64;
 constexpr uint32_t textFront = 16;  // room in front of the text; its last byte is the block's last
 constexpr uint32_t starBlock = 16;  // positions that are told ascending from descending at once
@@ -36,7 +36,7 @@ constexpr uint32_t textTail = 16;   // bytes behind two copies that wide reads m
 constexpr size_t twoStageSize(size_t length) {
     return 6 * length + 524484;
 }
-static_assert(2 * sizeof(uint32_t) * pairs + textFront + textTail + alignment - 1 <=
+static_assert(2 * sizeof(uint32_t) * bytePairs + textFront + textTail + alignment - 1 <=
               twoStageSize(0));
 
 inline uint8_t* alignUp(uint8_t* p) {
@@ -77,8 +77,8 @@ class TwoStage {
     TwoStage(const uint8_t* block, uint32_t length, uint8_t* buffer)
         : length_(length),
           bucketEnd_(reinterpret_cast<uint32_t*>(alignUp(buffer))),
-          starEnd_(bucketEnd_ + pairs),
-          rows_(starEnd_ + pairs),
+          starEnd_(bucketEnd_ + bytePairs),
+          rows_(starEnd_ + bytePairs),
           text_(reinterpret_cast<uint8_t*>(rows_ + length) + textFront) {
         copyTwice(block, length, text_);
     }
@@ -119,7 +119,7 @@ class TwoStage {
     /// Fills rows()[0..stars) with the stars, grouped by their byte pairs in order; returns their
     /// number, at least 1. starsEnd() then tells the groups.
     uint32_t gatherStars() {
-        std::memset(bucketEnd_, 0, 2 * sizeof(uint32_t) * pairs);
+        std::memset(bucketEnd_, 0, 2 * sizeof(uint32_t) * bytePairs);
         for (uint32_t i = 0; i < length_; ++i) ++bucketEnd_[text_[i + 1] << 8 | text_[i]];
         uint32_t* list = rows_ + length_;
         const uint32_t stars = forEachStar([&](uint32_t position) {
@@ -196,7 +196,7 @@ class TwoStage {
     /// group, so the last group goes first.
     template <class Entry>
     void spreadStars() {
-        for (uint32_t pair = pairs; pair-- > 0;) {
+        for (uint32_t pair = bytePairs; pair-- > 0;) {
             uint32_t from = starsEnd(pair);
             const uint32_t count = from - starsBegin(pair);
             if (count == 0) continue;

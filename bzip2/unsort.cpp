@@ -10,8 +10,8 @@ constexpr int32_t countersSize = 256 * sizeof(uint32_t);
 
 /// Blocks whose links do not fit 24 bits: links and bytes apart, two cache misses a byte.
 void invertLong(const uint8_t* src, uint8_t* dst, uint32_t length, uint32_t index, uint32_t* counts,
-                vek::BwtEntries links) {
-    vek::startsOfCounts(counts);
+                vek::bzip2::BwtEntries links) {
+    vek::bzip2::startsOfCounts(counts);
     for (uint32_t i = 0; i < length; ++i) links.set(counts[src[i]]++, i);
     for (uint32_t i = 0; i < length; ++i) {
         index = links.get(index);
@@ -34,8 +34,8 @@ VekStatus veksBWTInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t
     if (len < 1 || index < 0 || index >= len) return vekStatusBadSize;
     const auto length = static_cast<uint32_t>(len);
     uint32_t counts[256] = {};
-    vek::BwtEntries entries(pBuffer + countersSize);
-    if (len > vek::inverseBwtLimit) {
+    vek::bzip2::BwtEntries entries(pBuffer + countersSize);
+    if (len > vek::bzip2::inverseBwtLimit) {
         for (uint32_t i = 0; i < length; ++i) ++counts[pSrc[i]];
         invertLong(pSrc, pDst, length, static_cast<uint32_t>(index), counts, entries);
         return vekStatusOk;
@@ -44,6 +44,6 @@ VekStatus veksBWTInv_8u(const uint8_t* pSrc, uint8_t* pDst, int32_t len, int32_t
         ++counts[pSrc[i]];
         entries.set(i, pSrc[i]);
     }
-    vek::invertBwt(entries, length, counts, static_cast<uint32_t>(index), pDst);
+    vek::bzip2::invertBwt(entries, length, counts, static_cast<uint32_t>(index), pDst);
     return vekStatusOk;
 }

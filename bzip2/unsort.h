@@ -17,7 +17,7 @@
 
 #include "bytes/words.h"
 
-namespace vek::inline VEK_LEVEL {
+namespace vek::inline VEK_LEVEL::bzip2 {
 
 constexpr int32_t inverseBwtLimit = 1 << 24;  // links have 24 bits
 
@@ -193,4 +193,4 @@ inline void invertBwt(BwtEntries entries, uint32_t length, uint32_t* counts, uin
     }
 }
 
-}  // namespace vek::inline VEK_LEVEL
+}  // namespace vek::inline VEK_LEVEL::bzip2

@@ -5,7 +5,9 @@
 // their length; every other value b becomes the symbol b + 1. The stage keeps no state: a run
 // pending at the end of the input is written in the same call.
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 
 #include "bytes/run_length.h"
 #include "frame/args.h"
@@ -13,12 +15,20 @@
 
 namespace {
 
-/// The longest run that `slots` digits can express.
-constexpr int64_t longestRun(int32_t slots) {
-    return slots >= 31 ? INT32_MAX : (INT64_C(1) << (slots + 1)) - 2;
-}
+/// The longest run that so many digits can express. More digits than it has entries express any.
+constexpr std::array<int32_t, 31> boundTab = [] {
+    std::array<int32_t, 31> table{};
+    for (size_t digits = 1; digits < table.size(); ++digits)
+        table[digits] = 2 * table[digits - 1] + 2;
+    return table;
+}();
+static_assert(boundTab[0] == 0 && boundTab[3] == 14 && boundTab[19] == 1048574 &&
+              boundTab[30] == INT32_MAX - 1);
 
-static_assert(longestRun(0) == 0 && longestRun(3) == 14 && longestRun(19) == 1048574);
+constexpr int32_t longestRun(int32_t slots) {
+    const auto digits = static_cast<size_t>(slots);
+    return digits < boundTab.size() ? boundTab[digits] : INT32_MAX;
+}
 
 struct SymbolWriter {
     uint16_t* dst;
@@ -62,10 +72,10 @@ VekStatus veksEncodeZ1Z2_BZ2_8u16u(const uint8_t** ppSrc, int32_t* pSrcLen, uint
         // needs itself, it leaves none and waits for the next call.
         const bool literalFollows = in + zeros < srcLen;
         const bool together = literalFollows && room > 1;
-        const int64_t limit = longestRun(room - writer.out - (together ? 1 : 0));
+        const int32_t limit = longestRun(room - writer.out - (together ? 1 : 0));
         if (zeros > limit) {
-            writer.putRun(static_cast<int32_t>(limit));
-            in += static_cast<int32_t>(limit);
+            writer.putRun(limit);
+            in += limit;
             break;
         }
         writer.putRun(zeros);

@@ -45,7 +45,8 @@ struct SparseMultiple {
     }
 };
 
-/// Of all five-term multiples the one of the lowest degree (a search over pairs of sums found it).
+/// Of all five-term multiples the one of the lowest degree. scripts/find-sparse-multiples finds
+/// both.
 constexpr SparseMultiple<5> crc32Multiple = {{300, 155, 117, 89, 0}};
 static_assert(crc32Multiple.isMultipleOf(crc32Polynomial));
 

@@ -230,7 +230,7 @@ bool Bzip2BlockEncoder::encode(const Bzip2Block& block) {
     if (!sort(block, index)) return false;
     int32_t values = 0;
     require(veksReduceDictionary_8u_I(block.inUse, sorted_.data(), block.length, &values));
-    MtfState list;
+    VekMtfState list;
     require(veksMTFInit_8u(&list));
     require(veksMTFFwd_8u(sorted_.data(), sorted_.data(), block.length, &list));
     return write(block, index, makeSymbols(block.length, values), values + 2);
@@ -276,7 +276,7 @@ bool Bzip2BlockEncoder::write(const Bzip2Block& block, int32_t index, int32_t co
     if (!huffman_.reserve(words(sizeBy(veksEncodeHuffGetSize_BZ2_16u8u, count))) ||
         !coded_.reserve(room))
         return false;
-    auto* const state = reinterpret_cast<Bz2HuffEncState*>(huffman_.data());
+    auto* const state = reinterpret_cast<VekBz2HuffEncState*>(huffman_.data());
     require(veksEncodeHuffInit_BZ2_16u8u(alphaSize, frequencies_, symbols(), count, state));
     BitWriter bits(coded_.data(), static_cast<int32_t>(room));
     bits.putMagic(kBlockMagic);

@@ -90,7 +90,7 @@ class Bzip2BlockFiller {
     bool reserve(Bzip2Block& block, size_t more) const;
 
     int32_t most_;
-    Bz2RleState state_;
+    VekBz2RleState state_;
 };
 
 /// Codes blocks, one at a time; has the work memory of one thread.
@@ -209,7 +209,7 @@ class Bzip2BlockDecoder {
     Status readSymbols(Bzip2BitsIn& bits, Input& in);
     Status decode(Bzip2Block& block);
     Status broken(const char* reason, uint64_t offset);
-    Bz2HuffDecState* huffman() { return reinterpret_cast<Bz2HuffDecState*>(huffman_.data()); }
+    VekBz2HuffDecState* huffman() { return reinterpret_cast<VekBz2HuffDecState*>(huffman_.data()); }
 
     Step step_ = Step::Crc;
     uint64_t start_ = 0;
@@ -233,7 +233,7 @@ class Bzip2BlockExpander {
 
  private:
     int32_t at_ = 0;
-    Bz2RleState state_;
+    VekBz2RleState state_;
 };
 
 }  // namespace vekdc::codec

@@ -109,7 +109,7 @@ class InflateDecoder {
         size_t held = 0;
         size_t given = 0;
 
-        InflateState library{};
+        VekInflateState library{};
     };
 
     void decode(Input& in, Output& out, size_t before);

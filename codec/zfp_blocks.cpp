@@ -61,7 +61,7 @@ bool isFull(const ZfpDims& filled) {
 
 /// The destination has room for every block's most bits, so nothing can fail.
 void encodeBlock(const float* values, const ZfpBlockWalk& walk, const Steps& steps,
-                 ZfpState* state) {
+                 VekZfpState* state) {
     const ZfpDims filled = walk.filled();
     if (isFull(filled) && steps.reachable) {
         veksEncodeZfp444_32f(values + walk.first(), steps.row, steps.plane, state);
@@ -75,7 +75,7 @@ void encodeBlock(const float* values, const ZfpBlockWalk& walk, const Steps& ste
     veksEncodeZfp444_32f(block.values, kBlockRow, kBlockPlane, state);
 }
 
-bool decodeBlock(float* values, const ZfpBlockWalk& walk, const Steps& steps, ZfpState* state) {
+bool decodeBlock(float* values, const ZfpBlockWalk& walk, const Steps& steps, VekZfpState* state) {
     const ZfpDims filled = walk.filled();
     if (isFull(filled) && steps.reachable)
         return veksDecodeZfp444_32f(state, values + walk.first(), steps.row, steps.plane) ==
@@ -90,7 +90,7 @@ bool decodeBlock(float* values, const ZfpBlockWalk& walk, const Steps& steps, Zf
 }
 
 /// Skips bits, at least kZfpBlockHeaderBits: a block of that many whose planes are all dropped.
-bool skipBits(ZfpState* state, uint64_t count) {
+bool skipBits(VekZfpState* state, uint64_t count) {
     Block unused;
     veksDecodeZfpSet_32f(static_cast<int32_t>(count), kZfpBlockHeaderBits, 0, 0, state);
     return veksDecodeZfp444_32f(state, unused.values, kBlockRow, kBlockPlane) == vekStatusOk;
@@ -135,7 +135,7 @@ Status ZfpChunkEncoder::encode(const float* values, const ZfpDims& chunk, const 
     if (room > kMostMemory / 8 || !record_.reserve() ||
         !coded.words.reserve(static_cast<size_t>(room)))
         return Status::NoMemory;
-    ZfpState* const state = record_.get();
+    VekZfpState* const state = record_.get();
     veksEncodeZfpInitLong_32f(reinterpret_cast<uint8_t*>(coded.words.data()),
                               static_cast<int64_t>(8 * room), state);
     veksEncodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, state);
@@ -175,7 +175,7 @@ size_t ZfpBitString::join(uint64_t* words, uint64_t bits) {
 
 void ZfpChunkDecoder::open(Bytes bytes, uint64_t skip, const ZfpParameters& p) {
     bytes_ = bytes;
-    ZfpState* const state = record_.get();
+    VekZfpState* const state = record_.get();
     veksDecodeZfpInitLong_32f(bytes.data(), static_cast<int64_t>(bytes.size()), state);
     skipBits(state, skip);
     veksDecodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, state);

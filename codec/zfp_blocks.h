@@ -71,7 +71,7 @@ class ZfpRecord {
     explicit ZfpRecord(const Allocator& allocator = {}) : memory_(allocator) {}
     /// Takes the record's memory where it is not there yet.
     [[nodiscard]] bool reserve();
-    ZfpState* get() { return reinterpret_cast<ZfpState*>(memory_.data()); }
+    VekZfpState* get() { return reinterpret_cast<VekZfpState*>(memory_.data()); }
     /// Makes this record what another is; both have their memory.
     void copy(const ZfpRecord& other);
 

@@ -3,13 +3,12 @@
 
 #include <cstdint>
 
+#include "bits/lsb_writer.h"
 #include "bytes/words.h"
 #include "deflate/symbol_tables.h"
 #include "include/vekdc.h"
 
 namespace vek::inline VEK_LEVEL::deflate {
-
-constexpr unsigned maxCodeLength = 15;  // RFC 1951's own limit for both alphabets
 
 inline bool hasCode(VekHuffEntry entry) {
     return entry.length - 1U < maxCodeLength;
@@ -32,12 +31,6 @@ inline void assignCodes(VekHuffEntry* table, size_t n) {
         table[s].code = static_cast<uint16_t>(reverseBits(next[length]++, length));
     }
 }
-
-/// Bits to put, first bit lowest, and their number above them: at most 28 bits.
-struct CodedBits {
-    uint32_t bits;
-    uint32_t count;
-};
 
 /// A symbol's code with the extra bits of a value behind it. Of a length that no code has, the low
 /// four bits count.

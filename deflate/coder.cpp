@@ -1,6 +1,6 @@
 // Coding of a block's pairs.
 
-#include "deflate/bit_sink.h"
+#include "bits/lsb_writer.h"
 #include "deflate/coder_batch.h"
 #include "deflate/pair_codes.h"
 #include "frame/args.h"
@@ -8,7 +8,7 @@
 
 using namespace vek::deflate;
 
-static_assert(maxDistanceBits <= BitSink::freeBesideWord);
+static_assert(maxDistanceBits <= vek::LsbWriter::freeBesideWord);
 
 namespace {
 
@@ -32,7 +32,7 @@ VekStatus veksDeflateHuff_8u(const uint8_t* pLitSrc, const uint16_t* pDistSrc, u
         return vekStatusNullPointer;
     }
     if (*pCodeLenBits > 32) return vekStatusBadSize;
-    BitSink sink(*pCode, *pCodeLenBits, pDst + *pDstIdx);
+    vek::LsbWriter sink(*pCode, *pCodeLenBits, pDst + *pDstIdx);
     uint32_t i = 0;
     if (srcLen >= batchFrom && everySymbolHasCode(pLitHuffTable)) {
         i = ownsDeflateHuff_8u(pLitSrc, pDistSrc, srcLen, pLitHuffTable, pDistHuffTable, sink);

@@ -15,14 +15,14 @@
 
 using namespace vek::deflate;
 
-static_assert(maxSymbolBits + maxDistanceBits <= BitSink::freeBits);
+static_assert(maxSymbolBits + maxDistanceBits <= vek::LsbWriter::freeBits);
 
 namespace {
 
 constexpr uint32_t literalsAtOnce = 8;
 constexpr uint32_t literalsPerFlush = 3;
 
-static_assert(literalsPerFlush * maxCodeLength <= BitSink::freeBits);
+static_assert(literalsPerFlush * maxCodeLength <= vek::LsbWriter::freeBits);
 
 bool nextAreLiterals(const uint16_t* dist) {
     const __m128i next = _mm_loadu_si128(reinterpret_cast<const __m128i*>(dist));
@@ -33,11 +33,11 @@ bool nextAreLiterals(const uint16_t* dist) {
 
 uint32_t ownsDeflateHuff_8u(const uint8_t* lit, const uint16_t* dist, uint32_t count,
                             const VekHuffEntry* litTable, const VekHuffEntry* distTable,
-                            BitSink& sink) {
+                            vek::LsbWriter& sink) {
     constexpr uint32_t pairsForAStore = 64 + literalsAtOnce;  // at least as many bits
     if (count <= pairsForAStore) return 0;
     const PairCodes codes(litTable, distTable);
-    BitSink local = sink;
+    vek::LsbWriter local = sink;
     local.flushExact();
     uint32_t i = 0;
     while (i < count - pairsForAStore) {

@@ -1,8 +1,9 @@
 // The batch coder of pairs; see its unit.
 #pragma once
 
-#include "deflate/bit_sink.h"
+#include "bits/lsb_writer.h"
 #include "frame/variant.h"
+#include "include/vekdc.h"
 
 #define ownsDeflateHuff_8u VEK_INTERNAL(ownsDeflateHuff_8u)
 
@@ -10,4 +11,4 @@
 /// literal/length symbol must have a code.
 uint32_t ownsDeflateHuff_8u(const uint8_t* lit, const uint16_t* dist, uint32_t count,
                             const VekHuffEntry* litTable, const VekHuffEntry* distTable,
-                            vek::deflate::BitSink& sink);
+                            vek::LsbWriter& sink);

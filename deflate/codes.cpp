@@ -1,8 +1,8 @@
-// Huffman codes of a block, and the header that announces them (RFC 1951, 3.2.7).
+// Huffman codes of a block, from its symbols' frequencies.
 //
-// Every symbol of both alphabets gets a code, used or not, and the header always lists all 286 and
-// 30 lengths: a code for an unused symbol costs next to nothing in a block of thousands of symbols,
-// and neither side has holes to think of. Distance codes are kept to 9 bits.
+// Every symbol of both alphabets gets a code, used or not: a code for an unused symbol costs next
+// to nothing in a block of thousands of symbols, and neither side has holes to think of. Distance
+// codes are kept to 9 bits. How the lengths come about is told in code_lengths.h.
 
 #include "bytes/words.h"
 #include "deflate/canonical_codes.h"
@@ -20,8 +20,6 @@ static_assert(sizeof(VekHuffEntry) == 4);
 namespace {
 
 constexpr unsigned maxDistanceCodeLength = 9;
-constexpr size_t codeLengthSymbols = 19;
-constexpr unsigned maxCodeLengthCodeLength = 7;
 
 /// A frequency table's entry is read as one 32-bit number.
 uint32_t frequencyOf(const VekHuffEntry& entry) {
@@ -37,97 +35,6 @@ bool ownGenHuff1(const VekHuffEntry* frequencies, int n, unsigned limit, VekHuff
     return fits;
 }
 
-/// One symbol of the run-length coded code lengths.
-struct LengthSymbol {
-    uint8_t symbol;
-    uint8_t extra;
-};
-
-/// Extra bits of the symbols 16, 17 and 18; none below.
-constexpr uint32_t extraBitsOf(uint8_t symbol) {
-    return symbol == 16 ? 2 : symbol == 17 ? 3 : symbol == 18 ? 7 : 0;
-}
-
-/// The run-length coded code lengths of both alphabets.
-struct LengthList {
-    LengthSymbol symbols[litLenSymbols + distSymbols];
-    size_t count = 0;
-
-    void put(unsigned symbol, size_t extra = 0) {
-        symbols[count++] = {static_cast<uint8_t>(symbol), static_cast<uint8_t>(extra)};
-    }
-
-    void putZeros(size_t run) {
-        if (run >= 11) return put(18, run - 11);
-        if (run >= 3) return put(17, run - 3);
-        while (run-- != 0) put(0);
-    }
-
-    void putRepeats(unsigned length, size_t run) {
-        if (run >= 3) return put(16, run - 3);
-        while (run-- != 0) put(length);
-    }
-
-    /// Adds one alphabet's lengths. A run never goes on from one alphabet into the other.
-    void addTable(const VekHuffEntry* table, size_t n) {
-        unsigned previous = 0;
-        for (size_t s = 0; s < n;) {
-            const unsigned length = table[s].length & maxCodeLength;
-            if (length != 0 && length != previous) {
-                put(length);
-                previous = length;
-                ++s;
-                continue;
-            }
-            const size_t longest = std::min<size_t>(length == 0 ? 138 : 6, n - s);
-            size_t run = 1;
-            while (run < longest && (table[s + run].length & maxCodeLength) == length) ++run;
-            if (length == 0) {
-                putZeros(run);
-                previous = 0;
-            } else {
-                putRepeats(length, run);
-            }
-            s += run;
-        }
-    }
-};
-
-/// Bits of a header, first bit lowest, byte by byte: a header is written once a block.
-struct HeaderWriter {
-    uint8_t* dst;
-    uint32_t bits = 0;  // written so far
-
-    void put(uint32_t value, uint32_t count) {
-        for (uint32_t i = 0; i < count; ++i, ++bits) {
-            if (bits % 8 == 0) dst[bits / 8] = 0;
-            dst[bits / 8] =
-                static_cast<uint8_t>(dst[bits / 8] | (((value >> i) & 1) << (bits % 8)));
-        }
-    }
-};
-
-/// The code of the code lengths, for the symbols that occur.
-void makeLengthCode(const LengthList& list, VekHuffEntry (&code)[codeLengthSymbols]) {
-    uint32_t frequencies[codeLengthSymbols] = {};
-    for (size_t i = 0; i < list.count; ++i) ++frequencies[list.symbols[i].symbol];
-    uint8_t used[codeLengthSymbols];
-    int n = 0;
-    for (uint8_t s = 0; s < codeLengthSymbols; ++s) {
-        code[s] = {0, 0};
-        if (frequencies[s] != 0) used[n++] = s;
-    }
-    uint8_t lengths[codeLengthSymbols];
-    limitedLengths([&](size_t i) { return frequencies[used[i]]; }, n, maxCodeLengthCodeLength,
-                   lengths);
-    for (int i = 0; i < n; ++i) code[used[i]].length = lengths[i];
-    assignCodes(code, codeLengthSymbols);
-}
-
-/// Order in which the header gives the code length code's own lengths.
-constexpr uint8_t cod_len_cod[codeLengthSymbols] = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
-                                                    11, 4,  12, 3, 13, 2, 14, 1, 15};
-
 }  // namespace
 
 VekStatus veksDeflateLZ77FastestGenHuffTable_8u(const VekHuffEntry* pLitFreq,
@@ -142,34 +49,4 @@ VekStatus veksDeflateLZ77FastestGenHuffTable_8u(const VekHuffEntry* pLitFreq,
     assignCodes(pLitHuffTable, litLenSymbols);
     assignCodes(pDistHuffTable, distSymbols);
     return litFits && distFits ? vekStatusOk : vekStatusFailure;
-}
-
-VekStatus veksDeflateLZ77FastestGenHeader_8u(const VekHuffEntry* pLitHuffTable,
-                                             const VekHuffEntry* pDistHuffTable, uint8_t* pHeader,
-                                             uint32_t* pHeaderLen, uint32_t* pHeaderBits) {
-    if (vek::anyNull(pLitHuffTable, pDistHuffTable, pHeader, pHeaderLen, pHeaderBits))
-        return vekStatusNullPointer;
-    LengthList list;
-    list.addTable(pLitHuffTable, litLenSymbols);
-    list.addTable(pDistHuffTable, distSymbols);
-    VekHuffEntry code[codeLengthSymbols];
-    makeLengthCode(list, code);
-    uint32_t listed = codeLengthSymbols;
-    while (listed > 4 && code[cod_len_cod[listed - 1]].length == 0) --listed;
-
-    HeaderWriter header{pHeader};
-    constexpr uint32_t finalDynamic = 1 | (2 << 1);  // BFINAL, BTYPE
-    header.put(finalDynamic, 3);
-    header.put(litLenSymbols - 257, 5);
-    header.put(distSymbols - 1, 5);
-    header.put(listed - 4, 4);
-    for (uint32_t i = 0; i < listed; ++i) header.put(code[cod_len_cod[i]].length, 3);
-    for (size_t i = 0; i < list.count; ++i) {
-        const LengthSymbol item = list.symbols[i];
-        header.put(code[item.symbol].code, code[item.symbol].length);
-        header.put(item.extra, extraBitsOf(item.symbol));
-    }
-    *pHeaderLen = (header.bits + 7) / 8;
-    *pHeaderBits = header.bits;
-    return vekStatusOk;
 }

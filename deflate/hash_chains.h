@@ -38,11 +38,11 @@ namespace vek::inline VEK_LEVEL::deflate {
 constexpr uint32_t hashBytes = 4;
 
 /// The empty table entry, farther back than any window reaches.
-constexpr int32_t noPosition = -32768;
+constexpr int32_t noPosition = -static_cast<int32_t>(maxDistance);
 
 /// Whether the sizes of the window and the head table are within their bounds.
 constexpr bool validSizes(uint32_t winSize, uint32_t hashSize) {
-    return winSize >= 256 && winSize <= 32768 && hashSize >= 256 && hashSize <= 65536;
+    return winSize >= 256 && winSize <= maxDistance && hashSize >= 256 && hashSize <= 65536;
 }
 
 inline uint32_t hash4(const uint8_t* p) {

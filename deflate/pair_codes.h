@@ -68,7 +68,7 @@ class PairCodes {
 };
 
 /// Most bits that one half of a pair takes.
-constexpr uint32_t maxSymbolBits = maxCodeLength + 5;
-constexpr uint32_t maxDistanceBits = maxCodeLength + 13;
+constexpr uint32_t maxSymbolBits = maxCodeLength + maxLengthExtra;
+constexpr uint32_t maxDistanceBits = maxCodeLength + maxDistExtra;
 
 }  // namespace vek::inline VEK_LEVEL::deflate

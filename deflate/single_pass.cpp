@@ -11,10 +11,10 @@
 
 #include <cstring>
 
+#include "bits/lsb_writer.h"
 #include "bytes/crc32c_step.h"
 #include "bytes/fill.h"
 #include "bytes/match_length.h"
-#include "deflate/bit_sink.h"
 #include "deflate/pair_codes.h"
 #include "deflate/symbol_counts.h"
 #include "frame/args.h"
@@ -26,7 +26,6 @@ using vek::load;
 namespace {
 
 constexpr uint32_t hashBytes = 4;
-constexpr uint32_t maxDistance = 32768;
 constexpr uint32_t strideShift = 5;  // misses until the stride grows by one
 
 bool validSizes(int32_t srcLen, uint32_t hashSize) {
@@ -78,7 +77,7 @@ void matchFastest(const uint8_t* src, uint32_t srcLen, uint32_t* head, uint32_t 
 /// Writes codes; the output's worst case, stated to callers, leaves room for the wide stores.
 struct CodeWriter {
     const PairCodes& codes;
-    BitSink sink;
+    vek::LsbWriter sink;
 
     void literal(uint8_t byte) {
         sink.put(codes.literal(byte));
@@ -86,7 +85,7 @@ struct CodeWriter {
     }
 
     void literals(const uint8_t* begin, const uint8_t* end) {
-        constexpr int perFlush = BitSink::freeBits / maxCodeLength;
+        constexpr int perFlush = vek::LsbWriter::freeBits / maxCodeLength;
         for (; end - begin >= perFlush; begin += perFlush) {
             for (int i = 0; i < perFlush; ++i) sink.put(codes.literal(begin[i]));
             sink.flushWide();
@@ -94,6 +93,8 @@ struct CodeWriter {
         for (; begin != end; ++begin) sink.put(codes.literal(*begin));
         sink.flushWide();
     }
+
+    static_assert(maxSymbolBits + maxDistanceBits <= vek::LsbWriter::freeBits);
 
     void match(uint32_t length, uint32_t distance) {
         sink.put(codes.length(length - minMatch));
@@ -128,7 +129,7 @@ VekStatus veksDeflateLZ77Fastest_8u(const uint8_t* pSrc, int32_t srcLen, uint32_
         return vekStatusBadSize;
     }
     const PairCodes codes(pLitHuffTable, pDistHuffTable);
-    CodeWriter writer{codes, BitSink(*pCode, *pCodeLenBits, pDst + *pDstIdx)};
+    CodeWriter writer{codes, vek::LsbWriter(*pCode, *pCodeLenBits, pDst + *pDstIdx)};
     writer.sink.flushExact();
     matchFastest(pSrc, static_cast<uint32_t>(srcLen), pHashHead, hashSize, writer);
     *pCode = writer.sink.buffer();

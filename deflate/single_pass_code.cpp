@@ -3,7 +3,7 @@
 // The code lengths below are those of the fastest path's symbols over English text, program text,
 // machine code, package records, database pages and an image, each file with the same weight; a
 // small uniform share keeps every symbol affordable. They follow no rule, and so are written out;
-// the codes follow from them.
+// the codes follow from them. scripts/make-single-pass-code makes such lengths of other files.
 
 #include "deflate/canonical_codes.h"
 #include "frame/args.h"

@@ -10,11 +10,7 @@
 
 namespace vek::inline VEK_LEVEL::deflate {
 
-constexpr int minMatch = 3;
-constexpr int maxMatch = 258;
-constexpr size_t litLenSymbols = 286;
-constexpr size_t firstLengthSymbol = 257;
-constexpr size_t endOfBlock = 256;
+using namespace deflate_format;
 
 /// [0, 256): length code of length - 3. [256, 512): distance code of distance - 1, for distances
 /// up to 256. [512, 768): distance code of (distance - 1) >> 7, for longer ones; its first two
@@ -44,7 +40,8 @@ inline unsigned lengthCode(unsigned lengthMinus3) {
     return litCodeTable[lengthMinus3];
 }
 
-/// Code of a distance, given as distance - 1, in [0, 32768); of larger values the low bits count.
+/// Code of a distance, given as distance - 1, below maxDistance; of larger values the low bits
+/// count.
 inline unsigned distanceCode(unsigned distanceMinus1) {
     const unsigned nearby = 256 + distanceMinus1;
     const unsigned far = 512 + ((distanceMinus1 >> 7) & 255);

@@ -35,7 +35,7 @@ std::optional<Data> staged(const Symbols& symbols, size_t capacity, int index, i
     if (veksDecodeZ1Z2_BZ2_16u8u(&src, &left, positions.data(), &length) != vekStatusOk ||
         static_cast<size_t>(length) > capacity || index >= length)
         return std::nullopt;
-    MtfState list;
+    VekMtfState list;
     require(veksMTFInit_8u(&list) == vekStatusOk);
     require(veksMTFInv_8u(positions.data(), positions.data(), length, &list) == vekStatusOk);
     require(veksExpandDictionary_8u_I(inUse.data(), positions.data(), length, values) ==

@@ -67,7 +67,7 @@ class Pieces {
 };
 
 /// The decoder must refuse a record without tables, and leave everything as it was.
-void requireRefusal(const Data& data, Bz2HuffDecState* state) {
+void requireRefusal(const Data& data, VekBz2HuffDecState* state) {
     uint32_t code = 0x5A5A5A5A;
     int32_t count = 32;
     const uint8_t* src = data.data();
@@ -83,7 +83,7 @@ Result decode(const Data& data, int alphaSize, size_t piece, size_t room) {
     int32_t size = 0;
     require(veksDecodeHuffGetSize_BZ2_8u16u(kMostGroups * kGroup, &size) == vekStatusOk);
     Data memory(static_cast<size_t>(size), 0xA5);
-    auto* const state = reinterpret_cast<Bz2HuffDecState*>(memory.data());
+    auto* const state = reinterpret_cast<VekBz2HuffDecState*>(memory.data());
     require(veksDecodeHuffInit_BZ2_8u16u(alphaSize, state) == vekStatusOk);
     requireRefusal(data, state);
     Pieces stream(data, piece);

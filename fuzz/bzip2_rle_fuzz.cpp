@@ -35,7 +35,7 @@ Data expandPlainly(const Data& coded) {
 }
 
 Data expand(const Data& coded, size_t piece) {
-    Bz2RleState state;
+    VekBz2RleState state;
     require(veksDecodeRLEStateInit_BZ2_8u(&state) == vekStatusOk);
     const uint8_t* src = coded.data();
     auto left = static_cast<int32_t>(coded.size());
@@ -58,7 +58,7 @@ Data expand(const Data& coded, size_t piece) {
 }
 
 Data contract(const Data& plain, size_t inPiece, size_t outPiece) {
-    Bz2RleState state;
+    VekBz2RleState state;
     require(veksEncodeRLEInit_BZ2_8u(&state) == vekStatusOk);
     Data out;
     for (size_t at = 0; at < plain.size();) {

@@ -28,7 +28,7 @@ struct Cut {
 
 class Output {
  public:
-    Output(Cut cut, InflateState& state) : cut_(cut), window_(cut.windowed ? windowSize : 0) {
+    Output(Cut cut, VekInflateState& state) : cut_(cut), window_(cut.windowed ? windowSize : 0) {
         state.window = cut.windowed ? window_.data() : nullptr;
         state.windowSize = 0;
     }
@@ -37,7 +37,7 @@ class Output {
         append(bytes, count);
         return out.size() <= most;
     }
-    bool coded(vektest::BitSource& in, InflateState& state) {
+    bool coded(vektest::BitSource& in, VekInflateState& state) {
         const size_t kinds = state.tableKind == 2 ? size_t{2} << state.litBits : 5632;
         if (state.tableKind != 0 && state.tables[kinds + 15] == 0) lenient = true;
         for (int32_t mode = 1; mode != 0;) {
@@ -108,7 +108,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (expected.size() > most || (!cut.windowed && cut.out < 64 && expected.size() > 4096))
         return 0;
 
-    auto state = std::make_unique<InflateState>();
+    auto state = std::make_unique<VekInflateState>();
     Output output(cut, *state);
     vektest::BitSource in{data, data + size};
     const bool good = vektest::readDeflate(in, *state, output);

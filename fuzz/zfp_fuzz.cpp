@@ -27,15 +27,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int32_t parameters[4];
     for (int i = 0; i < 4; ++i)
         parameters[i] = tame ? word(data + 4 * i) % 1200 : word(data + 4 * i);
-    const auto set = [&](ZfpState* state) {
+    const auto set = [&](VekZfpState* state) {
         veksDecodeZfpSet_32f(parameters[0], parameters[1], parameters[2], parameters[3], state);
     };
     int32_t stateSize = 0;
     veksDecodeZfpGetStateSize_32f(&stateSize);
     std::vector<uint8_t> decoder(static_cast<size_t>(stateSize)),
         encoder(static_cast<size_t>(stateSize));
-    auto* in = reinterpret_cast<ZfpState*>(decoder.data());
-    auto* out = reinterpret_cast<ZfpState*>(encoder.data());
+    auto* in = reinterpret_cast<VekZfpState*>(decoder.data());
+    auto* out = reinterpret_cast<VekZfpState*>(encoder.data());
 
     const std::vector<uint8_t> stream(data + headerBytes, data + size);
     std::vector<uint8_t> again(1 + size_t{data[17]} * 8);

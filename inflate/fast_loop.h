@@ -47,27 +47,37 @@ constexpr unsigned wordBits = sizeof(Word) * CHAR_BIT;
 constexpr unsigned countedBits = wordBits - 8;
 constexpr bool wideWord = wordBits == 64;
 
-/// Of a match: a length code of the sub-tables with its extra bits, then a distance likewise. The
-/// wide register holds both; the narrow one either, and in front of a long distance code's extra
-/// bits it is refilled once more.
-constexpr unsigned lengthBits = maxCodeLen + 5;
-constexpr unsigned directDistanceBits = rootBits + 13;
-constexpr unsigned longDistanceBits = maxCodeLen + 13;
-static_assert(lengthBits <= countedBits && directDistanceBits <= countedBits);
-static_assert(!wideWord || lengthBits + longDistanceBits <= countedBits);
+/// Bits that a lookup looks at, and the most that each step takes: a literal of the first level, a
+/// length of the sub-tables, a distance of the first level or of the sub-tables.
+constexpr unsigned lookupBits = maxLitBits;
+constexpr unsigned literalBits = maxLitBits;
+constexpr unsigned lengthBits = maxCodeLength + maxLengthExtra;
+constexpr unsigned directDistanceBits = rootBits + maxDistExtra;
+constexpr unsigned longDistanceBits = maxCodeLength + maxDistExtra;
 
-/// Literals a pass takes; the wide register has the bits of the next lookup, too.
+/// Literals a pass takes.
 constexpr unsigned passLiterals = wideWord ? 3 : 2;
-static_assert(passLiterals * maxLitBits <= countedBits);
-static_assert(!wideWord || (passLiterals + 1) * maxLitBits <= wordBits);
+
+// The table of runFast(): between two refills no more is spent than was counted, and after what is
+// spent since a refill enough bits of the register are left for the next lookup.
+static_assert(passLiterals * literalBits <= countedBits);
+static_assert(literalBits + lookupBits <= wordBits);
+static_assert(lengthBits <= countedBits && lengthBits + rootBits <= wordBits);
+static_assert(wideWord ? lengthBits + longDistanceBits <= countedBits &&
+                             passLiterals * literalBits + lookupBits <= wordBits &&
+                             lengthBits + longDistanceBits + lookupBits <= wordBits
+                       : directDistanceBits <= countedBits && maxCodeLength <= countedBits &&
+                             maxDistExtra <= countedBits);
 
 /// Input that must be left: a pass refills up to two or four times, and moves on by a byte less
 /// than a word each time.
 constexpr ptrdiff_t fastSource = wideWord ? 7 + 8 : 3 * 3 + 4;
 /// Room that must be left: that of the literals, up to two a lookup.
 constexpr ptrdiff_t fastRoom = 2 * passLiterals;
-/// Bytes that a wide copy may write behind the match.
+/// Bytes that a wide copy takes at a time, of which all but one may lie behind the match, and the
+/// distance from which it may.
 constexpr ptrdiff_t copySlack = 32;
+constexpr uint32_t wideDistance = 16;
 
 inline bool fastPossible(const Run& run) {
     return run.srcEnd - run.src >= fastSource && run.dstEnd - run.dst >= fastRoom && run.nBits < 32;
@@ -89,18 +99,19 @@ inline uint32_t takeEntry(uint32_t codeLen, uint32_t extra, uint32_t base, Word&
     return base + takeExtra(extra, bits, count);
 }
 
-/// Copies a match at a distance of 16 at least, and up to copySlack bytes behind it.
+/// Copies a match at wideDistance at least, and up to copySlack bytes behind it.
 inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     const uint8_t* src = dst - distance;
     uint8_t* const end = dst + length;
     copy16(dst, src);
     copy16(dst + 16, src + 16);
-    while (end - dst > 32) [[unlikely]] {
-            src += 32;
-            dst += 32;
-            copy16(dst, src);
-            copy16(dst + 16, src + 16);
-        }
+    // Few matches are longer: the loop is kept out of the way of the others.
+    while (__builtin_expect(end - dst > copySlack, 0) != 0) {
+        src += copySlack;
+        dst += copySlack;
+        copy16(dst, src);
+        copy16(dst + 16, src + 16);
+    }
 }
 
 /// Copies any match; false when it does not fit, or starts before the history.
@@ -110,8 +121,8 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     if (left < length || !reachable(run, dst, distance)) return false;
     if (left < length + size_t{copySlack} || distance > static_cast<size_t>(dst - run.dstStart)) {
         copyMatch(run, dst, distance, length);
-    } else if (distance < 16) {
-        copyRepeated<16>(dst, distance, length);
+    } else if (distance < wideDistance) {
+        copyRepeated<wideDistance>(dst, distance, length);
     } else {
         copyWide(dst, distance, length);
     }
@@ -153,8 +164,47 @@ class SavedRoom {
     uint8_t bytes_[stretch + fastRoom + maxMatch + copySlack];
 };
 
+/// What the inner loop of the kernel leaves to the outer one.
+enum class Event {
+    margin,    ///< Input or room for a further pass is not certain.
+    symbol,    ///< The entry is a link, the end of the block or no code.
+    distance,  ///< The distance's code is beyond the lookup, or there is no such distance.
+    copy,      ///< The match overlaps closely, begins before the output, or ends near its end.
+};
+
+/// Writes the kernel's position back, in whole bytes of the source as far as they are this call's.
+inline void writeBack(Run& run, const uint8_t* src, uint8_t* dst, Word bits, uint32_t count) {
+    count %= wordBits;
+    const auto unread = std::min<ptrdiff_t>(count / 8, src - run.src);
+    run.src = src - unread;
+    run.nBits = count - 8 * static_cast<uint32_t>(unread);
+    run.bits = static_cast<uint32_t>(bits & ((uint64_t{1} << run.nBits) - 1));
+    run.dst = dst;
+}
+
 /// Decodes whole symbols with the Tables made of `args`; fastPossible() holds. Ends at a symbol, at
 /// a distance that does not exist, or at a match's copy.
+///
+/// What a pass spends of the counted bits, and where it refills them. A lookup looks at bits
+/// without spending them; uncounted bits serve it as well as counted ones.
+///
+///     wide register (64)     spent  left     narrow register (32)   spent  left
+///     refilled                        56     refilled                        24
+///     three literals         3 x 11   23     two literals           2 x 11    2
+///       lookup, refill                56       refill, lookup                24
+///     or one literal and a   11              or one literal and a   11
+///       lookup, refill                56       lookup, refill                24
+///     length, extra bits     20       36     length, extra bits     20        4
+///     lookup of the distance                 lookup of the distance, refill  24
+///     distance, extra bits   28        8     distance, extra bits   23        1
+///       lookup, refill                56       refill, lookup                24
+///
+/// A distance beyond the narrow register's lookup takes its code first, and its extra bits after
+/// another refill.
+///
+/// All is one long function since the loop's variables have to be registers, of which there may be
+/// seven: with the same steps as members of an object, inlined, single-level tables took 2 to 6 %
+/// longer.
 template <class Tables, class... Args>
 [[gnu::noinline]] void runFast(Run& run, const Args&... args) {
     const Tables tables(args...);
@@ -167,47 +217,49 @@ template <class Tables, class... Args>
     SavedRoom room(dst);
     const uint8_t* const dstWide = run.dstEnd - dst >= copySlack ? run.dstEnd - copySlack : dst - 1;
 
+    // Loads what fits: countedBits at least are counted then.
     const auto refill = [&] {
         bits |= vek::load<Word>(src) << (count % wordBits);
         src += (~count % wordBits) / 8;
         count |= countedBits;
     };
-    const auto putLiteral = [&](auto entry) {
-        dst += tables.putLiterals(dst, entry);
-        bits >>= tables.taken(entry) % wordBits;
-        count -= tables.taken(entry);
-    };
-
-    // What the inner loop leaves to the outer one.
-    enum class Event { margin, symbol, distance, copy };
     refill();
     auto entry = tables.look(bits);
     uint32_t length = 0;
     uint32_t distance = 0;
     const uint8_t* dstSafe = dst - 1;
+
+    const auto takeLiteral = [&] {
+        dst += tables.putLiterals(dst, entry);
+        bits >>= tables.taken(entry) % wordBits;
+        count -= tables.taken(entry);
+    };
+    // Where there are bits enough, the lookup need not wait for the refill.
+    const auto lookAndRefill = [&] {
+        if constexpr (wideWord) entry = tables.look(bits);
+        refill();
+        if constexpr (!wideWord) entry = tables.look(bits);
+    };
+
     for (;;) {
         Event event;
+        // Passes of literals, or of a match, until something needs care. The exits are marked as
+        // unlikely to keep what follows them out of the passes' straight code.
         for (;;) {
             if (src > srcSafe || dst > dstSafe) [[unlikely]] {
                 event = Event::margin;
                 break;
             }
             if (tables.isShortLiteral(entry)) {
-                putLiteral(entry);
+                takeLiteral();
                 entry = tables.look(bits);
                 if (tables.isShortLiteral(entry)) {
-                    putLiteral(entry);
+                    takeLiteral();
                     if constexpr (wideWord) {
                         entry = tables.look(bits);
-                        if (tables.isShortLiteral(entry)) {
-                            putLiteral(entry);
-                            entry = tables.look(bits);
-                        }
-                        refill();
-                    } else {
-                        refill();
-                        entry = tables.look(bits);
+                        if (tables.isShortLiteral(entry)) takeLiteral();
                     }
+                    lookAndRefill();
                     continue;
                 }
                 refill();
@@ -226,14 +278,8 @@ template <class Tables, class... Args>
                 break;
             }
             distance = tables.takeDistance(far, bits, count);
-            if constexpr (wideWord) {
-                entry = tables.look(bits);
-                refill();
-            } else {
-                refill();
-                entry = tables.look(bits);
-            }
-            if (distance < 16 || distance > static_cast<size_t>(dst - dstStart) ||
+            lookAndRefill();
+            if (distance < wideDistance || distance > static_cast<size_t>(dst - dstStart) ||
                 dstWide - dst < static_cast<ptrdiff_t>(length)) [[unlikely]] {
                 event = Event::copy;
                 break;
@@ -252,7 +298,7 @@ template <class Tables, class... Args>
             if (!tables.isLink(entry)) break;
             entry = tables.follow(entry, bits);
             if (tables.isLiteral(entry)) {
-                putLiteral(entry);
+                takeLiteral();
                 refill();
                 entry = tables.look(bits);
             } else if (!tables.isLength(entry)) {
@@ -282,15 +328,8 @@ template <class Tables, class... Args>
         }
         dst += length;
     }
-
     room.restore(dst);
-    // Back to whole bytes in the source, as far as they are this call's.
-    count %= wordBits;
-    const auto unread = std::min<ptrdiff_t>(count / 8, src - run.src);
-    run.src = src - unread;
-    run.nBits = count - 8 * static_cast<uint32_t>(unread);
-    run.bits = static_cast<uint32_t>(bits & ((uint64_t{1} << run.nBits) - 1));
-    run.dst = dst;
+    writeBack(run, src, dst, bits, count);
 }
 
 }  // namespace vek::inline VEK_LEVEL::inflate

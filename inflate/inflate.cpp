@@ -16,7 +16,8 @@ extern "C" {
 
 VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCode,
                          uint32_t* pCodeLenBits, uint32_t winIdx, uint8_t** ppDst,
-                         uint32_t* pDstLen, uint32_t dstIdx, int32_t* pMode, InflateState* state) {
+                         uint32_t* pDstLen, uint32_t dstIdx, int32_t* pMode,
+                         VekInflateState* state) {
     if (vek::anyNull(ppSrc, pSrcLen, pCode, pCodeLenBits, ppDst, pDstLen, pMode, state) ||
         vek::anyNull(*ppSrc, *ppDst)) {
         return vekStatusNullPointer;
@@ -52,7 +53,7 @@ VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCo
     } else if (state->tableKind == twoLevelTables) {
         stop = ownsInflateLong_8u(run, state->tables);
     } else if (state->tableKind == fixedTables) {
-        stop = ownsInflateLong_8u(run, spec_table_fixed_Huffman.data());
+        stop = ownsInflateLong_8u(run, fixedCodeTables.data());
     }
     // A caller inside a symbol asks to go on there, and is answered in the same way even if the
     // symbol is complete by now.

@@ -17,31 +17,15 @@ struct Entry {
     uint32_t kind;
     uint32_t value;
 
-    uint32_t codeLen() const { return kind & 15; }
-    uint32_t lengthExtra() const { return (kind >> 4) & 7; }
-    uint32_t distanceExtra() const { return kind >> 4; }
-    bool isLiteral() const { return kind < 16; }
-    bool isLength() const { return kind >= 0x80; }
-    bool isDistance() const { return distanceExtra() <= maxDistExtra; }
+    constexpr uint32_t codeLen() const { return kind & 15; }
+    constexpr uint32_t lengthExtra() const { return (kind >> 4) & 7; }
+    constexpr uint32_t distanceExtra() const { return kind >> 4; }
+    constexpr bool isLiteral() const { return kind < 16; }
+    constexpr bool isLength() const { return kind >= 0x80; }
+    constexpr bool isDistance() const { return distanceExtra() <= maxDistExtra; }
 };
 
 constexpr uint32_t maxExtraBits = 15;
-
-/// Adds source bytes until `count` bits, at most 25, are held or the source is used up.
-inline void fill(Run& run, uint32_t count) {
-    while (run.nBits < count && run.src != run.srcEnd) {
-        run.bits |= static_cast<uint32_t>(*run.src++) << run.nBits;
-        run.nBits += 8;
-    }
-}
-
-/// Takes `count` bits, at most 15, that are held.
-inline uint32_t take(Run& run, uint32_t count) {
-    const uint32_t bits = run.bits & ((1U << count) - 1);
-    run.bits >>= count;
-    run.nBits -= count;
-    return bits;
-}
 
 /// Copies from the window as much of a match as lies there, at most `length` bytes; `back` is how
 /// far before the output's start the match begins, at most windowSize. Returns the bytes copied.

@@ -19,6 +19,8 @@
 
 namespace vek::inline VEK_LEVEL::inflate {
 
+static_assert(maxCodeLength <= LsbReader::mostFilled && maxExtraBits <= LsbReader::mostFilled);
+
 /// Decodes until the call must end; `kernel` runs the fast kernel over `run`.
 template <class Tables, class Kernel>
 Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
@@ -31,11 +33,11 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                     kernel();
                     if (run.step != stepSymbol) break;
                 }
-                fill(run, maxCodeLen);
+                run.fill(maxCodeLength);
                 const Entry entry = tables.lit(run.bits);
                 if (entry.codeLen() == 0) return Stop::corrupt;
                 if (entry.codeLen() > run.nBits) return Stop::needInput;
-                take(run, entry.codeLen());
+                run.take(entry.codeLen());
                 run.value = entry.value;
                 if (entry.isLiteral()) {
                     run.step = stepLiteral;
@@ -51,17 +53,17 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                 break;
             }
             case stepLengthExtra:
-                fill(run, run.extraBits);
+                run.fill(run.extraBits);
                 if (run.extraBits > run.nBits) return Stop::inside;
-                run.value += take(run, run.extraBits);
+                run.value += run.take(run.extraBits);
                 run.step = stepDistance;
                 break;
             case stepDistance: {
-                fill(run, maxCodeLen);
+                run.fill(maxCodeLength);
                 const Entry entry = tables.dist(run.bits);
                 if (entry.codeLen() == 0) return Stop::corrupt;
                 if (entry.codeLen() > run.nBits) return Stop::inside;
-                take(run, entry.codeLen());
+                run.take(entry.codeLen());
                 if (!entry.isDistance()) return Stop::corrupt;
                 run.distance = entry.value;
                 run.extraBits = entry.distanceExtra();
@@ -69,9 +71,9 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                 break;
             }
             case stepDistanceExtra:
-                fill(run, run.extraBits);
+                run.fill(run.extraBits);
                 if (run.extraBits > run.nBits) return Stop::inside;
-                run.distance += take(run, run.extraBits);
+                run.distance += run.take(run.extraBits);
                 run.step = stepCopy;
                 break;
             case stepCopy: {

@@ -11,7 +11,7 @@ using namespace vek::inflate;
 
 class SingleLevel {
  public:
-    explicit SingleLevel(const InflateState& state)
+    explicit SingleLevel(const VekInflateState& state)
         : lits_(state.tables),
           distKinds_(state.tables + (2U << state.litBits)),
           litMask_((1U << state.litBits) - 1),
@@ -58,7 +58,7 @@ class SingleLevel {
 
 }  // namespace
 
-extern "C" Stop ownsInflateShort_8u(Run& run, const InflateState& state) {
+extern "C" Stop ownsInflateShort_8u(Run& run, const VekInflateState& state) {
     if (state.litBits > maxLitBits || state.distBits > maxDistBits) return Stop::corrupt;
     const SingleLevel tables(state);
     return runSteps(run, tables, [&] { runFast<SingleLevel>(run, tables); });

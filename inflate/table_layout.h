@@ -25,39 +25,34 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "bits/deflate_symbols.h"
+#include "bits/lsb_reader.h"
 #include "frame/variant.h"
 #include "vekdc.h"
 
 #define ownsInflateShort_8u VEK_INTERNAL(ownsInflateShort_8u)
 #define ownsInflateLong_8u VEK_INTERNAL(ownsInflateLong_8u)
-#define spec_table_fixed_Huffman VEK_INTERNAL(spec_table_fixed_Huffman)
+#define fixedCodeTables VEK_INTERNAL(fixedCodeTables)
 
 namespace vek::inline VEK_LEVEL::inflate {
 
 #if !defined(__x86_64__)
-static_assert(sizeof(InflateState) == 40 + VEK_INFLATE_TABLES_SIZE);
-static_assert(offsetof(InflateState, windowSize) == 4);
-static_assert(offsetof(InflateState, tableKind) == 8);
-static_assert(offsetof(InflateState, reserved) == 12);
-static_assert(offsetof(InflateState, savedStep) == 16);
-static_assert(offsetof(InflateState, savedValue) == 20);
-static_assert(offsetof(InflateState, savedExtraBits) == 24);
-static_assert(offsetof(InflateState, savedDistance) == 28);
-static_assert(offsetof(InflateState, litBits) == 32);
-static_assert(offsetof(InflateState, distBits) == 36);
-static_assert(offsetof(InflateState, tables) == 40);
+static_assert(sizeof(VekInflateState) == 40 + VEK_INFLATE_TABLES_SIZE);
+static_assert(offsetof(VekInflateState, windowSize) == 4);
+static_assert(offsetof(VekInflateState, tableKind) == 8);
+static_assert(offsetof(VekInflateState, reserved) == 12);
+static_assert(offsetof(VekInflateState, savedStep) == 16);
+static_assert(offsetof(VekInflateState, savedValue) == 20);
+static_assert(offsetof(VekInflateState, savedExtraBits) == 24);
+static_assert(offsetof(VekInflateState, savedDistance) == 28);
+static_assert(offsetof(VekInflateState, litBits) == 32);
+static_assert(offsetof(VekInflateState, distBits) == 36);
+static_assert(offsetof(VekInflateState, tables) == 40);
 #endif
 
-enum TableKind : uint32_t { fixedTables = 0, twoLevelTables = 1, singleLevelTables = 2 };
+using namespace deflate_format;
 
-constexpr unsigned maxCodeLen = 15;
-constexpr unsigned maxLitSymbols = 288;
-constexpr unsigned maxDistSymbols = 30;
-constexpr unsigned allDistSymbols = 32;  ///< With those that the fixed code has and no data may.
-constexpr uint32_t maxDistExtra = 13;
-constexpr unsigned endSymbol = 256;
-constexpr unsigned minMatch = 3;
-constexpr unsigned maxMatch = 258;
+enum TableKind : uint32_t { fixedTables = 0, twoLevelTables = 1, singleLevelTables = 2 };
 
 /// Single-level layout.
 constexpr unsigned maxLitBits = 11;
@@ -95,17 +90,13 @@ enum Step : uint32_t {
 enum class Stop : int32_t { endOfBlock = 0, needInput = 1, inside = 2, corrupt };
 
 /// A stream's position and surroundings while a call works on it.
-struct Run {
-    const uint8_t* src;
-    const uint8_t* srcEnd;
+struct Run : LsbReader {
     uint8_t* dst;
     uint8_t* dstEnd;
     const uint8_t* dstStart;  ///< Start of the history in the output buffer.
     const uint8_t* window;
     uint32_t windowSize;  ///< 0 when there is no window.
     uint32_t winIdx;
-    uint32_t bits;  ///< Bits above nBits are 0.
-    uint32_t nBits;
     uint32_t step;
     uint32_t value;
     uint32_t extraBits;
@@ -117,12 +108,12 @@ struct Run {
 extern "C" {
 
 /// Decodes with the state's single-level tables.
-vek::inflate::Stop ownsInflateShort_8u(vek::inflate::Run& run, const InflateState& state);
+vek::inflate::Stop ownsInflateShort_8u(vek::inflate::Run& run, const VekInflateState& state);
 
 /// Decodes with the two-level tables at `tables`.
 vek::inflate::Stop ownsInflateLong_8u(vek::inflate::Run& run, const uint8_t* tables);
 
 /// The fixed code of RFC 1951, 3.2.6, in the two-level layout.
 // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): it is constexpr where it is defined.
-extern const std::array<uint8_t, vek::inflate::twoLevelSize> spec_table_fixed_Huffman;
+extern const std::array<uint8_t, vek::inflate::twoLevelSize> fixedCodeTables;
 }

@@ -27,9 +27,8 @@ using namespace vek::inflate;
 constexpr unsigned lengthSymbols = 34;
 constexpr std::array<uint16_t, lengthSymbols> LenExtr = [] {
     std::array<uint16_t, lengthSymbols> table{};
-    for (size_t i = 0; i < vek::deflate::lengthCodes; ++i) {
-        table[i + 1] = static_cast<uint16_t>(vek::deflate::litBaseTable[i] << 8 | 0x80 |
-                                             vek::deflate::litExtraTable[i] << 4);
+    for (size_t i = 0; i < lengthCodes; ++i) {
+        table[i + 1] = static_cast<uint16_t>(litBaseTable[i] << 8 | 0x80 | litExtraTable[i] << 4);
     }
     table[29] = 0xFF80;
     return table;
@@ -43,9 +42,9 @@ struct DistanceEntry {
 
 constexpr std::array<DistanceEntry, allDistSymbols> DistExtr = [] {
     std::array<DistanceEntry, allDistSymbols> table{};
-    for (size_t i = 0; i < maxDistSymbols; ++i) {
-        table[i] = {static_cast<uint16_t>(vek::deflate::distExtraTable[i] << 4),
-                    static_cast<uint16_t>(vek::deflate::distBaseTable[i] + 1)};
+    for (size_t i = 0; i < distSymbols; ++i) {
+        table[i] = {static_cast<uint16_t>(distExtraTable[i] << 4),
+                    static_cast<uint16_t>(distBaseTable[i] + 1)};
     }
     table[30].kind = 0xE0;
     table[31].kind = 0xF0;
@@ -65,9 +64,9 @@ struct SingleLit {
     uint8_t* entries;
 
     void set(uint32_t index, unsigned symbol, unsigned len) const {
-        const unsigned entry = symbol < endSymbol    ? symbol << 8
-                               : symbol == endSymbol ? singleEndKind
-                                                     : LenExtr[symbol - endSymbol];
+        const unsigned entry = symbol < endOfBlock    ? symbol << 8
+                               : symbol == endOfBlock ? singleEndKind
+                                                      : LenExtr[symbol - endOfBlock];
         put16(entries, index, entry + len);
     }
     void repeat(uint32_t size) const { std::memcpy(entries + 2 * size, entries, 2 * size); }
@@ -79,10 +78,10 @@ struct TwoLevelLit {
 
     constexpr void set(uint32_t index, unsigned symbol, unsigned len) const {
         unsigned entry = symbol << 8;
-        if (symbol == endSymbol) {
+        if (symbol == endOfBlock) {
             entry = twoLevelEndKind;
-        } else if (symbol > endSymbol) {
-            entry = LenExtr[symbol - endSymbol];
+        } else if (symbol > endOfBlock) {
+            entry = LenExtr[symbol - endOfBlock];
             if (entry == 0) entry = twoLevelInvalidKind;
         }
         values[index] = static_cast<uint8_t>(entry >> 8);
@@ -118,8 +117,8 @@ struct Distances {
 
 /// A code in canonical order.
 struct Code {
-    uint16_t count[maxCodeLen + 1] = {};
-    uint16_t symbols[maxLitSymbols];
+    uint16_t count[maxCodeLength + 1] = {};
+    uint16_t symbols[allLitLenSymbols];
     unsigned longest = 0;
 
     /// Sorts; false when a length is above 15.
@@ -127,18 +126,18 @@ struct Code {
         unsigned all = 0;
         for (uint32_t i = 0; i < nSymbols; ++i) {
             all |= lens[i];
-            ++count[lens[i] & maxCodeLen];
+            ++count[lens[i] & maxCodeLength];
         }
-        if (all > maxCodeLen) return false;
+        if (all > maxCodeLength) return false;
         count[0] = 0;
         // The unused symbols get places too, behind all others: no branch a symbol, and no more
         // than nSymbols places in all.
-        uint16_t next[maxCodeLen + 2] = {};
-        for (unsigned len = 1; len <= maxCodeLen; ++len) {
+        uint16_t next[maxCodeLength + 2] = {};
+        for (unsigned len = 1; len <= maxCodeLength; ++len) {
             if (count[len] != 0) longest = len;
             next[len + 1] = static_cast<uint16_t>(next[len] + count[len]);
         }
-        next[0] = next[maxCodeLen + 1];
+        next[0] = next[maxCodeLength + 1];
         for (uint32_t i = 0; i < nSymbols; ++i) {
             symbols[next[lens[i]]++] = static_cast<uint16_t>(i);
         }
@@ -157,8 +156,8 @@ struct Code {
     /// Makes the thirty distances of the fixed code complete by the two that do not exist, so that
     /// these have a length like all others; false for another code.
     bool completeFixedDistances() {
-        if (longest != 5 || count[5] != maxDistSymbols) return false;
-        for (uint16_t symbol = maxDistSymbols; symbol < allDistSymbols; ++symbol)
+        if (longest != 5 || count[5] != distSymbols) return false;
+        for (uint16_t symbol = distSymbols; symbol < allDistSymbols; ++symbol)
             symbols[count[5]++] = symbol;
         return true;
     }
@@ -235,7 +234,7 @@ constexpr auto makeFixedTables() {
     const Distances dists{&area[distBaseAt], &area[distKindAt]};
     uint32_t codeword = 0;
     for (unsigned len = 7; len <= 9; ++len, codeword <<= 1) {
-        for (unsigned symbol = 0; symbol < maxLitSymbols; ++symbol) {
+        for (unsigned symbol = 0; symbol < allLitLenSymbols; ++symbol) {
             if (fixedLitLen(symbol) != len) continue;
             const uint32_t first = vek::reverseBits(codeword++, len);
             for (uint32_t i = first; i < rootSize; i += 1U << len) lits.set(i, symbol, len);
@@ -253,18 +252,16 @@ constexpr auto makeFixedTables() {
 
 extern "C" {
 
-constexpr std::array<uint8_t, twoLevelSize> spec_table_fixed_Huffman = makeFixedTables();
-static_assert(spec_table_fixed_Huffman[litKindAt] == 0x67 &&
-              spec_table_fixed_Huffman[distKindAt] == 0x05 &&
-              spec_table_fixed_Huffman[distBaseAt] == 1 &&
-              spec_table_fixed_Huffman[distKindAt + 1] == 0x75 &&
-              spec_table_fixed_Huffman[distBaseAt + 3] == 1);
+constexpr std::array<uint8_t, twoLevelSize> fixedCodeTables = makeFixedTables();
+static_assert(fixedCodeTables[litKindAt] == 0x67 && fixedCodeTables[distKindAt] == 0x05 &&
+              fixedCodeTables[distBaseAt] == 1 && fixedCodeTables[distKindAt + 1] == 0x75 &&
+              fixedCodeTables[distBaseAt + 3] == 1);
 
 VekStatus veksInflateBuildHuffTable(const uint16_t* codeLens, uint32_t nLitCodeLens,
-                                    uint32_t nDistCodeLens, InflateState* state) {
+                                    uint32_t nDistCodeLens, VekInflateState* state) {
     if (vek::anyNull(codeLens, state)) return vekStatusNullPointer;
-    if (nLitCodeLens > maxLitSymbols || nDistCodeLens > maxDistSymbols) return vekStatusBadSize;
-    if (nLitCodeLens <= endSymbol || codeLens[endSymbol] == 0) return vekStatusSourceDataError;
+    if (nLitCodeLens > allLitLenSymbols || nDistCodeLens > distSymbols) return vekStatusBadSize;
+    if (nLitCodeLens <= endOfBlock || codeLens[endOfBlock] == 0) return vekStatusSourceDataError;
 
     Code lit;
     Code dist;

@@ -12,64 +12,69 @@
 // copies exactly, gives every status, and defines the result.
 //
 // An offset of 0 is not refused: it names the write position itself, so the match is whatever the
-// buffer held there.
+// buffer held there. The decoder knows nothing of frames and checksums, and keeps nothing between
+// calls: where the room ends inside a sequence, the block must be decoded again.
 #include <emmintrin.h>
 
 #include <algorithm>
 #include <climits>
 
-#include "bytes/repeat.h"
+#include "bytes/wide_copy.h"
+#include "bytes/words.h"
 #include "frame/args.h"
-#include "lz4/sequences.h"
+#include "lz4/format.h"
 #include "vekdc.h"
 
+namespace vek::inline VEK_LEVEL::lz4 {
 namespace {
 
-using vek::copy16;
-using vek::copyOverlap;
-using vek::load;
-using vek::store;
-using namespace vek::lz4;
-
-// A sequence in the fast gear takes token, 16 literals read at once, offset and one length byte:
-// 20 bytes; its literals are far from the last 8 of the source, where the careful gear looks
-// closer. It writes at most 14 literals and 32 bytes of match, or it looks at the room again.
-constexpr ptrdiff_t fastSource = 33;
-constexpr ptrdiff_t fastRoom = 64;
 // A literal run that ends in the last so many bytes, but not at the end, is a block cut short: a
 // match, which takes 2 bytes, is followed by a token and 5 literals.
-constexpr size_t tail = 8;
+constexpr size_t tail = offsetSize + tokenSize + lastLiterals;
 
-inline void copy64(uint8_t* out, const uint8_t* from) {
-    for (int i = 0; i < 64; i += 16) copy16(out + i, from + i);
+// The fast gear's margins. At least fastSource bytes of source and fastRoom bytes of room remain
+// where a sequence begins, where a run of 15 literals and more ends, and (room) where a match with
+// an extension ends. The steps that it copies in:
+constexpr size_t firstLiterals = 16;  // Literals without an extension, whatever their number.
+constexpr size_t step = 32;           // Longer runs, and matches that longMatch() copies.
+constexpr size_t firstMatch = 18;     // A match without an extension.
+constexpr size_t firstLong = 64;      // The first bytes of a match with one.
+// Source: a token and one step. From the end of a run, its last step reads less; a sequence without
+// extensions takes 18 bytes with the first byte of its match's extension; and no literals that the
+// fast gear takes end in the tail, where the careful gear looks closer.
+constexpr ptrdiff_t fastSource = tokenSize + step;
+static_assert(fastSource >= tokenSize + firstLiterals);
+static_assert(fastSource >= tokenSize + shortLiterals + offsetSize + 1);
+static_assert(fastSource >= tokenSize + shortLiterals + tail);
+static_assert(fastSource > wideCopyMargin<step>);
+// Room: the first step of a long match, which begins where that much remains because it ends there;
+// 14 literals and behind them a match that is looked at no more; the last step of a run or a match.
+constexpr ptrdiff_t fastRoom = firstLong;
+static_assert(fastRoom >= shortLiterals + std::max(firstMatch, step));
+static_assert(fastRoom >= firstLiterals);
+static_assert(fastRoom > wideCopyMargin<step>);
+
+/// Copies a match without an extension, at a distance of 16 at least.
+inline void copyFirstMatch(uint8_t* out, const uint8_t* from) {
+    static_assert(firstMatch >= shortMatch && firstMatch == 16 + sizeof(uint16_t));
+    copy16(out, from);
+    store(out + 16, load<uint16_t>(from + 16));
 }
 
-/// Copies `length` bytes in steps of 32, and so up to 31 more. The source is at least 16 bytes off.
-inline void copyWide(uint8_t* out, const uint8_t* from, size_t length) {
-    uint8_t* const end = out + length;
-    do {
-        copy16(out, from);
-        copy16(out + 16, from + 16);
-        out += 32;
-        from += 32;
-    } while (out < end);
+/// Copies a match with an extension, at a distance of 16 at least: hardly ever more than one step.
+inline void copyLongMatch(uint8_t* out, const uint8_t* from, size_t length) {
+    for (size_t i = 0; i < firstLong; i += 16) copy16(out + i, from + i);
+    if (length > firstLong) [[unlikely]]
+        copyWide<step>(out + firstLong, from + firstLong, length - firstLong);
 }
 
-/// Copies literals: short runs in steps of 32 as above, long ones as the C library does best.
+/// Copies literals: short runs in wide steps, long ones as the C library does best.
 inline void copyLiterals(uint8_t* out, const uint8_t* from, size_t length) {
     constexpr size_t longRun = 512;
     if (length < longRun)
-        copyWide(out, from, length);
+        copyWide<step>(out, from, length);
     else
         std::memcpy(out, from, length);
-}
-
-/// Copies forward, as if byte by byte, wherever the two strings lie.
-void copyForward(uint8_t* out, const uint8_t* from, size_t length) {
-    if (reinterpret_cast<uintptr_t>(out) - reinterpret_cast<uintptr_t>(from) >= length)
-        std::memmove(out, from, length);
-    else
-        for (size_t i = 0; i < length; ++i) out[i] = from[i];
 }
 
 /// History in memory from `lowest` to the write position.
@@ -101,7 +106,7 @@ struct Dictionary {
         const size_t from = static_cast<size_t>(out - buffer) - offset;
         if (from >= size) return 0;
         const size_t count = std::min(length, size - from);
-        copyForward(out, bytes + from, count);
+        D_COPY_SLOW(bytes + from, out, static_cast<ptrdiff_t>(count));
         return count;
     }
 };
@@ -139,20 +144,20 @@ struct Pending {
     size_t offset;
 };
 
-/// Where a sequence of the fast gear must begin, and the end of the source.
+/// The end of the source, and the last positions where the fast gear's margins are whole.
 struct Limits {
     const uint8_t* inEnd;
     const uint8_t* inFast;
     uint8_t* outFast;
 };
 
-// Below this a length's extension, if any, has a single byte.
-constexpr size_t shortExtended = nibbleFull + 255;
+// Below this a length of 15 and more has a single byte of extension.
+constexpr size_t oneByteExtended = nibbleFull + 255;
 
 /// A literal run of 15 and more from its token on, up to the offset; false when it comes near an
 /// end, with the cursor untouched.
 [[gnu::noinline]] bool longLiterals(Cursor& cursor, const Limits& limits) {
-    const uint8_t* in = cursor.in + 1;
+    const uint8_t* in = cursor.in + tokenSize;
     uint32_t literals = nibbleFull;
     if (readExtension(in, limits.inEnd, literals) != vekStatusOk || in > limits.inFast ||
         literals > static_cast<size_t>(limits.inFast - in) ||
@@ -171,7 +176,7 @@ template <class History>
     const uint8_t* in = cursor.in;
     uint8_t* out = cursor.out;
     uint32_t match = (token & nibbleFull) + minMatch;
-    if (match == nibbleFull + minMatch &&
+    if (match > shortMatch &&
         (readExtension(in, limits.inEnd, match) != vekStatusOk || out > limits.outFast ||
          match > static_cast<size_t>(limits.outFast - out)))
         return false;
@@ -179,12 +184,7 @@ template <class History>
     const size_t outside = history.copyOutside(out, offset, match);
     // Then there may be no memory where the output's address minus the offset points.
     if (outside == match) return true;
-    out += outside;
-    match -= static_cast<uint32_t>(outside);
-    if (offset >= 16)
-        copyWide(out, out - offset, match);
-    else if (offset != 0)
-        vek::copyRepeated<32>(out, offset, match);
+    if (offset != 0) copyMatchWide<step>(out + outside, offset, match - outside);
     return true;
 }
 
@@ -198,66 +198,64 @@ template <class History>
     if (inEnd - cursor.in < fastSource || outEnd - cursor.out < fastRoom)
         return {Left::Sequence, 0, 0};
     const uint8_t* in = cursor.in;
-    // What follows a sequence without literals or extensions: added early, it is off that way.
-    const uint8_t* behind = in + 3;
+    // Where `in` will stand behind the next sequence's offset, but for its literals: the addition
+    // is made early, off the way from token to token.
+    const uint8_t* behind = in + tokenSize + offsetSize;
     uint8_t* out = cursor.out;
     const Limits limits{inEnd, inEnd - fastSource, outEnd - fastRoom};
     while (in <= limits.inFast && out <= limits.outFast) {
         const uint32_t token = *in;
         const uint32_t literals = token >> 4;
-        copy16(out, in + 1);
+        copy16(out, in + tokenSize);
         if (literals != nibbleFull) [[likely]] {
             in = behind + literals;
             out += literals;
         } else {
-            const size_t run = nibbleFull + in[1];
-            if (run < shortExtended && in + run <= limits.inFast - 2 && out + run <= limits.outFast)
+            const size_t run = nibbleFull + in[tokenSize];
+            const uint8_t* const from = in + tokenSize + 1;
+            if (run < oneByteExtended && from + run <= limits.inFast && out + run <= limits.outFast)
                 [[likely]] {
-                copyWide(out, in + 2, run);
-                in += run + 4;
+                copyWide<step>(out, from, run);
+                in = from + run + offsetSize;
                 out += run;
             } else {
                 Cursor side{in, out};
                 if (!longLiterals(side, limits)) break;
-                in = side.in + 2;
+                in = side.in + offsetSize;
                 out = side.out;
             }
         }
-        const size_t offset = load<uint16_t>(in - 2);
+        const size_t offset = load<uint16_t>(in - offsetSize);
         if (!history.reaches(out, offset)) [[unlikely]]
             return {Left::Error, 0, 0};
         size_t match = (token & nibbleFull) + minMatch;
-        if (offset >= 16 && !history.isOutside(out, offset)) [[likely]] {
-            if (match != nibbleFull + minMatch) [[likely]] {
-                const uint8_t* const from = out - offset;
-                copy16(out, from);
-                store(out + 16, load<uint16_t>(from + 16));
+        if (offset >= wideDistance && !history.isOutside(out, offset)) [[likely]] {
+            if (match <= shortMatch) [[likely]] {
+                copyFirstMatch(out, out - offset);
                 out += match;
-                behind = in + 3;
+                behind = in + tokenSize + offsetSize;
                 continue;
             }
             match += *in;
-            if (match < shortExtended && out + match <= limits.outFast) [[likely]] {
-                copy64(out, out - offset);
-                if (match > 64) [[unlikely]]
-                    copyWide(out + 64, out + 64 - offset, match - 64);
+            if (match < oneByteExtended && out + match <= limits.outFast) [[likely]] {
+                copyLongMatch(out, out - offset, match);
                 ++in;
                 out += match;
-                behind = in + 3;
+                behind = in + tokenSize + offsetSize;
                 continue;
             }
-        } else if (offset - 1 < 15 && match != nibbleFull + minMatch &&
+        } else if (offset - 1 < wideDistance - 1 && match <= shortMatch &&
                    !history.isOutside(out, offset)) {
             const __m128i string = _mm_loadu_si128(reinterpret_cast<const __m128i*>(out - offset));
-            vek::storeRepeated<32>(out, string, offset);
+            storeRepeated<step>(out, string, offset);
             out += match;
-            behind = in + 3;
+            behind = in + tokenSize + offsetSize;
             continue;
         }
         Cursor side{in, out};
         const bool done = longMatch(side, token, offset, limits, history);
         in = side.in;
-        behind = in + 3;
+        behind = in + tokenSize + offsetSize;
         out = side.out;
         if (!done) {
             cursor = side;
@@ -314,7 +312,7 @@ VekStatus decodeCareful(Cursor& cursor, const uint8_t* inEnd, uint8_t* outEnd,
         if (in == inEnd || out == outEnd) return vekStatusOk;
 
         const size_t offset = load<uint16_t>(in);
-        in += 2;
+        in += offsetSize;
         if (!history.reaches(out, offset)) return vekStatusError;
         const VekStatus status = decodeMatch(cursor, inEnd, outEnd, token, offset, history);
         if (status != vekStatusOk) return status;
@@ -343,19 +341,29 @@ VekStatus decode(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen,
     return status;
 }
 
-/// Decodes with the `prefix` bytes in front of the output as history.
+}  // namespace
+
+/// Decodes a block whose history is what this call wrote.
+VekStatus ownsDecodeLZ4_8u(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen) {
+    if (anyNull(pSrc, pSrcLen, pDst, pDstLen)) return vekStatusNullPointer;
+    return decode(pSrc, pSrcLen, pDst, pDstLen, Prefix{pDst});
+}
+
+/// Decodes a block whose history begins `prefix` bytes in front of the output.
 VekStatus ownsDecodeLZ4WithPrefix_8u(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen,
                                      int prefix) {
-    if (vek::anyNull(pSrc, pSrcLen, pDst, pDstLen)) return vekStatusNullPointer;
+    if (anyNull(pSrc, pSrcLen, pDst, pDstLen)) return vekStatusNullPointer;
     return decode(pSrc, pSrcLen, pDst, pDstLen, Prefix{pDst - prefix});
 }
 
-}  // namespace
+}  // namespace vek::inline VEK_LEVEL::lz4
+
+using namespace vek::lz4;
 
 extern "C" {
 
 VekStatus veksDecodeLZ4_8u(const uint8_t* pSrc, int srcLen, uint8_t* pDst, int* pDstLen) {
-    return ownsDecodeLZ4WithPrefix_8u(pSrc, &srcLen, pDst, pDstLen, 0);
+    return ownsDecodeLZ4_8u(pSrc, &srcLen, pDst, pDstLen);
 }
 
 VekStatus veksDecodeLZ4Dict_8u(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int dstIdx,
@@ -363,8 +371,7 @@ VekStatus veksDecodeLZ4Dict_8u(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst,
     if (vek::anyNull(pSrc, pSrcLen, pDst, pDstLen)) return vekStatusNullPointer;
     if (dstIdx < 0) return vekStatusBadSize;
     uint8_t* const out = pDst + dstIdx;
-    if (pDict == nullptr || dictSize == 0)
-        return ownsDecodeLZ4WithPrefix_8u(pSrc, pSrcLen, out, pDstLen, 0);
+    if (pDict == nullptr || dictSize == 0) return ownsDecodeLZ4_8u(pSrc, pSrcLen, out, pDstLen);
     if (dictSize < 0) return vekStatusBadSize;
     if (pDict + dictSize == out)
         return ownsDecodeLZ4WithPrefix_8u(pSrc, pSrcLen, out, pDstLen, dictSize);

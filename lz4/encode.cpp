@@ -22,31 +22,47 @@
 #include "bytes/crc32c_step.h"
 #include "bytes/fill.h"
 #include "frame/args.h"
+#include "lz4/history.h"
 #include "lz4/sequences.h"
 #include "vekdc.h"
 
-namespace {
-
-using vek::load;
-using vek::store;
-using namespace vek::lz4;
+namespace vek::inline VEK_LEVEL::lz4 {
 
 constexpr uint32_t tableEntries = 4096;
-constexpr int tableBytes = 16384;
+
+/// The caller's table: positions under the hash of their bytes. Short blocks use 16-bit entries,
+/// and so the first half of the memory.
+struct LZ4HashTable {
+    union {
+        uint32_t wide[tableEntries];
+        uint16_t narrow[tableEntries];
+    };
+};
+static_assert(sizeof(LZ4HashTable) == 16384);
+
+/// The width of the entries that a table holds.
+enum class Entries { Narrow, Wide };
+
+namespace {
+
 constexpr int wideFrom = 65536;      // Blocks of this length need 32-bit entries.
 constexpr ptrdiff_t searchEnd = 28;  // No match begins in the last so many bytes of a block.
 constexpr size_t shortRun = 64;  // A sequence with fewer literals is followed by a dense search.
-constexpr int densePasses = 16;
-constexpr ptrdiff_t roomMargin =
-    8;  // What the room check keeps free for the block's last sequence.
-// A sequence takes its literals, the extensions of both lengths (a byte for each begun 255; 128 is
-// reckoned with, which needs no division), token and offset; a wide copy writes up to 15 bytes
-// more.
+constexpr int densePasses = 16;  // Of three positions each.
+constexpr ptrdiff_t roomMargin = 8;  // Kept free for the block's last sequence.
+// What a sequence may take beside its literals, and beside a byte for each 128 of both lengths,
+// which covers their extensions (a byte for each 255 begun) without a division: token, offset, the
+// two bytes that have begun, and what a wide copy writes too many. Rounded up.
 constexpr size_t spareRoom = 32;
+static_assert(spareRoom >= tokenSize + offsetSize + 2 + literalStep);
+// Literals are copied in wide steps, and 16 bytes of each match compared at once: both read in
+// front of the block's end, since no match begins later.
+static_assert(searchEnd >= static_cast<ptrdiff_t>(literalStep));
+static_assert(searchEnd >= 16 + static_cast<ptrdiff_t>(lastLiterals));
 
 /// The hash of the 5 bytes at p.
 inline uint32_t hashAt(const uint8_t* p) {
-    return vek::crc32cStep(p[4], load<uint32_t>(p)) & (tableEntries - 1);
+    return crc32cStep(p[4], load<uint32_t>(p)) & (tableEntries - 1);
 }
 
 /// A match that was found: its position and what compare() tells of it, asked for at once: its
@@ -223,19 +239,14 @@ uint8_t* writeSequenceChecked(uint8_t* out, uint8_t* outEnd, Sequence& s) {
     return writeMatchLength(token, out, s.match);
 }
 
-/// Writes a last run of `count` literals.
-uint8_t* writeLastLiterals(uint8_t* out, const uint8_t* literals, size_t count) {
-    return writeLiterals<false>(out, literals, count);
-}
-
+/// Encodes a block, or with CheckRoom as much of it as fits in front of `outEnd`.
 template <bool CheckRoom, template <class> class Search, class Entry, class History>
 Encoded encodeBlock(const uint8_t* src, size_t srcLen, uint8_t* out, uint8_t* outEnd,
                     Entry* entries, const History& history, uint32_t acceleration) {
     using M = Matcher<Entry, History>;
     const uint8_t* anchor = src;
     const uint8_t* const srcEnd = src + srcLen;
-    Encoded before{nullptr,
-                   nullptr};  // The state in front of the last sequence, if room was short.
+    Encoded before{nullptr, nullptr};  // In front of the last sequence, where room was short.
     size_t lastMatch = lastMatchStart;
     if (srcLen > static_cast<size_t>(searchEnd)) {
         const uint8_t* const matchEnd = srcEnd - lastLiterals;
@@ -282,144 +293,156 @@ Encoded encodeBlock(const uint8_t* src, size_t srcLen, uint8_t* out, uint8_t* ou
             rest = fit();
         }
     }
-    return {anchor + rest, writeLastLiterals(out, anchor, rest)};
+    return {anchor + rest, writeLiterals<false>(out, anchor, rest)};
 }
 
-/// Clears the table as a block of `srcLen` bytes uses it.
-VekStatus clear(uint8_t* pHashTable, bool wide) {
-    if (pHashTable == nullptr) return vekStatusNullPointer;
-    ownsSet_8u(0, pHashTable, wide ? tableBytes : tableBytes / 2);
+/// Encodes a block for which there is room, and writes back how much was written.
+template <template <class> class Search = PlainSearch, class Entry, class History>
+VekStatus encode(const uint8_t* pSrc, int srcLen, uint8_t* pDst, int* pDstLen, Entry* entries,
+                 const History& history, uint32_t acceleration = 1) {
+    const Encoded encoded = encodeBlock<false, Search>(pSrc, static_cast<size_t>(srcLen), pDst,
+                                                       nullptr, entries, history, acceleration);
+    *pDstLen = static_cast<int>(encoded.out - pDst);
     return vekStatusOk;
 }
 
-/// Writes back where an encoding stopped.
-template <class Counts>
-VekStatus report(const Encoded& encoded, const Counts& counts) {
-    *counts.dstLen = static_cast<int>(encoded.out - counts.dst);
-    if (counts.srcLen == nullptr) return vekStatusOk;
-    const auto consumed = static_cast<int>(encoded.in - counts.src);
-    const bool whole = consumed == *counts.srcLen;
-    *counts.srcLen = consumed;
-    return whole ? vekStatusOk : vekStatusDestinationFull;
-}
-
-/// The arguments that all encoders share. `srcLen` is null where the room is not checked.
-struct Buffers {
-    const uint8_t* src;
-    int* srcLen;
-    uint8_t* dst;
-    int* dstLen;
-    uint8_t* table;
-};
-
-/// True when a block can be coded without looking at the room.
-bool hasRoom(const Buffers& b, int srcLen) {
-    return static_cast<size_t>(*b.dstLen) >= vekLZ4EncodeBound(static_cast<size_t>(srcLen));
-}
-
-/// Encodes a block without history, its table cleared.
-template <bool CheckRoom, template <class> class Search>
-VekStatus encodeAlone(const Buffers& b, int srcLen, uint32_t acceleration) {
-    if constexpr (CheckRoom)
-        if (hasRoom(b, srcLen)) return encodeAlone<false, Search>(b, srcLen, acceleration);
-    uint8_t* const outEnd = CheckRoom ? b.dst + *b.dstLen : nullptr;
-    const InPlace history{b.src};
+/// Encodes what fits, and writes back how much was read and written.
+template <class Entry, class History>
+VekStatus encodeSafe(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen, Entry* entries,
+                     const History& history) {
+    const int srcLen = *pSrcLen;
     const auto length = static_cast<size_t>(srcLen);
-    if (srcLen < wideFrom)
-        return report(encodeBlock<CheckRoom, Search>(b.src, length, b.dst, outEnd,
-                                                     reinterpret_cast<uint16_t*>(b.table), history,
-                                                     acceleration),
-                      b);
-    return report(
-        encodeBlock<CheckRoom, Search>(b.src, length, b.dst, outEnd,
-                                       reinterpret_cast<uint32_t*>(b.table), history, acceleration),
-        b);
+    if (static_cast<size_t>(*pDstLen) >= vekLZ4EncodeBound(length))
+        return encode(pSrc, srcLen, pDst, pDstLen, entries, history);
+    const Encoded encoded =
+        encodeBlock<true, PlainSearch>(pSrc, length, pDst, pDst + *pDstLen, entries, history, 1);
+    *pSrcLen = static_cast<int>(encoded.in - pSrc);
+    *pDstLen = static_cast<int>(encoded.out - pDst);
+    return *pSrcLen == srcLen ? vekStatusOk : vekStatusDestinationFull;
 }
 
-template <bool CheckRoom, class History>
-VekStatus encodeWithHistory(const Buffers& b, int srcLen, const History& history) {
-    if constexpr (CheckRoom)
-        if (hasRoom(b, srcLen)) return encodeWithHistory<false>(b, srcLen, history);
-    uint8_t* const outEnd = CheckRoom ? b.dst + *b.dstLen : nullptr;
-    return report(
-        encodeBlock<CheckRoom, PlainSearch>(b.src, static_cast<size_t>(srcLen), b.dst, outEnd,
-                                            reinterpret_cast<uint32_t*>(b.table), history, 1),
-        b);
+Entries entriesFor(int srcLen) {
+    return srcLen >= wideFrom ? Entries::Wide : Entries::Narrow;
 }
+
+LZ4HashTable& tableAt(uint8_t* pHashTable) {
+    return *reinterpret_cast<LZ4HashTable*>(pHashTable);
+}
+
+/// Clears as many entries as there are of that width.
+VekStatus clear(uint8_t* pHashTable, Entries entries) {
+    if (pHashTable == nullptr) return vekStatusNullPointer;
+    ownsSet_8u(
+        0, pHashTable,
+        entries == Entries::Wide ? sizeof(LZ4HashTable::wide) : sizeof(LZ4HashTable::narrow));
+    return vekStatusOk;
+}
+
+}  // namespace
+
+/// Encodes a block whose history is the `index` bytes in front of it and what of these the table
+/// holds. There is room.
+VekStatus ownsEncodeLZ4_8u(const uint8_t* pSrc, int index, int srcLen, uint8_t* pDst, int* pDstLen,
+                           LZ4HashTable& table, Entries entries) {
+    const InPlace history{pSrc - index};
+    return entries == Entries::Narrow ? encode(pSrc, srcLen, pDst, pDstLen, table.narrow, history)
+                                      : encode(pSrc, srcLen, pDst, pDstLen, table.wide, history);
+}
+
+/// The same, as much of the block as fits.
+VekStatus ownsEncodeLZ4Safe_8u(const uint8_t* pSrc, int index, int* pSrcLen, uint8_t* pDst,
+                               int* pDstLen, LZ4HashTable& table, Entries entries) {
+    const InPlace history{pSrc - index};
+    return entries == Entries::Narrow
+               ? encodeSafe(pSrc, pSrcLen, pDst, pDstLen, table.narrow, history)
+               : encodeSafe(pSrc, pSrcLen, pDst, pDstLen, table.wide, history);
+}
+
+namespace {
 
 /// Brings the table to the block: empty at the start of a stream, else without positions that the
 /// block itself will fill.
 VekStatus prepare(uint8_t* pHashTable, int index) {
-    if (index <= 0) return clear(pHashTable, true);
+    if (index <= 0) return clear(pHashTable, Entries::Wide);
     if (pHashTable == nullptr) return vekStatusNullPointer;
-    auto* const entries = reinterpret_cast<uint32_t*>(pHashTable);
     const auto most = static_cast<uint32_t>(index) - 1;
-    for (uint32_t i = 0; i < tableEntries; ++i) entries[i] = std::min(entries[i], most);
+    for (uint32_t& entry : tableAt(pHashTable).wide) entry = std::min(entry, most);
     return vekStatusOk;
 }
 
-VekStatus checkSizes(const int* srcLen, const int* room) {
-    return *srcLen < 1 || (room != nullptr && *room < 1) ? vekStatusBadSize : vekStatusOk;
+VekStatus checkSizes(const int* pSrcLen, const int* pRoom) {
+    return *pSrcLen < 1 || (pRoom != nullptr && *pRoom < 1) ? vekStatusBadSize : vekStatusOk;
 }
 
 /// The dictionary encoders: CheckRoom tells Safe from plain, whose source length is by value.
 template <bool CheckRoom>
-VekStatus encodeDictionary(const Buffers& b, int index, int* pSrcLen, const uint8_t* pDict,
-                           int dictLen) {
-    const VekStatus prepared = prepare(b.table, index);
+VekStatus encodeDictionary(const uint8_t* pSrc, int index, int* pSrcLen, uint8_t* pDst,
+                           int* pDstLen, uint8_t* pHashTable, const uint8_t* pDict, int dictLen) {
+    const VekStatus prepared = prepare(pHashTable, index);
     if (prepared != vekStatusOk) return prepared;
     const bool none = pDict == nullptr || dictLen == 0;
     if (!none && dictLen < 0) return vekStatusBadSize;
-    if (vek::anyNull(b.src, pSrcLen, b.dst, b.dstLen)) return vekStatusNullPointer;
-    const VekStatus sizes = checkSizes(pSrcLen, CheckRoom ? b.dstLen : nullptr);
+    if (anyNull(pSrc, pSrcLen, pDst, pDstLen)) return vekStatusNullPointer;
+    const VekStatus sizes = checkSizes(pSrcLen, CheckRoom ? pDstLen : nullptr);
     if (sizes != vekStatusOk) return sizes;
-    if (none || isInPlace(b.src, index, pDict, dictLen))
-        return encodeWithHistory<CheckRoom>(b, *pSrcLen, InPlace{b.src - std::max(index, 0)});
+    LZ4HashTable& table = tableAt(pHashTable);
+    if (none || isInPlace(pSrc, index, pDict, dictLen)) {
+        index = std::max(index, 0);
+        if (CheckRoom)
+            return ownsEncodeLZ4Safe_8u(pSrc, index, pSrcLen, pDst, pDstLen, table, Entries::Wide);
+        return ownsEncodeLZ4_8u(pSrc, index, *pSrcLen, pDst, pDstLen, table, Entries::Wide);
+    }
     if (index < 0) return vekStatusBadArgument;
-    return encodeWithHistory<CheckRoom>(b, *pSrcLen,
-                                        SeparateDictionary(b.src, static_cast<uint32_t>(index),
-                                                           pDict, static_cast<uint32_t>(dictLen)));
+    const SeparateDictionary history(pSrc, static_cast<uint32_t>(index), pDict,
+                                     static_cast<uint32_t>(dictLen));
+    if (CheckRoom) return encodeSafe(pSrc, pSrcLen, pDst, pDstLen, table.wide, history);
+    return encode(pSrc, *pSrcLen, pDst, pDstLen, table.wide, history);
 }
 
 }  // namespace
+}  // namespace vek::inline VEK_LEVEL::lz4
+
+using namespace vek::lz4;
 
 extern "C" {
 
 VekStatus veksEncodeLZ4HashTableGetSize_8u(int* pSize) {
     if (pSize == nullptr) return vekStatusNullPointer;
-    *pSize = tableBytes;
+    *pSize = sizeof(LZ4HashTable);
     return vekStatusOk;
 }
 
 VekStatus veksEncodeLZ4HashTableInit_8u(uint8_t* pHashTable, int srcLen) {
     if (pHashTable == nullptr) return vekStatusNullPointer;
     if (srcLen < 1) return vekStatusBadSize;
-    return clear(pHashTable, srcLen >= wideFrom);
+    return clear(pHashTable, entriesFor(srcLen));
 }
 
 VekStatus veksEncodeLZ4DictHashTableInit_8u(uint8_t* pHashTable, int srcLen) {
     if (pHashTable == nullptr) return vekStatusNullPointer;
     if (srcLen < 1) return vekStatusBadSize;
-    return clear(pHashTable, true);
+    return clear(pHashTable, Entries::Wide);
 }
 
 VekStatus veksEncodeLZ4_8u(const uint8_t* pSrc, int srcLen, uint8_t* pDst, int* pDstLen,
                            uint8_t* pHashTable) {
-    const VekStatus cleared = clear(pHashTable, srcLen >= wideFrom);
+    const VekStatus cleared = clear(pHashTable, entriesFor(srcLen));
     if (cleared != vekStatusOk) return cleared;
     if (vek::anyNull(pSrc, pDst, pDstLen)) return vekStatusNullPointer;
     if (srcLen < 1) return vekStatusBadSize;
-    return encodeAlone<false, PlainSearch>({pSrc, nullptr, pDst, pDstLen, pHashTable}, srcLen, 1);
+    return ownsEncodeLZ4_8u(pSrc, 0, srcLen, pDst, pDstLen, tableAt(pHashTable),
+                            entriesFor(srcLen));
 }
 
 VekStatus veksEncodeLZ4Safe_8u(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen,
                                uint8_t* pHashTable) {
-    const VekStatus cleared = clear(pHashTable, pSrcLen != nullptr && *pSrcLen >= wideFrom);
+    const Entries entries = pSrcLen != nullptr ? entriesFor(*pSrcLen) : Entries::Narrow;
+    const VekStatus cleared = clear(pHashTable, entries);
     if (cleared != vekStatusOk) return cleared;
     if (vek::anyNull(pSrc, pSrcLen, pDst, pDstLen)) return vekStatusNullPointer;
     const VekStatus sizes = checkSizes(pSrcLen, pDstLen);
     if (sizes != vekStatusOk) return sizes;
-    return encodeAlone<true, PlainSearch>({pSrc, pSrcLen, pDst, pDstLen, pHashTable}, *pSrcLen, 1);
+    return ownsEncodeLZ4Safe_8u(pSrc, 0, pSrcLen, pDst, pDstLen, tableAt(pHashTable), entries);
 }
 
 VekStatus veksEncodeLZ4Fast_8u(const uint8_t* pSrc, int srcLen, uint8_t* pDst, int* pDstLen,
@@ -428,15 +451,19 @@ VekStatus veksEncodeLZ4Fast_8u(const uint8_t* pSrc, int srcLen, uint8_t* pDst, i
     if (vek::anyNull(pSrc, pDst, pDstLen, pHashTable)) return vekStatusNullPointer;
     if (srcLen < 1) return vekStatusBadSize;
     if (acceleration < 1) return vekStatusOutOfRange;
-    clear(pHashTable, srcLen >= wideFrom);
-    return encodeAlone<false, AcceleratedSearch>({pSrc, nullptr, pDst, pDstLen, pHashTable}, srcLen,
-                                                 static_cast<uint32_t>(acceleration));
+    clear(pHashTable, entriesFor(srcLen));
+    LZ4HashTable& table = tableAt(pHashTable);
+    const auto step = static_cast<uint32_t>(acceleration);
+    const InPlace history{pSrc};
+    if (entriesFor(srcLen) == Entries::Narrow)
+        return encode<AcceleratedSearch>(pSrc, srcLen, pDst, pDstLen, table.narrow, history, step);
+    return encode<AcceleratedSearch>(pSrc, srcLen, pDst, pDstLen, table.wide, history, step);
 }
 
 VekStatus veksEncodeLZ4LoadDict_8u(uint8_t* pHashTable, const uint8_t* pDict, int dictLen) {
     if (vek::anyNull(pHashTable, pDict)) return vekStatusNullPointer;
     if (dictLen < 1) return vekStatusBadSize;
-    auto* const entries = reinterpret_cast<uint32_t*>(pHashTable);
+    uint32_t* const entries = tableAt(pHashTable).wide;
     constexpr int loadMargin = 8;
     constexpr int loadStep = 3;
     for (int i = 0; dictLen - i > loadMargin; i += loadStep)
@@ -447,15 +474,14 @@ VekStatus veksEncodeLZ4LoadDict_8u(uint8_t* pHashTable, const uint8_t* pDict, in
 VekStatus veksEncodeLZ4Dict_8u(const uint8_t* pSrc, int srcIdx, int srcLen, uint8_t* pDst,
                                int* pDstLen, uint8_t* pHashTable, const uint8_t* pDict,
                                int dictLen) {
-    return encodeDictionary<false>({pSrc, nullptr, pDst, pDstLen, pHashTable}, srcIdx, &srcLen,
-                                   pDict, dictLen);
+    return encodeDictionary<false>(pSrc, srcIdx, &srcLen, pDst, pDstLen, pHashTable, pDict,
+                                   dictLen);
 }
 
 VekStatus veksEncodeLZ4DictSafe_8u(const uint8_t* pSrc, int srcIdx, int* pSrcLen, uint8_t* pDst,
                                    int* pDstLen, uint8_t* pHashTable, const uint8_t* pDict,
                                    int dictLen) {
-    return encodeDictionary<true>({pSrc, pSrcLen, pDst, pDstLen, pHashTable}, srcIdx, pSrcLen,
-                                  pDict, dictLen);
+    return encodeDictionary<true>(pSrc, srcIdx, pSrcLen, pDst, pDstLen, pHashTable, pDict, dictLen);
 }
 
 }  // extern "C"

@@ -17,13 +17,11 @@
 #include "bytes/crc32c_step.h"
 #include "bytes/fill.h"
 #include "frame/args.h"
+#include "lz4/history.h"
 #include "lz4/sequences.h"
 #include "vekdc.h"
 
-namespace {
-
-using vek::load;
-using namespace vek::lz4;
+namespace vek::inline VEK_LEVEL::lz4 {
 
 constexpr uint32_t hashEntries = 32768;
 constexpr uint32_t chainEntries = 65536;
@@ -31,6 +29,21 @@ constexpr uint32_t farthest = 65534;  // The largest offset of this encoder.
 constexpr size_t startMargin = 13;    // No match begins behind the block's end - 13.
 constexpr int maxLevel = 9;
 
+/// The caller's pair of tables, both of positions: the latest one with each hash, and for each of
+/// the last 65536 positions, by its low 16 bits, the one before it with the same hash.
+struct LZ4HCTables {
+    uint8_t* hash;
+    uint8_t* chain;
+
+    uint32_t* heads() const { return reinterpret_cast<uint32_t*>(hash); }
+    uint32_t* links() const { return reinterpret_cast<uint32_t*>(chain); }
+};
+static_assert(sizeof(LZ4HCTables) == 2 * sizeof(uint8_t*));
+static_assert(chainEntries == uint32_t{UINT16_MAX} + 1);
+
+namespace {
+
+/// Candidates that a search looks at.
 uint32_t candidatesOf(int level) {
     if (level < 0) level = 1;
     if (level == 0 || level > maxLevel) level = maxLevel;
@@ -54,10 +67,10 @@ struct Match {
 template <class History>
 class Chains {
  public:
-    Chains(uint8_t* const* tables, const History& history, uint32_t candidates, const uint8_t* src,
-           const uint8_t* srcEnd)
-        : head_(reinterpret_cast<uint32_t*>(tables[0])),
-          chain_(reinterpret_cast<uint32_t*>(tables[1])),
+    Chains(const LZ4HCTables& tables, const History& history, uint32_t candidates,
+           const uint8_t* src, const uint8_t* srcEnd)
+        : head_(tables.heads()),
+          chain_(tables.links()),
           history_(history),
           candidates_(candidates),
           next_(src),
@@ -125,7 +138,7 @@ class Chains {
     }
 
  private:
-    static uint32_t hashOf(uint32_t word) { return vek::crc32cStep(0, word) % hashEntries; }
+    static uint32_t hashOf(uint32_t word) { return crc32cStep(0, word) % hashEntries; }
 
     /// The longest match that `candidate` and the `left` - 1 older ones behind it bring.
     Match walk(const uint8_t* p, const uint8_t* low, size_t best, uint32_t candidate,
@@ -196,18 +209,17 @@ class Writer {
     bool encodeSequence(const Match& match) {
         auto& [anchor, out] = at_;
         const auto count = static_cast<size_t>(match.start - anchor);
-        const size_t need =
-            1 + extensionBytes(count) + count + 2 + extensionBytes(match.length - minMatch);
+        const size_t need = tokenSize + extensionBytes(count) + count + offsetSize +
+                            extensionBytes(match.length - minMatch);
         if (need > room()) return false;
-        // A wide copy reads up to 16 bytes from the end of the literals on.
-        const bool readable = static_cast<size_t>(srcEnd_ - match.start) >= wideCopy;
-        out = need + wideCopy <= room() && readable
+        const bool readable = static_cast<size_t>(srcEnd_ - match.start) >= literalStep;
+        out = need + literalStep <= room() && readable
                   ? writeSequence<true>(out, anchor, count, match.offset, match.length)
                   : writeSequence<false>(out, anchor, count, match.offset, match.length);
         anchor = match.end();
         const size_t closing =
             std::max(lastLiterals, lastMatchStart - std::min(match.length, lastMatchStart));
-        if (1 + closing <= room()) closable_ = at_;
+        if (tokenSize + closing <= room()) closable_ = at_;
         return true;
     }
 
@@ -251,9 +263,8 @@ class Writer {
 /// the first keeps up to 18 bytes, which need no extension byte, and leaves the second 4 and a
 /// start at or in front of `startEnd`. False when that leaves too little of the first.
 bool share(const Match& first, Match& second, const uint8_t* startEnd) {
-    constexpr size_t withoutExtension = nibbleFull - 1 + minMatch;
     const auto gap = static_cast<size_t>(second.start - first.start);
-    const size_t keep = std::min({first.length, withoutExtension, gap + second.length - minMatch,
+    const size_t keep = std::min({first.length, shortMatch, gap + second.length - minMatch,
                                   static_cast<size_t>(startEnd - first.start)});
     if (keep > gap) second.beginAt(first.start + keep);
     return std::max(keep, gap) >= minMatch;
@@ -264,15 +275,29 @@ void cut(Match& first, const Match& second) {
     if (second.start < first.end()) first.length = static_cast<size_t>(second.start - first.start);
 }
 
-/// Parses a block and writes its sequences; false when the room ran out.
+/// A match that begins inside `first` and is longer. Looks from 2 bytes in front of the first one's
+/// end: what begins inside it and is longer covers them.
 template <class History>
+inline Match findInside(Chains<History>& chains, const Match& first, const uint8_t* startEnd) {
+    const uint8_t* const at = first.end() - 2;
+    return at <= startEnd ? chains.longest(at, first.start + 1, first.length) : Match{};
+}
+
+/// The look-ahead of the engine with its history in place.
+Match findSecondMatch(Chains<InPlace>& chains, const Match& first, const uint8_t* startEnd) {
+    return findInside(chains, first, startEnd);
+}
+
+/// The same where candidates in front of the block lie in a dictionary.
+Match findSecondMatchDict(Chains<SeparateDictionary>& chains, const Match& first,
+                          const uint8_t* startEnd) {
+    return findInside(chains, first, startEnd);
+}
+
+/// Parses a block and writes its sequences; false when the room ran out. `findSecond` is the
+/// history's findSecondMatch.
+template <auto findSecond, class History>
 bool writeSequences(Chains<History>& chains, Writer& writer, const uint8_t* startEnd) {
-    // Looks from 2 bytes in front of a match's end: what begins inside it and is longer covers
-    // them.
-    const auto findSecondMatch = [&](const Match& first) {
-        const uint8_t* const at = first.end() - 2;
-        return at <= startEnd ? chains.longest(at, first.start + 1, first.length) : Match{};
-    };
     constexpr ptrdiff_t close = 3;  // A match that begins less behind another one replaces it.
 
     const uint8_t* p = writer.anchor();
@@ -280,21 +305,21 @@ bool writeSequences(Chains<History>& chains, Writer& writer, const uint8_t* star
         Match first = chains.next(p, startEnd);
         if (first.length == 0) break;
         Match earlier = first;  // What `first` was before a close match replaced it.
-        Match second = findSecondMatch(first);
+        Match second = findSecond(chains, first, startEnd);
         while (second.length != 0) {
             // What replaced the earlier match will be cut; then the earlier one serves as well.
             if (earlier.start < first.start && second.start < first.start + earlier.length)
                 first = earlier;
             if (second.start - first.start < close) {
                 first = second;
-                second = findSecondMatch(first);
+                second = findSecond(chains, first, startEnd);
                 continue;
             }
             if (!share(first, second, startEnd)) {
                 second.length = 0;
                 break;
             }
-            const Match third = findSecondMatch(second);
+            const Match third = findSecond(chains, second, startEnd);
             if (third.length == 0) break;
             if (third.start < first.end()) {
                 second = third;
@@ -307,7 +332,7 @@ bool writeSequences(Chains<History>& chains, Writer& writer, const uint8_t* star
                 earlier = second.length >= minMatch && second.start <= startEnd ? second : third;
                 if (!writer.encodeSequence(first)) return false;
                 first = third;
-                second = findSecondMatch(first);
+                second = findSecond(chains, first, startEnd);
                 continue;
             }
             cut(first, second);
@@ -324,6 +349,7 @@ bool writeSequences(Chains<History>& chains, Writer& writer, const uint8_t* star
     return true;
 }
 
+/// The arguments of both engines.
 struct Call {
     const uint8_t* src;
     int index;
@@ -334,14 +360,15 @@ struct Call {
     uint32_t candidates;
 };
 
-template <class History>
+template <auto findSecond, class History>
 VekStatus encodeBlock(const Call& call, const History& history) {
     const uint8_t* const srcEnd = call.src + *call.srcLen;
     Writer writer(call.src, srcEnd, call.dst, static_cast<size_t>(*call.dstLen));
     bool room = true;
     if (static_cast<size_t>(*call.srcLen) >= startMargin) {
-        Chains<History> chains(call.tables, history, call.candidates, call.src, srcEnd);
-        room = writeSequences(chains, writer, srcEnd - startMargin);
+        Chains<History> chains({call.tables[0], call.tables[1]}, history, call.candidates, call.src,
+                               srcEnd);
+        room = writeSequences<findSecond>(chains, writer, srcEnd - startMargin);
         // The next block of a stream may refer to this one's end.
         chains.insertUpTo(srcEnd - minMatch + 1);
     }
@@ -353,27 +380,33 @@ VekStatus encodeBlock(const Call& call, const History& history) {
 }
 
 VekStatus check(const Call& call) {
-    if (vek::anyNull(call.src, call.srcLen, call.dst, call.dstLen, call.tables) ||
-        vek::anyNull(call.tables[0], call.tables[1]))
+    if (anyNull(call.src, call.srcLen, call.dst, call.dstLen, call.tables) ||
+        anyNull(call.tables[0], call.tables[1]))
         return vekStatusNullPointer;
     if (*call.srcLen < 1 || *call.dstLen < 1) return vekStatusBadSize;
     return call.index < 0 ? vekStatusBadArgument : vekStatusOk;
 }
 
+/// Encodes a block with the history in front of it.
 VekStatus ownsEncodeLZ4HC_8u(const Call& call) {
     const VekStatus status = check(call);
     if (status != vekStatusOk) return status;
-    return encodeBlock(call, InPlace{call.src - call.index});
+    return encodeBlock<findSecondMatch>(call, InPlace{call.src - call.index});
 }
 
+/// Encodes a block with its history in a dictionary.
 VekStatus ownsEncodeLZ4HCDict_8u(const Call& call, const uint8_t* pDict, int dictLen) {
     const VekStatus status = check(call);
     if (status != vekStatusOk) return status;
-    return encodeBlock(call, SeparateDictionary(call.src, static_cast<uint32_t>(call.index), pDict,
-                                                static_cast<uint32_t>(dictLen)));
+    const SeparateDictionary history(call.src, static_cast<uint32_t>(call.index), pDict,
+                                     static_cast<uint32_t>(dictLen));
+    return encodeBlock<findSecondMatchDict>(call, history);
 }
 
 }  // namespace
+}  // namespace vek::inline VEK_LEVEL::lz4
+
+using namespace vek::lz4;
 
 extern "C" {
 

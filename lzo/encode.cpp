@@ -29,25 +29,21 @@
 #include "include/vekdc.h"
 #include "lzo/instructions.h"
 
-namespace {
-
-using vek::load;
-using vek::store;
+namespace vek::inline VEK_LEVEL::lzo {
 
 constexpr uint32_t bestMethod = 0;
 constexpr uint32_t multiPart = 1;
 constexpr uint32_t fastMethod = 2;
 
 constexpr size_t dictionarySize = 131072;
-constexpr size_t positionEntries = dictionarySize / sizeof(uint32_t);
-constexpr size_t chunkEntries = 16384;
+constexpr size_t positionEntries = dictionarySize / sizeof(uint32_t);  // Method 0's.
+constexpr size_t chunkEntries = 16384;                                 // Method 2's, of 16 bits.
 constexpr size_t chunkSize = 0xC000;
+static_assert(chunkSize <= maxDistance + 1, "every distance within a chunk can be written");
 
 constexpr size_t firstSearched = 4;
 constexpr size_t minMatch = 4;
-constexpr size_t matchMargin = 33;
-constexpr size_t maxDistance = 0xBFFF;
-constexpr size_t firstRunBase = 17;  // A first byte above it announces a run of what it is more.
+constexpr size_t matchMargin = 33;  // No match reaches into the last so many bytes.
 
 /// The caller's record; the words between are of no use to this encoder.
 struct LzoEncodeState {
@@ -60,18 +56,25 @@ struct LzoEncodeState {
 
 constexpr uint32_t stateSize = 131096;
 static_assert(offsetof(LzoEncodeState, dictionary) == 16);
-static_assert(offsetof(LzoEncodeState, unusedTail) + sizeof(uint32_t[2]) == stateSize);
+static_assert(sizeof(LzoEncodeState) == stateSize);
+
+namespace {
+
+// The longest run, middle match and far match without an extension.
+constexpr size_t directRun = runBase + runBits;
+constexpr size_t directMiddle = matchBase + middleBits;
+constexpr size_t directFar = matchBase + farBits;
 
 /// Bytes that announce a run of `length` literals, in the stream's first byte or not.
 inline size_t runHeaderSize(size_t length, bool inFirst) {
     if (inFirst) return 1;
-    if (length <= 3) return 0;
-    return length <= 18 ? 1 : 2 + (length - 19) / 255;
+    if (length <= maxTrailing) return 0;
+    return length <= directRun ? 1 : 2 + (length - directRun - 1) / 255;
 }
 
 inline size_t matchSize(size_t distance, size_t length) {
-    if (distance <= 0x800 && length <= 8) return 2;
-    const size_t direct = distance <= 0x4000 ? 33 : 9;
+    if (distance <= nearDistance && length <= nearLength) return 2;
+    const size_t direct = distance <= middleDistance ? directMiddle : directFar;
     return length <= direct ? 3 : 4 + (length - direct - 1) / 255;
 }
 
@@ -85,20 +88,20 @@ inline uint8_t* putExtension(uint8_t* out, size_t value) {
 inline uint8_t* putRunHeader(uint8_t* out, size_t length, bool inFirst) {
     if (inFirst) {
         *out++ = static_cast<uint8_t>(length + firstRunBase);
-    } else if (length <= 3) {
+    } else if (length <= maxTrailing) {
         // In the low bits of the next-to-last byte of the match before.
         if (length != 0) out[-2] = static_cast<uint8_t>(out[-2] | length);
-    } else if (length <= 18) {
-        *out++ = static_cast<uint8_t>(length - 3);
+    } else if (length <= directRun) {
+        *out++ = static_cast<uint8_t>(length - runBase);
     } else {
         *out++ = 0;
-        out = putExtension(out, length - 18);
+        out = putExtension(out, length - directRun);
     }
     return out;
 }
 
 inline uint8_t* putMatch(uint8_t* out, size_t distance, size_t length) {
-    if (distance <= 0x800 && length <= 8) {
+    if (distance <= nearDistance && length <= nearLength) {
         const size_t d = distance - 1;
         store(out, static_cast<uint16_t>(((length - 1) << 5) | ((d & 7) << 2) | (d >> 3 << 8)));
         return out + 2;
@@ -106,17 +109,17 @@ inline uint8_t* putMatch(uint8_t* out, size_t distance, size_t length) {
     size_t d;
     size_t op;
     size_t direct;
-    if (distance <= 0x4000) {
+    if (distance <= middleDistance) {
         d = distance - 1;
-        op = 32;
-        direct = 33;
+        op = middleMatch;
+        direct = directMiddle;
     } else {
-        d = distance - 0x4000;
-        op = 16 | ((d >> 11) & 8);
-        direct = 9;
+        d = distance - middleDistance;
+        op = farMatch | ((d >> 11) & 8);
+        direct = directFar;
     }
     if (length <= direct) {
-        *out++ = static_cast<uint8_t>(op | (length - 2));
+        *out++ = static_cast<uint8_t>(op | (length - matchBase));
     } else {
         *out++ = static_cast<uint8_t>(op);
         out = putExtension(out, length - direct);
@@ -125,7 +128,7 @@ inline uint8_t* putMatch(uint8_t* out, size_t distance, size_t length) {
     return out + 2;
 }
 
-/// As vek::matchLength, where 15 bytes behind both limits may be read. Most matches end in the
+/// As matchLength, where 15 bytes behind both limits may be read. Most matches end in the
 /// first word, and the next search waits for the length: a scan of that word comes sooner than a
 /// mask.
 inline size_t matchLengthWide(const uint8_t* a, const uint8_t* b, size_t limit) {
@@ -133,14 +136,14 @@ inline size_t matchLengthWide(const uint8_t* a, const uint8_t* b, size_t limit) 
     const Word difference = load<Word>(a) ^ load<Word>(b);
     size_t n = sizeof(Word);
     if (difference != 0) {
-        n = vek::lowestSetBit(difference) / 8;
+        n = lowestSetBit(difference) / 8;
     } else {
         for (; n < limit; n += 16) {
             const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + n));
             const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + n));
             const auto equal = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y)));
             if (equal != 0xFFFFU) {
-                n += vek::lowestSetBit(~equal);
+                n += lowestSetBit(~equal);
                 break;
             }
         }
@@ -167,7 +170,7 @@ struct Encoder {
     /// True when the stream's first byte announces a run of so many literals.
     bool inFirstByte(size_t run) const {
         return written == 0 && run <= UINT8_MAX - firstRunBase &&
-               !(avoidMark && run == vek::lzo::containerMark - firstRunBase);
+               !(avoidMark && run == containerMark - firstRunBase);
     }
 
     /// Writes the literals since `consumed` and a match at `position`. With CheckRoom it returns
@@ -185,7 +188,8 @@ struct Encoder {
         if (CheckRoom) {
             std::memcpy(out, literals, run);
         } else {
-            for (size_t i = 0; i < run; i += 16) vek::copy16(out + i, literals + i);
+            // Many runs are empty; copyWide would take a step for these.
+            for (size_t i = 0; i < run; i += 16) copy16(out + i, literals + i);
         }
         out = putMatch(out + run, distance, length);
         written = static_cast<size_t>(out - dst);
@@ -196,23 +200,25 @@ struct Encoder {
     void tail();
 };
 
-/// Whether the output for `length` more bytes fits whatever they are, wide copies included: a byte
-/// more for each 16 is above the twenty-third that the worst input takes.
+/// Whether the output for `length` more bytes fits whatever they are: a byte more for each 16 is
+/// above the twenty-third that the worst input takes; the spare bytes are for a last wide copy, the
+/// lengths' rounding and the end.
 inline bool neverOverflows(const Encoder& encoder, size_t length) {
-    const uint64_t need = uint64_t{length} + length / 16 + 64 + encoder.written;
+    constexpr size_t spare = 64;
+    const uint64_t need = uint64_t{length} + length / 16 + spare + encoder.written;
     return need <= encoder.capacity;
 }
 
-/// Method 0. False when room ran out.
+/// Method 0. False when room ran out. Apart from its caller, so that its loop has all registers.
 template <bool CheckRoom>
-bool findEverywhere(Encoder* pEncoder, uint32_t* dictionary) {
+[[gnu::noinline]] bool findEverywhere(Encoder* pEncoder, uint32_t* dictionary) {
     Encoder encoder = *pEncoder;
     const uint8_t* const src = encoder.src;
     const size_t limit = encoder.srcLen > matchMargin ? encoder.srcLen - matchMargin : 0;
     bool fits = true;
     for (size_t p = firstSearched; p + minMatch <= limit;) {
         const auto word = load<uint32_t>(src + p);
-        uint32_t* const entry = dictionary + (vek::crc32cStep(0, word) & (positionEntries - 1));
+        uint32_t* const entry = dictionary + (crc32cStep(0, word) & (positionEntries - 1));
         const size_t stored = *entry;
         *entry = static_cast<uint32_t>(p);
         // An entry out of reach, or left at or behind p by an earlier buffer, becomes 0, the empty
@@ -244,11 +250,10 @@ bool findInChunk(Encoder* pEncoder, uint16_t* dictionary, size_t start, size_t e
     for (size_t p = firstSearched; p + 1 + minMatch <= length;) {
         const auto first = load<uint32_t>(chunk + p);
         const auto second = load<uint32_t>(chunk + p + 1);
-        uint16_t* const firstEntry = dictionary + (vek::crc32cStep(0, first) & (chunkEntries - 1));
+        uint16_t* const firstEntry = dictionary + (crc32cStep(0, first) & (chunkEntries - 1));
         const size_t firstCandidate = *firstEntry;
         *firstEntry = static_cast<uint16_t>(p);
-        uint16_t* const secondEntry =
-            dictionary + (vek::crc32cStep(0, second) & (chunkEntries - 1));
+        uint16_t* const secondEntry = dictionary + (crc32cStep(0, second) & (chunkEntries - 1));
         const size_t secondCandidate = *secondEntry;
         *secondEntry = static_cast<uint16_t>(p + 1);
         // An empty entry is the chunk's first byte, a candidate like any other.
@@ -277,13 +282,25 @@ bool findInChunk(Encoder* pEncoder, uint16_t* dictionary, size_t start, size_t e
     return fits;
 }
 
-bool findBest(Encoder* encoder, uint8_t* dictionary) {
-    auto* const positions = reinterpret_cast<uint32_t*>(dictionary);
-    return neverOverflows(*encoder, encoder->srcLen) ? findEverywhere<false>(encoder, positions)
-                                                     : findEverywhere<true>(encoder, positions);
+/// Method 0 where the output cannot overflow,
+VekStatus ownEncodeLZO1XOptNoOutCheck(Encoder* encoder, uint32_t* dictionary) {
+    return findEverywhere<false>(encoder, dictionary) ? vekStatusOk : vekStatusDestinationFull;
+}
+/// and where it may: 33 when it would, with whole instructions written.
+VekStatus ownEncodeLZO1XOptOutCheck(Encoder* encoder, uint32_t* dictionary) {
+    return findEverywhere<true>(encoder, dictionary) ? vekStatusOk : vekStatusDestinationFull;
 }
 
-bool findFast(Encoder* encoder, uint8_t* dictionary) {
+/// Method 0 over the whole source.
+VekStatus ownEncodeLZO1X_opt(Encoder* encoder, uint8_t* dictionary) {
+    auto* const positions = reinterpret_cast<uint32_t*>(dictionary);
+    return neverOverflows(*encoder, encoder->srcLen)
+               ? ownEncodeLZO1XOptNoOutCheck(encoder, positions)
+               : ownEncodeLZO1XOptOutCheck(encoder, positions);
+}
+
+/// Method 2 over the whole source, a chunk at a time; each chooses its loop by the room it finds.
+VekStatus ownEncodeLZO1X1_opt(Encoder* encoder, uint8_t* dictionary) {
     auto* const offsets = reinterpret_cast<uint16_t*>(dictionary);
     const size_t limit = encoder->srcLen > matchMargin ? encoder->srcLen - matchMargin : 0;
     for (size_t start = 0; start < limit; start += std::min(chunkSize, limit - start)) {
@@ -293,9 +310,9 @@ bool findFast(Encoder* encoder, uint8_t* dictionary) {
         const bool fits = neverOverflows(*encoder, pending)
                               ? findInChunk<false>(encoder, offsets, start, end)
                               : findInChunk<true>(encoder, offsets, start, end);
-        if (!fits) return false;
+        if (!fits) return vekStatusDestinationFull;
     }
-    return true;
+    return vekStatusOk;
 }
 
 /// Writes what no match took as one literal run, as far as the literals themselves fit.
@@ -310,8 +327,8 @@ void Encoder::tail() {
 }
 
 inline uint8_t* putEnd(uint8_t* out) {
-    std::memcpy(out, vek::lzo::endInstruction, sizeof(vek::lzo::endInstruction));
-    return out + sizeof(vek::lzo::endInstruction);
+    std::memcpy(out, endInstruction, sizeof(endInstruction));
+    return out + sizeof(endInstruction);
 }
 
 /// One whole stream; leaves in *pWritten what was written.
@@ -319,9 +336,9 @@ VekStatus encodeStream(const uint8_t* src, size_t srcLen, uint8_t* dst, size_t c
                        uint32_t method, uint8_t* dictionary, size_t* pWritten,
                        bool avoidMark = false) {
     Encoder encoder{src, srcLen, dst, capacity, avoidMark};
-    const bool fits =
-        method == fastMethod ? findFast(&encoder, dictionary) : findBest(&encoder, dictionary);
-    if (fits) encoder.tail();
+    const VekStatus status = method == fastMethod ? ownEncodeLZO1X1_opt(&encoder, dictionary)
+                                                  : ownEncodeLZO1X_opt(&encoder, dictionary);
+    if (status == vekStatusOk) encoder.tail();
     *pWritten = encoder.written;
     if (encoder.consumed != srcLen) return vekStatusDestinationFull;
     *pWritten = static_cast<size_t>(putEnd(dst + encoder.written) - dst);
@@ -331,7 +348,7 @@ VekStatus encodeStream(const uint8_t* src, size_t srcLen, uint8_t* dst, size_t c
 /// True when decoders may take what was written for a container; also with an end behind it, where
 /// room ran out.
 bool maybeContainer(const uint8_t* dst, size_t written, VekStatus status) {
-    if (status != vekStatusOk) return written != 0 && dst[0] == vek::lzo::containerMark;
+    if (status != vekStatusOk) return written != 0 && dst[0] == containerMark;
     return vekLZOContainerParts(dst, static_cast<uint32_t>(written)) != 0;
 }
 
@@ -339,9 +356,8 @@ bool maybeContainer(const uint8_t* dst, size_t written, VekStatus status) {
 /// of its own.
 VekStatus encodeParts(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_t* pDstLen,
                       LzoEncodeState* state) {
-    using namespace vek::lzo;
     const uint32_t parts = state->parts;
-    if (vek::outside<uint32_t>(parts, 1, maxParts)) return vekStatusBadArgument;
+    if (outside<uint32_t>(parts, 1, maxParts)) return vekStatusBadArgument;
     const size_t capacity = *pDstLen;
     size_t written = containerHeaderSize(parts);
     if (capacity < written) {
@@ -375,10 +391,13 @@ VekStatus encodeParts(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_
 }
 
 constexpr bool isMethod(int32_t method) {
-    return !vek::outside<int32_t>(method, 0, 2);
+    return !outside<int32_t>(method, 0, 2);
 }
 
 }  // namespace
+}  // namespace vek::inline VEK_LEVEL::lzo
+
+using namespace vek::lzo;
 
 VekStatus veksEncodeLZOGetSize(int32_t method, uint32_t, uint32_t* pSize) {
     if (vek::anyNull(pSize)) return vekStatusNullPointer;

@@ -3,11 +3,14 @@
 // Private to the family; a test of the encoder's long streams includes it to move a stream forward.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
 namespace vek::inline VEK_LEVEL::lzss {
+
+/// A literal is a 1 and its byte; a match a 0, 15 bits of distance and 8 of length - minMatch.
+constexpr int literalBits = 9;
+constexpr int matchBits = 24;
 
 constexpr uint32_t maxDistance = 32767;
 constexpr uint32_t minMatch = 3;
@@ -25,7 +28,7 @@ constexpr uint32_t emptyEntry = 0xFFFF8000U;
 /// 2^31, so positions never come within a window of 2^32, where the empty mark would look near.
 constexpr uint32_t rebaseLimit = 0x40000000U;
 
-struct Encoder {
+struct LzssEncoder {
     const int16_t* hashTable;
     uint32_t* chain;
     uint32_t* head;
@@ -42,7 +45,7 @@ struct Encoder {
     uint8_t windowBytes[windowSize];
 };
 
-struct Decoder {
+struct LzssDecoder {
     uint32_t reserved[3];
     uint8_t* window;
     uint32_t untouched[2];
@@ -54,12 +57,16 @@ struct Decoder {
     uint8_t windowBytes[historySize];
 };
 
-constexpr size_t stateSize = std::max(sizeof(Encoder), sizeof(Decoder));
+/// The caller's record, which serves either direction.
+union LzssState {
+    LzssEncoder encoder;
+    LzssDecoder decoder;
+};
 
 #if !defined(__x86_64__)
-static_assert(stateSize == 327724);
-static_assert(offsetof(Encoder, position) == 20 && offsetof(Encoder, chainTable) == 44);
-static_assert(offsetof(Decoder, bitCount) == 24 && offsetof(Decoder, windowBytes) == 44);
+static_assert(sizeof(LzssState) == 327724);
+static_assert(offsetof(LzssEncoder, position) == 20 && offsetof(LzssEncoder, chainTable) == 44);
+static_assert(offsetof(LzssDecoder, bitCount) == 24 && offsetof(LzssDecoder, windowBytes) == 44);
 #endif
 
 }  // namespace vek::inline VEK_LEVEL::lzss

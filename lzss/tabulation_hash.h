@@ -6,6 +6,8 @@
 // one with the fewest collisions among all strings of three lower-case letters and spaces.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace vek::inline VEK_LEVEL::lzss {
@@ -77,5 +79,21 @@ constexpr int16_t randVecLZSS[3][256] = {
         10440, 3605, 6319, 13793, 20293, 1009, 30365, 8572, 4288, 23052},
 };
 // clang-format on
+
+/// Whether a row is what it was drawn to be: it begins with the values by which this table is
+/// known, and its values are distinct and in range.
+template <size_t N>
+constexpr bool isSoundRow(const int16_t (&row)[256], const int16_t (&first)[N]) {
+    std::array<bool, 32768> seen{};
+    for (size_t i = 0; i < 256; ++i) {
+        if (row[i] < 46 || row[i] > 32764 || seen[static_cast<size_t>(row[i])]) return false;
+        if (i < N && row[i] != first[i]) return false;
+        seen[static_cast<size_t>(row[i])] = true;
+    }
+    return true;
+}
+static_assert(isSoundRow(randVecLZSS[0], {18845, 15810, 11527, 28763, 31350, 13417, 23003, 3160}));
+static_assert(isSoundRow(randVecLZSS[1], {23403, 25964, 7330, 5756}));
+static_assert(isSoundRow(randVecLZSS[2], {23616, 7640, 29028, 30668}));
 
 }  // namespace vek::inline VEK_LEVEL::lzss

@@ -6,13 +6,14 @@
 #include "bytes/crc32c_step.h"
 #include "bytes/fill.h"
 #include "bytes/match_length.h"
+#include "bytes/wide_copy.h"
 #include "bytes/words.h"
 #include "support/data.h"
 #include "support/guarded.h"
 
 using namespace vektest;
 
-TEST(Vector, HashStepEqualsPortableStep) {
+TEST(Bytes, HashStepEqualsPortableStep) {
     Random random(1);
     for (int i = 0; i < 10000; ++i) {
         const auto crc = static_cast<uint32_t>(random());
@@ -21,7 +22,7 @@ TEST(Vector, HashStepEqualsPortableStep) {
     }
 }
 
-TEST(Vector, BitReversalReversesEveryWidth) {
+TEST(Bytes, BitReversalReversesEveryWidth) {
     for (unsigned bits = 1; bits <= 32; ++bits) {
         for (unsigned i = 0; i < bits; ++i) {
             EXPECT_EQ(vek::reverseBits(1U << i, bits), 1U << (bits - 1 - i));
@@ -29,7 +30,7 @@ TEST(Vector, BitReversalReversesEveryWidth) {
     }
 }
 
-TEST(Vector, MatchLengthStopsAtTheDifferenceAndAtTheLimit) {
+TEST(Bytes, MatchLengthStopsAtTheDifferenceAndAtTheLimit) {
     for (size_t limit = 0; limit <= 80; ++limit) {
         Guarded a(Bytes(limit, 'x'));
         Guarded b(Bytes(limit, 'x'));
@@ -42,22 +43,35 @@ TEST(Vector, MatchLengthStopsAtTheDifferenceAndAtTheLimit) {
     }
 }
 
-TEST(Vector, OverlappingCopyRepeatsItsOwnOutput) {
+TEST(Bytes, OverlappingCopyRepeatsItsOwnOutput) {
     Random random(2);
     for (size_t distance = 1; distance <= 40; ++distance) {
         for (size_t length = 0; length <= 300; length += 1 + length / 40) {
             const Bytes history = shapes()[1].make(distance, static_cast<uint32_t>(random()));
             Bytes expected = history;
             for (size_t i = 0; i < length; ++i) expected.push_back(expected[i]);
-            Guarded buffer(distance + length);
-            std::memcpy(buffer.data(), history.data(), distance);
-            vek::copyOverlap(buffer.data() + distance, distance, length);
-            ASSERT_EQ(buffer.bytes(), expected) << distance << " " << length;
+            const auto expectCopied = [&](size_t margin, const auto& copy) {
+                Guarded buffer(distance + length + margin);
+                std::memcpy(buffer.data(), history.data(), distance);
+                copy(buffer.data() + distance);
+                const Bytes all = buffer.bytes();
+                const Bytes got(all.begin(), all.end() - static_cast<ptrdiff_t>(margin));
+                ASSERT_EQ(got, expected) << distance << " " << length;
+            };
+            expectCopied(0, [&](uint8_t* to) { vek::copyOverlap(to, distance, length); });
+            expectCopied(0, [&](uint8_t* to) {
+                vek::D_COPY_SLOW(to - distance, to, static_cast<ptrdiff_t>(length));
+            });
+            if (length == 0) continue;
+            expectCopied(vek::wideCopyMargin<16>,
+                         [&](uint8_t* to) { vek::copyMatchWide<16>(to, distance, length); });
+            expectCopied(vek::wideCopyMargin<32>,
+                         [&](uint8_t* to) { vek::copyMatchWide<32>(to, distance, length); });
         }
     }
 }
 
-TEST(Vector, FillsSetEveryElementAtEveryLengthAndAlignment) {
+TEST(Bytes, FillsSetEveryElementAtEveryLengthAndAlignment) {
     constexpr size_t beyondEveryCache = 320U << 20;
     for (const size_t length : {0, 1, 3, 4, 5, 15, 16, 17, 1000, (3 << 20) + 1}) {
         for (size_t shift = 0; shift < 16; ++shift) {

@@ -48,7 +48,7 @@ Bytes encode(const Symbols& symbols, int32_t alphaSize, Accumulator start, size_
     const auto len = static_cast<int32_t>(symbols.size());
     int32_t size = 0;
     EXPECT_EQ(veksEncodeHuffGetSize_BZ2_16u8u(len, &size), vekStatusOk);
-    Record<Bz2HuffEncState> state(size);
+    Record<VekBz2HuffEncState> state(size);
     EXPECT_EQ(veksEncodeHuffInit_BZ2_16u8u(alphaSize, frequencies.data(), symbols.data(), len,
                                            state.get()),
               vekStatusOk);
@@ -138,7 +138,7 @@ struct Reader {
                bits.count == before.count && bits.code == before.code;
     }
 
-    Record<Bz2HuffDecState> state;
+    Record<VekBz2HuffDecState> state;
     Accumulator bits;
 };
 
@@ -339,8 +339,8 @@ TEST(Bzip2Huffman, HostileBitsStayInside) {
 }
 
 TEST(Bzip2Huffman, RefusedCallsTouchNothing) {
-    Record<Bz2HuffEncState> enc(20000);
-    Record<Bz2HuffDecState> dec(20000);
+    Record<VekBz2HuffEncState> enc(20000);
+    Record<VekBz2HuffDecState> dec(20000);
     veksDecodeHuffInit_BZ2_8u16u(5, dec.get());
     uint32_t frequencies[258] = {1, 1, 1};
     uint16_t symbols[3] = {0, 1, 2};

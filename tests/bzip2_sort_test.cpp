@@ -50,7 +50,7 @@ Symbols toSymbols(Bytes column) {
     for (const uint8_t byte : column) result.inUse[byte] = 1;
     EXPECT_EQ(veksReduceDictionary_8u_I(result.inUse.data(), column.data(), len, &result.dictSize),
               vekStatusOk);
-    MtfState mtf;
+    VekMtfState mtf;
     veksMTFInit_8u(&mtf);
     EXPECT_EQ(veksMTFFwd_8u(column.data(), column.data(), len, &mtf), vekStatusOk);
     result.symbols.resize(column.size());

@@ -28,7 +28,7 @@ Bytes runCode(const Bytes& in) {
 
 /// Encodes with rooms and input pieces of random size.
 Bytes encodeRuns(const Bytes& in, Random& random, size_t most, Bytes* inUse) {
-    Bz2RleState state;
+    VekBz2RleState state;
     EXPECT_EQ(veksEncodeRLEInit_BZ2_8u(&state), vekStatusOk);
     Bytes out;
     for (size_t at = 0; at < in.size();) {
@@ -54,7 +54,7 @@ Bytes encodeRuns(const Bytes& in, Random& random, size_t most, Bytes* inUse) {
 
 Bytes decodeRuns(const Bytes& in, Random& random, size_t most) {
     Guarded source(in);
-    Bz2RleState state;
+    VekBz2RleState state;
     EXPECT_EQ(veksDecodeRLEStateInit_BZ2_8u(&state), vekStatusOk);
     const uint8_t* src = source.data();
     auto srcLen = static_cast<int32_t>(in.size());
@@ -131,7 +131,7 @@ TEST(Bzip2Runs, LengthsAroundEveryLimit) {
 }
 
 TEST(Bzip2Runs, StatesAndStatusesAtTheStops) {
-    Bz2RleState state;
+    VekBz2RleState state;
     veksEncodeRLEInit_BZ2_8u(&state);
     const Bytes seven(7, 'a');
     Guarded room(5);
@@ -181,8 +181,8 @@ TEST(Bzip2Mtf, BothDirectionsEqualTheListOverAnyCut) {
             expected.push_back(static_cast<uint8_t>(std::distance(list.begin(), at)));
             list.splice(list.begin(), list, at);
         }
-        MtfState forward;
-        MtfState inverse;
+        VekMtfState forward;
+        VekMtfState inverse;
         veksMTFInit_8u(&forward);
         veksMTFInit_8u(&inverse);
         Bytes coded(in.size());
@@ -208,9 +208,9 @@ TEST(Bzip2Mtf, BothDirectionsEqualTheListOverAnyCut) {
 }
 
 TEST(Bzip2Mtf, AStateThatIsNoPermutationStaysInside) {
-    Guarded state(Bytes(sizeof(MtfState), 7));
+    Guarded state(Bytes(sizeof(VekMtfState), 7));
     Guarded data(shapes()[1].make(1000, 5));
-    auto* table = reinterpret_cast<MtfState*>(state.data());
+    auto* table = reinterpret_cast<VekMtfState*>(state.data());
     EXPECT_EQ(veksMTFFwd_8u(data.data(), data.data(), 1000, table), vekStatusOk);
     EXPECT_EQ(veksMTFInv_8u(data.data(), data.data(), 1000, table), vekStatusOk);
 }
@@ -322,8 +322,8 @@ TEST(Bzip2Stages, RefusedCallsTouchNothing) {
     int32_t one = 1;
     int32_t zero = 0;
     uint32_t frequencies[257] = {};
-    Bz2RleState rle;
-    MtfState mtf;
+    VekBz2RleState rle;
+    VekMtfState mtf;
     veksEncodeRLEInit_BZ2_8u(&rle);
     veksMTFInit_8u(&mtf);
     const struct {

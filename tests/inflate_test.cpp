@@ -119,7 +119,7 @@ struct Block {
         }
     }
 
-    VekStatus build(InflateState& state) const {
+    VekStatus build(VekInflateState& state) const {
         state.tableKind = 0;
         if (dists.lens.size() == 32) return vekStatusOk;
         Lens lens = lits.lens;
@@ -176,7 +176,7 @@ struct Call {
     bool operator==(const Call&) const = default;
 
     /// Makes it, with null for the pointer numbered `null`.
-    VekStatus operator()(InflateState& state, int null = -1) {
+    VekStatus operator()(VekInflateState& state, int null = -1) {
         const auto at = [null](int i, auto* p) { return i == null ? nullptr : p; };
         return veksInflate_8u(at(0, &src), at(1, &srcLen), at(2, &code), at(3, &nBits), winIdx,
                               at(4, &dst), at(5, &dstLen), dstIdx, at(6, &mode), at(7, &state));
@@ -211,7 +211,7 @@ class Pieces {
         return count == 0;
     }
 
-    bool coded(BitSource& in, InflateState& state) {
+    bool coded(BitSource& in, VekInflateState& state) {
         state.window = cut_.window != 0 ? window_.data() : nullptr;
         state.windowSize = static_cast<uint32_t>(cut_.window);
         const auto piece = [&](size_t all, size_t most) {
@@ -291,7 +291,7 @@ const std::vector<Cut> cuts = {{0, 0, 0},         {1, 1, 0},          {1, 0, 0},
 void decodeBlock(const Block& block, const Cut& cut, size_t seed) {
     SCOPED_TRACE(testing::Message() << "in " << cut.in << " out " << cut.out << " window "
                                     << cut.window << " seed " << seed);
-    auto state = std::make_unique<InflateState>();
+    auto state = std::make_unique<VekInflateState>();
     ASSERT_EQ(block.build(*state), vekStatusOk);
     const Bytes history(block.out.begin(), block.out.begin() + block.historySize);
     const size_t behind = block.data.size() - (block.nBits + 7) / 8;
@@ -340,7 +340,7 @@ TEST(Inflate, FixedCodeEverySymbol) {
 }
 
 TEST(Inflate, RefusedArgumentsChangeNothing) {
-    auto state = std::make_unique<InflateState>();
+    auto state = std::make_unique<VekInflateState>();
     state->windowSize = 4;
     const Bytes source = {1, 2, 3};
     Bytes room(8, 0xEE);
@@ -358,7 +358,7 @@ TEST(Inflate, RefusedArgumentsChangeNothing) {
 }
 
 TEST(Inflate, StopsReportTheirMode) {
-    auto state = std::make_unique<InflateState>();
+    auto state = std::make_unique<VekInflateState>();
     Bytes room = {'x', 'y', 0, 0, 0, 0, 0, 0, 0, 0};
     Block block({'x', 'y'});
     block.literal('a');
@@ -413,7 +413,7 @@ TEST(Inflate, StopsReportTheirMode) {
     for (const bool built : {false, true}) {
         Lens lens = fixedLens();
         lens.resize(288 + 30, 5);
-        auto record = std::make_unique<InflateState>();
+        auto record = std::make_unique<VekInflateState>();
         if (built) {
             ASSERT_EQ(veksInflateBuildHuffTable(lens.data(), 288, 30, record.get()), vekStatusOk);
         }
@@ -456,7 +456,7 @@ TEST(Inflate, CorruptData) {
         for (const size_t room : {1, 401}) {  // Careful and, with room to spare, fast.
             SCOPED_TRACE(testing::Message() << c.lit << ' ' << c.dist << " room " << room);
             const bool windowed = c.dist == 8;
-            auto state = std::make_unique<InflateState>();
+            auto state = std::make_unique<VekInflateState>();
             state->window = windowed ? window.data() : nullptr;
             state->windowSize = 16;
             state->savedStep = 77;
@@ -481,7 +481,7 @@ TEST(Inflate, CorruptData) {
     for (const uint8_t kind : {0xD1, 0xE1, 0xF1}) {
         for (const bool twoLevel : {false, true}) {
             for (const size_t room : {5, 401, 20000}) {  // Careful, fast, and packed.
-                auto state = std::make_unique<InflateState>();
+                auto state = std::make_unique<VekInflateState>();
                 const Lens dists = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 11};
                 Lens lens(286);
                 lens[256] = lens[257] = 1;
@@ -504,7 +504,7 @@ TEST(Inflate, CorruptData) {
         }
     }
     // Records in an impossible state, or with empty tables.
-    auto state = std::make_unique<InflateState>();
+    auto state = std::make_unique<VekInflateState>();
     const Bytes zeros(32);
     Bytes out(32);
     constexpr uint32_t records[][3] = {{3, 0, 1}, {2, 0, 1}, {1, 0, 1},  {2, 12, 1},
@@ -522,7 +522,7 @@ TEST(Inflate, CorruptData) {
 using SomeLens = std::vector<std::pair<size_t, uint16_t>>;
 
 /// Builds tables of the lengths given of single literal/length symbols, and those of distances.
-VekStatus build(InflateState& state, const SomeLens& lits, uint32_t nLit, const Lens& dists) {
+VekStatus build(VekInflateState& state, const SomeLens& lits, uint32_t nLit, const Lens& dists) {
     Lens lens(nLit);
     for (const auto& [symbol, len] : lits) lens[symbol] = len;
     lens.insert(lens.end(), dists.begin(), dists.end());
@@ -531,7 +531,7 @@ VekStatus build(InflateState& state, const SomeLens& lits, uint32_t nLit, const 
 }
 
 TEST(InflateTables, Statuses) {
-    auto state = std::make_unique<InflateState>();
+    auto state = std::make_unique<VekInflateState>();
     const struct {
         SomeLens lits;
         uint32_t nLit;
@@ -578,7 +578,7 @@ TEST(InflateTables, Statuses) {
 
 // The layouts are part of the interface: entries read the way their description says.
 TEST(InflateTables, Layouts) {
-    auto state = std::make_unique<InflateState>();
+    auto state = std::make_unique<VekInflateState>();
     const auto check = [&](const auto& bytes) {  // of the table area, each behind its place
         for (const auto& [at, byte] : bytes) EXPECT_EQ(state->tables[at], byte) << at;
     };
@@ -640,7 +640,7 @@ TEST(Inflate, PeerStreamsInPieces) {
                                Cut{3000, 4096, window + 1000}, Cut{4096, 4096, 0}}) {
             if (cut.in == 1 && tiny != 0) continue;
             SCOPED_TRACE(testing::Message() << cut.in << ' ' << cut.out << ' ' << cut.window);
-            auto state = std::make_unique<InflateState>();
+            auto state = std::make_unique<VekInflateState>();
             Pieces pieces(cut, data.size(), raw.size());
             BitSource in{data.data(), data.data() + data.size()};
             ASSERT_TRUE(readDeflate(in, *state, pieces));
@@ -689,7 +689,7 @@ TEST(Inflate, DamagedStreamsInPieces) {
         const size_t room = large
                                 ? pick(random, 10000, 50000)
                                 : pick(random, 0, 1) * pick(random, 0, 3000) + pick(random, 0, 30);
-        auto state = std::make_unique<InflateState>();
+        auto state = std::make_unique<VekInflateState>();
         ASSERT_EQ(block.build(*state), vekStatusOk);
         std::pair<VekStatus, Bytes> expected;
         for (const Cut& cut : {Cut{1, 1, 0}, Cut{0, 0, 0}, Cut{20, 0, 0}, Cut{100, 100, 0},

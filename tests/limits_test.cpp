@@ -100,7 +100,7 @@ TEST(Limits, Checksums) {
 TEST(Limits, Bzip2Runs) {
     Bytes coded(packedRoom);
     auto length = static_cast<int32_t>(coded.size());
-    Bz2RleState state;
+    VekBz2RleState state;
     veksEncodeRLEInit_BZ2_8u(&state);
     {
         const Mapping zeros;
@@ -313,7 +313,7 @@ TEST(Limits, ZfpBits) {
     int32_t size = 0;
     veksEncodeZfpGetStateSize_32f(&size);
     std::vector<uint64_t> memory(static_cast<size_t>(size) / 8 + 1);
-    auto* const state = reinterpret_cast<ZfpState*>(memory.data());
+    auto* const state = reinterpret_cast<VekZfpState*>(memory.data());
     float block[64] = {};
     const Mapping stream;
     for (const float value : {0.0F, 1.0F}) {

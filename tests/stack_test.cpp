@@ -139,7 +139,7 @@ class Session {
         auto* lengths = array<uint16_t>(286 + 30);
         for (int i = 0; i < 286; ++i) lengths[i] = litCode[i].length;
         for (int i = 0; i < 30; ++i) lengths[286 + i] = distCode[i].length;
-        auto* state = array<InflateState>(1);
+        auto* state = array<VekInflateState>(1);
         state->window = window;
         state->windowSize = 2 * n;
         CALL(veksInflateBuildHuffTable, lengths, 286, 30, state);
@@ -155,7 +155,7 @@ class Session {
     }
 
     void bzip2Stages() {
-        auto* runs = array<Bz2RleState>(1);
+        auto* runs = array<VekBz2RleState>(1);
         uint8_t* packed = bytes();
         int32_t* packedSize = count();
         CALL(veksRLEGetSize_BZ2_8u, count());
@@ -177,7 +177,7 @@ class Session {
         CALL(veksBWTInvGetSize_8u, n, count());
         CALL(veksBWTInv_8u, column_, bytes(), n, index_, buffer);
 
-        auto* fronts = array<MtfState>(2);
+        auto* fronts = array<VekMtfState>(2);
         CALL(veksReduceDictionary_8u_I, inUse_, column_, n, &valuesUsed_);
         CALL(veksMTFGetSize_8u, count());
         CALL(veksMTFInit_8u, fronts);
@@ -199,8 +199,8 @@ class Session {
         symbols_[symbolCount_] = static_cast<uint16_t>(alphabet - 1);
         frequencies_[alphabet - 1] = 1;
         const int32_t length = symbolCount_ + 1;
-        auto* encoder = reinterpret_cast<Bz2HuffEncState*>(bytes(200000));
-        auto* decoder = reinterpret_cast<Bz2HuffDecState*>(bytes(200000));
+        auto* encoder = reinterpret_cast<VekBz2HuffEncState*>(bytes(200000));
+        auto* decoder = reinterpret_cast<VekBz2HuffDecState*>(bytes(200000));
         uint8_t* coded = bytes();
         uint32_t* code = number();
         int32_t* bits = count(0);
@@ -275,8 +275,8 @@ class Session {
     }
 
     void zfp() {
-        auto* writer = reinterpret_cast<ZfpState*>(bytes(560));
-        auto* reader = reinterpret_cast<ZfpState*>(bytes(560));
+        auto* writer = reinterpret_cast<VekZfpState*>(bytes(560));
+        auto* reader = reinterpret_cast<VekZfpState*>(bytes(560));
         auto* values = array<float>(64);
         for (int i = 0; i < 64; ++i) values[i] = static_cast<float>(source_[i]) / 3;
         uint8_t* coded = bytes();

@@ -109,7 +109,7 @@ struct Content {
         const uint8_t* src = block.data();
         uint8_t* dst = out.data();
         auto room = static_cast<int32_t>(out.size());
-        Bz2RleState state;
+        VekBz2RleState state;
         veksDecodeRLEStateInit_BZ2_8u(&state);
         veksDecodeRLEState_BZ2_8u(&src, &length, &dst, &room, &state);
         out.resize(out.size() - static_cast<size_t>(room));

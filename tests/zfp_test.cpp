@@ -32,7 +32,7 @@ struct State {
         EXPECT_EQ(init(buffer.data(), static_cast<int32_t>(buffer.size()), *this), vekStatusOk);
         EXPECT_EQ(veksEncodeZfpSet_32f(p.minBits, p.maxBits, p.maxPrec, p.minExp, *this), 0);
     }
-    operator ZfpState*() { return reinterpret_cast<ZfpState*>(memory.data()); }
+    operator VekZfpState*() { return reinterpret_cast<VekZfpState*>(memory.data()); }
     static size_t size() {
         int32_t n = 0;
         veksEncodeZfpGetStateSize_32f(&n);
@@ -97,7 +97,7 @@ struct Field {
         std::ranges::copy(image(block), memory.data());
         return reinterpret_cast<float*>(memory.data() - low);
     }
-    VekStatus encode(const Block& block, ZfpState* state) {
+    VekStatus encode(const Block& block, VekZfpState* state) {
         return veksEncodeZfp444_32f(fill(&block), step, planeStep, state);
     }
 };
@@ -311,7 +311,7 @@ TEST(Zfp, ArgumentsAreCheckedAndQueriesCount) {
     Block block{};
     int32_t size = 5;
     int64_t longSize = 5;
-    const auto all = [&](ZfpState* s) {
+    const auto all = [&](VekZfpState* s) {
         return std::vector<VekStatus>{veksEncodeZfpSet_32f(0, 0, 0, 0, s),
                                       veksEncodeZfpSetAccuracy_32f(1, s),
                                       veksEncodeZfpGetCompressedSize_32f(s, &size),
@@ -350,7 +350,7 @@ TEST(Zfp, ArgumentsAreCheckedAndQueriesCount) {
     EXPECT_TRUE(longSize == 64 && size == 8);
     const std::pair<double, int32_t> accuracies[] = {
         {0, -10740}, {-1, -10740}, {std::nan(""), -10740}, {1, 0}, {0.001, -10}, {1e-320, -1023}};
-    const auto* fields = reinterpret_cast<const int32_t*>(static_cast<ZfpState*>(state));
+    const auto* fields = reinterpret_cast<const int32_t*>(static_cast<VekZfpState*>(state));
     for (const auto& [tolerance, minExp] : accuracies) {
         veksEncodeZfpSetAccuracy_32f(tolerance, state);
         EXPECT_EQ(fields[4], minExp) << tolerance;

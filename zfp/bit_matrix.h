@@ -12,7 +12,7 @@
 
 #include "zfp/coefficient_order.h"
 
-namespace vek::inline VEK_LEVEL {
+namespace vek::inline VEK_LEVEL::zfp {
 
 struct Bytes64 {
     __m128i part[4];
@@ -72,4 +72,4 @@ inline Bytes64 permuteBytes(const Bytes64& b) {
     return result;
 }
 
-}  // namespace vek::inline VEK_LEVEL
+}  // namespace vek::inline VEK_LEVEL::zfp

@@ -4,6 +4,8 @@
 
 namespace {
 
+using namespace vek::zfp;
+
 constexpr uint32_t runCode(bool tested, unsigned bits) {
     uint32_t code = 0;
     unsigned length = 0;
@@ -15,8 +17,8 @@ constexpr uint32_t runCode(bool tested, unsigned bits) {
     return code | length << 16;
 }
 
-constexpr ZfpRunCodes makeRunCodes() {
-    ZfpRunCodes codes{};
+constexpr RunCodes makeRunCodes() {
+    RunCodes codes{};
     for (unsigned bits = 0; bits < 256; ++bits) {
         codes.entry[0][bits] = runCode(false, bits);
         codes.entry[1][bits] = runCode(true, bits);
@@ -26,4 +28,4 @@ constexpr ZfpRunCodes makeRunCodes() {
 
 }  // namespace
 
-constexpr ZfpRunCodes runCodeTable = makeRunCodes();
+constexpr RunCodes runCodeTable = makeRunCodes();

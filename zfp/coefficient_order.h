@@ -8,7 +8,7 @@
 
 #define runCodeTable VEK_INTERNAL(runCodeTable)
 
-namespace vek::inline VEK_LEVEL {
+namespace vek::inline VEK_LEVEL::zfp {
 
 /// Entry i is the block index 16z + 4y + x of the i-th coefficient, by increasing sequency.
 constexpr std::array<uint8_t, 64> permTable = {
@@ -45,13 +45,13 @@ constexpr ByteShuffles byteShuffles(const std::array<uint8_t, 64>& order) {
     return shuffles;
 }
 
-}  // namespace vek::inline VEK_LEVEL
-
-struct ZfpRunCodes {
+struct RunCodes {
     uint32_t entry[2][256];
 };
+
+}  // namespace vek::inline VEK_LEVEL::zfp
 
 /// Group tests and bits of eight coefficients not yet significant, by what stood before them (1: a
 /// coefficient that became significant, or the start, so that a group test comes first) and by
 /// their bits: the code, first bit lowest, below its length << 16.
-extern "C" const ZfpRunCodes runCodeTable;
+extern "C" const vek::zfp::RunCodes runCodeTable;

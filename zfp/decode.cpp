@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "bits/lsb_reader.h"
 #include "bytes/words.h"
 #include "frame/args.h"
 #include "vekdc.h"
@@ -23,48 +24,22 @@
 
 namespace {
 
-using vek::load;
-using vek::zfpMarker;
+using namespace vek::zfp;
+using vek::LsbCursor;
 
-constexpr vek::ByteShuffles blockOrder = vek::byteShuffles(vek::permTableDecode);
-
-/// Reads bits from memory; up to 8 bytes from the position's byte on must be readable.
-class BitReader {
- public:
-    BitReader(const uint8_t* base, unsigned position) : base_(base), position_(position) {}
-
-    /// The next 32 bits.
-    uint32_t peek() const {
-        return static_cast<uint32_t>(load<uint64_t>(base_ + position_ / 8) >> position_ % 8);
-    }
-
-    void skip(unsigned count) { position_ += count; }
-
-    /// Takes `count` bits, at most 32.
-    uint32_t take(unsigned count) {
-        const uint32_t bits = peek();
-        position_ += count;
-        return count < 32 ? bits & ((1U << count) - 1) : bits;
-    }
-
-    unsigned position() const { return position_; }
-
- private:
-    const uint8_t* base_;
-    unsigned position_;
-};
+constexpr ByteShuffles blockOrder = byteShuffles(permTableDecode);
 
 /// Takes a run of zeros and the 1 behind it, at most `most` bits; a run that long has no 1. Returns
 /// the number of zeros.
-unsigned takeRun(BitReader& in, unsigned most) {
+unsigned takeRun(LsbCursor& in, unsigned most) {
     unsigned run = 0;
     while (run < most) {
         const uint32_t bits = in.peek();
-        const unsigned zeros = bits != 0 ? vek::lowestSetBit(bits) : 32;
+        const unsigned zeros = bits != 0 ? vek::lowestSetBit(bits) : LsbCursor::peekBits;
         const unsigned step = std::min(zeros, most - run);
         run += step;
         in.skip(step);
-        if (zeros < 32 && run < most) {
+        if (zeros < LsbCursor::peekBits && run < most) {
             in.skip(1);
             break;
         }
@@ -75,16 +50,16 @@ unsigned takeRun(BitReader& in, unsigned most) {
 /// Decodes one plane when `known` coefficients are significant, within `budget` bits, which it
 /// decreases; `known` becomes how many are after it. A run that the budget cuts short, like one
 /// that reaches the last coefficient, makes the coefficient it stopped at significant.
-uint64_t takePlane(BitReader& in, unsigned& known, uint32_t& budget) {
+uint64_t takePlane(LsbCursor& in, unsigned& known, uint32_t& budget) {
     const auto verbatim = static_cast<unsigned>(std::min<uint32_t>(known, budget));
     uint64_t plane = in.take(std::min(verbatim, 32U));
     if (verbatim > 32) plane |= static_cast<uint64_t>(in.take(verbatim - 32)) << 32;
     const unsigned end = in.position() + budget - verbatim;
-    while (known < vek::zfpValues && in.position() != end) {
+    while (known < blockValues && in.position() != end) {
         const uint32_t bits = in.peek();
         in.skip(1);
         if ((bits & 1) == 0) break;
-        const unsigned most = std::min(vek::zfpValues - 1 - known, end - in.position());
+        const unsigned most = std::min(blockValues - 1 - known, end - in.position());
         // Most runs end among the bits that came with their group test.
         const uint32_t run = bits >> 1;
         const unsigned zeros = run != 0 ? vek::lowestSetBit(run) : 32;
@@ -102,7 +77,7 @@ uint64_t takePlane(BitReader& in, unsigned& known, uint32_t& budget) {
 
 /// Decodes the upper `precision` planes into the coefficients' byte planes, the lowest bytes first,
 /// in block order.
-void takePlanes(BitReader& in, unsigned precision, uint32_t budget, uint8_t* bytePlanes) {
+void takePlanes(LsbCursor& in, unsigned precision, uint32_t budget, uint8_t* bytePlanes) {
     unsigned known = 0;
     std::memset(bytePlanes, 0, 256);
     for (unsigned done = 0; done < precision && budget != 0; done += 8) {
@@ -110,10 +85,10 @@ void takePlanes(BitReader& in, unsigned precision, uint32_t budget, uint8_t* byt
         const unsigned count = std::min(8U, precision - done);
         for (unsigned i = 0; i < count && budget != 0; ++i)
             planes[7 - i] = takePlane(in, known, budget);
-        vek::Bytes64 bits = vek::loadBytes64(reinterpret_cast<const uint8_t*>(planes));
-        vek::transposeBytes(bits);
-        vek::transposeBits(bits);
-        vek::storeBytes64(bytePlanes + 64 * (3 - done / 8), vek::permuteBytes<blockOrder>(bits));
+        Bytes64 bits = loadBytes64(reinterpret_cast<const uint8_t*>(planes));
+        transposeBytes(bits);
+        transposeBits(bits);
+        storeBytes64(bytePlanes + 64 * (3 - done / 8), permuteBytes<blockOrder>(bits));
     }
 }
 
@@ -155,11 +130,11 @@ void inverse(const uint8_t* bytePlanes, float scale, float* dst, ptrdiff_t step,
     for (int z = 0; z < 4; ++z) {
         __m128i* plane = v + 4 * z;
         liftInverse(plane[0], plane[1], plane[2], plane[3]);
-        vek::transposeWords(plane);
+        transposeWords(plane);
         liftInverse(plane[0], plane[1], plane[2], plane[3]);
-        vek::transposeWords(plane);
+        transposeWords(plane);
         for (int y = 0; y < 4; ++y) {
-            _mm_storeu_ps(vek::rowAt<float>(dst, step, planeStep, y, z),
+            _mm_storeu_ps(rowAt<float>(dst, step, planeStep, y, z),
                           _mm_mul_ps(factor, _mm_cvtepi32_ps(plane[y])));
         }
     }
@@ -167,7 +142,7 @@ void inverse(const uint8_t* bytePlanes, float scale, float* dst, ptrdiff_t step,
 
 /// Takes `count` bits off the record: first those held, then whole words while 8 bytes are left,
 /// then single bytes. False, with the position at the end, when there are fewer.
-bool consume(ZfpState& state, uint32_t count) {
+bool consume(VekZfpState& state, uint32_t count) {
     const auto pending = static_cast<uint32_t>(state.pending);
     if (count < pending) {
         state.pending = static_cast<int32_t>(pending - count);
@@ -175,7 +150,7 @@ bool consume(ZfpState& state, uint32_t count) {
         return true;
     }
     const uint32_t needed = count - pending;
-    const size_t room = vek::zfpRoom(state);
+    const size_t room = roomOf(state);
     const size_t words = std::min<size_t>(needed / 64 + (needed % 64 != 0 ? 1 : 0), room / 8);
     const uint64_t beyond = needed - std::min<uint64_t>(needed, uint64_t{words} * 64);
     const auto bytes = static_cast<size_t>((beyond + 7) / 8);
@@ -199,12 +174,12 @@ bool consume(ZfpState& state, uint32_t count) {
 void storeZeros(float* dst, ptrdiff_t step, ptrdiff_t planeStep) {
     for (int z = 0; z < 4; ++z) {
         for (int y = 0; y < 4; ++y)
-            _mm_storeu_ps(vek::rowAt<float>(dst, step, planeStep, y, z), _mm_setzero_ps());
+            _mm_storeu_ps(rowAt<float>(dst, step, planeStep, y, z), _mm_setzero_ps());
     }
 }
 
 /// Decodes the block that begins at the reader's position, and takes it off the record.
-VekStatus decodeBlock(ZfpState& state, BitReader in, float* dst, ptrdiff_t step,
+VekStatus decodeBlock(VekZfpState& state, LsbCursor in, float* dst, ptrdiff_t step,
                       ptrdiff_t planeStep) {
     const unsigned begin = in.position();
     const auto minBits = static_cast<uint32_t>(std::max(state.minBits, 1));
@@ -213,13 +188,13 @@ VekStatus decodeBlock(ZfpState& state, BitReader in, float* dst, ptrdiff_t step,
         storeZeros(dst, step, planeStep);
         return consume(state, minBits - 1) ? vekStatusOk : vekStatusNoRoom;
     }
-    const auto exponent = static_cast<int32_t>(in.take(8));
-    const unsigned precision = vek::zfpPrecision(state, exponent - vek::floatBias);
-    const uint32_t budget = std::min(vek::zfpBudget(state.maxBits), vek::zfpMaxBlockBits);
+    const uint32_t exponent = in.take(8);
+    const unsigned precision = precisionOf(state, static_cast<int32_t>(exponent) - floatBias);
+    const uint32_t budget = std::min(budgetOf(state.maxBits), maxBlockBits);
     takePlanes(in, precision, budget, state.workspace);
     if (!consume(state, std::max(in.position() - begin, minBits))) return vekStatusNoRoom;
-    const int32_t scaleExponent = std::max(exponent - vek::zfpIntegerBits, 0);
-    const uint32_t scaleBits = static_cast<uint32_t>(scaleExponent) << 23;
+    const uint32_t scaleBits = (exponent > fixedPointBits ? exponent - fixedPointBits : 0)
+                               << floatExponentAt;
     float scale;
     std::memcpy(&scale, &scaleBits, sizeof(scale));
     inverse(state.workspace, scale, dst, step, planeStep);
@@ -230,18 +205,18 @@ VekStatus decodeBlock(ZfpState& state, BitReader in, float* dst, ptrdiff_t step,
 
 VekStatus veksDecodeZfpGetStateSize_32f(int32_t* pSize) {
     if (vek::anyNull(pSize)) return vekStatusNullPointer;
-    *pSize = sizeof(ZfpState);
+    *pSize = sizeof(VekZfpState);
     return vekStatusOk;
 }
 
-VekStatus veksDecodeZfpInit_32f(const uint8_t* pSrc, int32_t srcLen, ZfpState* pState) {
+VekStatus veksDecodeZfpInit_32f(const uint8_t* pSrc, int32_t srcLen, VekZfpState* pState) {
     if (vek::anyNull(pSrc, pState)) return vekStatusNullPointer;
     if (srcLen < 1) return vekStatusBadSize;
     ownsZfpInit(const_cast<uint8_t*>(pSrc), srcLen, pState);
     return vekStatusOk;
 }
 
-VekStatus veksDecodeZfpInitLong_32f(const uint8_t* pSrc, int64_t srcLen, ZfpState* pState) {
+VekStatus veksDecodeZfpInitLong_32f(const uint8_t* pSrc, int64_t srcLen, VekZfpState* pState) {
     if (vek::anyNull(pSrc, pState)) return vekStatusNullPointer;
     if (srcLen == 0) return vekStatusBadSize;
     ownsZfpInit(const_cast<uint8_t*>(pSrc), srcLen, pState);
@@ -249,46 +224,46 @@ VekStatus veksDecodeZfpInitLong_32f(const uint8_t* pSrc, int64_t srcLen, ZfpStat
 }
 
 VekStatus veksDecodeZfpSet_32f(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
-                               ZfpState* pState) {
+                               VekZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     ownsZfpSet(minBits, maxBits, maxPrec, minExp, pState);
     return vekStatusOk;
 }
 
-VekStatus veksDecodeZfpSetAccuracy_32f(double tolerance, ZfpState* pState) {
+VekStatus veksDecodeZfpSetAccuracy_32f(double tolerance, VekZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     ownsZfpSetAccuracy(tolerance, pState);
     return vekStatusOk;
 }
 
-VekStatus veksDecodeZfpGetDecompressedSize_32f(const ZfpState* pState, int32_t* pSize) {
+VekStatus veksDecodeZfpGetDecompressedSize_32f(const VekZfpState* pState, int32_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = static_cast<int32_t>(pState->current - pState->start);
     return vekStatusOk;
 }
 
-VekStatus veksDecodeZfpGetDecompressedSizeLong_32f(const ZfpState* pState, int64_t* pSize) {
+VekStatus veksDecodeZfpGetDecompressedSizeLong_32f(const VekZfpState* pState, int64_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = pState->current - pState->start;
     return vekStatusOk;
 }
 
-VekStatus veksDecodeZfp444_32f(ZfpState* pState, float* pDst, int32_t dstStep,
+VekStatus veksDecodeZfp444_32f(VekZfpState* pState, float* pDst, int32_t dstStep,
                                int32_t dstPlaneStep) {
     if (vek::anyNull(pState, pDst)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     const auto pending = static_cast<unsigned>(pState->pending);
     const size_t heldBytes = (pending + 7) / 8;
     const unsigned position = static_cast<unsigned>(heldBytes * 8) - pending;
-    const size_t room = vek::zfpRoom(*pState);
+    const size_t room = roomOf(*pState);
     const uint8_t* const base = pState->current - heldBytes;
-    if (room >= vek::zfpBlockRoom)
-        return decodeBlock(*pState, BitReader(base, position), pDst, dstStep, dstPlaneStep);
-    uint8_t rest[8 + 2 * vek::zfpBlockRoom] = {};
+    if (room >= blockRoom)
+        return decodeBlock(*pState, LsbCursor(base, position), pDst, dstStep, dstPlaneStep);
+    uint8_t rest[8 + 2 * blockRoom] = {};
     std::memcpy(rest, base, heldBytes + room);
-    return decodeBlock(*pState, BitReader(rest, position), pDst, dstStep, dstPlaneStep);
+    return decodeBlock(*pState, LsbCursor(rest, position), pDst, dstStep, dstPlaneStep);
 }

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "bits/lsb_writer.h"
 #include "bytes/words.h"
 #include "frame/args.h"
 #include "vekdc.h"
@@ -21,49 +22,26 @@
 
 namespace {
 
+using namespace vek::zfp;
 using vek::load;
+using vek::LsbWriter;
 using vek::store;
-using vek::zfpMarker;
 
-constexpr vek::ByteShuffles codedOrder = vek::byteShuffles(vek::permTable);
+constexpr ByteShuffles codedOrder = byteShuffles(permTable);
 
 /// The low bits 0..count-1; count is 0..31 or more, above which all are set.
 constexpr uint32_t lowMask(unsigned count) {
     return count < 32 ? (1U << count) - 1 : ~0U;
 }
 
-/// Writes bits to memory in units of 32, each with one 8-byte store, so that a put needs no branch.
-class BitWriter {
- public:
-    BitWriter(uint8_t* base, uint64_t held, unsigned count)
-        : base_(base), at_(base), held_(held), count_(count) {
-        settle();
-    }
+// Every code is at most 32 bits, and is flushed at once: a put needs no branch.
+static_assert(32 <= LsbWriter::freeBits);
 
-    /// Appends `count` bits, at most 32; those above must be zero.
-    void put(uint32_t bits, unsigned count) {
-        held_ |= static_cast<uint64_t>(bits) << (count_ & 31);
-        count_ += count;
-        settle();
-    }
-
-    /// Bits from the base on.
-    uint32_t position() const { return static_cast<uint32_t>(at_ - base_) * 8 + count_; }
-
- private:
-    void settle() {
-        store<uint64_t>(at_, held_);
-        const bool full = count_ >= 32;
-        at_ += full ? 4 : 0;
-        held_ = full ? held_ >> 32 : held_;
-        count_ &= 31;
-    }
-
-    uint8_t* base_;
-    uint8_t* at_;
-    uint64_t held_;
-    unsigned count_;
-};
+/// Appends `count` bits, at most 32; those above must be zero.
+void put(LsbWriter& out, uint32_t bits, unsigned count) {
+    out.put({bits, count});
+    out.flushWide();
+}
 
 unsigned bitLength(uint64_t v) {
     const auto high = static_cast<uint32_t>(v >> 32);
@@ -73,25 +51,25 @@ unsigned bitLength(uint64_t v) {
 }
 
 /// Codes one plane when `known` coefficients are significant; returns how many are after it.
-unsigned putPlane(BitWriter& out, uint64_t plane, unsigned known) {
+unsigned putPlane(LsbWriter& out, uint64_t plane, unsigned known) {
     const auto low = static_cast<uint32_t>(plane);
     const auto high = static_cast<uint32_t>(plane >> 32);
-    out.put(low & lowMask(known), std::min(known, 32U));
+    put(out, low & lowMask(known), std::min(known, 32U));
     if (known > 32) {
-        out.put(high & lowMask(known - 32), known - 32);
-        if (known == vek::zfpValues) return known;
+        put(out, high & lowMask(known - 32), known - 32);
+        if (known == blockValues) return known;
     }
     uint64_t rest = known < 32 ? plane >> (known & 31) : uint64_t{high} >> (known & 31);
     unsigned left = bitLength(rest);
     if (left == 0) {
-        out.put(0, 1);
+        put(out, 0, 1);
         return known;
     }
     known += left;
     unsigned tested = 1;
     for (; left > 8; left -= 8) {
         const uint32_t entry = runCodeTable.entry[tested][rest & 0xFF];
-        out.put(entry & 0xFFFF, entry >> 16);
+        put(out, entry & 0xFFFF, entry >> 16);
         tested = static_cast<unsigned>(rest >> 7 & 1);
         rest >>= 8;
     }
@@ -100,23 +78,24 @@ unsigned putPlane(BitWriter& out, uint64_t plane, unsigned known) {
     const uint32_t entry = runCodeTable.entry[tested][rest & 0xFF];
     const unsigned zeros = 8 - left;
     const unsigned length = (entry >> 16) - zeros - (left < 8 ? 1 : 0);
-    const unsigned written = known < vek::zfpValues ? length + 1 : length - 1;
-    out.put(entry & lowMask(std::min(written, length)) & 0xFFFF, written);
+    const unsigned written = known < blockValues ? length + 1 : length - 1;
+    put(out, entry & lowMask(std::min(written, length)) & 0xFFFF, written);
     return known;
 }
 
 /// Codes the upper `precision` planes; may write a plane more than `budget` bits.
-void putPlanes(BitWriter& out, const uint8_t* bytePlanes, unsigned precision, uint32_t budget) {
+void putPlanes(LsbWriter& out, const uint8_t* bytePlanes, unsigned precision, uint32_t budget) {
     alignas(16) uint64_t planes[8];
-    const uint32_t start = out.position();
+    const uint8_t* const start = out.position();
+    const uint32_t end = out.count() + budget;
     unsigned known = 0;
-    for (unsigned done = 0; done < precision && out.position() - start < budget; ++done) {
+    for (unsigned done = 0; done < precision && out.bitsSince(start) < end; ++done) {
         if (done % 8 == 0) {
-            const vek::Bytes64 bytes = vek::loadBytes64(bytePlanes + 64 * (3 - done / 8));
-            vek::Bytes64 bits = vek::permuteBytes<codedOrder>(bytes);
-            vek::transposeBits(bits);
-            vek::transposeBytes(bits);
-            vek::storeBytes64(reinterpret_cast<uint8_t*>(planes), bits);
+            const Bytes64 bytes = loadBytes64(bytePlanes + 64 * (3 - done / 8));
+            Bytes64 bits = permuteBytes<codedOrder>(bytes);
+            transposeBits(bits);
+            transposeBytes(bits);
+            storeBytes64(reinterpret_cast<uint8_t*>(planes), bits);
         }
         known = putPlane(out, planes[7 - done % 8], known);
     }
@@ -124,11 +103,11 @@ void putPlanes(BitWriter& out, const uint8_t* bytePlanes, unsigned precision, ui
 
 /// Takes over the first `bits` bits at `words`, which the record's pending bits begin. Words that
 /// stand elsewhere than at the record's position are copied there while they fit.
-VekStatus commit(ZfpState& state, const uint8_t* words, uint32_t bits) {
+VekStatus commit(VekZfpState& state, const uint8_t* words, uint32_t bits) {
     const size_t full = bits / 64;
     size_t stored = full;
     if (words != state.current) {
-        stored = std::min(full, vek::zfpRoom(state) / 8);
+        stored = std::min(full, roomOf(state) / 8);
         if (stored != 0) std::memcpy(state.current, words, stored * 8);
     }
     state.current += stored * 8;
@@ -144,12 +123,12 @@ VekStatus commit(ZfpState& state, const uint8_t* words, uint32_t bits) {
 }
 
 /// Appends `count` zero bits.
-VekStatus putZeros(ZfpState& state, uint32_t count) {
+VekStatus putZeros(VekZfpState& state, uint32_t count) {
     const uint64_t bits = static_cast<uint64_t>(state.pending) + count;
     state.pending = static_cast<int32_t>(bits % 64);
     if (bits < 64) return vekStatusOk;
     const uint64_t full = bits / 64;
-    const auto stored = static_cast<size_t>(std::min<uint64_t>(full, vek::zfpRoom(state) / 8));
+    const auto stored = static_cast<size_t>(std::min<uint64_t>(full, roomOf(state) / 8));
     if (stored != 0) {
         store<uint64_t>(state.current, state.buffer);
         std::memset(state.current + 8, 0, stored * 8 - 8);
@@ -161,21 +140,23 @@ VekStatus putZeros(ZfpState& state, uint32_t count) {
     return vekStatusNoRoom;
 }
 
-VekStatus putZeroBlock(ZfpState& state) {
+VekStatus putZeroBlock(VekZfpState& state) {
     return putZeros(state, static_cast<uint32_t>(std::max(state.minBits, 1)));
 }
 
-VekStatus encodeBlock(ZfpState& state, int32_t emax, unsigned precision) {
-    uint8_t aside[vek::zfpBlockRoom];
-    const bool roomy = vek::zfpRoom(state) >= vek::zfpBlockRoom;
+VekStatus encodeBlock(VekZfpState& state, int32_t emax, unsigned precision) {
+    uint8_t aside[blockRoom];
+    const bool roomy = roomOf(state) >= blockRoom;
     uint8_t* const base = roomy ? state.current : aside;
     const auto pending = static_cast<uint32_t>(state.pending);
-    BitWriter out(base, state.buffer, pending);
-    out.put(2 * static_cast<uint32_t>(emax + vek::floatBias) + 1, vek::zfpHeaderBits);
-    const uint32_t budget = vek::zfpBudget(state.maxBits);
+    LsbWriter out(static_cast<uint32_t>(state.buffer), std::min(pending, 32U), base);
+    out.flushWide();
+    if (pending > 32) put(out, static_cast<uint32_t>(state.buffer >> 32), pending - 32);
+    put(out, 2 * static_cast<uint32_t>(emax + floatBias) + 1, headerBits);
+    const uint32_t budget = budgetOf(state.maxBits);
     putPlanes(out, state.workspace, precision, budget);
-    const uint32_t most = pending + vek::zfpHeaderBits + std::min(budget, vek::zfpMaxBlockBits);
-    const uint32_t position = std::min(out.position(), most);
+    const uint32_t most = pending + headerBits + std::min(budget, maxBlockBits);
+    const uint32_t position = std::min(out.bitsSince(base), most);
     const VekStatus status = commit(state, base, position);
     const auto used = static_cast<int32_t>(position - pending);
     if (status != vekStatusOk || used >= state.minBits) return status;
@@ -184,19 +165,19 @@ VekStatus encodeBlock(ZfpState& state, int32_t emax, unsigned precision) {
 
 }  // namespace
 
-void ownsZfpInit(uint8_t* buffer, int64_t length, ZfpState* state) {
-    state->marker = zfpMarker;
+void ownsZfpInit(uint8_t* buffer, int64_t length, VekZfpState* state) {
+    state->marker = stateMarker;
     state->pending = 0;
     state->buffer = 0;
     state->current = buffer;
     state->start = buffer;
     state->end = reinterpret_cast<uint8_t*>(reinterpret_cast<uintptr_t>(buffer) +
                                             static_cast<uintptr_t>(length));
-    ownsZfpSet(0, vek::zfpUnlimitedBits, vek::zfpUnlimitedPrec, vek::zfpUnlimitedExp, state);
+    ownsZfpSet(initialMinBits, initialMaxBits, initialMaxPrec, everyPlane, state);
 }
 
 void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
-                ZfpState* state) {
+                VekZfpState* state) {
     state->minBits = minBits;
     state->maxBits = maxBits;
     state->maxPrec = maxPrec;
@@ -206,28 +187,27 @@ void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minEx
                                               static_cast<uintptr_t>(largest));
 }
 
-void ownsZfpSetAccuracy(double tolerance, ZfpState* state) {
-    // A double's exponent field: 11 bits above the mantissa's 52, counted from -1023.
+void ownsZfpSetAccuracy(double tolerance, VekZfpState* state) {
     uint64_t bits;
     std::memcpy(&bits, &tolerance, sizeof(bits));
-    const int32_t exponent = static_cast<int32_t>(bits >> 52 & 0x7FF) - 1023;
-    state->minExp = tolerance > 0 ? exponent : vek::zfpUnlimitedExp;
+    const auto biased = static_cast<int32_t>(bits >> 52 & 0x7FF);
+    state->minExp = tolerance > 0 ? biased - doubleBias : everyPlane;
 }
 
 VekStatus veksEncodeZfpGetStateSize_32f(int32_t* pSize) {
     if (vek::anyNull(pSize)) return vekStatusNullPointer;
-    *pSize = sizeof(ZfpState);
+    *pSize = sizeof(VekZfpState);
     return vekStatusOk;
 }
 
-VekStatus veksEncodeZfpInit_32f(uint8_t* pDst, int32_t dstLen, ZfpState* pState) {
+VekStatus veksEncodeZfpInit_32f(uint8_t* pDst, int32_t dstLen, VekZfpState* pState) {
     if (vek::anyNull(pDst, pState)) return vekStatusNullPointer;
     if (dstLen < 1) return vekStatusBadSize;
     ownsZfpInit(pDst, dstLen, pState);
     return vekStatusOk;
 }
 
-VekStatus veksEncodeZfpInitLong_32f(uint8_t* pDst, int64_t dstLen, ZfpState* pState) {
+VekStatus veksEncodeZfpInitLong_32f(uint8_t* pDst, int64_t dstLen, VekZfpState* pState) {
     if (vek::anyNull(pDst, pState)) return vekStatusNullPointer;
     if (dstLen == 0) return vekStatusBadSize;
     ownsZfpInit(pDst, dstLen, pState);
@@ -235,46 +215,46 @@ VekStatus veksEncodeZfpInitLong_32f(uint8_t* pDst, int64_t dstLen, ZfpState* pSt
 }
 
 VekStatus veksEncodeZfpSet_32f(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
-                               ZfpState* pState) {
+                               VekZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     ownsZfpSet(minBits, maxBits, maxPrec, minExp, pState);
     return vekStatusOk;
 }
 
-VekStatus veksEncodeZfpSetAccuracy_32f(double tolerance, ZfpState* pState) {
+VekStatus veksEncodeZfpSetAccuracy_32f(double tolerance, VekZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     ownsZfpSetAccuracy(tolerance, pState);
     return vekStatusOk;
 }
 
-VekStatus veksEncodeZfpGetCompressedSize_32f(const ZfpState* pState, int32_t* pSize) {
+VekStatus veksEncodeZfpGetCompressedSize_32f(const VekZfpState* pState, int32_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = static_cast<int32_t>(pState->current - pState->start);
     return vekStatusOk;
 }
 
-VekStatus veksEncodeZfpGetCompressedSizeLong_32f(const ZfpState* pState, int64_t* pSize) {
+VekStatus veksEncodeZfpGetCompressedSizeLong_32f(const VekZfpState* pState, int64_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = pState->current - pState->start;
     return vekStatusOk;
 }
 
-VekStatus veksEncodeZfpGetCompressedBitSize_32f(const ZfpState* pState, int64_t* pSize) {
+VekStatus veksEncodeZfpGetCompressedBitSize_32f(const VekZfpState* pState, int64_t* pSize) {
     if (vek::anyNull(pState, pSize)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     *pSize = pState->pending + 8 * static_cast<int64_t>(pState->current - pState->start);
     return vekStatusOk;
 }
 
-VekStatus veksEncodeZfpFlush_32f(ZfpState* pState) {
+VekStatus veksEncodeZfpFlush_32f(VekZfpState* pState) {
     if (vek::anyNull(pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     if (pState->pending <= 0) return vekStatusOk;
-    const size_t room = vek::zfpRoom(*pState);
+    const size_t room = roomOf(*pState);
     const size_t needed = (static_cast<size_t>(pState->pending) + 7) / 8;
     const size_t stored = room >= 8 ? 8 : std::min(needed, room);
     const uint64_t held = pState->buffer;
@@ -287,21 +267,21 @@ VekStatus veksEncodeZfpFlush_32f(ZfpState* pState) {
 }
 
 VekStatus veksEncodeZfp444_32f(const float* pSrc, int32_t srcStep, int32_t srcPlaneStep,
-                               ZfpState* pState) {
+                               VekZfpState* pState) {
     if (vek::anyNull(pSrc, pState)) return vekStatusNullPointer;
-    if (pState->marker != zfpMarker) return vekStatusStateMismatch;
+    if (pState->marker != stateMarker) return vekStatusStateMismatch;
     if (pState->pending >= 64) return vekStatusNoRoom;
     const uint32_t largest = ownsZfpMaxMagnitude_32f(pSrc, srcStep, srcPlaneStep);
     if (largest == 0) return putZeroBlock(*pState);
     // Infinities and NaNs count as the largest finite exponent: the header has no room for more.
-    const int32_t exponent =
-        std::min(static_cast<int32_t>(largest >> 23), vek::floatHighestExponent);
-    const int32_t emax = exponent - vek::floatBias + 1;
-    const unsigned precision = vek::zfpPrecision(*pState, emax);
+    const auto exponent =
+        std::min(static_cast<int32_t>(largest >> floatExponentAt), largestFloatExponent);
+    const int32_t emax = exponent - floatBias + 1;
+    const unsigned precision = precisionOf(*pState, emax);
     if (precision == 0) return putZeroBlock(*pState);
-    const int32_t scaleExponent =
-        std::min(vek::zfpIntegerBits - emax + vek::floatBias, vek::floatHighestExponent);
-    const uint32_t scaleBits = static_cast<uint32_t>(scaleExponent) << 23;
+    const auto scaleExponent =
+        std::min(floatBias + static_cast<int32_t>(fixedPointBits) - emax, largestFloatExponent);
+    const auto scaleBits = static_cast<uint32_t>(scaleExponent) << floatExponentAt;
     float scale;
     std::memcpy(&scale, &scaleBits, sizeof(scale));
     ownsZfpForward_32f(pSrc, srcStep, srcPlaneStep, scale, pState->workspace);

@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 
-namespace vek::inline VEK_LEVEL {
+namespace vek::inline VEK_LEVEL::zfp {
 
 /// Row y of plane z; the steps are in bytes, of either sign, and need not be multiples of 4.
 template <class T, class Float>
@@ -28,4 +28,4 @@ inline void transposeWords(__m128i* v) {
     v[3] = _mm_unpackhi_epi64(b, d);
 }
 
-}  // namespace vek::inline VEK_LEVEL
+}  // namespace vek::inline VEK_LEVEL::zfp

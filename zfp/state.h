@@ -15,7 +15,6 @@
 #include <cstdint>
 
 #include "frame/variant.h"
-#include "vekdc.h"
 
 #define ownsZfpInit VEK_INTERNAL(ownsZfpInit)
 #define ownsZfpSet VEK_INTERNAL(ownsZfpSet)
@@ -25,7 +24,7 @@
 
 /// The caller's memory for one stream; it may stand at any address that is a multiple of 4.
 struct __attribute__((packed, aligned(4))) VekZfpState {
-    uint32_t marker;         ///< vek::zfpMarker once initialised.
+    uint32_t marker;         ///< stateMarker once initialised.
     int32_t minBits;         ///< Least bits of a block.
     int32_t maxBits;         ///< Most bits of a block.
     int32_t maxPrec;         ///< Most bit planes of a block.
@@ -40,16 +39,17 @@ struct __attribute__((packed, aligned(4))) VekZfpState {
                              ///< other.
 };
 
-static_assert(sizeof(ZfpState) == 32 + 4 * sizeof(void*) + 512);
-static_assert(sizeof(void*) != 4 || sizeof(ZfpState) == 560);
-static_assert(offsetof(ZfpState, buffer) == 24 && offsetof(ZfpState, current) == 32);
+static_assert(sizeof(VekZfpState) == 32 + 4 * sizeof(void*) + 512);
+static_assert(sizeof(void*) != 4 || sizeof(VekZfpState) == 560);
+static_assert(offsetof(VekZfpState, buffer) == 24 && offsetof(VekZfpState, current) == 32);
 
 extern "C" {
 
 /// Prepares a record for a buffer whose length counts modulo the address space.
-void ownsZfpInit(uint8_t* buffer, int64_t length, ZfpState* state);
-void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp, ZfpState* state);
-void ownsZfpSetAccuracy(double tolerance, ZfpState* state);
+void ownsZfpInit(uint8_t* buffer, int64_t length, VekZfpState* state);
+void ownsZfpSet(int32_t minBits, int32_t maxBits, int32_t maxPrec, int32_t minExp,
+                VekZfpState* state);
+void ownsZfpSetAccuracy(double tolerance, VekZfpState* state);
 
 /// The largest magnitude among a block's floats, as the float's bits.
 uint32_t ownsZfpMaxMagnitude_32f(const float* src, ptrdiff_t step, ptrdiff_t planeStep);
@@ -60,67 +60,60 @@ void ownsZfpForward_32f(const float* src, ptrdiff_t step, ptrdiff_t planeStep, f
                         uint8_t* bytePlanes);
 }
 
-namespace vek::inline VEK_LEVEL {
+namespace vek::inline VEK_LEVEL::zfp {
 
-/// Tells a record that an Init prepared from any other memory.
-constexpr uint32_t zfpMarker = 0x4B617398U;
+constexpr uint32_t stateMarker = 0x4B617398U;
 
-constexpr unsigned zfpValues = 64;
-constexpr unsigned zfpPlanes = 32;
+/// The parameters of a new record, which limit nothing: as many bits and planes as a block of 64
+/// doubles takes (a flag, 11 bits of exponent, 64 planes of 64 values, 63 group tests), and an
+/// exponent ten times as low as that of the smallest double.
+constexpr int32_t initialMinBits = 0;
+constexpr int32_t initialMaxPrec = 64;
+constexpr int32_t initialMaxBits = 1 + 11 + 64 * 64 + 63;
+constexpr int32_t everyPlane = 10 * -1074;
+static_assert(initialMaxBits == 4171 && everyPlane == -10740);
+
+/// What the exponent fields of doubles and floats are above their exponents.
+constexpr int32_t doubleBias = 1023;
+constexpr int32_t floatBias = 127;
+/// A float's largest exponent field but for infinities and NaNs.
+constexpr int32_t largestFloatExponent = 254;
+/// Where the fraction's bits of a float end.
+constexpr unsigned floatExponentAt = 23;
+
+/// Values below 2^emax are coded as integers below 2^fixedPointBits.
+constexpr unsigned fixedPointBits = 30;
+
+constexpr unsigned blockValues = 64;
+constexpr unsigned blockPlanes = 32;
 
 /// Bits of a non-zero block's header: the flag and the exponent.
-constexpr unsigned zfpHeaderBits = 9;
+constexpr unsigned headerBits = 9;
 
 /// The largest block: its header, every bit of every plane, a positive group test for each
 /// coefficient and a negative one for each plane.
-constexpr unsigned zfpMaxBlockBits = zfpHeaderBits + zfpValues * zfpPlanes + zfpValues + zfpPlanes;
-
-static_assert(zfpMaxBlockBits == 2153);
-
-/// maxBits after an Init, more than any block of floats takes: the bound of a block of 64 doubles,
-/// each of their 64 planes, 63 group tests and a header of 12 bits.
-constexpr int32_t zfpUnlimitedBits = 64 * 64 + 63 + 12;
-static_assert(zfpUnlimitedBits == 4171 && zfpUnlimitedBits > int32_t{zfpMaxBlockBits});
-
-/// maxPrec after an Init: the planes of a double, more than a float has.
-constexpr int32_t zfpUnlimitedPrec = 64;
-
-/// minExp after an Init and for no tolerance: ten times the exponent of the smallest double, far
-/// below every plane of every float, so that none is dropped.
-constexpr int32_t zfpUnlimitedExp = 10 * -1074;
-
-/// A float's exponent field counts from here, and is this at its highest finite value.
-constexpr int32_t floatBias = 127;
-constexpr int32_t floatHighestExponent = 254;
-
-/// The values of a block are below 2^emax, and their integers below 2^30: of a word's other bits
-/// one is the sign, and one is room for what the transform adds.
-constexpr int32_t zfpIntegerBits = 30;
-
-/// Planes kept below 2^minExp, two for each of the three axes and two more: what the inverse
-/// transform can make of the planes dropped then stays below 2^minExp.
-constexpr int32_t zfpGuardPlanes = 2 * (3 + 1);
+constexpr unsigned maxBlockBits =
+    headerBits + blockValues * blockPlanes + blockValues + blockPlanes;
 
 /// Room in which a block coder needs not look for the end: the bits pending from the block before,
 /// the block, and two words that a wide access may reach beyond.
-constexpr size_t zfpBlockRoom = (63 + zfpMaxBlockBits + 63) / 64 * 8 + 16;
+constexpr size_t blockRoom = (63 + maxBlockBits + 63) / 64 * 8 + 16;
 
 /// Bytes between the position and the end; none when the end wrapped to below it.
-inline size_t zfpRoom(const ZfpState& state) {
+inline size_t roomOf(const VekZfpState& state) {
     return state.end > state.current ? static_cast<size_t>(state.end - state.current) : 0;
 }
 
 /// Bits that a block may take behind its header.
-inline uint32_t zfpBudget(int32_t maxBits) {
-    constexpr auto header = static_cast<int32_t>(zfpHeaderBits);
+inline uint32_t budgetOf(int32_t maxBits) {
+    constexpr auto header = static_cast<int32_t>(headerBits);
     return maxBits > header ? static_cast<uint32_t>(maxBits - header) : 0;
 }
 
 /// Bit planes of a block whose values are below 2^emax, 0..32.
-inline unsigned zfpPrecision(const ZfpState& state, int32_t emax) {
-    const int64_t planes =
-        std::min<int64_t>(state.maxPrec, int64_t{emax} - state.minExp + zfpGuardPlanes);
-    return static_cast<unsigned>(std::clamp<int64_t>(planes, 0, zfpPlanes));
+inline unsigned precisionOf(const VekZfpState& state, int32_t emax) {
+    const int64_t planes = std::min<int64_t>(state.maxPrec, int64_t{emax} - state.minExp + 8);
+    return static_cast<unsigned>(std::clamp<int64_t>(planes, 0, blockPlanes));
 }
 
-}  // namespace vek::inline VEK_LEVEL
+}  // namespace vek::inline VEK_LEVEL::zfp

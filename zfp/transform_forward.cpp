@@ -15,7 +15,7 @@
 
 namespace {
 
-using vek::rowAt;
+using namespace vek::zfp;
 
 /// Forward lifting on one line of four, in each of four lanes:
 ///           ( 4  4  4  4) (x)
@@ -46,7 +46,7 @@ inline void splitBytes(const __m128i* words, uint8_t* bytePlanes) {
         _mm_setr_epi8(0, 4, 8, 12, 1, 5, 9, 13, 2, 6, 10, 14, 3, 7, 11, 15);
     __m128i v[4];
     for (int i = 0; i < 4; ++i) v[i] = _mm_shuffle_epi8(words[i], bySignificance);
-    vek::transposeWords(v);
+    transposeWords(v);
     for (int k = 0; k < 4; ++k)
         _mm_storeu_si128(reinterpret_cast<__m128i*>(bytePlanes + 64 * k), v[k]);
 }
@@ -77,9 +77,9 @@ void ownsZfpForward_32f(const float* src, ptrdiff_t step, ptrdiff_t planeStep, f
             const float* row = rowAt<const float>(src, step, planeStep, y, z);
             plane[y] = _mm_cvttps_epi32(_mm_mul_ps(_mm_loadu_ps(row), factor));
         }
-        vek::transposeWords(plane);
+        transposeWords(plane);
         liftForward(plane[0], plane[1], plane[2], plane[3]);
-        vek::transposeWords(plane);
+        transposeWords(plane);
         liftForward(plane[0], plane[1], plane[2], plane[3]);
     }
     for (int y = 0; y < 4; ++y) liftForward(v[y], v[4 + y], v[8 + y], v[12 + y]);

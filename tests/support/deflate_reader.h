@@ -95,7 +95,7 @@ bool readCodeLengths(BitSource& in, Build build) {
 }
 
 /// Reads the code lengths of a dynamic block and builds its tables; false when they are corrupt.
-inline bool readDynamicHeader(BitSource& in, InflateState& state) {
+inline bool readDynamicHeader(BitSource& in, VekInflateState& state) {
     return readCodeLengths(in, [&](const uint16_t* lens, uint32_t nLit, uint32_t nDist) {
         return veksInflateBuildHuffTable(lens, nLit, nDist, &state) == vekStatusOk;
     });
@@ -105,7 +105,7 @@ inline bool readDynamicHeader(BitSource& in, InflateState& state) {
 /// refuses. The target's stored(bytes, count) takes the bytes of a stored block; its coded(in,
 /// state) decodes one block's data with veksInflate_8u up to the end-of-block code.
 template <class Target>
-bool readDeflate(BitSource& in, InflateState& state, Target& target) {
+bool readDeflate(BitSource& in, VekInflateState& state, Target& target) {
     for (bool last = false; !last;) {
         last = in.take(1) != 0;
         const uint32_t type = in.take(2);

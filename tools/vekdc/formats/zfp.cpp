@@ -244,7 +244,8 @@ uint64_t decodeFixedRate(Source& source, Sink& sink, const Header& header, unsig
         work.coded.clear();
         while (work.coded.size() < bytes) {
             const size_t done = work.coded.size();
-            work.coded.resize(static_cast<size_t>(std::min<uint64_t>(bytes, done + PumpRoom::kBytes)));
+            work.coded.resize(
+                static_cast<size_t>(std::min<uint64_t>(bytes, done + PumpRoom::kBytes)));
             const size_t room = work.coded.size() - done;
             if (source.read(work.coded.data() + done, room) < room) source.throwTruncated();
         }

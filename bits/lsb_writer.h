@@ -1,14 +1,14 @@
-// A stream of bits on its way to memory, first bit lowest.
+// The writer of bits whose first one is the lowest of its byte, as deflate and ZFP have them.
 //
-// The sink takes the caller's 32-bit buffer and gives one back with fewer than 8 bits in it. In
-// between it works on a 64-bit word: whole bytes leave it with one 8-byte store, of which only the
-// bytes that are complete count. The store may therefore touch up to 7 bytes behind the stream's
-// end so far; who uses flushWide() knows that as many will follow. The other two flushes store
-// complete bytes only.
+// Bits gather in a 64-bit word, and leave it a few puts later: how many bits may be put between two
+// flushes is stated below, for the users to assert. Whole bytes leave the word with one 8-byte
+// store, of which only the bytes that are complete count. The store may therefore touch up to 7
+// bytes behind the stream's end so far; who uses flushWide() knows that as many will follow. The
+// other flushes store complete bytes only.
 //
 // On 32-bit x86 the word lives in a vector register, which shifts 64 bits at once; in two general
 // registers each shift would be half a dozen instructions. The count stays in a general register:
-// what the word waits for from one pair to the next is then two ors and a shift, whatever the way
+// what the word waits for from one put to the next is then two ors and a shift, whatever the way
 // from one kind of register to the other takes.
 #pragma once
 
@@ -17,9 +17,8 @@
 #include <cstdint>
 
 #include "bytes/words.h"
-#include "deflate/canonical_codes.h"
 
-namespace vek::inline VEK_LEVEL::deflate {
+namespace vek::inline VEK_LEVEL {
 
 #ifdef __x86_64__
 
@@ -57,10 +56,16 @@ class BitWord {
 
 #endif
 
-class BitSink {
+/// Bits to put, first bit lowest, and their number; those above are 0.
+struct CodedBits {
+    uint32_t bits;
+    uint32_t count;
+};
+
+class LsbWriter {
  public:
     /// Goes on behind the low `count` bits, at most 32, of `buffer`.
-    BitSink(uint32_t buffer, uint32_t count, uint8_t* dst) : count_(count), dst_(dst) {
+    LsbWriter(uint32_t buffer, uint32_t count, uint8_t* dst) : count_(count), dst_(dst) {
         word_.add(count < 32 ? buffer & ((1U << count) - 1) : buffer, 0);
     }
 
@@ -97,6 +102,10 @@ class BitSink {
     uint8_t* position() const { return dst_; }
     uint32_t buffer() const { return word_.low(); }
     uint32_t count() const { return count_; }
+    /// Bits from `start` on, those held included.
+    uint32_t bitsSince(const uint8_t* start) const {
+        return static_cast<uint32_t>(dst_ - start) * 8 + count_;
+    }
 
  private:
     BitWord word_;
@@ -104,4 +113,4 @@ class BitSink {
     uint8_t* dst_;
 };
 
-}  // namespace vek::inline VEK_LEVEL::deflate
+}  // namespace vek::inline VEK_LEVEL
