@@ -30,9 +30,28 @@ using Run = std::function<size_t()>;
 void add(const std::string& operation, const std::string& input, const std::string& contender,
          size_t bytes, Run run);
 
-/// States a goal: our rate over `peer`'s, and our output size over its (0: no such goal). An
-/// operation may have a goal against each of several peers.
-void goal(const std::string& operation, const std::string& peer, double speed, double size = 0);
+/// Adds a contender that is a program, a filter of its standard input. The processor time of its
+/// process counts, start and end included. `command` has the path first.
+void addProgram(const std::string& operation, const std::string& input,
+                const std::string& contender, const std::vector<uint8_t>& source,
+                const std::vector<std::string>& command);
+
+/// What is wanted of our contender over a peer; 0: no such goal. A speed is wanted of the geometric
+/// mean over the inputs, and of the worst one; a size likewise, of all outputs together and of the
+/// worst.
+struct Goal {
+    double speed = 0;
+    double size = 0;
+    double worstSpeed = 0;
+    double worstSize = 0;
+};
+
+/// States a goal. An operation may have one against each of several peers.
+void goal(const std::string& operation, const std::string& peer, const Goal& wanted);
+inline void goal(const std::string& operation, const std::string& peer, double speed,
+                 double size = 0) {
+    goal(operation, peer, Goal{speed, size});
+}
 
 /// States a goal in MB/s for one input, or for the slowest of all.
 void rateGoal(const std::string& operation, double rate, const std::string& input = "slowest");

@@ -76,7 +76,7 @@ Status DeflateEncoder::reset() {
     return reset(state_.options);
 }
 
-Status DeflateEncoder::reset(const DeflateOptions& options) {
+Status DeflateEncoder::reset(DeflateOptions options) {
     state_ = State();
     state_.options = options;
     return Status::Going;

@@ -43,7 +43,7 @@ class DeflateEncoder {
     Fault fault() const { return {}; }
     Status reset();
     /// Likewise, with other options.
-    Status reset(const DeflateOptions& options);
+    Status reset(DeflateOptions options);
 
     /// What follows may refer to these bytes, and to none before them. Between blocks only: at the
     /// start, or when all input is coded and its block has ended.

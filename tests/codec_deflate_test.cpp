@@ -100,6 +100,8 @@ TEST(DeflateEncoder, ZlibReadsEveryWay) {
                          ", window " + std::to_string(window));
             encoder.reset();
             const Bytes whole = encode(encoder, in);
+            DeflateEncoder fresh(options);
+            ASSERT_EQ(encode(fresh, in), whole) << "a reset forgot the options";
             ASSERT_EQ(zlibInflate(whole, window, in.size()), in);
             EXPECT_LE(whole.size(), in.size() + 10 * (in.size() / 65535 + 1));
             EXPECT_EQ(encoder.totalIn(), in.size());
