@@ -329,7 +329,7 @@ TEST_F(Program, FullDisksClosedPipesAndLimits) {
 }
 
 TEST_F(Program, ASignalRemovesTheTemporary) {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
         const pid_t child = fork();
@@ -375,7 +375,49 @@ TEST_F(Program, ProgressAndReports) {
     EXPECT_TRUE(contains(info, crc + "  2001-02-03 04:05:06 .*3 members")) << info;
     EXPECT_TRUE(contains(good("vekdc compress --format zlib -c x | vekdc info"),
                          "uncompressed " + std::to_string(plain_.size())));
-    EXPECT_TRUE(contains(good("vekdc --version"), "vekDC"));
+    EXPECT_TRUE(matches(good("vekdc --version"), "vekdc " VEK_PROJECT_VERSION ".*\nvekDC .*\n"));
+}
+
+// One case a fault that there was. Each succeeds, in silence.
+TEST_F(Program, OldFaultsStayAway) {
+    write("x", plain_);
+    good("vekdc compress x; head -c 12 x.gz > cut.gz; printf 123456789 > $'a\\e[1mb\nc'");
+    for (const char* command :
+         {"ln -s /dev/stdout out; vekdc decompress -fo out x.gz > y; [ -L out ] && cmp x y",
+          "(echo 1; vekdc decompress -fo /dev/fd/3 x.gz 3>&1) >> z; cmp <(echo 1; cat x) z",
+          "ln -s /dev/null null; vekdc decompress -fo null x.gz; [ -L null ]",
+          "vekdc decompress --keep-partial cut.gz 2> /dev/null; [ $? = 1 ] && [ ! -e cut ]",
+          "vekdc compress -v $'a\\e[1mb\nc' 2>&1 | grep -q '^a?.1mb?c: 9 -> '",
+          "vekdc sum $'a\\e[1mb\nc' | grep -q '^.cbf43926  a.*\\\\nc$'"})
+        good(command);
+    for (const char* option : {"--help", "--version", "compress --help"})
+        bad("vekdc " + std::string(option) + " > /dev/full",
+            "standard output: No space left on device");
+    bad("vekdc compress -c x >&-", "standard output: Bad file descriptor");
+    bad("vekdc compress -c <&-", "standard input: Bad file descriptor");
+    bad("vekdc compress --format lz4 --dict . -c x", "\\.: Is a directory");
+    bad("vekdc compress --format lz4 --dict absent -c x", "absent: No such file or directory");
+}
+
+// What another user than the owner of the input makes is for that user, and for nobody who could
+// not read the input; a file that this user may write is written where its folder may not be.
+TEST_F(Program, OutputsOfAnotherUser) {
+    if (geteuid() != 0 || !haveTool("setpriv")) GTEST_SKIP() << "only root becomes another user";
+    const std::string other = "setpriv --reuid 65534 --regid 65534 --clear-groups ";
+    if (run(other + tool() + " --version").status != 0) GTEST_SKIP() << "it cannot run the tool";
+    write("x", plain_);
+    good("chmod 711 ..; mkdir -m 777 open; mkdir closed; chmod 755 . closed");
+    for (const auto& [mode, expected] : {std::pair{"0644", "644"},
+                                         {"0664", "644"},
+                                         {"0604", "604"},
+                                         {"0004", "604"},
+                                         {"0755", "755"}})
+        EXPECT_EQ(good("chmod " + std::string(mode) + " x; " + other + tool() +
+                       " compress -fo open/y x; stat -c %a open/y"),
+                  expected + std::string("\n"));
+    good("chmod 644 x; echo old > closed/y; chmod 666 closed/y; " + other + tool() +
+         " compress -fo closed/y x; vekdc decompress -c closed/y | cmp - x");
+    EXPECT_EQ(run(other + tool() + " compress -fo closed/z x").status, 1);
 }
 
 TEST_F(Program, Terminals) {

@@ -181,12 +181,25 @@ class HelpFormatter : public CLI::Formatter {
     }
 };
 
+std::string versionText() {
+    const VekLibraryVersion& library = *vekdcGetLibVersion();
+    const auto number = [](int part) { return std::to_string(part); };
+    return "vekdc " + number(VEKDC_VERSION_MAJOR) + "." + number(VEKDC_VERSION_MINOR) + "." +
+           number(VEKDC_VERSION_PATCH) + "\n" + library.name + " " + library.version;
+}
+
+// Text output that a full disk swallowed is a failure too.
+int flushed(int status) {
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+    vekdc::complain("standard output", std::strerror(errno));
+    return vekdc::kFailure;
+}
+
 int runProgram(int argc, char** argv) {
     CommandLine line;
     std::function<ExitStatus()> run;
     CLI::App app("Compress, decompress and verify files", "vekdc");
-    app.set_version_flag(
-        "--version", vekdcGetLibVersion()->name + std::string(" ") + vekdcGetLibVersion()->version);
+    app.set_version_flag("--version", versionText());
     app.formatter(std::make_shared<HelpFormatter>());
     app.require_subcommand(1);
     app.footer("Exit status: 0 when all went well, 1 after a failure, 2 after a warning.");
@@ -195,22 +208,17 @@ int runProgram(int argc, char** argv) {
         app.parse(argc, argv);
         complete(line);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) return app.exit(error);
+        if (error.get_exit_code() == 0) return flushed(app.exit(error));
         std::fprintf(stderr, "vekdc: %s (see vekdc --help)\n", error.what());
         return vekdc::kFailure;
     }
-    ExitStatus status = run();
-    // Text output that a full disk swallowed is a failure too.
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        vekdc::complain("standard output", std::strerror(errno));
-        status = vekdc::kFailure;
-    }
-    return status;
+    return flushed(run());
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+    vekdc::occupyStandardDescriptors();
     vekdc::installSignalHandlers();
     try {
         return runProgram(argc, argv);

@@ -1,5 +1,7 @@
 #include "tools/vekdc/app/work.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -25,7 +27,7 @@ class FileWork {
         : options_(options),
           input_(checked(options, path)),
           progress_(options.quiet ? Progress::When::Never : options.progress,
-                    baseName(input_.name()), input_.size()),
+                    printable(baseName(input_.name())), input_.size()),
           source_(input_) {
         input_.report(progress_);
     }
@@ -99,7 +101,7 @@ class FileWork {
     void report(const OutputFile& output) const {
         const double rate = static_cast<double>(std::max(source_.offset(), output.written())) /
                             std::max(progress_.seconds(), 1e-9);
-        std::fprintf(stderr, "%s: %llu -> %llu bytes, %s/s\n", input_.name().c_str(),
+        std::fprintf(stderr, "%s: %llu -> %llu bytes, %s/s\n", printable(input_.name()).c_str(),
                      static_cast<unsigned long long>(source_.offset()),
                      static_cast<unsigned long long>(output.written()),
                      sizeText(static_cast<uint64_t>(rate)).c_str());
@@ -155,7 +157,8 @@ class FileWork {
         try {
             format.decompress(source_, *output, settings());
         } catch (const FormatError&) {
-            if (options_.keepPartial || toStdout()) output->commit(false);
+            const bool keeps = options_.keepPartial && output->written() != 0;
+            if (keeps || toStdout()) output->commit(false);
             throw;
         }
         finish(*output);
@@ -165,7 +168,7 @@ class FileWork {
         NullSink nowhere;
         recognise().decompress(source_, nowhere, settings());
         progress_.clear();
-        if (options_.verbose) std::fprintf(stderr, "%s: good\n", input_.name().c_str());
+        if (options_.verbose) std::fprintf(stderr, "%s: good\n", printable(input_.name()).c_str());
     }
 
     void info() {
@@ -209,6 +212,22 @@ ExitStatus worse(ExitStatus a, ExitStatus b) {
     return a == kWarning || b == kWarning ? kWarning : kSuccess;
 }
 
+// A line of a check list. What would break it is escaped as in other tools' lists, which a
+// backslash in front of the line says; a terminal is shown no control characters at all.
+std::string listLine(const std::string& sum, const std::string& name) {
+    std::string escaped;
+    for (const char c : name) {
+        const size_t special = std::string_view("\\\n\r").find(c);
+        if (special == std::string_view::npos) {
+            escaped += c;
+        } else {
+            escaped += {'\\', "\\nr"[special]};
+        }
+    }
+    const std::string line = (escaped == name ? "" : "\\") + sum + "  " + escaped;
+    return isatty(STDOUT_FILENO) != 0 ? printable(line) : line;
+}
+
 uint32_t sumFile(const std::string& path, const codec::Checksum& checksum) {
     InputFile input(path);
     Source source(input);
@@ -240,7 +259,7 @@ ExitStatus sumFiles(const std::vector<std::string>& paths, const std::string& al
     for (const std::string& path : paths) {
         worst = worse(worst, guarded(path, [&] {
                           const uint32_t value = sumFile(path, checksum);
-                          std::printf("%s  %s\n", hex32(value).c_str(), path.c_str());
+                          std::printf("%s\n", listLine(hex32(value), path).c_str());
                           return kSuccess;
                       }));
     }

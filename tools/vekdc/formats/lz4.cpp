@@ -8,13 +8,12 @@
 #include <array>
 #include <charconv>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
 #include "codec/lz4_frame_decoder.h"
 #include "codec/lz4_frame_encoder.h"
 #include "tools/vekdc/formats/block_parts.h"
 #include "tools/vekdc/formats/formats.h"
+#include "tools/vekdc/io/files.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc {
@@ -33,9 +32,11 @@ bool isMagic(Bytes start) {
 Data readDictionary(const Settings& settings) {
     const auto found = settings.own.find("dict");
     if (found == settings.own.end()) return {};
-    std::ifstream file(found->second, std::ios::binary);
-    Data bytes{std::istreambuf_iterator<char>(file), {}};
-    if (!file || bytes.empty()) throw Failure("cannot read the dictionary " + found->second);
+    InputFile file(found->second);
+    Source source(file);
+    Data bytes;
+    while (!source.atEnd()) source.take(bytes, source.peek().size());
+    if (bytes.empty()) throw Failure("the dictionary " + found->second + " is empty");
     const Bytes end = codec::lz4History(bytes);
     return {end.begin(), end.end()};
 }

@@ -108,9 +108,10 @@ Parameters precisionOption(const std::string& text) {
 
 Parameters accuracyOption(const std::string& text) {
     double tolerance = 0;
-    if (!parse(text, tolerance) || !(tolerance > 0) || !std::isfinite(tolerance))
-        badOption("accuracy", "an error above 0", text);
-    return Parameters::ofAccuracy(tolerance);
+    if (!parse(text, tolerance) || !(tolerance >= 0) || !std::isfinite(tolerance))
+        badOption("accuracy", "an error of 0 or above", text);
+    return tolerance == 0 ? Parameters::ofPrecision(codec::kZfpFloatPlanes)
+                          : Parameters::ofAccuracy(tolerance);
 }
 
 Parameters expertOption(const std::string& text) {
@@ -244,7 +245,8 @@ uint64_t decodeFixedRate(Source& source, Sink& sink, const Header& header, unsig
         work.coded.clear();
         while (work.coded.size() < bytes) {
             const size_t done = work.coded.size();
-            work.coded.resize(static_cast<size_t>(std::min<uint64_t>(bytes, done + PumpRoom::kBytes)));
+            work.coded.resize(
+                static_cast<size_t>(std::min<uint64_t>(bytes, done + PumpRoom::kBytes)));
             const size_t room = work.coded.size() - done;
             if (source.read(work.coded.data() + done, room) < room) source.throwTruncated();
         }

@@ -2,7 +2,8 @@
 //
 // An output file is written under a temporary name in the same folder, gets the input's mode, owner
 // and time stamps, and is renamed at the very end; whatever stops the tool before, an interrupt
-// included, removes it. Pipes and devices are written directly.
+// included, removes it. Pipes, devices, and files in folders that take no other are written in
+// place.
 #pragma once
 
 #include <sys/stat.h>
@@ -57,7 +58,8 @@ class OutputFile : public Sink {
     /// Standard output.
     OutputFile();
     /// A new file that will take the attributes of `like`. An existing file at the path is refused
-    /// unless `force`; an existing device or pipe is written directly.
+    /// unless `force`; an existing device or pipe, or a descriptor that the path leads to, is
+    /// written as it is, and a file whose folder may not be written, in place.
     OutputFile(const std::string& path, bool force, const InputFile& like);
     ~OutputFile() override;
     OutputFile(const OutputFile&) = delete;
@@ -78,6 +80,7 @@ class OutputFile : public Sink {
     void flush();
     void writeAll(Bytes bytes);
     void createTemporary();
+    void openInPlace(int flags);
     void copyAttributes();
     void rename();
 
@@ -93,6 +96,10 @@ class OutputFile : public Sink {
 
 /// Removes an input that was coded.
 void removeFile(const std::string& path);
+
+/// Opens those of the three standard descriptors that are closed, so that no file gets their
+/// numbers; reading and writing them fails as before.
+void occupyStandardDescriptors();
 
 /// Makes signals that end the program remove the temporary file first.
 void installSignalHandlers();
