@@ -6,7 +6,7 @@
 // legacy frames of old kernels' tools.
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <climits>
 #include <cstdio>
 
 #include "codec/lz4_frame_decoder.h"
@@ -44,11 +44,10 @@ Data readDictionary(const Settings& settings) {
 // --- writing -------------------------------------------------------------------------------------
 
 int numberOption(const std::string& name, const std::string& text) {
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 1)
+    const std::optional<uint64_t> value = numberFrom(text);
+    if (!value || *value < 1 || *value > INT_MAX)
         throw Failure("--" + name + " takes a number from 1 on, not " + text);
-    return value;
+    return static_cast<int>(*value);
 }
 
 /// What the options and the level ask for.
@@ -64,10 +63,13 @@ Lz4FrameOptions choose(const Settings& settings) {
         coding.acceleration = numberOption("fast", fast->second);
     if (coding.acceleration > 1 || settings.own.contains("fast")) coding.level = 1;
     if (const auto size = settings.own.find("block-size"); size != settings.own.end()) {
-        constexpr std::array<const char*, 4> names = {"64K", "256K", "1M", "4M"};
-        const auto at = std::find(names.begin(), names.end(), size->second);
-        if (at == names.end()) throw Failure("--block-size takes 64K, 256K, 1M or 4M");
-        options.blockCode = codec::kLz4SmallestCode + static_cast<unsigned>(at - names.begin());
+        const std::optional<uint64_t> bytes = numberFrom(size->second);
+        options.blockCode = codec::kLz4SmallestCode;
+        while (options.blockCode < codec::kLz4LargestCode &&
+               bytes > codec::lz4BlockSize(options.blockCode))
+            ++options.blockCode;
+        if (bytes != codec::lz4BlockSize(options.blockCode))
+            throw Failure("--block-size takes 64K, 256K, 1M or 4M");
     }
     return options;
 }

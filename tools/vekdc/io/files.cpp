@@ -123,6 +123,10 @@ InputFile::~InputFile() {
     if (descriptor_ > STDIN_FILENO) close(descriptor_);
 }
 
+bool InputFile::isTerminal() const {
+    return isatty(descriptor_) != 0;
+}
+
 size_t InputFile::read(uint8_t* to, size_t room) {
     ssize_t count = 0;
     do {
@@ -200,18 +204,49 @@ void OutputFile::write(Bytes bytes) {
     written_ += bytes.size();
     if (buffer_.size() + bytes.size() > kGather) flush();
     if (bytes.size() >= kGather) {
-        writeAll(bytes);
+        put(bytes);
     } else {
         buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
     }
 }
 
 void OutputFile::flush() {
-    writeAll(buffer_);
+    put(buffer_);
     buffer_.clear();
 }
 
+// Zeros are left out by the page.
+void OutputFile::put(Bytes bytes) {
+    constexpr size_t page = 4096;
+    if (!leavesHoles_) {
+        writeAll(bytes);
+        return;
+    }
+    const auto zeros = [&](size_t at) {
+        return at + page <= bytes.size() && bytes[at] == 0 &&
+               std::memcmp(&bytes[at], &bytes[at + 1], page - 1) == 0;
+    };
+    for (size_t at = 0; at < bytes.size();) {
+        size_t end = at;
+        while (zeros(end)) end += page;
+        if (end != at) {
+            skip(end - at);
+        } else {
+            while (end < bytes.size() && !zeros(end)) end += std::min(page, bytes.size() - end);
+            writeAll(bytes.subspan(at, end - at));
+        }
+        at = end;
+    }
+}
+
+void OutputFile::skip(size_t zeros) {
+    if (lseek(descriptor_, static_cast<off_t>(zeros), SEEK_CUR) < 0)
+        throw SystemFailure(path_, errno);
+    endsInHole_ = true;
+}
+
 void OutputFile::writeAll(Bytes bytes) {
+    if (!bytes.empty()) endsInHole_ = false;
     while (!bytes.empty()) {
         const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR) continue;
@@ -253,6 +288,8 @@ void OutputFile::rename() {
 void OutputFile::commit(bool durable) {
     flush();
     if (temporary_.empty()) return;
+    if (endsInHole_ && ftruncate(descriptor_, static_cast<off_t>(written_)) != 0)
+        throw SystemFailure(path_, errno);
     if (copiesAttributes_) {
         copyAttributes();
     } else {

@@ -37,6 +37,7 @@ class InputFile : public Reader {
     /// Tells `progress` of every byte read.
     void report(Progress& progress) { progress_ = &progress; }
     bool isStdin() const { return path_ == kStdin; }
+    bool isTerminal() const;
     bool isRegular() const { return S_ISREG(status_.st_mode); }
     /// Length of a regular file; 0 where it is not known.
     uint64_t size() const { return isRegular() ? static_cast<uint64_t>(status_.st_size) : 0; }
@@ -67,6 +68,11 @@ class OutputFile : public Sink {
 
     void write(Bytes bytes) override;
 
+    /// Stretches of zeros become holes from here on, where a new file is written.
+    void leaveHoles() { leavesHoles_ = !temporary_.empty(); }
+    /// The time stamp that it gets, in place of the input's.
+    void setModified(uint32_t seconds) { like_.st_mtim = {static_cast<time_t>(seconds), 0}; }
+
     /// Writes what is buffered, sets the attributes, and gives the file its name. With `durable` it
     /// is on the disk before this returns, so that the input may go.
     void commit(bool durable);
@@ -78,7 +84,9 @@ class OutputFile : public Sink {
 
  private:
     void flush();
+    void put(Bytes bytes);
     void writeAll(Bytes bytes);
+    void skip(size_t zeros);
     void createTemporary();
     void openInPlace(int flags);
     void copyAttributes();
@@ -92,6 +100,8 @@ class OutputFile : public Sink {
     bool copiesAttributes_ = false;
     std::vector<uint8_t> buffer_;
     uint64_t written_ = 0;
+    bool leavesHoles_ = false;
+    bool endsInHole_ = false;
 };
 
 /// Removes an input that was coded.
