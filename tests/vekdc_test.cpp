@@ -501,6 +501,7 @@ TEST_F(Program, CommandLineMistakes) {
           {"vekdc -c -12 x", "-12 is no level; .*"},
           {"vekdc --format rar x", "there is no format rar, only .*"},
           {"vekdc -o '' x", "--output takes a name, which is empty here"},
+          {"vekdc -S '' x", "--suffix takes a name, .*"},
           {"vekdc -S a/b x", "--suffix takes no name with a slash"}})
         bad(command, complaint + std::string(" \\(see vekdc --help\\)"));
     for (const auto& [command, complaint] :
@@ -526,7 +527,8 @@ TEST_F(Program, Habits) {
             "vekdc --rm x; [ ! -e x ]; vekdc -d --rm x.gz; [ ! -e x.gz ]; [ -e x ]",
             "vekdc -T2 -S .Z9 x; mv x y; vekdc -d -S .z9 x.Z9; cmp x y",
             "tar -I vekdc -cf t.tgz x; cp x y; rm x; tar -I vekdc -xf t.tgz; cmp x y",
-            "vekdc help | grep -q -- --output-dir; vekdc help sum | grep -q -- --check",
+            "vekdc help | grep -q -- --output-dir; vekdc help help | grep -q -- -T; vekdc help sum "
+            "| grep -q -- --check",
             "vekdc -h | grep -q 'vekdc decompress'; vekdc -V | grep -q vekDC",
             "cp x -- -9; vekdc -- -9; vekdc -c -- -9.gz | vekdc -dc | vekdc -d | cmp - x",
             // By the names of links.

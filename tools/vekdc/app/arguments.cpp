@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "tools/vekdc/app/names.h"
+#include "tools/vekdc/app/roles.h"
 #include "tools/vekdc/app/sum.h"
 #include "tools/vekdc/app/work.h"
 #include "tools/vekdc/io/files.h"
@@ -75,6 +75,11 @@ void addInputOptions(CLI::App& app, CommandLine& line) {
     app.add_flag("--progress", line.progress, "Show progress even where there is no terminal");
 }
 
+const std::string& notEmpty(const std::string& option, const std::string& name) {
+    if (name.empty()) throw UsageError(option + " takes a name, which is empty here");
+    return name;
+}
+
 void addOutputOptions(CLI::App& app, CommandLine& line) {
     WorkOptions& work = line.work;
     app.add_flag("-f,--force", work.force,
@@ -83,22 +88,28 @@ void addOutputOptions(CLI::App& app, CommandLine& line) {
     auto* toStdout =
         app.add_flag("-c,--stdout,--to-stdout", work.toStdout, "Write to standard output");
     const auto setOutput = [&work](const std::string& path) {
-        if (path.empty()) throw UsageError("--output takes a name, which is empty here");
-        if (path == kStdin) {
-            work.toStdout = true;
-        } else {
-            work.output = path;
-        }
+        work.toStdout = path == kStdin;
+        if (!work.toStdout) work.output = notEmpty("--output", path);
     };
     auto* output = app.add_option_function<std::string>("-o,--output", setOutput,
                                                         "Write to this file; -: standard output")
                        ->type_name("FILE")
                        ->excludes(toStdout);
-    app.add_option("--output-dir", work.outputFolder, "Write outputs below this folder")
+    const auto setFolder = [&work](const std::string& path) {
+        work.outputFolder = notEmpty("--output-dir", path);
+    };
+    app.add_option_function<std::string>("--output-dir", setFolder,
+                                         "Write outputs below this folder")
         ->type_name("FOLDER")
         ->excludes(toStdout)
         ->excludes(output);
-    app.add_option("-S,--suffix", work.suffix, "Suffix in place of the format's")
+    const auto setSuffix = [&work](const std::string& suffix) {
+        work.suffix = notEmpty("--suffix", suffix);
+        if (suffix.find('/') != std::string::npos)
+            throw UsageError("--suffix takes no name with a slash");
+    };
+    app.add_option_function<std::string>("-S,--suffix", setSuffix,
+                                         "Suffix in place of the format's")
         ->type_name(".SUFFIX");
     auto* keep = app.add_flag("-k,--keep", line.keep, "Keep the input files (the default)");
     app.add_flag("--remove,--rm", line.remove, "Remove each input file once its output is complete")
@@ -257,7 +268,7 @@ const Command& takeCommand(std::vector<std::string>& words) {
     if (words.empty()) return kHabits;
     if (words.front() == "help") {
         words.erase(words.begin());
-        if (words.empty()) {
+        if (words.empty() || words.front() == "help") {
             words = {"--help"};
             return kHabits;
         }
@@ -350,8 +361,6 @@ void complete(CommandLine& line) {
     }
     if (!work.output.empty() && line.paths.size() > 1)
         throw UsageError("--output takes one input file");
-    if (work.suffix.find('/') != std::string::npos)
-        throw UsageError("--suffix takes no name with a slash");
     const Format* named = formatBySuffix("x" + work.suffix);
     if (named != nullptr && !work.formatGiven && work.task == Task::Compress) {
         if (work.format != nullptr && work.format != named)

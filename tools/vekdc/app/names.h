@@ -1,27 +1,29 @@
-// The names that the tool goes by: its commands, and the links by which it takes another's place.
+// Which files are worked on, and what their outputs are called.
 #pragma once
 
 #include <string>
-#include <string_view>
-#include <vector>
 
+#include "tools/vekdc/app/walk.h"
 #include "tools/vekdc/app/work.h"
 
 namespace vekdc {
 
-/// What the tool does when it is called by a link, as the tool does that the link stands for.
-struct Role {
-    std::string_view name;
-    const char* format;  ///< To compress to.
-    Task task;
-    bool toStdout;
-    bool remove;  ///< Whether that tool removes its inputs.
-};
+/// A path without its folders.
+std::string baseName(const std::string& path);
 
-/// By the name that the program was called by; null for its own.
-const Role* roleOf(std::string_view program);
+/// Whether a file found below a folder is meant: one that is not coded yet, or one that is.
+bool isMeant(const WorkOptions& options, const Found& found);
 
-/// The one of `words` that `word` was most likely meant to be; empty where none is near.
-std::string_view nearest(std::string_view word, const std::vector<std::string_view>& words);
+/// The path, which is refused where the output's name would come of it, and it names what has no
+/// coded form to stand beside it.
+const std::string& checkedInput(const WorkOptions& options, const std::string& path);
+
+/// The format to compress to.
+const Format& formatToWrite(const WorkOptions& options);
+
+/// Paths of the outputs to compress and to decompress to, and of one that is to have this name.
+std::string packedPath(const WorkOptions& options, const Found& found, const Format& format);
+std::string plainPath(const WorkOptions& options, const Found& found);
+std::string placedPath(const WorkOptions& options, const Found& found, const std::string& name);
 
 }  // namespace vekdc

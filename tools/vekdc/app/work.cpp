@@ -3,29 +3,24 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <filesystem>
 #include <limits>
 #include <memory>
 
+#include "tools/vekdc/app/names.h"
 #include "tools/vekdc/app/walk.h"
 #include "tools/vekdc/io/files.h"
 
 namespace vekdc {
 namespace {
 
-std::string baseName(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
 /// One file from start to end.
 class FileWork {
  public:
     FileWork(const WorkOptions& options, const Found& found)
         : options_(options),
-          place_(found.below),
-          input_(checked(options, found.path)),
+          found_(found),
+          input_(checkedInput(options, found.path)),
           progress_(options.quiet ? Progress::When::Never : options.progress,
                     printable(baseName(input_.name())), input_.size()),
           source_(input_) {
@@ -70,30 +65,6 @@ class FileWork {
         return options_.toStdout || (options_.output.empty() && input_.isStdin());
     }
 
-    // Whether the output's name comes of the input's.
-    static bool writesBeside(const WorkOptions& options, const std::string& path) {
-        return (options.task == Task::Compress || options.task == Task::Decompress) &&
-               !options.toStdout && options.output.empty() && path != kStdin;
-    }
-
-    // What is no regular file has no coded form to stand beside it. Told before it is opened:
-    // opening a pipe waits for its writer. A link, and a file of several names, would not be what
-    // they were.
-    static const std::string& checked(const WorkOptions& options, const std::string& path) {
-        struct stat status {};
-        if (!writesBeside(options, path) || lstat(path.c_str(), &status) != 0) return path;
-        if (!options.force && S_ISLNK(status.st_mode)) throw SystemFailure(path, ELOOP);
-        if (S_ISLNK(status.st_mode)) stat(path.c_str(), &status);
-        if (S_ISDIR(status.st_mode)) return path;
-        if (!S_ISREG(status.st_mode)) throw Failure("not a regular file; use --stdout or --output");
-        if (!options.force && status.st_nlink > 1)
-            throw LeftAlone(options.quiet
-                                ? ""
-                                : "left alone, as it has " + std::to_string(status.st_nlink - 1) +
-                                      " other name(s); use --force to do it");
-        return path;
-    }
-
     // Asks about a file that is in the way, where there is someone to ask.
     bool mayReplace(const std::string& path) const {
         struct stat existing {};
@@ -117,45 +88,23 @@ class FileWork {
         if (options_.task == Task::Decompress) output_->leaveHoles();
     }
 
-    // Where an output goes that is to have this name.
-    std::string placed(const std::string& name) const {
-        namespace fs = std::filesystem;
-        if (options_.outputFolder.empty()) return fs::path(input_.path()).replace_filename(name);
-        const fs::path folder = fs::path(options_.outputFolder) / fs::path(place_).parent_path();
-        std::error_code error;
-        fs::create_directories(folder, error);
-        if (error) throw SystemFailure(folder, error.value());
-        return folder / name;
-    }
-
     bool removes() const { return options_.remove && !input_.isStdin() && !toStdout() && !warned_; }
 
     void finish() {
         output_->commit(removes());
         if (removes()) removeFile(input_.path());
         progress_.clear();
-        if (options_.verbose) report(*output_);
+        if (options_.verbose) report();
     }
 
-    void report(const OutputFile& output) const {
-        const double rate = static_cast<double>(std::max(source_.offset(), output.written())) /
+    void report() const {
+        const uint64_t written = before_ + output_->written();
+        const double rate = static_cast<double>(std::max(source_.offset(), written)) /
                             std::max(progress_.seconds(), 1e-9);
         std::fprintf(stderr, "%s: %llu -> %llu bytes, %s/s\n", printable(input_.name()).c_str(),
                      static_cast<unsigned long long>(source_.offset()),
-                     static_cast<unsigned long long>(output.written()),
+                     static_cast<unsigned long long>(written),
                      sizeText(static_cast<uint64_t>(rate)).c_str());
-    }
-
-    const Format& formatToWrite() const {
-        const Format* format = options_.format;
-        if (!options_.formatGiven && !options_.output.empty()) {
-            const Format* named = formatBySuffix(options_.output);
-            if (format != nullptr && named != nullptr && named != format)
-                throw Failure("the output's suffix is that of " + std::string(named->name()) +
-                              "; use --format to say which format is meant");
-            if (named != nullptr) format = named;
-        }
-        return format == nullptr ? *formatByName("gz") : *format;
     }
 
     void requireFitting(const Format& format) const {
@@ -168,22 +117,10 @@ class FileWork {
         }
     }
 
-    std::string packedPath(const Format& format) const {
-        if (toStdout() || !options_.output.empty()) return options_.output;
-        const std::string suffix = options_.suffix.empty()
-                                       ? std::string(format.suffixes().front().packed)
-                                       : options_.suffix;
-        const bool has = options_.suffix.empty() ? formatBySuffix(input_.path()) == &format
-                                                 : endsWith(input_.path(), suffix);
-        if (has && !options_.force)
-            throw Failure("already has a suffix of the format; use --force to compress it again");
-        return placed(baseName(input_.path()) + suffix);
-    }
-
     void compress() {
-        const Format& format = formatToWrite();
+        const Format& format = formatToWrite(options_);
         requireFitting(format);
-        open(packedPath(format));
+        open(toStdout() ? "" : packedPath(options_, found_, format));
         if (output_->isTerminal() && !options_.force)
             throw Failure("compressed data is not written to a terminal; use --force to do it");
         Settings own = settings();
@@ -216,17 +153,7 @@ class FileWork {
         return *format;
     }
 
-    std::string plainPath() const {
-        if (toStdout() || !options_.output.empty()) return options_.output;
-        Suffix suffix{options_.suffix, ""};
-        const bool known = options_.suffix.empty()
-                               ? formatBySuffix(input_.path(), &suffix) != nullptr
-                               : endsWith(input_.path(), options_.suffix);
-        if (!known) throw Failure("unknown suffix; use --stdout or --output");
-        std::string name = baseName(input_.path());
-        name.replace(name.size() - suffix.packed.size(), suffix.packed.size(), suffix.plain);
-        return placed(name);
-    }
+    void openPlain() { open(toStdout() ? "" : plainPath(options_, found_)); }
 
     // A part that keeps a name begins an output of that name; it stays in the folder that it would
     // go to without.
@@ -234,8 +161,15 @@ class FileWork {
         const std::string name = baseName(stored.name);
         const bool named = !name.empty() && name != "." && name != "..";
         if (output_ && !named) return;
-        if (output_) output_->commit(removes());
-        open(named ? placed(name) : plainPath());
+        if (output_) {
+            output_->commit(removes());
+            before_ += output_->written();
+        }
+        if (named) {
+            open(placedPath(options_, found_, name));
+        } else {
+            openPlain();
+        }
         if (stored.modified != 0) output_->setModified(stored.modified);
     }
 
@@ -248,7 +182,7 @@ class FileWork {
             work_.output_->write(bytes);
         }
         void open() {
-            if (!work_.output_) work_.open(work_.plainPath());
+            if (!work_.output_) work_.openPlain();
         }
 
      private:
@@ -309,21 +243,14 @@ class FileWork {
     }
 
     const WorkOptions& options_;
-    std::string place_;  // Below an output folder.
+    Found found_;
     InputFile input_;
     Progress progress_;
     Source source_;
     std::unique_ptr<OutputFile> output_;
+    uint64_t before_ = 0;  // Bytes in outputs that are complete, of a file that makes several.
     bool warned_ = false;
 };
-
-// What lies below a folder and is not meant: what is coded already, and what is not.
-bool isMeant(const Found& found, const WorkOptions& options) {
-    if (!found.walked || options.force) return true;
-    const bool coded = options.suffix.empty() ? formatBySuffix(found.path) != nullptr
-                                              : endsWith(found.path, options.suffix);
-    return coded != (options.task == Task::Compress);
-}
 
 }  // namespace
 
@@ -331,7 +258,7 @@ ExitStatus workOnFiles(const std::vector<std::string>& paths, const WorkOptions&
     ExitStatus worst = kSuccess;
     for (const std::string& path : paths) {
         const ExitStatus status = walk(path, options.recursive, [&](const Found& found) {
-            if (!isMeant(found, options)) return kSuccess;
+            if (!isMeant(options, found)) return kSuccess;
             return guarded(found.path, [&] { return FileWork(options, found).run(); });
         });
         worst = worse(worst, status);
