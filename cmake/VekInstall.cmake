@@ -31,6 +31,8 @@ if(TARGET vekdc_tool)
   file(RELATIVE_PATH _from_bin /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${VEK_INSTALL_LIBDIR})
   set_target_properties(vekdc_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${_from_bin}")
   install(TARGETS vekdc_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  get_target_property(_links vekdc_tool VEK_LINKS)
+  install(FILES ${_links} DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 
 install(EXPORT vekdcTargets NAMESPACE vekdc:: DESTINATION ${VEK_INSTALL_LIBDIR}/cmake/vekdc)

@@ -264,7 +264,10 @@ TEST_F(Program, GzipAndPigzAgree) {
 
 TEST_F(Program, RefusesWhatItMustNotDo) {
     write("x", plain_);
-    good("vekdc compress x; mkdir folder; ln x link; mkfifo fifo; cp x.gz strange");
+    good("vekdc compress x; mkdir folder; ln x link; ln -s x soft; mkfifo fifo; cp x.gz strange");
+    bad("vekdc compress soft", "soft: Too many levels of symbolic links");
+    bad("vekdc link", "link: left alone, as it has 1 other name.*", 2);
+    good("rm link; ln -s x link");
     bad("vekdc compress x", "x.gz: File exists");
     bad("vekdc decompress x.gz", "x: File exists");
     bad("vekdc compress -o link x", "x: input and output are the same file");
@@ -329,7 +332,7 @@ TEST_F(Program, FullDisksClosedPipesAndLimits) {
 }
 
 TEST_F(Program, ASignalRemovesTheTemporary) {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
         const pid_t child = fork();
@@ -375,7 +378,49 @@ TEST_F(Program, ProgressAndReports) {
     EXPECT_TRUE(contains(info, crc + "  2001-02-03 04:05:06 .*3 members")) << info;
     EXPECT_TRUE(contains(good("vekdc compress --format zlib -c x | vekdc info"),
                          "uncompressed " + std::to_string(plain_.size())));
-    EXPECT_TRUE(contains(good("vekdc --version"), "vekDC"));
+    EXPECT_TRUE(matches(good("vekdc --version"), "vekdc " VEK_PROJECT_VERSION ".*\nvekDC .*\n"));
+}
+
+// One case a fault that there was. Each succeeds, in silence.
+TEST_F(Program, OldFaultsStayAway) {
+    write("x", plain_);
+    good("vekdc compress x; head -c 12 x.gz > cut.gz; printf 123456789 > $'a\\e[1mb\nc'");
+    for (const char* command :
+         {"ln -s /dev/stdout out; vekdc decompress -fo out x.gz > y; [ -L out ] && cmp x y",
+          "(echo 1; vekdc decompress -fo /dev/fd/3 x.gz 3>&1) >> z; cmp <(echo 1; cat x) z",
+          "ln -s /dev/null null; vekdc decompress -fo null x.gz; [ -L null ]",
+          "vekdc decompress --keep-partial cut.gz 2> /dev/null; [ $? = 1 ] && [ ! -e cut ]",
+          "vekdc compress -v $'a\\e[1mb\nc' 2>&1 | grep -q '^a?.1mb?c: 9 -> '",
+          "vekdc sum $'a\\e[1mb\nc' | grep -q '^.cbf43926  a.*\\\\nc$'"})
+        good(command);
+    for (const char* option : {"--help", "--version", "compress --help"})
+        bad("vekdc " + std::string(option) + " > /dev/full",
+            "standard output: No space left on device");
+    bad("vekdc compress -c x >&-", "standard output: Bad file descriptor");
+    bad("vekdc compress -c <&-", "standard input: Bad file descriptor");
+    bad("vekdc compress --format lz4 --dict . -c x", "\\.: Is a directory");
+    bad("vekdc compress --format lz4 --dict absent -c x", "absent: No such file or directory");
+}
+
+// What another user than the owner of the input makes is for that user, and for nobody who could
+// not read the input; a file that this user may write is written where its folder may not be.
+TEST_F(Program, OutputsOfAnotherUser) {
+    if (geteuid() != 0 || !haveTool("setpriv")) GTEST_SKIP() << "only root becomes another user";
+    const std::string other = "setpriv --reuid 65534 --regid 65534 --clear-groups ";
+    if (run(other + tool() + " --version").status != 0) GTEST_SKIP() << "it cannot run the tool";
+    write("x", plain_);
+    good("chmod 711 ..; mkdir -m 777 open; mkdir closed; chmod 755 . closed");
+    for (const auto& [mode, expected] : {std::pair{"0644", "644"},
+                                         {"0664", "644"},
+                                         {"0604", "604"},
+                                         {"0004", "604"},
+                                         {"0755", "755"}})
+        EXPECT_EQ(good("chmod " + std::string(mode) + " x; " + other + tool() +
+                       " compress -fo open/y x; stat -c %a open/y"),
+                  expected + std::string("\n"));
+    good("chmod 644 x; echo old > closed/y; chmod 666 closed/y; " + other + tool() +
+         " compress -fo closed/y x; vekdc decompress -c closed/y | cmp - x");
+    EXPECT_EQ(run(other + tool() + " compress -fo closed/z x").status, 1);
 }
 
 TEST_F(Program, Terminals) {
@@ -387,6 +432,16 @@ TEST_F(Program, Terminals) {
     };
     EXPECT_TRUE(contains(onTerminal(tool() + " compress -c x"), "is not written to a terminal"));
     EXPECT_FALSE(contains(onTerminal(tool() + " compress -fc x"), "is not written to a terminal"));
+    EXPECT_TRUE(contains(onTerminal(tool() + " -d"), "is not read from a terminal"));
+    // Names cannot move the cursor, and files in the way are asked about.
+    EXPECT_TRUE(
+        contains(onTerminal("cp x a$(printf \"\\033\")b; " + tool() + " sum a*b"), "  a\\?b"));
+    good("echo old > x.gz");
+    EXPECT_TRUE(
+        contains(run("echo n | script -qec '" + tool() + " x' /dev/null").out, "exists; replace"));
+    EXPECT_EQ(text("x.gz"), "old\n");
+    run("echo y | script -qec '" + tool() + " x' /dev/null");
+    good("vekdc -t x.gz");
     // Progress shows by itself there, once the work has gone on for a moment.
     const std::string slow = "(cat x; sleep 0.5; cat x) | " + tool() + " compress -o y.gz";
     EXPECT_TRUE(contains(onTerminal(slow), "standard input  [0-9.]+ kB  "));
@@ -399,10 +454,22 @@ TEST_F(Program, Sums) {
     EXPECT_EQ(good("vekdc sum -a crc32c - < nine"), "e3069283  -\n");
     EXPECT_EQ(good("vekdc sum -a bzip2 nine"), "fc891918  nine\n");
     EXPECT_EQ(good("vekdc sum --algorithm adler32 nine nine"), "091e01de  nine\n091e01de  nine\n");
-    good("vekdc sum nine > list; vekdc sum --check --quiet list");
+    good("vekdc sum nine > list; vekdc sum -c --quiet list");
     EXPECT_EQ(run("echo x >> nine; vekdc sum --check list; echo $?").out, "nine: FAILED\n1\n");
-    bad("echo junk | vekdc sum --check", "standard input: a line is not .*");
+    bad("echo junk | vekdc sum --check", "standard input: holds no line .*");
+    bad("vekdc sum --check < /dev/null", "standard input: holds no line .*");
     bad("vekdc sum absent", "absent: No such file or directory");
+    // Lists as other checksum tools write and read them.
+    good(R"(printf 123456789 > $'a\nb\\'; printf 123456789 > 'c (d) = e')");
+    EXPECT_EQ(good("vekdc sum --tag -a CRC32C a* c\\ *"),
+              "\\CRC32C (a\\nb\\\\) = e3069283\nCRC32C (c (d) = e) = e3069283\n");
+    for (const char* options : {"", "--tag", "-a adler32 --tag"})
+        good("vekdc sum " + std::string(options) +
+             " a* c\\ * > list; sed 's/$/\\r/' list > crlf; vekdc sum --check -q list crlf");
+    good("echo 'CBF43926 *c (d) = e' | vekdc sum --check -q");
+    bad("(echo junk; echo cbf43926; vekdc sum a*; echo 'MD5 (x) = cbf43926') | vekdc sum --check "
+        "-q",
+        "standard input: 3 lines are no checksum and name", 2);
 }
 
 TEST_F(Program, LevelsMeanWhatTheySay) {
@@ -421,10 +488,82 @@ TEST_F(Program, LevelsMeanWhatTheySay) {
 TEST_F(Program, CommandLineMistakes) {
     write("x", plain_);
     for (const char* command :
-         {"vekdc", "vekdc squash x", "vekdc compress --level 3 x", "vekdc compress -j 257 x",
-          "vekdc compress --format rar x", "vekdc sum -a md5 x", "vekdc compress -c -o y x",
-          "vekdc compress -k --remove x", "vekdc compress -o y x x"})
+         {"vekdc compress --level 3 x", "vekdc compress -j 257 x", "vekdc -T1Ki x",
+          "vekdc sum -a md5 x", "vekdc compress -c -o y x", "vekdc compress -k --remove x",
+          "vekdc compress -o y x x", "vekdc -nN x", "vekdc -c --output-dir d x"})
         bad(command, ".*\\(see vekdc --help\\)");
+    for (const auto& [command, complaint] :
+         {std::pair{"vekdc compres x", "compres is neither .* did you mean compress\\?"},
+          {"vekdc decompres x", "decompres is neither .* did you mean decompress\\?"},
+          {"vekdc qqqqqq", "qqqqqq is neither a command nor a file"},
+          {"vekdc help tset", "tset is no command; did you mean test\\?"},
+          {"vekdc -0 x", "-0 is no level; they are -1 to -9"},
+          {"vekdc -c -12 x", "-12 is no level; .*"},
+          {"vekdc --format rar x", "there is no format rar, only .*"},
+          {"vekdc -o '' x", "--output takes a name, which is empty here"},
+          {"vekdc -S '' x", "--suffix takes a name, .*"},
+          {"vekdc -S a/b x", "--suffix takes no name with a slash"}})
+        bad(command, complaint + std::string(" \\(see vekdc --help\\)"));
+    for (const auto& [command, complaint] :
+         {std::pair{"vekdc -c --dict x x", "--dict is an option of lz4, not of gz"},
+          {"vekdc -o y.lz4 --crc32 x", "--crc32 is an option of lzo, not of lz4"},
+          {"vekdc --fast=3 -c x", "--fast is an option of lz4, not of gz"},
+          {"vgzip -o y.bz2 x", "the output's suffix is that of bz2; use --format .*"},
+          {"vekdc -dc < x", "byte 0: not in any format that vekdc knows"}})
+        bad(command, "(x|standard input): " + std::string(complaint));
+}
+
+// What users of gzip and its like have in their fingers. Each line succeeds in silence, with x
+// there when it begins.
+TEST_F(Program, Habits) {
+    for (
+        const char* command : {
+            // Without a command.
+            "vekdc x; vekdc -t x.gz; vekdc -dc x.gz | cmp - x; vekdc -l x.gz | grep -q crc-32",
+            "vekdc -k9 x; vekdc -fd x.gz; vekdc -z -c x | vekdc -d | cmp - x",
+            "[ $(vekdc -nc --best x | wc -c) = $(vekdc -9c < x | wc -c) ]",
+            "cmp <(vekdc -nc --fast x) <(vekdc -1 --no-name --to-stdout x)",
+            "vekdc --format lz4 --fast 8 -c x | cmp - <(vekdc compress --format lz4 --fast=8 -c x)",
+            "vekdc --rm x; [ ! -e x ]; vekdc -d --rm x.gz; [ ! -e x.gz ]; [ -e x ]",
+            "vekdc -T2 -S .Z9 x; mv x y; vekdc -d -S .z9 x.Z9; cmp x y",
+            "tar -I vekdc -cf t.tgz x; cp x y; rm x; tar -I vekdc -xf t.tgz; cmp x y",
+            "vekdc help | grep -q -- --output-dir; vekdc help help | grep -q -- -T; vekdc help sum "
+            "| grep -q -- --check",
+            "vekdc -h | grep -q 'vekdc decompress'; vekdc -V | grep -q vekDC",
+            "cp x -- -9; vekdc -- -9; vekdc -c -- -9.gz | vekdc -dc | vekdc -d | cmp - x",
+            // By the names of links.
+            "cp x y; vgzip x; [ ! -e x ]; vgzcat x.gz | cmp - y; vgunzip x.gz; [ ! -e x.gz ]",
+            "cp x y; vbzip2 -k x; vbzcat x.bz2 | cmp - y; rm x; vbunzip2 x.bz2; cmp x y",
+            "vlz4 x; [ -e x ]; vlz4cat x.lz4 | cmp - x; mv x y; vunlz4 x.lz4; cmp x y",
+            // Names, formats and numbers.
+            "vekdc --format gzip -o y x; vekdc --format .GZ -o - x | vekdc -d | cmp - x",
+            "vekdc -o X.BZ2 x; head -c 3 X.BZ2 | grep -q BZh; vekdc -d X.BZ2; cmp X x",
+            "vekdc --format gz -o y.bz2 x; vekdc -l y.bz2 | grep -q gzip",
+            "for s in 64K 64k 64KiB 65536 1M 1mib; do vekdc --format lz4 --block-size $s -c x; "
+            "done "
+            "| vekdc -t",
+            // Links, folders and what is not compressed.
+            "ln -s x l; ln x h; vekdc -f l; vekdc -f h; vekdc -dc l.gz h.gz | cmp - <(cat x x)",
+            "vekdc -cdf x | cmp - x; (vekdc -c x | vgzcat -f; vgzcat -f < x) | cmp - <(cat x x)",
+            "mkdir -p d/e; cp x d/a; cp x d/e/b; ln -s ../x d/l; vekdc -r d/.; "
+            "[ \"$(cd d; echo * e/*)\" = 'a a.gz e l e/b e/b.gz' ]; rm d/a d/e/b; vekdc -dr d; "
+            "cmp d/e/b x; cmp d/a x",
+            "mkdir -p d/e; cp x d/e/b; vekdc -nr --output-dir o/p d x; cmp o/p/x.gz o/p/d/e/b.gz; "
+            "vekdc -dr --output-dir q o/p/d; cmp q/d/e/b x",
+            // Zeros take no room.
+            "(cat x; head -c 9000000 /dev/zero; cat x; head -c 5000000 /dev/zero) > y; vekdc y; "
+            "vekdc -d -o z y.gz; cmp y z; [ $(du -k z | cut -f 1) -lt 1000 ]",
+            // Names and times that are stored.
+            "touch -d @1000000000 x; vekdc -o y.gz x; touch y.gz; mv x z; vekdc -dN y.gz; cmp x z; "
+            "[ $(stat -c %Y x) = 1000000000 ]",
+            "vekdc -n -o y.gz x; vekdc -dN y.gz; cmp x y",
+            "mkdir d; cp x d/a; echo b > d/b; vekdc --format lzo -c d/a d/b > d/y.lzo; rm d/[ab]; "
+            "vekdc -d --name d/y.lzo; cmp d/a x; grep -q b d/b; [ ! -e d/y ]",
+        }) {
+        write("x", plain_);
+        good("set -e; " + std::string(command));
+        good("rm -rf -- *");
+    }
 }
 
 // What a job may take in all: buffers, tables and stacks, of a long input.

@@ -187,10 +187,10 @@ class Program : public testing::Test {
         EXPECT_EQ(std::system(("chmod -R u+rwx " + root_ + " && rm -rf " + root_).c_str()), 0);
     }
 
-    /// Runs a bash command line in the folder; `vekdc` is the program under test.
+    /// Runs a bash command line in the folder; `vekdc` and its links are the program under test.
     Outcome run(const std::string& command) {
         const std::string script =
-            "vekdc() { " + tool() + " \"$@\"; }; cd " + folder_ + "; " + command;
+            "PATH=" VEK_BUILD_DIR "/bin:$PATH; cd " + folder_ + "; " + command;
         write("../script", Bytes(script.begin(), script.end()));
         const int status = std::system(
             ("bash " + root_ + "/script >" + root_ + "/out 2>" + root_ + "/err </dev/null")

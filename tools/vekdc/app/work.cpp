@@ -1,31 +1,28 @@
 #include "tools/vekdc/app/work.h"
 
+#include <unistd.h>
+
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <limits>
 #include <memory>
-#include <new>
-#include <utility>
 
-#include "codec/checksums.h"
+#include "tools/vekdc/app/names.h"
+#include "tools/vekdc/app/walk.h"
 #include "tools/vekdc/io/files.h"
 
 namespace vekdc {
 namespace {
 
-std::string baseName(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
 /// One file from start to end.
 class FileWork {
  public:
-    FileWork(const WorkOptions& options, const std::string& path)
+    FileWork(const WorkOptions& options, const Found& found)
         : options_(options),
-          input_(checked(options, path)),
+          found_(found),
+          input_(checkedInput(options, found.path)),
           progress_(options.quiet ? Progress::When::Never : options.progress,
-                    baseName(input_.name()), input_.size()),
+                    printable(baseName(input_.name())), input_.size()),
           source_(input_) {
         input_.report(progress_);
     }
@@ -68,56 +65,63 @@ class FileWork {
         return options_.toStdout || (options_.output.empty() && input_.isStdin());
     }
 
-    std::unique_ptr<OutputFile> open(const std::string& path) {
-        if (!toStdout()) return std::make_unique<OutputFile>(path, options_.force, input_);
-        auto output = std::make_unique<OutputFile>();
-        if (output->isSameAs(input_)) throw Failure("input and output are the same file");
-        return output;
+    // Asks about a file that is in the way, where there is someone to ask.
+    bool mayReplace(const std::string& path) const {
+        struct stat existing {};
+        if (options_.force || input_.isStdin() || isatty(STDIN_FILENO) == 0 ||
+            isatty(STDERR_FILENO) == 0 || stat(path.c_str(), &existing) != 0 ||
+            !S_ISREG(existing.st_mode))
+            return options_.force;
+        std::fprintf(stderr, "vekdc: %s exists; replace it (y or n)? ", printable(path).c_str());
+        const int answer = std::getchar();
+        for (int c = answer; c != '\n' && c != EOF;) c = std::getchar();
+        return answer == 'y' || answer == 'Y';
     }
 
-    // What is no regular file has no coded form to stand beside it. Told before it is opened:
-    // opening a pipe waits for its writer.
-    static const std::string& checked(const WorkOptions& options, const std::string& path) {
-        const bool writesBeside =
-            (options.task == Task::Compress || options.task == Task::Decompress) &&
-            !options.toStdout && options.output.empty() && path != kStdin;
-        struct stat status {};
-        if (writesBeside && stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) &&
-            !S_ISDIR(status.st_mode))
-            throw Failure("not a regular file; use --stdout or --output");
-        return path;
+    void open(const std::string& path) {
+        if (toStdout()) {
+            output_ = std::make_unique<OutputFile>();
+            if (output_->isSameAs(input_)) throw Failure("input and output are the same file");
+            return;
+        }
+        output_ = std::make_unique<OutputFile>(path, mayReplace(path), input_);
+        if (options_.task == Task::Decompress) output_->leaveHoles();
     }
 
-    void finish(OutputFile& output) {
-        const bool remove = options_.remove && !input_.isStdin() && !toStdout() && !warned_;
-        output.commit(remove);
-        if (remove) removeFile(input_.path());
+    bool removes() const { return options_.remove && !input_.isStdin() && !toStdout() && !warned_; }
+
+    void finish() {
+        output_->commit(removes());
+        if (removes()) removeFile(input_.path());
         progress_.clear();
-        if (options_.verbose) report(output);
+        if (options_.verbose) report();
     }
 
-    void report(const OutputFile& output) const {
-        const double rate = static_cast<double>(std::max(source_.offset(), output.written())) /
+    void report() const {
+        const uint64_t written = before_ + output_->written();
+        const double rate = static_cast<double>(std::max(source_.offset(), written)) /
                             std::max(progress_.seconds(), 1e-9);
-        std::fprintf(stderr, "%s: %llu -> %llu bytes, %s/s\n", input_.name().c_str(),
+        std::fprintf(stderr, "%s: %llu -> %llu bytes, %s/s\n", printable(input_.name()).c_str(),
                      static_cast<unsigned long long>(source_.offset()),
-                     static_cast<unsigned long long>(output.written()),
+                     static_cast<unsigned long long>(written),
                      sizeText(static_cast<uint64_t>(rate)).c_str());
     }
 
-    void compress() {
-        const Format* format = options_.format;
-        if (format == nullptr && !options_.output.empty()) format = formatBySuffix(options_.output);
-        if (format == nullptr) format = formatByName("gz");
-        std::string path = options_.output;
-        if (!toStdout() && path.empty()) {
-            if (formatBySuffix(input_.path()) == format && !options_.force)
-                throw Failure(
-                    "already has a suffix of the format; use --force to compress it again");
-            path = input_.path() + std::string(format->suffixes().front().packed);
+    void requireFitting(const Format& format) const {
+        for (const auto& [key, value] : options_.settings.own) {
+            const auto own = format.options();
+            if (std::none_of(own.begin(), own.end(),
+                             [&, &key = key](const auto& option) { return key == option.name; }))
+                throw Failure("--" + key + " is an option of " + formatsWith(key) + ", not of " +
+                              format.name());
         }
-        const auto output = open(path);
-        if (output->isTerminal() && !options_.force)
+    }
+
+    void compress() {
+        const Format& format = formatToWrite(options_);
+        requireFitting(format);
+        open(toStdout() ? "" : packedPath(options_, found_, format));
+        if (output_->isTerminal() && !options_.force)
             throw Failure("compressed data is not written to a terminal; use --force to do it");
         Settings own = settings();
         if (options_.storeName && input_.isRegular() && !input_.isStdin()) {
@@ -128,44 +132,103 @@ class FileWork {
                                : 0;
             own.mode = input_.status().st_mode;
         }
-        format->compress(source_, *output, own);
-        finish(*output);
+        format.compress(source_, *output_, own);
+        finish();
+    }
+
+    /// Null for what no format recognises.
+    const Format* recognised() {
+        if (input_.isTerminal() && !options_.force)
+            throw Failure("compressed data is not read from a terminal; use --force to do it");
+        if (options_.format != nullptr && options_.formatGiven) return options_.format;
+        const Bytes start = source_.peek(kMagicBytes);
+        return formatByStart(start.first(std::min(start.size(), kMagicBytes)));
     }
 
     const Format& recognise() {
-        if (options_.format != nullptr) return *options_.format;
-        const Bytes start = source_.peek(kMagicBytes);
-        if (start.empty()) throw FormatError(0, "the file is empty");
-        const Format* format = formatByStart(start.first(std::min(start.size(), kMagicBytes)));
+        const Format* format = recognised();
+        if (format == nullptr && source_.atEnd()) throw FormatError(0, "the file is empty");
         if (format == nullptr) throw FormatError(0, "not in any format that vekdc knows");
+        requireFitting(*format);
         return *format;
     }
 
-    void decompress() {
-        const Format& format = recognise();
-        std::string path = options_.output;
-        if (!toStdout() && path.empty()) {
-            Suffix suffix;
-            if (formatBySuffix(input_.path(), &suffix) == nullptr)
-                throw Failure("unknown suffix; use --stdout or --output");
-            path = input_.path();
-            path.replace(path.size() - suffix.packed.size(), suffix.packed.size(), suffix.plain);
+    void openPlain() { open(toStdout() ? "" : plainPath(options_, found_)); }
+
+    // A part that keeps a name begins an output of that name; it stays in the folder that it would
+    // go to without.
+    void restore(const Stored& stored) {
+        const std::string name = baseName(stored.name);
+        const bool named = !name.empty() && name != "." && name != "..";
+        if (output_ && !named) return;
+        if (output_) {
+            output_->commit(removes());
+            before_ += output_->written();
         }
-        const auto output = open(path);
+        if (named) {
+            open(placedPath(options_, found_, name));
+        } else {
+            openPlain();
+        }
+        if (stored.modified != 0) output_->setModified(stored.modified);
+    }
+
+    // Writes to the output that is open, or opens it.
+    class ToOutput : public Sink {
+     public:
+        explicit ToOutput(FileWork& work) : work_(work) {}
+        void write(Bytes bytes) override {
+            open();
+            work_.output_->write(bytes);
+        }
+        void open() {
+            if (!work_.output_) work_.openPlain();
+        }
+
+     private:
+        FileWork& work_;
+    };
+
+    void decompress() {
+        ToOutput sink(*this);
+        const bool restores = options_.restoreName && !toStdout() && options_.output.empty();
+        if (options_.force && toStdout() && recognised() == nullptr) {
+            copy(sink);
+            return;
+        }
+        const Format& format = recognise();
+        Settings own = settings();
+        if (restores) {
+            own.stored = [this](const Stored& stored) { restore(stored); };
+        } else {
+            sink.open();
+        }
         try {
-            format.decompress(source_, *output, settings());
+            format.decompress(source_, sink, own);
         } catch (const FormatError&) {
-            if (options_.keepPartial || toStdout()) output->commit(false);
+            const bool keeps = options_.keepPartial && output_ && output_->written() != 0;
+            if (keeps || toStdout()) output_->commit(false);
             throw;
         }
-        finish(*output);
+        sink.open();
+        finish();
+    }
+
+    // What is not compressed passes as it is.
+    void copy(ToOutput& sink) {
+        sink.open();
+        for (Bytes bytes = source_.peek(); !bytes.empty(); bytes = source_.peek()) {
+            sink.write(bytes);
+            source_.skip(bytes.size());
+        }
+        finish();
     }
 
     void test() {
         NullSink nowhere;
         recognise().decompress(source_, nowhere, settings());
         progress_.clear();
-        if (options_.verbose) std::fprintf(stderr, "%s: good\n", input_.name().c_str());
+        if (options_.verbose) std::fprintf(stderr, "%s: good\n", printable(input_.name()).c_str());
     }
 
     void info() {
@@ -180,107 +243,25 @@ class FileWork {
     }
 
     const WorkOptions& options_;
+    Found found_;
     InputFile input_;
     Progress progress_;
     Source source_;
+    std::unique_ptr<OutputFile> output_;
+    uint64_t before_ = 0;  // Bytes in outputs that are complete, of a file that makes several.
     bool warned_ = false;
 };
 
-// Runs one step on one file, and turns every way to fail into a one-line message.
-template <class Step>
-ExitStatus guarded(const std::string& path, Step&& step) {
-    const std::string name = path == kStdin ? "standard input" : path;
-    try {
-        return step();
-    } catch (const FormatError& error) {
-        complain(name, "byte " + std::to_string(error.offset) + ": " + error.what());
-    } catch (const SystemFailure& error) {
-        complain(error.path, error.what());
-    } catch (const std::bad_alloc&) {
-        complain(name, "out of memory");
-    } catch (const std::exception& error) {
-        complain(name, error.what());
-    }
-    return kFailure;
-}
-
-ExitStatus worse(ExitStatus a, ExitStatus b) {
-    if (a == kFailure || b == kFailure) return kFailure;
-    return a == kWarning || b == kWarning ? kWarning : kSuccess;
-}
-
-uint32_t sumFile(const std::string& path, const codec::Checksum& checksum) {
-    InputFile input(path);
-    Source source(input);
-    uint32_t value = checksum.initial;
-    for (Bytes bytes = source.peek(); !bytes.empty(); bytes = source.peek()) {
-        value = checksum.update(value, bytes);
-        source.skip(bytes.size());
-    }
-    return checksum.finish(value);
-}
-
 }  // namespace
-
-void complain(const std::string& name, const std::string& text) {
-    std::fflush(stdout);
-    std::fprintf(stderr, "vekdc: %s: %s\n", printable(name).c_str(), text.c_str());
-}
 
 ExitStatus workOnFiles(const std::vector<std::string>& paths, const WorkOptions& options) {
     ExitStatus worst = kSuccess;
-    for (const std::string& path : paths)
-        worst = worse(worst, guarded(path, [&] { return FileWork(options, path).run(); }));
-    return worst;
-}
-
-ExitStatus sumFiles(const std::vector<std::string>& paths, const std::string& algorithm) {
-    const codec::Checksum& checksum = *codec::checksumByName(algorithm);
-    ExitStatus worst = kSuccess;
     for (const std::string& path : paths) {
-        worst = worse(worst, guarded(path, [&] {
-                          const uint32_t value = sumFile(path, checksum);
-                          std::printf("%s  %s\n", hex32(value).c_str(), path.c_str());
-                          return kSuccess;
-                      }));
-    }
-    return worst;
-}
-
-// Lines are "<hexadecimal value>  <name>"; each is "OK" or "FAILED", as other checksum tools say
-// it.
-ExitStatus checkSums(const std::vector<std::string>& lists, const std::string& algorithm,
-                     bool quiet) {
-    const codec::Checksum& checksum = *codec::checksumByName(algorithm);
-    ExitStatus worst = kSuccess;
-    const auto checkLine = [&](const std::string& line) {
-        const size_t digits = line.find_first_not_of("0123456789abcdefABCDEF");
-        if (digits != 8 || line.compare(digits, 2, "  ") != 0 || line.size() <= digits + 2)
-            throw Failure("a line is not \"<checksum>  <name>\"");
-        const auto expected =
-            static_cast<uint32_t>(std::stoul(line.substr(0, digits), nullptr, 16));
-        const std::string name = line.substr(digits + 2);
-        worst =
-            worse(worst, guarded(name, [&] {
-                      const bool good = sumFile(name, checksum) == expected;
-                      if (!good || !quiet)
-                          std::printf("%s: %s\n", printable(name).c_str(), good ? "OK" : "FAILED");
-                      return good ? kSuccess : kFailure;
-                  }));
-    };
-    for (const std::string& list : lists) {
-        worst = worse(worst, guarded(list, [&] {
-                          InputFile input(list);
-                          Source source(input);
-                          std::string line;
-                          while (!source.atEnd()) {
-                              const auto c = static_cast<char>(source.byte());
-                              if (c != '\n') line += c;
-                              if ((c == '\n' || source.atEnd()) && !line.empty())
-                                  checkLine(std::exchange(line, {}));
-                          }
-                          return kSuccess;
-                      }));
+        const ExitStatus status = walk(path, options.recursive, [&](const Found& found) {
+            if (!isMeant(options, found)) return kSuccess;
+            return guarded(found.path, [&] { return FileWork(options, found).run(); });
+        });
+        worst = worse(worst, status);
     }
     return worst;
 }

@@ -4,25 +4,29 @@
 #include <string>
 #include <vector>
 
+#include "tools/vekdc/app/status.h"
 #include "tools/vekdc/formats/format.h"
 #include "tools/vekdc/io/progress.h"
 
 namespace vekdc {
 
+/// Of several that are asked for, the last one in this order is done.
 enum class Task { Compress, Decompress, Test, Info };
-
-/// How the program ends: the worst of what happened.
-enum ExitStatus { kSuccess = 0, kFailure = 1, kWarning = 2 };
 
 struct WorkOptions {
     Task task = Task::Compress;
     const Format* format = nullptr;  ///< Null: gz to compress, otherwise what the file is.
     Settings settings;
-    std::string output;  ///< Empty: the input's name with the suffix added or removed.
+    bool formatGiven = false;  ///< By name, not by the name that the program is called by.
+    std::string output;        ///< Empty: the input's name with the suffix added or removed.
+    std::string outputFolder;  ///< Empty: that of the input.
+    std::string suffix;        ///< In place of the format's; empty: that.
     bool toStdout = false;
     bool force = false;
     bool remove = false;       ///< Remove the input afterwards.
+    bool recursive = false;    ///< Work on what is below folders.
     bool storeName = true;     ///< Keep name and time stamp in the file.
+    bool restoreName = false;  ///< Give outputs the name and time stamp that the file keeps.
     bool keepPartial = false;  ///< Keep what was good of a broken file.
     bool quiet = false;        ///< No progress, no warnings.
     bool verbose = false;      ///< A line for every file done.
@@ -31,16 +35,6 @@ struct WorkOptions {
 
 /// Works through the files ("-" is standard input); one that fails does not stop the others.
 ExitStatus workOnFiles(const std::vector<std::string>& paths, const WorkOptions& options);
-
-/// Prints "vekdc: NAME: TEXT" on standard error.
-void complain(const std::string& name, const std::string& text);
-
-/// Prints "<hexadecimal value>  <name>" for each file.
-ExitStatus sumFiles(const std::vector<std::string>& paths, const std::string& algorithm);
-
-/// Compares files with the sums that lists made by sumFiles() give.
-ExitStatus checkSums(const std::vector<std::string>& lists, const std::string& algorithm,
-                     bool quiet);
 
 /// Compresses generated samples in memory at every level of every format, verifies what comes back,
 /// and prints ratios and speeds.

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,6 +24,12 @@ struct FormatOption {
     const char* help;
 };
 
+/// What a part of a file keeps of the file that it was made from.
+struct Stored {
+    std::string name;       ///< Empty: none.
+    uint32_t modified = 0;  ///< 0: not known.
+};
+
 /// How to code; a format takes from it what it has a use for.
 struct Settings {
     int level = 6;                           ///< 1 to 9.
@@ -33,6 +40,8 @@ struct Settings {
     uint32_t mode = 0;                       ///< File type and permissions to store; 0: none.
     std::map<std::string, std::string> own;  ///< Given options of the format's own, by name.
     Print warn = [](const std::string&) {};  ///< Takes what is odd but no failure.
+    /// Takes what is stored, where it is set, before the data that it belongs to is decoded.
+    std::function<void(const Stored&)> stored;
 };
 
 /// A file name suffix, and what replaces it when the file is decompressed (".tgz" to ".tar").
@@ -67,9 +76,12 @@ constexpr size_t kMagicBytes = 16;
 /// All formats, the most telling magic numbers first.
 const std::vector<const Format*>& formats();
 
-/// By name; null when there is none.
+/// By name, suffix or the name of the tool that is known for it, in any case; null when there is
+/// none.
 const Format* formatByName(std::string_view name);
-/// By the suffix of a file's name, which `suffix` receives; null when there is none.
+/// The names of those that have an option, "lz4, lzo".
+std::string formatsWith(std::string_view option);
+/// By the suffix of a file's name, in any case, which `suffix` receives; null when there is none.
 const Format* formatBySuffix(std::string_view path, Suffix* suffix = nullptr);
 /// By a file's first bytes; null when there is none.
 const Format* formatByStart(Bytes start);
@@ -81,6 +93,11 @@ void readParts(const Format& format, Source& source, const Settings& settings,
 
 /// The last line of info on a file of several parts; `parts` is what the format calls them.
 std::string totalText(uint64_t count, const char* parts, uint64_t packed, uint64_t plain);
+
+/// Whether a name is more than a suffix and ends with it, in any case.
+bool endsWith(std::string_view name, std::string_view suffix);
+/// A number, as it is or with K, M, G, KiB, MiB or GiB behind it, in any case.
+std::optional<uint64_t> numberFrom(std::string_view text);
 
 /// A checksum or size as info prints it; a ratio with three decimals.
 std::string hex32(uint32_t value);

@@ -37,6 +37,17 @@ struct Reader {
         decoder.reset();
         pumpDecoder(decoder, source, sink, [] { return std::string(); });
     }
+    /// What the header at the source says of the file, where it is in sight.
+    static Stored stored(Source& source) {
+        Reader reader;
+        const Bytes start = source.peek(Source::kRoom);
+        codec::Input in{start.data(), start.size()};
+        codec::Output none{nullptr, 0};
+        reader.decoder.run(in, none);
+        if (!reader.decoder.headerRead()) return {};
+        return {text(reader.header.name), reader.header.modified};
+    }
+
     uint64_t packed() const { return decoder.totalIn(); }
     uint64_t plain() const { return decoder.inflate().totalOut(); }
 
@@ -105,6 +116,7 @@ class Gz : public Format {
 
     void decompress(Source& source, Sink& sink, const Settings& settings) const override {
         Reader reader;
+        if (settings.stored) settings.stored(Reader::stored(source));
         readParts(*this, source, settings, [&] { reader.read(source, sink); });
     }
 

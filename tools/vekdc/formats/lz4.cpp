@@ -6,15 +6,14 @@
 // legacy frames of old kernels' tools.
 #include <algorithm>
 #include <array>
-#include <charconv>
+#include <climits>
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
 #include "codec/lz4_frame_decoder.h"
 #include "codec/lz4_frame_encoder.h"
 #include "tools/vekdc/formats/block_parts.h"
 #include "tools/vekdc/formats/formats.h"
+#include "tools/vekdc/io/files.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc {
@@ -33,9 +32,11 @@ bool isMagic(Bytes start) {
 Data readDictionary(const Settings& settings) {
     const auto found = settings.own.find("dict");
     if (found == settings.own.end()) return {};
-    std::ifstream file(found->second, std::ios::binary);
-    Data bytes{std::istreambuf_iterator<char>(file), {}};
-    if (!file || bytes.empty()) throw Failure("cannot read the dictionary " + found->second);
+    InputFile file(found->second);
+    Source source(file);
+    Data bytes;
+    while (!source.atEnd()) source.take(bytes, source.peek().size());
+    if (bytes.empty()) throw Failure("the dictionary " + found->second + " is empty");
     const Bytes end = codec::lz4History(bytes);
     return {end.begin(), end.end()};
 }
@@ -43,11 +44,10 @@ Data readDictionary(const Settings& settings) {
 // --- writing -------------------------------------------------------------------------------------
 
 int numberOption(const std::string& name, const std::string& text) {
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 1)
+    const std::optional<uint64_t> value = numberFrom(text);
+    if (!value || *value < 1 || *value > INT_MAX)
         throw Failure("--" + name + " takes a number from 1 on, not " + text);
-    return value;
+    return static_cast<int>(*value);
 }
 
 /// What the options and the level ask for.
@@ -63,10 +63,13 @@ Lz4FrameOptions choose(const Settings& settings) {
         coding.acceleration = numberOption("fast", fast->second);
     if (coding.acceleration > 1 || settings.own.contains("fast")) coding.level = 1;
     if (const auto size = settings.own.find("block-size"); size != settings.own.end()) {
-        constexpr std::array<const char*, 4> names = {"64K", "256K", "1M", "4M"};
-        const auto at = std::find(names.begin(), names.end(), size->second);
-        if (at == names.end()) throw Failure("--block-size takes 64K, 256K, 1M or 4M");
-        options.blockCode = codec::kLz4SmallestCode + static_cast<unsigned>(at - names.begin());
+        const std::optional<uint64_t> bytes = numberFrom(size->second);
+        options.blockCode = codec::kLz4SmallestCode;
+        while (options.blockCode < codec::kLz4LargestCode &&
+               bytes > codec::lz4BlockSize(options.blockCode))
+            ++options.blockCode;
+        if (bytes != codec::lz4BlockSize(options.blockCode))
+            throw Failure("--block-size takes 64K, 256K, 1M or 4M");
     }
     return options;
 }

@@ -85,7 +85,10 @@ class Lzo : public Format {
 
     void decompress(Source& source, Sink& sink, const Settings& settings) const override {
         Reader reader(source, sink, "part", codec::kLzopBlock);
-        readParts(*this, source, settings, [&] { reader.read(); });
+        readParts(*this, source, settings, [&] {
+            if (settings.stored) settings.stored(storedAt(source));
+            reader.read();
+        });
     }
 
     void describe(Source& source, const Settings& settings, const Print& print) const override {
@@ -105,6 +108,18 @@ class Lzo : public Format {
 
  private:
     using Reader = PartReader<codec::LzopDecoder>;
+
+    /// What the header at the source says of the file, where it is good.
+    static Stored storedAt(Source& source) {
+        codec::LzopDecoder decoder;
+        constexpr size_t enough = 512;  // A header has at most 297 bytes.
+        const Bytes start = source.peek(enough);
+        codec::Input in{start.data(), std::min(start.size(), enough)};
+        codec::Output none{nullptr, 0};
+        decoder.run(in, none);
+        const LzopInfo& info = decoder.info();
+        return {{info.name, info.nameSize}, info.modified};
+    }
 
     static std::string checksumNames(uint32_t flags) {
         std::string names;

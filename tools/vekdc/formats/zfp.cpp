@@ -108,9 +108,10 @@ Parameters precisionOption(const std::string& text) {
 
 Parameters accuracyOption(const std::string& text) {
     double tolerance = 0;
-    if (!parse(text, tolerance) || !(tolerance > 0) || !std::isfinite(tolerance))
-        badOption("accuracy", "an error above 0", text);
-    return Parameters::ofAccuracy(tolerance);
+    if (!parse(text, tolerance) || !(tolerance >= 0) || !std::isfinite(tolerance))
+        badOption("accuracy", "an error of 0 or above", text);
+    return tolerance == 0 ? Parameters::ofPrecision(codec::kZfpFloatPlanes)
+                          : Parameters::ofAccuracy(tolerance);
 }
 
 Parameters expertOption(const std::string& text) {

@@ -10,6 +10,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string_view>
 #include <utility>
 
 namespace vekdc {
@@ -19,7 +21,7 @@ namespace {
 // only while signals are held back.
 std::array<char, 4096> temporaryName;
 
-constexpr std::array kEndingSignals = {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGXCPU};
+constexpr std::array kEndingSignals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE, SIGXCPU};
 
 sigset_t endingSignals() {
     sigset_t set;
@@ -54,7 +56,39 @@ std::string folderOf(const std::string& path) {
     return slash == std::string::npos ? "" : path.substr(0, slash + 1);
 }
 
+bool mayCreateBeside(const std::string& path) {
+    const std::string folder = folderOf(path);
+    return access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) == 0;
+}
+
+// The open descriptor that a path leads to by way of links, as /dev/stdout does; -1: none. Such a
+// path names no file to replace: what is written goes to the descriptor, at the place where it is.
+int descriptorBehind(const std::string& path) {
+    namespace fs = std::filesystem;
+    constexpr int mostLinks = 40;
+    std::error_code error;
+    const fs::path own = fs::canonical("/proc/self/fd", error);
+    if (error) return -1;
+    fs::path step = path;
+    for (int i = 0; i < mostLinks; ++i) {
+        const fs::path folder =
+            fs::canonical(step.has_parent_path() ? step.parent_path() : ".", error);
+        if (error) return -1;
+        if (folder == own) return std::atoi(step.filename().c_str());
+        const fs::path next = fs::read_symlink(folder / step.filename(), error);
+        if (error) return -1;
+        step = folder / next;
+    }
+    return -1;
+}
+
 }  // namespace
+
+void occupyStandardDescriptors() {
+    for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor)
+        if (fcntl(descriptor, F_GETFD) < 0)
+            open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
 
 void installSignalHandlers() {
     struct sigaction action {};
@@ -89,6 +123,10 @@ InputFile::~InputFile() {
     if (descriptor_ > STDIN_FILENO) close(descriptor_);
 }
 
+bool InputFile::isTerminal() const {
+    return isatty(descriptor_) != 0;
+}
+
 size_t InputFile::read(uint8_t* to, size_t room) {
     ssize_t count = 0;
     do {
@@ -108,14 +146,27 @@ OutputFile::OutputFile(const std::string& path, bool force, const InputFile& lik
         if (S_ISDIR(existing.st_mode)) throw SystemFailure(path, EISDIR);
         if (existing.st_dev == like_.st_dev && existing.st_ino == like_.st_ino)
             throw Failure("input and output are the same file");
-        if (!S_ISREG(existing.st_mode)) {
-            descriptor_ = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+        if (const int behind = descriptorBehind(path); behind >= 0) {
+            descriptor_ = fcntl(behind, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
             if (descriptor_ < 0) throw SystemFailure(path, errno);
             return;
         }
+        if (!S_ISREG(existing.st_mode)) {
+            openInPlace(0);
+            return;
+        }
         if (!force) throw SystemFailure(path, EEXIST);
+        if (!mayCreateBeside(path)) {
+            openInPlace(O_TRUNC);
+            return;
+        }
     }
     createTemporary();
+}
+
+void OutputFile::openInPlace(int flags) {
+    descriptor_ = open(path_.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY | flags);
+    if (descriptor_ < 0) throw SystemFailure(path_, errno);
 }
 
 void OutputFile::createTemporary() {
@@ -153,18 +204,49 @@ void OutputFile::write(Bytes bytes) {
     written_ += bytes.size();
     if (buffer_.size() + bytes.size() > kGather) flush();
     if (bytes.size() >= kGather) {
-        writeAll(bytes);
+        put(bytes);
     } else {
         buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
     }
 }
 
 void OutputFile::flush() {
-    writeAll(buffer_);
+    put(buffer_);
     buffer_.clear();
 }
 
+// Zeros are left out by the page.
+void OutputFile::put(Bytes bytes) {
+    constexpr size_t page = 4096;
+    if (!leavesHoles_) {
+        writeAll(bytes);
+        return;
+    }
+    const auto zeros = [&](size_t at) {
+        return at + page <= bytes.size() && bytes[at] == 0 &&
+               std::memcmp(&bytes[at], &bytes[at + 1], page - 1) == 0;
+    };
+    for (size_t at = 0; at < bytes.size();) {
+        size_t end = at;
+        while (zeros(end)) end += page;
+        if (end != at) {
+            skip(end - at);
+        } else {
+            while (end < bytes.size() && !zeros(end)) end += std::min(page, bytes.size() - end);
+            writeAll(bytes.subspan(at, end - at));
+        }
+        at = end;
+    }
+}
+
+void OutputFile::skip(size_t zeros) {
+    if (lseek(descriptor_, static_cast<off_t>(zeros), SEEK_CUR) < 0)
+        throw SystemFailure(path_, errno);
+    endsInHole_ = true;
+}
+
 void OutputFile::writeAll(Bytes bytes) {
+    if (!bytes.empty()) endsInHole_ = false;
     while (!bytes.empty()) {
         const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR) continue;
@@ -173,13 +255,16 @@ void OutputFile::writeAll(Bytes bytes) {
     }
 }
 
-// The owner is a matter of privilege: where it cannot be kept the file is the caller's, and rights
-// that were meant for another group are not given to the caller's.
+// The owner is a matter of privilege: where it cannot be kept the file is the caller's, who may
+// read and write it. Rights that were meant for another group are given to the caller's only where
+// everyone has them.
 void OutputFile::copyAttributes() {
     mode_t mode = like_.st_mode & 0777;
-    if (fchown(descriptor_, like_.st_uid, like_.st_gid) != 0 &&
-        fchown(descriptor_, static_cast<uid_t>(-1), like_.st_gid) != 0)
-        mode &= ~static_cast<mode_t>(070);
+    if (fchown(descriptor_, like_.st_uid, like_.st_gid) != 0) {
+        if (like_.st_uid != geteuid()) mode |= S_IRUSR | S_IWUSR;
+        if (fchown(descriptor_, static_cast<uid_t>(-1), like_.st_gid) != 0)
+            mode &= (mode & S_IRWXO) << 3 | static_cast<mode_t>(~S_IRWXG);
+    }
     if (fchmod(descriptor_, mode) != 0) throw SystemFailure(path_, errno);
     const std::array<timespec, 2> times = {like_.st_atim, like_.st_mtim};
     if (futimens(descriptor_, times.data()) != 0) throw SystemFailure(path_, errno);
@@ -203,6 +288,8 @@ void OutputFile::rename() {
 void OutputFile::commit(bool durable) {
     flush();
     if (temporary_.empty()) return;
+    if (endsInHole_ && ftruncate(descriptor_, static_cast<off_t>(written_)) != 0)
+        throw SystemFailure(path_, errno);
     if (copiesAttributes_) {
         copyAttributes();
     } else {

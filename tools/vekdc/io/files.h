@@ -2,7 +2,8 @@
 //
 // An output file is written under a temporary name in the same folder, gets the input's mode, owner
 // and time stamps, and is renamed at the very end; whatever stops the tool before, an interrupt
-// included, removes it. Pipes and devices are written directly.
+// included, removes it. Pipes, devices, and files in folders that take no other are written in
+// place.
 #pragma once
 
 #include <sys/stat.h>
@@ -36,6 +37,7 @@ class InputFile : public Reader {
     /// Tells `progress` of every byte read.
     void report(Progress& progress) { progress_ = &progress; }
     bool isStdin() const { return path_ == kStdin; }
+    bool isTerminal() const;
     bool isRegular() const { return S_ISREG(status_.st_mode); }
     /// Length of a regular file; 0 where it is not known.
     uint64_t size() const { return isRegular() ? static_cast<uint64_t>(status_.st_size) : 0; }
@@ -57,13 +59,19 @@ class OutputFile : public Sink {
     /// Standard output.
     OutputFile();
     /// A new file that will take the attributes of `like`. An existing file at the path is refused
-    /// unless `force`; an existing device or pipe is written directly.
+    /// unless `force`; an existing device or pipe, or a descriptor that the path leads to, is
+    /// written as it is, and a file whose folder may not be written, in place.
     OutputFile(const std::string& path, bool force, const InputFile& like);
     ~OutputFile() override;
     OutputFile(const OutputFile&) = delete;
     OutputFile& operator=(const OutputFile&) = delete;
 
     void write(Bytes bytes) override;
+
+    /// Stretches of zeros become holes from here on, where a new file is written.
+    void leaveHoles() { leavesHoles_ = !temporary_.empty(); }
+    /// The time stamp that it gets, in place of the input's.
+    void setModified(uint32_t seconds) { like_.st_mtim = {static_cast<time_t>(seconds), 0}; }
 
     /// Writes what is buffered, sets the attributes, and gives the file its name. With `durable` it
     /// is on the disk before this returns, so that the input may go.
@@ -76,8 +84,11 @@ class OutputFile : public Sink {
 
  private:
     void flush();
+    void put(Bytes bytes);
     void writeAll(Bytes bytes);
+    void skip(size_t zeros);
     void createTemporary();
+    void openInPlace(int flags);
     void copyAttributes();
     void rename();
 
@@ -89,10 +100,16 @@ class OutputFile : public Sink {
     bool copiesAttributes_ = false;
     std::vector<uint8_t> buffer_;
     uint64_t written_ = 0;
+    bool leavesHoles_ = false;
+    bool endsInHole_ = false;
 };
 
 /// Removes an input that was coded.
 void removeFile(const std::string& path);
+
+/// Opens those of the three standard descriptors that are closed, so that no file gets their
+/// numbers; reading and writing them fails as before.
+void occupyStandardDescriptors();
 
 /// Makes signals that end the program remove the temporary file first.
 void installSignalHandlers();
