@@ -53,6 +53,8 @@ template <Task Reading>
 void addReading(CLI::App& app, CommandLine& line) {
     line.work.task = Reading;
     addInputOptions(app, line);
+    app.add_flag("-f,--force", line.work.force,
+                 "Read from terminals; below folders, read all files");
     addFormatOptions(app, line);
     runOnFiles(line);
 }
@@ -221,7 +223,7 @@ std::function<ExitStatus()> readArguments(int argc, char** argv) {
     CLI::App app(command.help, name);
     app.set_version_flag("-V,--version", versionText());
     app.formatter(std::make_shared<HelpFormatter>());
-    app.footer(footer(&command == &kHabits));
+    app.footer(footer(role == nullptr && command.name.empty()));
     command.add(app, *line);
     words = normalised(words);
     std::reverse(words.begin(), words.end());  // As the parser wants them.

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <vector>
 
 #include "tools/vekdc/io/files.h"
 
@@ -29,6 +30,21 @@ bool hasSuffix(const WorkOptions& options, const std::string& path, Suffix* suff
 
 std::string baseName(const std::string& path) {
     return path.substr(path.rfind('/') + 1);
+}
+
+std::string pathMeant(const WorkOptions& options, const std::string& path) {
+    struct stat status {};
+    if (options.task == Task::Compress || path == kStdin || lstat(path.c_str(), &status) == 0)
+        return path;
+    std::vector<std::string> suffixes = {options.suffix};
+    if (options.suffix.empty()) {
+        suffixes.clear();
+        for (const Format* format : formats())
+            for (const Suffix& suffix : format->suffixes()) suffixes.emplace_back(suffix.packed);
+    }
+    for (const std::string& suffix : suffixes)
+        if (lstat((path + suffix).c_str(), &status) == 0) return path + suffix;
+    return path;
 }
 
 bool isMeant(const WorkOptions& options, const Found& found) {

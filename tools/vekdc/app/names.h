@@ -11,6 +11,10 @@ namespace vekdc {
 /// A path without its folders.
 std::string baseName(const std::string& path);
 
+/// The path; where it names nothing and is to be read, the one that a suffix makes of it, if there
+/// is one.
+std::string pathMeant(const WorkOptions& options, const std::string& path);
+
 /// Whether a file found below a folder is meant: one that is not coded yet, or one that is.
 bool isMeant(const WorkOptions& options, const Found& found);
 

@@ -257,11 +257,11 @@ class FileWork {
 ExitStatus workOnFiles(const std::vector<std::string>& paths, const WorkOptions& options) {
     ExitStatus worst = kSuccess;
     for (const std::string& path : paths) {
-        const ExitStatus status = walk(path, options.recursive, [&](const Found& found) {
+        const auto work = [&](const Found& found) {
             if (!isMeant(options, found)) return kSuccess;
             return guarded(found.path, [&] { return FileWork(options, found).run(); });
-        });
-        worst = worse(worst, status);
+        };
+        worst = worse(worst, walk(pathMeant(options, path), options.recursive, work));
     }
     return worst;
 }
