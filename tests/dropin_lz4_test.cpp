@@ -196,7 +196,7 @@ bool hasDistance0(const Bytes& block) {
 
 TEST(DropinLz4, BeginningsAndDamageAreReadAlike) {
     Random random(5);
-    Bytes plain = sample(400), block(7000), dictionary = sample(900, 2);
+    Bytes plain = sample(5600), block(7000), dictionary = sample(9000, 2);
     LZ4_stream_t* const stream = theirs.createStream();
     size_t stricter = 0;
     size_t looser = 0;
@@ -284,7 +284,7 @@ void streamThrough(const Lz4& writer, const Lz4& reader, Mover::Kind kind, bool 
     Mover from(kind, pick(random, 2 * most, ring + most)),
         to(kind == Mover::Ring ? Mover::Ring : kind, ring);
     if (kind == Mover::Ring) to.memory.resize(from.memory.size());
-    Bytes plain = sample(30000, seed), dictionary = sample(pick(random, 0, 6000), seed + 1);
+    Bytes plain = sample(100000, seed), dictionary = sample(pick(random, 0, 6000), seed + 1);
     // The caller's own state, or one that the library makes.
     static LZ4_stream_t ownFast;
     static LZ4_streamHC_t ownHigh;
@@ -441,7 +441,7 @@ TEST(DropinLz4Frames, AnyOrderOfCallsMakesFramesThatBothRead) {
             Random random(seed);
             LZ4F_preferences_t prefs = randomPreferences(random);
             const bool independent = prefs.frameInfo.blockMode == LZ4F_blockIndependent;
-            const Bytes plain = sample(pick(random, 1, seed % 8 == 0 ? 30000 : 300), seed);
+            const Bytes plain = sample(pick(random, 1, seed % 8 == 0 ? 400000 : 4000), seed);
             if (seed % 5 == 0)
                 prefs.frameInfo.contentSize = plain.size() + (seed % 25 == 0 ? 1 : 0);
             LZ4F_CDict* const digested =
@@ -499,7 +499,7 @@ TEST(DropinLz4Frames, OneCallMakesWhatBothRead) {
     for (const size_t size : {size_t{0}, size_t{1}, size_t{700}, size_t{70000}, size_t{1500000}})
         for (int round = 0; round < 6; ++round) {
             const LZ4F_preferences_t prefs = randomPreferences(random);
-            const Bytes plain = sample(size / 14 + size % 2, 4);
+            const Bytes plain = sample(size, 4);
             Bytes frame(ours.F_compressFrameBound(plain.size(), &prefs));
             EXPECT_EQ(ours.F_getErrorCode(ours.F_compressFrame(frame.data(), 4, plain.data(),
                                                                plain.size(), &prefs)),
@@ -515,7 +515,7 @@ TEST(DropinLz4Frames, OneCallMakesWhatBothRead) {
 
 TEST(DropinLz4Frames, HeadersAndDamageAreReadAlike) {
     Random random(8);
-    const Bytes plain = sample(250);
+    const Bytes plain = sample(3500);
     size_t byChance = 0;
     for (uint32_t round = 0; round < effort(6000); ++round) {
         SCOPED_TRACE(round);
