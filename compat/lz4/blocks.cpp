@@ -29,7 +29,7 @@ struct State {
         history = {history.end() - size, size};
     }
 };
-static_assert(sizeof(State) <= sizeof(LZ4_stream_t) && alignof(State) <= alignof(LZ4_stream_t));
+static_assert(sizeof(State) <= sizeof(LZ4_stream_t) && alignof(LZ4_stream_t) % alignof(State) == 0);
 
 bool isLength(int length) {
     return length >= 0 && length <= LZ4_MAX_INPUT_SIZE;

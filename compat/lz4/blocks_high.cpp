@@ -37,7 +37,8 @@ struct State {
                                                   : std::min(newLevel, LZ4HC_CLEVEL_MAX));
     }
 };
-static_assert(sizeof(State) <= sizeof(LZ4_streamHC_t) && alignof(State) <= alignof(LZ4_streamHC_t));
+static_assert(sizeof(State) <= sizeof(LZ4_streamHC_t) &&
+              alignof(LZ4_streamHC_t) % alignof(State) == 0);
 
 /// The two tables for a call; none where there is no memory.
 class Tables {
