@@ -28,9 +28,14 @@ class Lookahead {
     /// The stream's next `size` bytes; null when the input ends before (it is used up then, and
     /// kept) or there is no memory to keep it (it is not). To see more, ask again for all of it.
     const uint8_t* show(Input& in, size_t size) {
+        missing_ = 0;
         if (held_ == 0 && in.left >= size) return in.next;
-        return keep(in, size) && held_ >= size ? memory_.data() : nullptr;
+        if (keep(in, size) && held_ >= size) return memory_.data();
+        missing_ = size - held_;
+        return nullptr;
     }
+    /// So many bytes more would have been shown.
+    size_t missing() const { return missing_; }
 
     /// Keeps input for later until there are `size` bytes; false when there is no memory.
     bool keep(Input& in, size_t size) {
@@ -74,6 +79,7 @@ class Lookahead {
 
     Memory<uint8_t> memory_;
     size_t held_ = 0;
+    size_t missing_ = 0;
     uint64_t offset_ = 0;
     bool hungry_ = false;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+#include <iterator>
 
 #include "codec/checksums.h"
 
@@ -16,6 +17,7 @@ constexpr int32_t kMostGroups = 32767;  // Files may name more groups than they 
 constexpr int32_t kMostTables = 6;
 constexpr int32_t kMostCodeBits = 17;  // That the encoder gives a symbol.
 constexpr size_t kSymbolSlack = 64;    // Symbols of room that zero runs are never short of.
+constexpr int32_t kIndexSlack = 10;    // A larger index is refused before the block is there.
 constexpr char kBrokenData[] = "the block's data are broken";
 
 /// For stages that cannot fail on what they are given.
@@ -328,6 +330,7 @@ Status Bzip2BlockDecoder::run(Bzip2BitsIn& bits, Input& in, Bzip2Block& block) {
             case Step::Index:
                 if (!bits.read(in, 24, value)) return Status::Going;
                 index_ = static_cast<int32_t>(value);
+                if (index_ > most_ + kIndexSlack) return broken(kBrokenData, bits.offset());
                 step_ = Step::Rows;
                 break;
             case Step::Rows:
@@ -400,9 +403,30 @@ Status Bzip2BlockDecoder::readSymbols(Bzip2BitsIn& bits, Input& in) {
             return result;
         });
         if (status == vekStatusOk) return Status::Ended;
-        if (status == vekStatusSourceIncomplete) return Status::Going;
+        if (status == vekStatusSourceIncomplete)
+            return readLastSymbols(bits) ? Status::Ended : Status::Going;
         if (status != vekStatusDestinationFull) return broken(kBrokenData, bits.offset());
     }
+}
+
+/// The stage wants to see more than a block's last symbols have, which there is unless the file is
+/// cut: tries, in a copy of its record, whether they are all there. Without memory it waits on.
+bool Bzip2BlockDecoder::readLastSymbols(Bzip2BitsIn& bits) {
+    uint16_t last[32];  // More symbols than bits that the stage leaves.
+    const size_t size = sizeBy(veksDecodeHuffGetSize_BZ2_8u16u, kMostGroups * kGroup);
+    if (!trial_.reserve(words(size))) return false;
+    std::memcpy(trial_.data(), huffman_.data(), size);
+    int32_t count = std::min(static_cast<int32_t>(std::size(last)), most_ + 1 - symbolCount_);
+    if (!symbols_.reserve(static_cast<size_t>(symbolCount_ + count),
+                          static_cast<size_t>(symbolCount_)) ||
+        !bits.runToEnd([&](auto... stream) {
+            return veksDecodeHuff_BZ2_8u16u(stream..., last, &count,
+                                            reinterpret_cast<Bz2HuffDecState*>(trial_.data()));
+        }))
+        return false;
+    std::copy(last, last + count, symbols_.data() + symbolCount_);
+    symbolCount_ += count;
+    return true;
 }
 
 Status Bzip2BlockDecoder::decode(Bzip2Block& block) {
@@ -418,9 +442,13 @@ Status Bzip2BlockDecoder::decode(Bzip2Block& block) {
     if (veksDecodeBlock_BZ2_16u8u(symbols_.data(), symbolCount_, block.data.data(), &block.length,
                                   index_, valueCount_, block.inUse, entries_.data()) != vekStatusOk)
         return broken(kBrokenData, start_);
+    return check_ == Bzip2Check::Last ? Status::Ended : finish(block, crcOf(block));
+}
+
+Status Bzip2BlockDecoder::finish(const Bzip2Block& block, uint32_t crc) {
     if (lacksCount(block.data.data(), block.length))
         return broken("the block's last run has no length", start_);
-    if (crcOf(block) != block.crc) return broken("the block's CRC does not match", start_);
+    if (crc != block.crc) return broken("the block's CRC does not match", start_);
     return Status::Ended;
 }
 

@@ -151,6 +151,23 @@ class Bzip2BitsIn {
         return status;
     }
 
+    /// Calls a stage that would see more bits than it may need on what is left of the input, with
+    /// zeros behind. True when it came to its end without those; else as if it had not been called.
+    template <class Stage>
+    bool runToEnd(Stage&& stage) {
+        constexpr uint8_t zeros[4] = {};
+        uint32_t code = code_;
+        int32_t count = count_;
+        const uint8_t* src = zeros;
+        int32_t left = sizeof(zeros);
+        const VekStatus status = stage(&code, &count, &src, &left);
+        const int32_t rest = count + 8 * left - 8 * static_cast<int32_t>(sizeof(zeros));
+        if (status != vekStatusOk || rest < 0) return false;
+        code_ = static_cast<uint32_t>(static_cast<uint64_t>(code_) << (count_ - rest));
+        count_ = rest;
+        return true;
+    }
+
     /// Skips the rest of the byte that was begun.
     void toByte() {
         const int32_t rest = count_ % 8;
@@ -191,26 +208,39 @@ class Bzip2BitsIn {
     uint64_t taken_ = 0;
 };
 
+/// Whether a block is known to be right before any of it comes out. Otherwise it need not be
+/// expanded twice, but what is wrong with it shows only behind its data.
+enum class Bzip2Check { First, Last };
+
 /// Decodes blocks, one at a time; has the work memory of one thread.
 class Bzip2BlockDecoder {
  public:
-    explicit Bzip2BlockDecoder(const Allocator& allocator = {})
-        : huffman_(allocator), symbols_(allocator), entries_(allocator) {}
+    explicit Bzip2BlockDecoder(const Allocator& allocator = {},
+                               Bzip2Check check = Bzip2Check::First)
+        : check_(check),
+          huffman_(allocator),
+          trial_(allocator),
+          symbols_(allocator),
+          entries_(allocator) {}
 
     /// Starts a block of at most `most` bytes, right behind its magic number.
     void begin(const Bzip2BitsIn& bits, int32_t most);
-    /// Reads on; Ended when `block` is there, and its CRC is right.
+    /// Reads on; Ended when `block` is there, and, with Bzip2Check::First, right.
     Status run(Bzip2BitsIn& bits, Input& in, Bzip2Block& block);
+    /// With Bzip2Check::Last: of a block that was expanded and has this CRC.
+    Status finish(const Bzip2Block& block, uint32_t crc);
     Fault fault() const { return fault_; }
 
  private:
     enum class Step { Crc, Randomised, Index, Rows, Values, TablesStart, Tables, Symbols, Block };
 
     Status readSymbols(Bzip2BitsIn& bits, Input& in);
+    bool readLastSymbols(Bzip2BitsIn& bits);
     Status decode(Bzip2Block& block);
     Status broken(const char* reason, uint64_t offset);
     VekBz2HuffDecState* huffman() { return reinterpret_cast<VekBz2HuffDecState*>(huffman_.data()); }
 
+    Bzip2Check check_;
     Step step_ = Step::Crc;
     uint64_t start_ = 0;
     int32_t most_ = 0;
@@ -220,6 +250,7 @@ class Bzip2BlockDecoder {
     int32_t symbolCount_ = 0;
     Fault fault_;
     Memory<uint64_t> huffman_;  // In words, for the record's alignment.
+    Memory<uint64_t> trial_;    // A copy of it, where the input ends in a block's last symbols.
     Memory<uint16_t> symbols_;
     Memory<uint8_t> entries_;
 };

@@ -1,5 +1,9 @@
 #include "codec/bzip2_decoder.h"
 
+#include <algorithm>
+
+#include "codec/checksums.h"
+
 namespace vekdc::codec {
 
 using namespace bzip2;
@@ -11,13 +15,19 @@ Status Bzip2Decoder::reset() {
     crc_ = 0;
     fault_ = {};
     bits_ = {};
+    magic_ = magicBits_ = 0;
     return Status::Going;
 }
 
 Status Bzip2Decoder::run(Input& in, Output& out) {
     for (;;) {
         if (phase_ == Phase::Expanding) {
-            if (!expander_.run(block_, out)) return Status::Going;
+            if (!expand(out)) return Status::Going;
+            if (check_ == Bzip2Check::Last && blocks_.finish(block_, blockCrc_) == Status::Broken) {
+                fault_ = blocks_.fault();
+                phase_ = Phase::Magic;  // What is left of the block is nothing.
+                return Status::Broken;
+            }
             addBlock(block_.crc);
         }
         Status status = toBlock(in);
@@ -26,6 +36,7 @@ Status Bzip2Decoder::run(Input& in, Output& out) {
         if (status == Status::Broken) fault_ = blocks_.fault();
         if (status != Status::Ended) return status;
         expander_.begin();
+        blockCrc_ = kBzip2Crc.initial;
         phase_ = Phase::Expanding;
     }
 }
@@ -42,15 +53,7 @@ Status Bzip2Decoder::toBlock(Input& in) {
                 break;
             }
             case Phase::Magic:
-                if (!bits_.read(in, kMagicBits, value)) return Status::Going;
-                if (value == kBlockMagic) {
-                    blocks_.begin(bits_, level_ * kLevelBytes);
-                    phase_ = Phase::Block;
-                } else if (value == kEndMagic) {
-                    phase_ = Phase::Crc;
-                } else {
-                    return broken("neither a block nor the end of the stream", kMagicBits);
-                }
+                if (const Status status = readMagic(in); status != Status::Ended) return status;
                 break;
             case Phase::Crc:
                 if (!bits_.read(in, 32, value)) return Status::Going;
@@ -80,6 +83,38 @@ Status Bzip2Decoder::readHeader(Input& in) {
             return Status::Broken;
         }
         if (at == sizeof(kMagic)) level_ = static_cast<int>(byte - '0');
+    }
+}
+
+/// Byte by byte, too.
+Status Bzip2Decoder::readMagic(Input& in) {
+    while (magicBits_ != kMagicBits) {
+        uint64_t byte = 0;
+        if (!bits_.read(in, 8, byte)) return Status::Going;
+        magic_ = magic_ << 8 | byte;
+        magicBits_ += 8;
+        const unsigned rest = kMagicBits - magicBits_;
+        if (magic_ != kBlockMagic >> rest && magic_ != kEndMagic >> rest)
+            return broken("neither a block nor the end of the stream", magicBits_);
+    }
+    phase_ = magic_ == kEndMagic ? Phase::Crc : Phase::Block;
+    if (phase_ == Phase::Block) blocks_.begin(bits_, level_ * kLevelBytes);
+    magic_ = magicBits_ = 0;
+    return Status::Ended;
+}
+
+/// True when all of the block is out.
+bool Bzip2Decoder::expand(Output& out) {
+    if (check_ == Bzip2Check::First) return expander_.run(block_, out);
+    // Pieces that are still in the first cache when their sum is made.
+    constexpr size_t mostPiece = 16 << 10;
+    for (;;) {
+        Output piece{out.next, std::min(out.left, mostPiece)};
+        const bool done = expander_.run(block_, piece);
+        const auto written = static_cast<size_t>(piece.next - out.next);
+        blockCrc_ = kBzip2Crc.update(blockCrc_, Bytes(out.next, written));
+        out = {piece.next, out.left - written};
+        if (done || out.left == 0) return done;
     }
 }
 

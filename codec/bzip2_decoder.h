@@ -1,9 +1,9 @@
 // A bzip2 stream, read: what every encoder of the format writes, but for blocks that are
 // randomised, as the format's first versions had them.
 //
-// A block comes out once all of it is in and its CRC is right, so nothing comes out of a broken
-// one. For callers that decode blocks side by side, the decoder reads what is between them: they
-// ask for the way to the next block, decode it elsewhere, and pass it here.
+// A block comes out once all of it is in and, unless asked otherwise, its CRC is right, so nothing
+// comes out of a broken one. For callers that decode blocks side by side, the decoder reads what is
+// between them: they ask for the way to the next block, decode it elsewhere, and pass it here.
 #pragma once
 
 #include "codec/bzip2_blocks.h"
@@ -12,8 +12,8 @@ namespace vekdc::codec {
 
 class Bzip2Decoder {
  public:
-    explicit Bzip2Decoder(const Allocator& allocator = {})
-        : block_(allocator), blocks_(allocator) {}
+    explicit Bzip2Decoder(const Allocator& allocator = {}, Bzip2Check check = Bzip2Check::First)
+        : check_(check), block_(allocator), blocks_(allocator, check) {}
 
     Status run(Input& in, Output& out);
     Fault fault() const { return fault_; }
@@ -40,13 +40,19 @@ class Bzip2Decoder {
     enum class Phase { Header, Magic, Block, Expanding, Crc, Ended };
 
     Status readHeader(Input& in);
+    Status readMagic(Input& in);
+    bool expand(Output& out);
     Status broken(const char* reason, unsigned bits);
     void addBlock(uint32_t crc);
 
+    Bzip2Check check_;
     Phase phase_ = Phase::Header;
     int level_ = 0;
     uint64_t blockCount_ = 0;
     uint32_t crc_ = 0;
+    uint32_t blockCrc_ = 0;   // Of what has come out of the block.
+    uint64_t magic_ = 0;      // What has come of the magic number,
+    unsigned magicBits_ = 0;  // so many bits.
     Fault fault_;
     Bzip2BitsIn bits_;
     Bzip2Block block_;

@@ -15,7 +15,7 @@ Status Bzip2Encoder::reset() {
     last_ = {};
     coded_ = {};
     fields_ = {};
-    writeHeader(fields_.add(kHeaderBytes), level_);
+    begun_ = false;
     filler_.begin(block_);
     return Status::Going;
 }
@@ -27,11 +27,13 @@ Status Bzip2Encoder::run(Input& in, Output& out, Directive directive) {
             case Phase::Filling:
                 if (!filler_.take(block_, in)) return Status::NoMemory;
                 if (!filler_.isFull(block_) && directive == Directive::Go) return Status::Going;
+                putHeader();
                 if (block_.length != 0) {
                     phase_ = Phase::Coding;
                 } else if (directive == Directive::Finish) {
                     end();
                 } else {
+                    drain(out);
                     return Status::Going;
                 }
                 break;
@@ -48,6 +50,11 @@ bool Bzip2Encoder::drain(Output& out) {
     if (!fields_.drain(out)) return false;
     copyAcross(coded_, out);
     return coded_.left == 0;
+}
+
+void Bzip2Encoder::putHeader() {
+    if (!begun_) writeHeader(fields_.add(kHeaderBytes), level_);
+    begun_ = true;
 }
 
 bool Bzip2Encoder::codeBlock() {

@@ -109,7 +109,7 @@ bool Lz4FrameDecoder::readHeader(Input& in) {
     info_.dictionaryId = static_cast<uint32_t>(getLittleEndian(bytes + 2 + sizeLength, idLength));
     if (bytes[length] != static_cast<uint8_t>(lz4Hash({bytes, length}) >> 8))
         return broken(at + length, "the header's checksum does not match");
-    if (idLength != 0 && dictionary_.empty()) {
+    if (idLength != 0 && dictionary_.empty() && insistsOnDictionary_) {
         fault_ = {"needs the dictionary with the ID", 0, info_.dictionaryId};
         return leave(Status::NeedsDictionary);
     }
@@ -117,8 +117,7 @@ bool Lz4FrameDecoder::readHeader(Input& in) {
     if (isLinked()) {
         // What is saved of one block must not push out what the next one refers to.
         if (!window_.reserve(2 * kLz4History)) return leave(Status::NoMemory);
-        windowEnd_ = dictionary_.size();
-        if (windowEnd_ != 0) std::memcpy(window_.data(), dictionary_.data(), windowEnd_);
+        beginWindow();
     }
     ahead_.accept(in, length + 1);
     stage_ = Stage::Block;
@@ -146,7 +145,7 @@ bool Lz4FrameDecoder::readBlock(Input& in, Output& out) {
     bytes = ahead_.show(in, 4 + size + sumLength);
     if (bytes == nullptr) return wait();
     const Bytes coded(bytes + 4, size);
-    if (sumLength != 0 && wordAt(coded.data() + size) != lz4Hash(coded))
+    if (sumLength != 0 && insistsOnChecksums_ && wordAt(coded.data() + size) != lz4Hash(coded))
         return broken(at + 4 + size, "the block's checksum does not match");
     if (!makeBlock(coded, stored, at + 4, out)) return false;
     ahead_.accept(in, 4 + size + sumLength);
@@ -174,16 +173,16 @@ bool Lz4FrameDecoder::readLegacyBlock(Input& in, Output& out) {
 }
 
 bool Lz4FrameDecoder::readEnd(Input& in) {
+    if (info_.has(kLz4ContentSize) && info_.contentSize != info_.plain)
+        return broken(ahead_.offset(), "the length of the content does not match");
     if (info_.has(kLz4ContentChecksum)) {
         const uint8_t* const bytes = ahead_.show(in, 4);
         if (bytes == nullptr) return wait();
         info_.checksum = wordAt(bytes);
-        if (info_.checksum != content_.value())
+        if (insistsOnChecksums_ && info_.checksum != content_.value())
             return broken(ahead_.offset(), "the checksum of the content does not match");
         ahead_.accept(in, 4);
     }
-    if (info_.has(kLz4ContentSize) && info_.contentSize != info_.plain)
-        return broken(ahead_.offset(), "the length of the content does not match");
     stage_ = Stage::Done;
     return true;
 }
@@ -214,7 +213,7 @@ bool Lz4FrameDecoder::makeBlock(Bytes coded, bool stored, uint64_t offset, Outpu
     if (status != vekStatusOk) return broken(offset, "the block's data are broken");
 
     const Bytes plain(to, size);
-    if (info_.has(kLz4ContentChecksum)) content_.update(plain);
+    if (info_.has(kLz4ContentChecksum) && insistsOnChecksums_) content_.update(plain);
     ++info_.blocks;
     info_.storedBlocks += stored ? 1 : 0;
     info_.plain += size;
@@ -247,6 +246,16 @@ VekStatus Lz4FrameDecoder::decode(Bytes coded, bool stored, Bytes history, uint8
     size = static_cast<size_t>(written);
     if (status != vekStatusOk) return status;
     return static_cast<size_t>(consumed) == coded.size() ? vekStatusOk : vekStatusSourceIncomplete;
+}
+
+void Lz4FrameDecoder::setDictionary(Bytes dictionary) {
+    dictionary_ = lz4History(dictionary);
+    if (stage_ == Stage::Block && info_.blocks == 0 && isLinked()) beginWindow();
+}
+
+void Lz4FrameDecoder::beginWindow() {
+    windowEnd_ = dictionary_.size();
+    if (windowEnd_ != 0) std::memcpy(window_.data(), dictionary_.data(), windowEnd_);
 }
 
 // --- history -------------------------------------------------------------------------------------

@@ -37,7 +37,13 @@ class Lz4FrameDecoder : public BlockStreamDecoder {
 
     /// What frames may refer to before their first byte, also those that name no dictionary; null
     /// for nothing. The bytes stay the caller's. To be set before a frame, or when one needs it.
-    void setDictionary(Bytes dictionary) { dictionary_ = lz4History(dictionary); }
+    void setDictionary(Bytes dictionary);
+    /// Whether to refuse what does not agree with its checksum, and to wait for a dictionary where
+    /// a frame names one; both are so unless set.
+    void insist(bool onChecksums, bool onDictionary) {
+        insistsOnChecksums_ = onChecksums;
+        insistsOnDictionary_ = onDictionary;
+    }
 
     /// Reads one frame.
     Status run(Input& in, Output& out);
@@ -48,6 +54,14 @@ class Lz4FrameDecoder : public BlockStreamDecoder {
     /// frame's magic number stands; run() then says Ended, and has taken `overrun()` bytes of it.
     bool mayEnd() const { return stage_ == Stage::LegacyBlock && ahead_.kept().empty(); }
     size_t overrun() const { return ahead_.kept().size(); }
+
+    /// Whether a frame has begun, and whether its header has been read.
+    bool hasBegun() const { return stage_ != Stage::Magic || !ahead_.kept().empty(); }
+    bool hasHeader() const { return stage_ != Stage::Magic && stage_ != Stage::Header; }
+    /// Bytes that the next step waits for; 0 while it waits for room.
+    size_t missing() const {
+        return stage_ == Stage::Skip ? static_cast<size_t>(left_) : ahead_.missing();
+    }
 
  private:
     enum class Stage { Magic, Header, Block, LegacyBlock, End, Skip, Done };
@@ -65,6 +79,7 @@ class Lz4FrameDecoder : public BlockStreamDecoder {
     bool isLinked() const {
         return info_.kind == Lz4FrameInfo::Kind::Frame && !info_.has(kLz4Independent);
     }
+    void beginWindow();
     Bytes history(const Output& out);
     void save(const Output& out);
     void slide(size_t size);
@@ -73,6 +88,8 @@ class Lz4FrameDecoder : public BlockStreamDecoder {
     Stage stage_ = Stage::Magic;
     Lz4FrameInfo info_;
     Bytes dictionary_;
+    bool insistsOnChecksums_ = true;
+    bool insistsOnDictionary_ = true;
     Lz4Hash content_;
     uint64_t left_ = 0;  // To skip.
     Memory<uint8_t> window_;

@@ -1,0 +1,372 @@
+// libbz2 as programs load it, against the distribution's: the same calls, the same codes, the same
+// data. Compressed bytes may differ, so each reads what the other writes.
+#include <bzlib.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+
+#include "support/data.h"
+#include "support/dropin.h"
+
+namespace {
+
+using namespace vektest;
+
+struct Bz2 : Library {
+    using Library::Library;
+#define VEK_MEMBER(name) decltype(&BZ2_##name) name = VEK_FUNCTION(*this, BZ2_##name)
+    VEK_MEMBER(bzCompressInit);
+    VEK_MEMBER(bzCompress);
+    VEK_MEMBER(bzCompressEnd);
+    VEK_MEMBER(bzDecompressInit);
+    VEK_MEMBER(bzDecompress);
+    VEK_MEMBER(bzDecompressEnd);
+    VEK_MEMBER(bzBuffToBuffCompress);
+    VEK_MEMBER(bzBuffToBuffDecompress);
+    VEK_MEMBER(bzReadOpen);
+    VEK_MEMBER(bzRead);
+    VEK_MEMBER(bzReadGetUnused);
+    VEK_MEMBER(bzReadClose);
+    VEK_MEMBER(bzWriteOpen);
+    VEK_MEMBER(bzWrite);
+    VEK_MEMBER(bzWriteClose64);
+    VEK_MEMBER(bzopen);
+    VEK_MEMBER(bzread);
+    VEK_MEMBER(bzwrite);
+    VEK_MEMBER(bzclose);
+    VEK_MEMBER(bzerror);
+    VEK_MEMBER(bzlibVersion);
+#undef VEK_MEMBER
+};
+
+const Bz2 ours(VEK_BUILD_DIR "/lib/dropin/libbz2.so.1.0");
+const Bz2 theirs(VEK_STOCK_LIBRARY);
+
+char* chars(Bytes& bytes) {
+    return reinterpret_cast<char*>(bytes.data());
+}
+
+Bytes pack(const Bz2& by, Bytes plain, int level = 1) {
+    auto size = static_cast<unsigned>(plain.size() + plain.size() / 50 + 700);
+    plain.reserve(1);  // The interface refuses null.
+    Bytes packed(size);
+    EXPECT_EQ(by.bzBuffToBuffCompress(chars(packed), &size, chars(plain),
+                                      static_cast<unsigned>(plain.size()), level, 0, 30),
+              BZ_OK);
+    packed.resize(size);
+    return packed;
+}
+
+/// Counts what is out, and gives nothing once `left` is used up.
+struct Memory {
+    int left = 1 << 30;
+    int out = 0;
+
+    void serve(bz_stream& stream) {
+        stream.opaque = this;
+        stream.bzalloc = [](void* self, int items, int size) -> void* {
+            auto& memory = *static_cast<Memory*>(self);
+            if (memory.left-- <= 0) return nullptr;
+            ++memory.out;
+            return std::malloc(static_cast<size_t>(items) * static_cast<size_t>(size));
+        };
+        stream.bzfree = [](void* self, void* memory) {
+            static_cast<Memory*>(self)->out -= memory != nullptr ? 1 : 0;
+            std::free(memory);
+        };
+    }
+};
+
+/// What came out of a stream, the last code, and all codes.
+struct Outcome {
+    Bytes bytes;
+    int code = BZ_OK;
+    std::vector<int> codes;
+    uint64_t taken = 0;
+};
+
+/// Decodes in random pieces, of the same sizes for the same seed, until the code is not BZ_OK, or
+/// nothing moves any more.
+Outcome unpack(const Bz2& by, const Bytes& packed, uint32_t seed, int small = 0) {
+    Random random(seed);
+    Memory memory;
+    bz_stream stream{};
+    memory.serve(stream);
+    EXPECT_EQ(by.bzDecompressInit(&stream, 0, small), BZ_OK);
+    const size_t most = size_t{1} << pick(random, packed.size() < 10000 ? 0 : 10, 18);
+    Outcome outcome;
+    for (size_t at = 0, still = 0; outcome.code == BZ_OK && still < 3;) {
+        const size_t size = std::min(pick(random, 0, most), packed.size() - at);
+        Bytes piece(packed.begin() + static_cast<ptrdiff_t>(at),
+                    packed.begin() + static_cast<ptrdiff_t>(at + size));
+        Bytes room(pick(random, 0, most));
+        stream.next_in = chars(piece);
+        stream.avail_in = static_cast<unsigned>(piece.size());
+        stream.next_out = chars(room);
+        stream.avail_out = static_cast<unsigned>(room.size());
+        outcome.code = by.bzDecompress(&stream);
+        at += piece.size() - stream.avail_in;
+        room.resize(room.size() - stream.avail_out);
+        still =
+            piece.size() == stream.avail_in && room.empty() && at == packed.size() ? still + 1 : 0;
+        outcome.bytes.insert(outcome.bytes.end(), room.begin(), room.end());
+    }
+    outcome.taken = static_cast<uint64_t>(stream.total_in_hi32) << 32 | stream.total_in_lo32;
+    EXPECT_EQ(static_cast<uint64_t>(stream.total_out_hi32) << 32 | stream.total_out_lo32,
+              outcome.bytes.size());
+    if (outcome.code == BZ_STREAM_END) {
+        EXPECT_EQ(by.bzDecompress(&stream), BZ_SEQUENCE_ERROR);
+    }
+    EXPECT_EQ(by.bzDecompressEnd(&stream), BZ_OK);
+    EXPECT_EQ(by.bzDecompressEnd(&stream), BZ_PARAM_ERROR);
+    EXPECT_EQ(memory.out, 0);
+    return outcome;
+}
+
+size_t refusals = 0;
+
+void expectSame(const Bytes& packed, uint32_t seed, int small = 0, bool isDamaged = false) {
+    const Outcome mine = unpack(ours, packed, seed, small);
+    const Outcome stock = unpack(theirs, packed, seed, small);
+    // A table of more codes than there can be is refused here, theirs reads on as long as it can;
+    // and what cannot be a code is seen some bits later here.
+    const bool refused = isDamaged && (mine.code == BZ_DATA_ERROR || mine.code == BZ_OK);
+    EXPECT_TRUE(mine.code == stock.code || refused) << mine.code << " " << stock.code;
+    if (mine.code != stock.code) ++refusals;
+    if (mine.code != BZ_STREAM_END) {
+        // How much of a broken block comes out may differ.
+        const size_t count = std::min(mine.bytes.size(), stock.bytes.size());
+        EXPECT_TRUE(std::equal(mine.bytes.begin(),
+                               mine.bytes.begin() + static_cast<ptrdiff_t>(count),
+                               stock.bytes.begin()));
+        return;
+    }
+    EXPECT_EQ(mine.taken, stock.taken);
+    EXPECT_TRUE(mine.bytes == stock.bytes);
+}
+
+TEST(DropinBzip2, EachReadsWhatTheOtherWrites) {
+    EXPECT_STREQ(ours.bzlibVersion(), theirs.bzlibVersion());
+    uint32_t seed = 0;
+    for (const Bytes& plain : {Bytes(), Bytes(1, 'x'), Bytes(70000, 0), sample(40000),
+                               sample(effort(170000)), Bytes(effort(2000000), 'y') + sample(99)})
+        for (const int level : {1, 9})
+            for (const Bz2* by : {&ours, &theirs}) {
+                const Bytes packed = pack(*by, plain, level) + Bytes{'B', 'Z', 'h', '9'};
+                expectSame(packed, ++seed, level == 1 ? 1 : 0);
+                EXPECT_TRUE(unpack(ours, packed, ++seed).bytes == plain);
+            }
+}
+
+TEST(DropinBzip2, DamageIsToldAlike) {
+    Random random(7);
+    const Bytes plain = sample(3000) + Bytes(3000, 'z');
+    const Bytes packed = pack(theirs, plain);
+    for (uint32_t round = 0; round < effort(4000); ++round) {
+        SCOPED_TRACE(round);
+        Bytes bad = packed;
+        for (size_t flips = pick(random, 1, 3); flips != 0; --flips)
+            bad[pick(random, 0, round % 3 == 0 ? 40 : bad.size() - 1)] ^=
+                static_cast<uint8_t>(1U << pick(random, 0, 7));
+        if (round % 4 == 0) bad.resize(pick(random, 0, bad.size()));
+        expectSame(bad, round, 0, true);
+        if (HasFailure()) break;
+    }
+    EXPECT_LE(refusals, effort(4000) / 50);
+}
+
+TEST(DropinBzip2, AnyOrderOfCallsReturnsTheSame) {
+    for (uint32_t seed = 0; seed < effort(2000); ++seed) {
+        SCOPED_TRACE(seed);
+        Outcome outcomes[2];
+        Bytes fed;
+        for (const Bz2* by : {&ours, &theirs}) {
+            Random random(seed);
+            bz_stream stream{};
+            Memory memory;
+            memory.serve(stream);
+            Outcome& outcome = outcomes[by == &theirs];
+            const int level = static_cast<int>(pick(random, 0, 3)),
+                      factor = seed % 9 == 0 ? 251 : 0;
+            outcome.codes.push_back(by->bzCompressInit(&stream, level, 0, factor));
+            if (outcome.codes.back() != BZ_OK) continue;
+            Bytes input = sample(pick(random, 1, 90), seed);
+            fed.clear();
+            // Either any calls, or a sound order of them.
+            const bool wild = seed % 2 == 0;
+            int action = BZ_RUN;
+            for (size_t calls = pick(random, 1, 30); calls != 0; --calls) {
+                const bool busy =
+                    outcome.codes.back() == BZ_FLUSH_OK || outcome.codes.back() == BZ_FINISH_OK;
+                // Either too little for whatever there is, or enough: sizes differ.
+                Bytes room(pick(random, 0, 3) == 0 ? pick(random, 0, 4) : 9000);
+                if (wild || !busy) {
+                    action = static_cast<int>(pick(random, 0, wild ? 3 : 1));
+                    stream.next_in = chars(input);
+                    stream.avail_in = static_cast<unsigned>(pick(random, 0, input.size()));
+                }
+                const unsigned before = stream.avail_in;
+                const char* const from = stream.next_in;
+                stream.next_out = chars(room);
+                stream.avail_out = static_cast<unsigned>(room.size());
+                outcome.codes.push_back(by->bzCompress(&stream, action));
+                outcome.codes.push_back(static_cast<int>(before - stream.avail_in));
+                fed.insert(fed.end(), from, from + (before - stream.avail_in));
+                std::rotate(outcome.codes.rbegin(), outcome.codes.rbegin() + 1,
+                            outcome.codes.rbegin() + 2);
+                room.resize(room.size() - stream.avail_out);
+                outcome.bytes.insert(outcome.bytes.end(), room.begin(), room.end());
+            }
+            if (!wild) {
+                Bytes room(1 << 20);
+                int code = BZ_FLUSH_OK;
+                for (const int last : {BZ_FLUSH, BZ_FINISH})
+                    for (code = BZ_FLUSH_OK; code == BZ_FLUSH_OK || code == BZ_FINISH_OK;) {
+                        const char* const from = stream.next_in;
+                        stream.next_out = chars(room);
+                        stream.avail_out = static_cast<unsigned>(room.size());
+                        code = by->bzCompress(&stream, last);
+                        fed.insert(fed.end(), from, static_cast<const char*>(stream.next_in));
+                        outcome.bytes =
+                            outcome.bytes + Bytes(room.begin(), room.end() - stream.avail_out);
+                    }
+                EXPECT_EQ(code, BZ_STREAM_END);
+                EXPECT_TRUE(unpack(ours, outcome.bytes, seed).bytes == fed);
+            }
+            by->bzCompressEnd(&stream);
+            EXPECT_EQ(memory.out, 0);
+        }
+        ASSERT_EQ(outcomes[0].codes, outcomes[1].codes);
+    }
+}
+
+TEST(DropinBzip2, WhatCannotBeIsRefusedAlike) {
+    std::vector<int> codes[2];
+    for (const Bz2* by : {&ours, &theirs}) {
+        const auto note = [&](int code) { codes[by == &theirs].push_back(code); };
+        bz_stream stream{};
+        for (const auto& [verbosity, small] : {std::pair{5, 0}, {-1, 0}, {0, 2}, {0, -1}, {0, 1}})
+            note(by->bzDecompressInit(&stream, verbosity, small));
+        bz_stream copied = stream;
+        note(by->bzDecompress(&copied));
+        note(by->bzDecompressEnd(&copied));
+        note(by->bzDecompressEnd(&stream));
+        note(by->bzDecompressInit(nullptr, 0, 0));
+        note(by->bzCompressInit(nullptr, 1, 0, 0));
+        note(by->bzCompress(&stream, BZ_RUN));
+        note(by->bzCompressEnd(nullptr));
+        Memory none;
+        none.left = 0;
+        none.serve(stream);
+        note(by->bzCompressInit(&stream, 9, 0, 0));
+        note(by->bzDecompressInit(&stream, 0, 0));
+
+        Bytes plain = sample(300), packed = pack(theirs, plain), room(plain.size());
+        for (size_t size : {size_t{0}, packed.size() / 2, packed.size() - 1, packed.size()})
+            for (size_t most : {size_t{0}, size_t{1}, plain.size(), plain.size() - 1}) {
+                auto length = static_cast<unsigned>(most);
+                note(by->bzBuffToBuffDecompress(chars(room), &length, chars(packed),
+                                                static_cast<unsigned>(size), 0, 0));
+                note(static_cast<int>(length));
+            }
+        for (unsigned most : {0U, 1U, 20U}) {
+            note(by->bzBuffToBuffCompress(chars(room), &most, chars(plain), 300, 1, 0, 0));
+            note(by->bzBuffToBuffCompress(chars(room), &most, chars(plain), 300, 1, 5, 0));
+            note(by->bzBuffToBuffCompress(chars(room), &most, chars(plain), 300, 10, 0, 0));
+            note(by->bzBuffToBuffCompress(chars(room), &most, nullptr, 300, 1, 0, 0));
+        }
+    }
+    EXPECT_EQ(codes[0], codes[1]);
+}
+
+/// Handles on files: streams one behind the other, read as programs do it, and every wrong turn.
+TEST(DropinBzip2, HandlesReturnTheSame) {
+    const Bytes plain = sample(2000 + effort(60000));
+    const std::string path = testing::TempDir() + "dropin_bzip2_" VEK_VARIANT_NAME;
+    std::vector<int> codes[2];
+    for (const Bz2* by : {&ours, &theirs}) {
+        auto& list = codes[by == &theirs];
+        int error = 0;
+        const auto note = [&] { list.push_back(error); };
+        FILE* file = std::fopen(path.c_str(), "w+b");
+        ASSERT_NE(file, nullptr);
+        for (int stream = 0; stream < 3; ++stream) {
+            BZFILE* const handle = by->bzWriteOpen(&error, file, 1 + stream, 0, 0);
+            Bytes bytes = plain;
+            for (const int length : {0, 1, -1, 1000, static_cast<int>(plain.size()) - 1001}) {
+                by->bzWrite(&error, handle, chars(bytes), length);
+                note();
+            }
+            by->bzRead(&error, handle, chars(bytes), 10);
+            note();
+            by->bzWrite(&error, handle, nullptr, 10);
+            note();
+            by->bzWrite(&error, handle, chars(bytes), 0);
+            unsigned in = 1, inHigh = 1, out = 1, outHigh = 1;
+            by->bzWriteClose64(&error, handle, stream == 2, &in, &inHigh, &out, &outHigh);
+            note();
+            list.insert(list.end(), {static_cast<int>(in), static_cast<int>(inHigh),
+                                     static_cast<int>(outHigh)});
+        }
+        std::rewind(file);
+        Bytes unused;
+        for (int stream = 0; stream < 3; ++stream) {
+            BZFILE* const handle = by->bzReadOpen(&error, file, 0, stream & 1, unused.data(),
+                                                  static_cast<int>(unused.size()));
+            note();
+            void* rest = nullptr;
+            int restLength = 0;
+            by->bzReadGetUnused(&error, handle, &rest, &restLength);
+            note();
+            Bytes room(3001), all;
+            do {
+                const int count =
+                    by->bzRead(&error, handle, chars(room), static_cast<int>(room.size()));
+                all.insert(all.end(), room.begin(), room.begin() + count);
+                list.push_back(count);
+                note();
+            } while (error == BZ_OK);
+            if (error == BZ_STREAM_END) {
+                EXPECT_EQ(all.size(), plain.size());
+                by->bzReadGetUnused(&error, handle, &rest, &restLength);
+                note();
+                const auto* const from = static_cast<const uint8_t*>(rest);
+                unused = Bytes(from, from + restLength);
+                by->bzReadGetUnused(&error, handle, &rest, &restLength);
+                note();
+            }
+            by->bzWriteClose64(&error, handle, 0, nullptr, nullptr, nullptr, nullptr);
+            note();
+            by->bzReadClose(&error, handle);
+            note();
+        }
+        list.push_back(by->bzReadOpen(&error, nullptr, 0, 0, nullptr, 0) == nullptr);
+        note();
+        list.push_back(by->bzReadOpen(&error, file, 0, 0, &error, BZ_MAX_UNUSED + 1) == nullptr);
+        note();
+        std::fclose(file);
+
+        BZFILE* handle = by->bzopen(path.c_str(), "w0");
+        Bytes bytes = plain;
+        list.push_back(by->bzwrite(handle, chars(bytes), static_cast<int>(bytes.size())));
+        list.push_back(by->bzread(handle, chars(bytes), 10));
+        EXPECT_STREQ(by->bzerror(handle, &error), "SEQUENCE_ERROR");
+        note();
+        by->bzwrite(handle, chars(bytes), 0);
+        by->bzclose(handle);
+        handle = by->bzopen(path.c_str(), "rs");
+        Bytes back(plain.size() + 10);
+        list.push_back(by->bzread(handle, chars(back), static_cast<int>(back.size())));
+        list.push_back(by->bzread(handle, chars(back), 1));
+        EXPECT_STREQ(by->bzerror(handle, &error), "OK");
+        by->bzclose(handle);
+        by->bzclose(nullptr);
+        EXPECT_EQ(by->bzopen((path + "/none").c_str(), "r"), nullptr);
+        EXPECT_EQ(by->bzopen(path.c_str(), nullptr), nullptr);
+    }
+    EXPECT_EQ(codes[0], codes[1]);
+    std::remove(path.c_str());
+}
+
+}  // namespace
