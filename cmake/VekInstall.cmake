@@ -1,7 +1,8 @@
 # Installation: both libraries, the header, the tool, a pkg-config file and a CMake package.
 #
 # The two variants install side by side: each has its own library folder (the distribution's
-# multiarch folder where there is one, else lib32 and lib64). The tool goes to the one bin folder, so
+# multiarch folder where there is one, else lib32 and lib64), and in it vekdc/ with the drop-in
+# libraries, where no program finds them unless told to. The tool goes to the one bin folder, so
 # the variant installed last is the one that `vekdc` runs.
 
 if(VEK_SANITIZE OR VEK_FUZZ)
@@ -31,6 +32,11 @@ if(TARGET vekdc_tool)
   file(RELATIVE_PATH _from_bin /prefix/${CMAKE_INSTALL_BINDIR} /prefix/${VEK_INSTALL_LIBDIR})
   set_target_properties(vekdc_tool PROPERTIES INSTALL_RPATH "$ORIGIN/${_from_bin}")
   install(TARGETS vekdc_tool RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+
+get_property(dropins GLOBAL PROPERTY VEK_DROPINS)
+if(dropins)
+  install(TARGETS ${dropins} LIBRARY DESTINATION ${VEK_INSTALL_LIBDIR}/vekdc)
 endif()
 
 install(EXPORT vekdcTargets NAMESPACE vekdc:: DESTINATION ${VEK_INSTALL_LIBDIR}/cmake/vekdc)
