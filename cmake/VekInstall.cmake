@@ -41,6 +41,11 @@ if(dropins)
   install(TARGETS ${dropins} LIBRARY DESTINATION ${VEK_INSTALL_LIBDIR}/vekdc)
 endif()
 
+get_property(dropins GLOBAL PROPERTY VEK_DROPINS)
+if(dropins)
+  install(TARGETS ${dropins} LIBRARY DESTINATION ${VEK_INSTALL_LIBDIR}/vekdc)
+endif()
+
 install(EXPORT vekdcTargets NAMESPACE vekdc:: DESTINATION ${VEK_INSTALL_LIBDIR}/cmake/vekdc)
 configure_package_config_file(cmake/vekdcConfig.cmake.in vekdcConfig.cmake
   INSTALL_DESTINATION ${VEK_INSTALL_LIBDIR}/cmake/vekdc)

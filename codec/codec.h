@@ -44,11 +44,12 @@ struct Output {
 
 /// How far an encoder is to go with its input. What follows includes what comes before it.
 enum class Directive {
-    Go,         ///< Take the input; keep back whatever codes better later.
-    Block,      ///< Code all of the input and end the block, at any bit.
-    SyncFlush,  ///< Likewise, then end on a byte boundary: all input can be decoded.
-    FullFlush,  ///< Likewise, and nothing that follows refers to what came before.
-    Finish,     ///< Code all of the input and end the stream.
+    Go,            ///< Take the input; keep back whatever codes better later.
+    Block,         ///< Code all of the input and end the block, at any bit.
+    PartialFlush,  ///< Likewise, then ten bits more: all input but the last byte's can be decoded.
+    SyncFlush,     ///< As Block, then end on a byte boundary: all input can be decoded.
+    FullFlush,     ///< Likewise, and nothing that follows refers to what came before.
+    Finish,        ///< Code all of the input and end the stream.
 };
 
 /// What came of a run().

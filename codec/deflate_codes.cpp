@@ -137,6 +137,17 @@ uint32_t lengthSymbol(uint32_t length) {
     return kLengthSymbolTable[length];
 }
 
+bool literalsAreText(const DeflateTables& counts) {
+    constexpr uint32_t notInTexts = 0xF3FFC07F;  // 0 to 6, 14 to 25, 28 to 31
+    const auto occurs = [&](uint32_t symbol) { return frequency(counts.lit[symbol]) != 0; };
+    for (uint32_t symbol = 0; symbol < 32; ++symbol)
+        if ((notInTexts >> symbol & 1) != 0 && occurs(symbol)) return false;
+    if (occurs('\t') || occurs('\n') || occurs('\r')) return true;
+    for (uint32_t symbol = 32; symbol < kEndOfBlock; ++symbol)
+        if (occurs(symbol)) return true;
+    return false;
+}
+
 uint64_t codedBits(const DeflateTables& counts, const DeflateTables& codes) {
     uint64_t bits = 0;
     for (uint32_t s = 0; s < kLitSymbols; ++s) {

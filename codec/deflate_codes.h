@@ -36,6 +36,10 @@ uint32_t lengthSymbol(uint32_t length);
 /// Bits that a block's pairs and its end take with the given codes.
 uint64_t codedBits(const DeflateTables& counts, const DeflateTables& codes);
 
+/// Whether literals look like text: no control characters but those that texts have, and a
+/// printable one, or a line's end.
+bool literalsAreText(const DeflateTables& counts);
+
 /// The code of one block, and what its header says of it. The counts must hold an end of block.
 class DynamicCode {
  public:

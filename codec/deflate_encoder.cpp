@@ -102,6 +102,20 @@ Status DeflateEncoder::setHistory(Bytes history) {
     return Status::Going;
 }
 
+size_t DeflateEncoder::copyHistory(uint8_t* to) const {
+    const State& s = state_;
+    const size_t window = size_t{1} << s.options.windowBits;
+    // What is matched stands in the matcher's window, the rest in the block's buffer.
+    const size_t ahead = std::min(s.end - s.matched, window);
+    const auto position = static_cast<uint32_t>(s.position);
+    const size_t behind =
+        s.matching ? std::min<size_t>({position, s.windowSize, window - ahead}) : 0;
+    if (to == nullptr) return ahead + behind;
+    for (size_t i = 0; i < behind; ++i) to[i] = window_[(position - behind + i) % s.windowSize];
+    if (ahead != 0) std::memcpy(to + behind, raw_.data() + s.end - ahead, ahead);
+    return ahead + behind;
+}
+
 bool DeflateEncoder::prime(uint32_t value, uint32_t count) {
     if (state_.rest != Rest::Nothing || state_.staged.size() + 3 > kStagedBytes) return false;
     putBits(value & ((1U << count) - 1), count);
@@ -408,6 +422,10 @@ bool DeflateEncoder::codeFastest(Bytes piece, Output& out) {
 void DeflateEncoder::beginBlock(const uint8_t* bytes, size_t size, Output& out) {
     State& s = state_;
     if (s.pairs == 0) return beginStored(bytes, size, out);
+    if (!s.kindKnown) {
+        s.kindKnown = true;
+        s.text = literalsAreText(s.counts);
+    }
     countSymbol(s.counts.lit[kEndOfBlock]);
     const uint64_t stored = storedBits(size);
     const uint64_t fixed = 3 + codedBits(s.counts, kFixedCodes);
@@ -465,6 +483,9 @@ void DeflateEncoder::endFlush(Directive directive) {
         case Directive::Go:
         case Directive::Block:
             return;
+        case Directive::PartialFlush:
+            putEmptyBlock(false);
+            return;
         case Directive::FullFlush:
             s.matching = false;
             [[fallthrough]];
@@ -474,15 +495,17 @@ void DeflateEncoder::endFlush(Directive directive) {
             putLittleEndian(s.staged.add(4), 0xFFFF0000U, 4);
             return;
         case Directive::Finish:
-            if (!s.last) {
-                // An empty block of the fixed code.
-                putBits(1U | 1U << 1, 3);
-                putBits(kFixedCodes.lit[kEndOfBlock].code, kFixedCodes.lit[kEndOfBlock].length);
-            }
+            if (!s.last) putEmptyBlock(true);
             alignToByte();
             s.ended = true;
             return;
     }
+}
+
+/// One of the fixed code.
+void DeflateEncoder::putEmptyBlock(bool last) {
+    putBits((last ? 1U : 0U) | 1U << 1, 3);
+    putBits(kFixedCodes.lit[kEndOfBlock].code, kFixedCodes.lit[kEndOfBlock].length);
 }
 
 // --- output -------------------------------------------------------------------------------------

@@ -54,12 +54,30 @@ class DeflateEncoder {
     void tune(int level, DeflateStrategy strategy);
 
     /// Puts `count` bits, at most 16, into the stream, between blocks; false where there is no
-    /// room. An empty block of the fixed code, ten bits of the value 2, ends a flush that is to
-    /// stay within a byte.
+    /// room.
     bool prime(uint32_t value, uint32_t count);
 
     /// Goes on with the other's stream as it would. NoMemory leaves this as after reset().
     Status copyFrom(const DeflateEncoder& other);
+
+    /// Whether coded data are still to be given out; no input waits to be matched; and there is no
+    /// input at all that is not written.
+    bool writing() const { return state_.rest != Rest::Nothing || !state_.staged.empty(); }
+    bool allMatched() const {
+        return state_.rest != Rest::Nothing ? state_.matched == state_.end
+                                            : state_.begin == state_.end;
+    }
+    bool betweenBlocks() const { return state_.rest == Rest::Nothing && allMatched(); }
+    /// The stream's last block is under way or written.
+    bool ending() const { return state_.last || state_.ended; }
+
+    /// Copies the latest input that what follows may refer to, at most a window's size; to a null
+    /// pointer nothing. Returns its size. Where no matches are sought, not all of it is kept.
+    size_t copyHistory(uint8_t* to) const;
+
+    /// Whether the first block is coded, and what its literals look like.
+    bool kindKnown() const { return state_.kindKnown; }
+    bool looksLikeText() const { return state_.text; }
 
     uint64_t totalIn() const { return state_.totalIn; }
     uint64_t totalOut() const { return state_.totalOut; }
@@ -107,6 +125,8 @@ class DeflateEncoder {
         size_t stop = 0;
         size_t storedLeft = 0;  ///< Of a stored block.
         bool last = false;
+        bool kindKnown = false;
+        bool text = false;
         bool ended = false;
         Directive done = Directive::Go;  ///< The latest flush, nothing having come since.
     };
@@ -132,6 +152,7 @@ class DeflateEncoder {
     uint64_t storedBits(size_t size) const;
     void endBlock();
     void endFlush(Directive directive);
+    void putEmptyBlock(bool last);
 
     bool drain(Output& out);
     void writePairs(Output& out);

@@ -131,7 +131,7 @@ TEST(Formats, SayWhatIsWrongAndWhere) {
                                     {gz(8, 0x40, {}), "3: reserved"},
                                     {gz(8, 2, {1, 2}), "10: .*header's checksum"},
                                     {gz(8, 0, {7}), "11: .*block type"},
-                                    {gz(8, 0, {1, 1, 0, 0, 0}), "15: .*stored"},
+                                    {gz(8, 0, {1, 1, 0, 0, 0}), "11: .*stored"},
                                     {gz(8, 0, {3, 0, 1, 0, 0, 0, 0, 0, 0, 0}), "12: .*CRC-32"},
                                     {gz(8, 0, {3, 0, 0, 0, 0, 0, 1, 0, 0, 0}), "16: .*length"}});
     expectComplaints(format("zlib"),
