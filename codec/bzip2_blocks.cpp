@@ -330,7 +330,7 @@ Status Bzip2BlockDecoder::run(Bzip2BitsIn& bits, Input& in, Bzip2Block& block) {
             case Step::Index:
                 if (!bits.read(in, 24, value)) return Status::Going;
                 index_ = static_cast<int32_t>(value);
-                if (index_ > most_ + kIndexSlack) return broken(kBrokenData, bits.offset());
+                if (index_ > most_ + kIndexSlack) return broken(kBrokenData, start_);
                 step_ = Step::Rows;
                 break;
             case Step::Rows:
