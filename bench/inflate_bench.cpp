@@ -106,7 +106,8 @@ void registerBenchmarks() {
                 const auto run = [=] { return ours(*data, *out, *state, piece); };
                 std::fill(out->begin(), out->end(), uint8_t{0});
                 if (run() != file.bytes.size() || *out != file.bytes) {
-                    vekbench::fail(operation + " of " + input + " is wrong");
+                    vekbench::fail(
+                        std::string(operation).append(" of ").append(input).append(" is wrong"));
                 }
                 vekbench::add(operation, input, "vekdc", file.bytes.size(), run);
                 vekbench::add(operation, input, "libdeflate", file.bytes.size(), libdeflates);

@@ -417,7 +417,7 @@ bool Bzip2BlockDecoder::readLastSymbols(Bzip2BitsIn& bits) {
     if (!trial_.reserve(words(size))) return false;
     std::memcpy(trial_.data(), huffman_.data(), size);
     int32_t count = std::min(static_cast<int32_t>(std::size(last)), most_ + 1 - symbolCount_);
-    if (!symbols_.reserve(static_cast<size_t>(symbolCount_ + count),
+    if (!symbols_.reserve(static_cast<size_t>(symbolCount_) + static_cast<size_t>(count),
                           static_cast<size_t>(symbolCount_)) ||
         !bits.runToEnd([&](auto... stream) {
             return veksDecodeHuff_BZ2_8u16u(stream..., last, &count,
