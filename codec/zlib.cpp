@@ -17,7 +17,7 @@ unsigned effortOf(int level) {
 }
 
 bool validHeader(const uint8_t* header) {
-    return (header[0] & 15) == kDeflate && (header[0] << 8 | header[1]) % kCheckModulus == 0;
+    return (header[0] & 15) == kDeflate && getBigEndian(header, 2) % kCheckModulus == 0;
 }
 
 }  // namespace
