@@ -15,6 +15,7 @@ using namespace vektest;
 
 struct Bz2 : Library {
     using Library::Library;
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a name that is declared takes none.
 #define VEK_MEMBER(name) decltype(&BZ2_##name) name = VEK_FUNCTION(*this, BZ2_##name)
     VEK_MEMBER(bzCompressInit);
     VEK_MEMBER(bzCompress);

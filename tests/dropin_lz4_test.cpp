@@ -19,6 +19,7 @@ using namespace vektest;
 
 struct Lz4 : Library {
     using Library::Library;
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a name that is declared takes none.
 #define VEK_MEMBER(name) decltype(&LZ4_##name) name = VEK_FUNCTION(*this, LZ4_##name)
     VEK_MEMBER(versionNumber);
     VEK_MEMBER(compressBound);
@@ -55,6 +56,7 @@ struct Lz4 : Library {
     VEK_MEMBER(decompress_safe_continue);
     VEK_MEMBER(decompress_fast_continue);
 #undef VEK_MEMBER
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a name that is declared takes none.
 #define VEK_MEMBER(name) decltype(&LZ4F_##name) F_##name = VEK_FUNCTION(*this, LZ4F_##name)
     VEK_MEMBER(isError);
     VEK_MEMBER(getErrorName);

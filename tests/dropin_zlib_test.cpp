@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -38,6 +39,7 @@ struct Zlib {
     X(gzungetc) X(gzflush) X(gzseek) X(gzrewind) X(gztell) X(gzoffset) X(gzeof) X(gzdirect) \
     X(gzclose) X(gzerror) X(gzclearerr)
 // clang-format on
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a name that is declared takes none.
 #define DECLARE(name) decltype(&::name) name;
     EACH_FUNCTION(DECLARE)
 
@@ -240,11 +242,12 @@ TEST(DropinZlib, InflatesAnythingAsTheStockLibraryDoes) {
                                          std::to_string(heads[self].os) +
                                          std::string(names[self], names[self] + 8);
                 if (odd == 4) more += " prime " + std::to_string(prime);
-                return std::to_string(odd) + " " + std::to_string(flush) + ": " +
-                       side.seen(status) + more + head + " sync " +
-                       std::to_string(side.z->inflateSyncPoint(&s)) + " " +
-                       std::to_string(side.z->crc32(0, side.out.data() + had,
-                                                    static_cast<uInt>(side.out.size() - had)));
+                std::ostringstream text;
+                text << odd << " " << flush << ": " << side.seen(status) << more << head << " sync "
+                     << side.z->inflateSyncPoint(&s) << " "
+                     << side.z->crc32(0, side.out.data() + had,
+                                      static_cast<uInt>(side.out.size() - had));
+                return text.str();
             });
             if (HasFatalFailure()) return;
             at += taken;
