@@ -359,8 +359,9 @@ TEST(DeflateLz77, SearchesAreCutToAQuarterOfTheChainGiven) {
     for (const Case& c :
          {Case{false, 256, {1024, 4, 258, 258}, 80}, Case{true, 32768, {64, 4, 258, 258}, 14}}) {
         // The lazy one has a match in hand one byte earlier.
-        const std::string text = longer + (c.lazy ? "1Zaaaq" : "1") + std::string(c.run, 'a') +
-                                 (c.lazy ? "xQ2Z" : "xQ2") + longer + "#";
+        std::string text = longer;
+        text.append(c.lazy ? "1Zaaaq" : "1").append(c.run, 'a').append(c.lazy ? "xQ2Z" : "xQ2");
+        text.append(longer).append("#");
         const Bytes data(text.begin(), text.end());
         State state(c.winSize, 65536);
         Random random(1);

@@ -13,7 +13,6 @@
 namespace {
 
 using vekdc::Settings;
-using vekdc::Source;
 using namespace vektest;
 
 // --- formats in memory --------------------------------------------------------------------------
