@@ -383,17 +383,22 @@ Status Bzip2BlockDecoder::run(Bzip2BitsIn& bits, Input& in, Bzip2Block& block) {
     }
 }
 
-/// Room for symbols grows with them; one more than the longest block's is for its end.
-Status Bzip2BlockDecoder::readSymbols(Bzip2BitsIn& bits, Input& in) {
+/// Room for `more` symbols, or as many as there may be: one more than the longest block has is for
+/// its end. It doubles, so that a block read in small pieces is not copied at each of them.
+bool Bzip2BlockDecoder::reserveSymbols(size_t more) {
     constexpr size_t least = 4 << 10;
+    const size_t most = static_cast<size_t>(most_) + 1;
+    const auto count = static_cast<size_t>(symbolCount_);
+    return std::min(count + more, most) <= symbols_.room() ||
+           symbols_.reserve(std::min(std::max(2 * count, least), most), count);
+}
+
+Status Bzip2BlockDecoder::readSymbols(Bzip2BitsIn& bits, Input& in) {
     const size_t most = static_cast<size_t>(most_) + 1;
     for (;;) {
         const auto count = static_cast<size_t>(symbolCount_);
-        if (count == std::min(symbols_.room(), most)) {
-            if (count == most) return broken(kBrokenData, bits.offset());
-            if (!symbols_.reserve(std::min(std::max(2 * count, least), most), count))
-                return Status::NoMemory;
-        }
+        if (count == most) return broken(kBrokenData, bits.offset());
+        if (!reserveSymbols(1)) return Status::NoMemory;
         const auto room = static_cast<int32_t>(std::min(symbols_.room(), most) - count);
         const VekStatus status = bits.run(in, [&](auto... stream) {
             int32_t decoded = room;
@@ -417,9 +422,7 @@ bool Bzip2BlockDecoder::readLastSymbols(Bzip2BitsIn& bits) {
     if (!trial_.reserve(words(size))) return false;
     std::memcpy(trial_.data(), huffman_.data(), size);
     int32_t count = std::min(static_cast<int32_t>(std::size(last)), most_ + 1 - symbolCount_);
-    if (!symbols_.reserve(static_cast<size_t>(symbolCount_) + static_cast<size_t>(count),
-                          static_cast<size_t>(symbolCount_)) ||
-        !bits.runToEnd([&](auto... stream) {
+    if (!reserveSymbols(static_cast<size_t>(count)) || !bits.runToEnd([&](auto... stream) {
             return veksDecodeHuff_BZ2_8u16u(stream..., last, &count,
                                             reinterpret_cast<Bz2HuffDecState*>(trial_.data()));
         }))

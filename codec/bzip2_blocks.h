@@ -235,6 +235,7 @@ class Bzip2BlockDecoder {
     enum class Step { Crc, Randomised, Index, Rows, Values, TablesStart, Tables, Symbols, Block };
 
     Status readSymbols(Bzip2BitsIn& bits, Input& in);
+    bool reserveSymbols(size_t more);
     bool readLastSymbols(Bzip2BitsIn& bits);
     Status decode(Bzip2Block& block);
     Status broken(const char* reason, uint64_t offset);

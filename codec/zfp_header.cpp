@@ -115,6 +115,7 @@ unsigned putZfpHeader(const ZfpDims& dims, const ZfpParameters& p,
 void ZfpReason::set(const char* format, ...) {
     va_list values;
     va_start(values, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the line above sets it.
     std::vsnprintf(text_, sizeof(text_), format, values);
     va_end(values);
 }

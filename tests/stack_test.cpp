@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fstream>
 #include <set>
+#include <span>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -81,9 +82,10 @@ class Session {
               std::type_identity_t<Parameters>... arguments) {
         std::vector<uint32_t> words;
         [[maybe_unused]] const auto push = [&](const auto& argument) {
+            const auto bytes = std::as_bytes(std::span(&argument, 1));
             const size_t at = words.size();
-            words.resize(at + (sizeof(argument) + 3) / 4);
-            std::memcpy(&words[at], &argument, sizeof(argument));
+            words.resize(at + (bytes.size() + 3) / 4);
+            std::memcpy(&words[at], bytes.data(), bytes.size());
         };
         (push(arguments), ...);
         const int32_t result = callOnShiftedStack(reinterpret_cast<const void*>(function), shift_,

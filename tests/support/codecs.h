@@ -56,16 +56,18 @@ struct CodecResult {
 
 /// Feeds `input` to `run(Input&, Output&, bool last)` in pieces of at most `inPiece` bytes into
 /// rooms of at most `outPiece`, until it says something other than Going or nothing moves any more.
-/// Each piece and each room is a block of its own, so that a sanitizer sees every step outside.
+/// Pieces and rooms are blocks of just their size, so that a sanitizer sees every step outside;
+/// they are used again, for it keeps what is released.
 template <class Run>
 CodecResult runInPieces(const Bytes& input, size_t inPiece, size_t outPiece, Run&& run) {
     CodecResult result;
+    Bytes piece;
+    Bytes room(outPiece);
     size_t at = 0;
     for (;;) {
         const size_t count = std::min(inPiece, input.size() - at);
-        const Bytes piece(input.begin() + static_cast<ptrdiff_t>(at),
-                          input.begin() + static_cast<ptrdiff_t>(at + count));
-        Bytes room(outPiece);
+        if (count != piece.size()) piece = Bytes(count);
+        std::copy_n(input.begin() + static_cast<ptrdiff_t>(at), count, piece.begin());
         vekdc::codec::Input in{piece.data(), piece.size()};
         vekdc::codec::Output out{room.data(), room.size()};
         result.status = run(in, out, at + count == input.size());
