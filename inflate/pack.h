@@ -1,27 +1,28 @@
 // Makes the packed tables, sixteen entries at a time: their bytes are made in registers of kinds
 // and values, and put together at the end.
-#include "inflate/packed_tables.h"
+#pragma once
 
 #include <smmintrin.h>
 
 #include <cstddef>
+#include <cstdint>
 
 #include "bytes/words.h"
+#include "inflate/packed_tables.h"
 
-namespace {
+namespace vek::inline VEK_LEVEL::inflate {
 
-using namespace vek::inflate;
-using namespace vek::inflate::packed;
+using namespace packed;
 
 constexpr unsigned pairBits = 7;  // the longest literals that are tried for pairs
 
 // Which bytes of an entry the fields stand in, as they are put together below.
-static_assert(Other::at < 8 && Neither::at < 8 && CodeLen::at == 8 && Literals::at / 8 == 1);
+static_assert(Neither::at < 8 && CodeLen::at == 8 && Literals::at / 8 == 1 && Other::at / 8 == 1);
 
-__m128i bytesOf(unsigned value) {
+inline __m128i bytesOf(unsigned value) {
     return _mm_set1_epi8(static_cast<char>(value));
 }
-__m128i loadAt(const uint8_t* at) {
+inline __m128i loadAt(const uint8_t* at) {
     return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
 }
 
@@ -67,11 +68,9 @@ void eachShortLiteral(const uint8_t* kinds, Take take) {
     }
 }
 
-}  // namespace
-
-namespace vek::inline VEK_LEVEL::inflate {
-
-void pack(PackedLevel& level, const uint8_t* tables) {
+/// Fills the packed level from two-level tables; links to codes of one bit more are replaced by
+/// these.
+inline void pack(PackedLevel& level, const uint8_t* tables) {
     const __m128i root = bytesOf(rootBits);
     const uint8_t* const litKinds = tables + litKindAt;
     const uint8_t* const litValues = tables + litValueAt;
@@ -79,14 +78,13 @@ void pack(PackedLevel& level, const uint8_t* tables) {
         const __m128i kind = loadAt(litKinds + i);
         const Kinds is(kind);
         const __m128i stop = _mm_cmpgt_epi8(kind, root);
-        const __m128i flags =
-            _mm_or_si128(_mm_and_si128(is.isLength, bytesOf(Other::mask)),
-                         _mm_and_si128(stop, bytesOf(Other::mask | Neither::mask)));
-        const __m128i literals =
-            _mm_andnot_si128(_mm_or_si128(is.isLength, stop), bytesOf(Literals::inByte(1)));
+        const __m128i neither = _mm_and_si128(stop, bytesOf(Neither::mask));
+        const __m128i what =
+            _mm_blendv_epi8(bytesOf(Literals::inByte(1)), bytesOf(Other::inByte(1)),
+                            _mm_or_si128(is.isLength, stop));
         const __m128i values = loadAt(litValues + i);
-        const Entries entries(_mm_or_si128(_mm_add_epi8(is.len, is.extra), flags),
-                              _mm_or_si128(is.len, literals),
+        const Entries entries(_mm_or_si128(_mm_add_epi8(is.len, is.extra), neither),
+                              _mm_or_si128(is.len, what),
                               _mm_unpacklo_epi8(values, _mm_setzero_si128()),
                               _mm_unpackhi_epi8(values, _mm_setzero_si128()));
         entries.store(level.lits + i);
@@ -109,15 +107,16 @@ void pack(PackedLevel& level, const uint8_t* tables) {
         const __m128i isOther =
             _mm_and_si128(_mm_or_si128(_mm_cmpgt_epi8(len, bytesOf(packedDistBits)),
                                        _mm_cmpgt_epi8(extra, bytesOf(maxDistExtra))),
-                          bytesOf(Other::mask));
+                          bytesOf(Other::inByte(1)));
         const uint8_t* const bases = tables + distBaseAt + 2 * i;
-        Entries(_mm_or_si128(_mm_add_epi8(len, extra), isOther), len, loadAt(bases),
+        Entries(_mm_add_epi8(len, extra), _mm_or_si128(len, isOther), loadAt(bases),
                 loadAt(bases + 16))
             .store(level.dists + i);
     }
 }
 
-unsigned countPairs(const uint8_t* tables) {
+/// How many of the 2048 entries pair() would join.
+inline unsigned countPairs(const uint8_t* tables) {
     const uint8_t* const kinds = tables + litKindAt;
     unsigned within[packedBits];  // Of the entries of n bits those with codes of n at most.
     for (unsigned bits = packedBits - pairBits; bits < packedBits; ++bits) {
@@ -135,7 +134,9 @@ unsigned countPairs(const uint8_t* tables) {
     return sum;
 }
 
-void pair(PackedLevel& level, const uint8_t* tables) {
+/// Joins literals with what follows them, where both are within a lookup: with another literal, or
+/// with a length.
+inline void pair(PackedLevel& level, const uint8_t* tables) {
     const uint8_t* const kinds = tables + litKindAt;
     const uint8_t* const values = tables + litValueAt;
     eachShortLiteral(kinds, [&](uint32_t first, uint32_t len) {
@@ -147,10 +148,10 @@ void pair(PackedLevel& level, const uint8_t* tables) {
             const __m128i value = loadAt(values + i);
             const Kinds is(kind);
             const __m128i bothLen = _mm_add_epi8(is.len, bytesOf(len));
-            const __m128i total = _mm_or_si128(_mm_add_epi8(bothLen, is.extra),
-                                               _mm_and_si128(is.isLength, bytesOf(Other::mask)));
+            const __m128i total = _mm_add_epi8(bothLen, is.extra);
             const __m128i literals =
-                _mm_blendv_epi8(bytesOf(Literals::inByte(2)), bytesOf(Literals::inByte(1)), kind);
+                _mm_blendv_epi8(bytesOf(Literals::inByte(2)),
+                                bytesOf(Literals::inByte(1) | Other::inByte(1)), kind);
             const __m128i byte2 = _mm_blendv_epi8(literal, value, kind);
             const __m128i byte3 = _mm_blendv_epi8(value, literal, kind);
             Entries joined(total, _mm_or_si128(bothLen, literals), _mm_unpacklo_epi8(byte2, byte3),
