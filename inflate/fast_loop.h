@@ -80,6 +80,9 @@ constexpr ptrdiff_t fastRoom = 2 * passLiterals;
 /// distance from which it may.
 constexpr ptrdiff_t copySlack = 32;
 constexpr uint32_t wideDistance = 16;
+/// The distance from which passes copy, and the bytes that they copy at once if it is the least.
+constexpr uint32_t passDistance = 8;
+constexpr uint32_t firstCopied = 16 + passDistance;
 /// Room in which every symbol's output can be copied wide.
 constexpr ptrdiff_t wideRoom = fastRoom + maxMatch + copySlack;
 
@@ -114,18 +117,22 @@ inline uint32_t takeEntry(uint32_t codeLen, uint32_t extra, uint32_t base, Word&
     return base + takeExtra(extra, bits, count);
 }
 
-/// Copies a match at wideDistance at least, and up to copySlack bytes behind it.
-inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
-    const uint8_t* src = dst - distance;
-    uint8_t* const end = dst + length;
-    copy16(dst, src);
+/// Copies the first bytes of a match at passDistance at least: copySlack from wideDistance on,
+/// otherwise firstCopied. In what was copied before, a copy may find what it is to repeat.
+inline void copyFirst(uint8_t* dst, uint32_t distance) {
+    const uint8_t* const src = dst - distance;
+    copy8(dst, src);
+    copy8(dst + 8, src + 8);
     copy16(dst + 16, src + 16);
-    // Few matches are longer: the loop is kept out of the way of the others.
-    while (__builtin_expect(end - dst > copySlack, 0) != 0) {
-        src += copySlack;
-        dst += copySlack;
-        copy16(dst, src);
-        copy16(dst + 16, src + 16);
+}
+
+/// Copies what follows the first copySlack bytes of a match at wideDistance at least, and up to
+/// copySlack more.
+inline void copyRest(uint8_t* dst, uint32_t distance, uint32_t length) {
+    uint8_t* const end = dst + length;
+    for (dst += copySlack; dst < end; dst += copySlack) {
+        copy16(dst, dst - distance);
+        copy16(dst + 16, dst + 16 - distance);
     }
 }
 
@@ -140,7 +147,8 @@ inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
     } else if (distance < wideDistance) {
         copyRepeated<wideDistance>(dst, distance, length);
     } else {
-        copyWide(dst, distance, length);
+        copyFirst(dst, distance);
+        copyRest(dst, distance, length);
     }
     return true;
 }
@@ -196,7 +204,7 @@ template <class Tables, class... Args>
     const uint8_t* const srcSafe = run.srcEnd - fastSource;
     const uint8_t* const dstSafe = run.dstEnd - fastRoom;
     const uint8_t* const dstWide = run.overEnd - wideRoom;
-    // How far passes go, and the distances from which they copy, wideDistance and wideSpan - 1
+    // How far passes go, and the distances from which they copy, passDistance and wideSpan - 1
     // more. Near the room's end, and where nothing may be run over, there are none. As output
     // grows, more of it is in reach than was at first: it is enough to look again when that was too
     // little.
@@ -205,7 +213,7 @@ template <class Tables, class... Args>
     const auto reachFurther = [&] {
         const bool wide = dst <= dstWide;
         dstPass = wide ? dstWide : dstSafe;
-        wideSpan = wide ? std::max<ptrdiff_t>(dst - run.dstStart - (wideDistance - 1), 0) : 0;
+        wideSpan = wide ? std::max<ptrdiff_t>(dst - run.dstStart - (passDistance - 1), 0) : 0;
     };
     reachFurther();
 
@@ -270,11 +278,19 @@ template <class Tables, class... Args>
             }
             distance = tables.takeDistance(far, bits, count);
             lookAndRefill();
-            if (size_t{distance} - wideDistance >= wideSpan) [[unlikely]] {
+            if (size_t{distance} - passDistance >= wideSpan) [[unlikely]] {
                 event = Event::copy;
                 break;
             }
-            copyWide(dst, distance, length);
+            copyFirst(dst, distance);
+            // Few matches are longer: the loop is kept out of the way of the others.
+            if (length > firstCopied) [[unlikely]] {
+                if (distance < wideDistance) {
+                    event = Event::copy;
+                    break;
+                }
+                copyRest(dst, distance, length);
+            }
             dst += length;
         }
 
@@ -308,6 +324,12 @@ template <class Tables, class... Args>
             distance = far.value + takeExtra(far.distanceExtra(), bits, count);
             refill();
             entry = tables.look(bits);
+        }
+        if (distance - 1 < wideDistance - 1 &&
+            static_cast<size_t>(dst - run.dstStart) >= distance && dst <= dstWide) {
+            copyRepeated<wideDistance>(dst, distance, length);
+            dst += length;
+            continue;
         }
         if (!copyAny(run, dst, distance, length)) {
             run.step = stepCopy;
