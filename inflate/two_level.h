@@ -105,7 +105,7 @@ constexpr ptrdiff_t packedSource = 600;
 constexpr ptrdiff_t packedRoom = 1500;
 constexpr ptrdiff_t pairSource = 3000;
 constexpr ptrdiff_t pairRoom = 12000;
-constexpr unsigned enoughPairs = 200;  ///< Of 2048 entries.
+constexpr unsigned enoughPairs = 140;  ///< Of 2048 entries.
 
 // The kernel's table of bits holds for the packed level, too.
 static_assert(packedBits <= lookupBits && packedBits <= literalBits && packedDistBits <= rootBits);
