@@ -1,9 +1,10 @@
-// Makes the packed tables, sixteen entries at a time: their bytes are made in registers of kinds
-// and values, and put together at the end.
+// Makes the packed tables, a vector of kinds and one of values at a time: the entries' bytes are
+// made in such vectors, and put together at the end.
 #pragma once
 
-#include <smmintrin.h>
+#include <immintrin.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -19,42 +20,72 @@ constexpr unsigned pairBits = 7;  // the longest literals that are tried for pai
 // Which bytes of an entry the fields stand in, as they are put together below.
 static_assert(Neither::at < 8 && CodeLen::at == 8 && Literals::at / 8 == 1 && Other::at / 8 == 1);
 
-inline __m128i bytesOf(unsigned value) {
-    return _mm_set1_epi8(static_cast<char>(value));
-}
-inline __m128i loadAt(const uint8_t* at) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+// The widest vector of the level, and operations named without its width.
+#if defined(__AVX2__)
+#define VEK_VECTOR(operation) _mm256_##operation
+using Vector = __m256i;
+#else
+#define VEK_VECTOR(operation) _mm_##operation
+using Vector = __m128i;
+#endif
+constexpr uint32_t lanes = sizeof(Vector);
+
+inline Vector bytesOf(unsigned value) {
+    return VEK_VECTOR(set1_epi8)(static_cast<char>(value));
 }
 
-/// What the kind bytes of 16 literals/lengths say.
+/// Bytes in such an order that Entries' two interleavings, which go by halves of 16 bytes, end in
+/// the order of the addresses.
+inline Vector loadBytes(const uint8_t* at) {
+    const auto bytes = vek::load<Vector>(at);
+#if defined(__AVX2__)
+    return _mm256_permutevar8x32_epi32(bytes, _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7));
+#else
+    return bytes;
+#endif
+}
+
+/// Likewise, of words for the second interleaving.
+inline Vector loadWords(const uint8_t* at) {
+    const auto words = vek::load<Vector>(at);
+#if defined(__AVX2__)
+    return _mm256_permute4x64_epi64(words, 0xD8);
+#else
+    return words;
+#endif
+}
+
+/// What kind bytes of literals/lengths say.
 struct Kinds {
-    __m128i len, isLength, extra;
+    Vector len, isLength, extra;
 
-    explicit Kinds(__m128i kinds)
-        : len(_mm_and_si128(kinds, bytesOf(15))),
-          isLength(_mm_cmplt_epi8(kinds, _mm_setzero_si128())),
-          extra(_mm_and_si128(_mm_and_si128(_mm_srli_epi16(kinds, 4), isLength), bytesOf(7))) {}
+    explicit Kinds(Vector kinds)
+        : len(kinds & bytesOf(15)),
+          isLength(VEK_VECTOR(cmpgt_epi8)(Vector{}, kinds)),
+          extra(VEK_VECTOR(srli_epi16)(kinds, 4) & isLength & bytesOf(7)) {}
 };
 
-/// Sixteen entries.
+/// As many entries as a vector has bytes.
 struct Entries {
-    __m128i at0, at4, at8, at12;
+    static constexpr unsigned parts = 4;
+    Vector at[parts];
 
-    /// Of bytes 0 and 1, and the upper halves of the first and the last eight.
-    Entries(__m128i byte0, __m128i byte1, __m128i upper0, __m128i upper8) {
-        const __m128i lower0 = _mm_unpacklo_epi8(byte0, byte1);
-        const __m128i lower8 = _mm_unpackhi_epi8(byte0, byte1);
-        at0 = _mm_unpacklo_epi16(lower0, upper0);
-        at4 = _mm_unpackhi_epi16(lower0, upper0);
-        at8 = _mm_unpacklo_epi16(lower8, upper8);
-        at12 = _mm_unpackhi_epi16(lower8, upper8);
+    /// Of bytes 0 and 1, and the upper halves of the first and the last entries.
+    Entries(Vector byte0, Vector byte1, Vector upper0, Vector upper2) {
+        const Vector lower0 = VEK_VECTOR(unpacklo_epi8)(byte0, byte1);
+        const Vector lower2 = VEK_VECTOR(unpackhi_epi8)(byte0, byte1);
+        at[0] = VEK_VECTOR(unpacklo_epi16)(lower0, upper0);
+        at[1] = VEK_VECTOR(unpackhi_epi16)(lower0, upper0);
+        at[2] = VEK_VECTOR(unpacklo_epi16)(lower2, upper2);
+        at[3] = VEK_VECTOR(unpackhi_epi16)(lower2, upper2);
     }
+    /// Of all four bytes.
+    Entries(Vector byte0, Vector byte1, Vector byte2, Vector byte3, int)
+        : Entries(byte0, byte1, VEK_VECTOR(unpacklo_epi8)(byte2, byte3),
+                  VEK_VECTOR(unpackhi_epi8)(byte2, byte3)) {}
 
     void store(uint32_t* to) const {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), at0);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 4), at4);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 8), at8);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 12), at12);
+        for (unsigned i = 0; i < parts; ++i) vek::store(to + i * lanes / parts, at[i]);
     }
 };
 
@@ -71,25 +102,26 @@ void eachShortLiteral(const uint8_t* kinds, Take take) {
 /// Fills the packed level from two-level tables; links to codes of one bit more are replaced by
 /// these.
 inline void pack(PackedLevel& level, const uint8_t* tables) {
-    const __m128i root = bytesOf(rootBits);
+    const Vector root = bytesOf(rootBits);
     const uint8_t* const litKinds = tables + litKindAt;
     const uint8_t* const litValues = tables + litValueAt;
-    for (size_t i = 0; i < rootSize; i += 16) {
-        const __m128i kind = loadAt(litKinds + i);
+    for (size_t i = 0; i < rootSize; i += lanes) {
+        const Vector kind = loadBytes(litKinds + i);
         const Kinds is(kind);
-        const __m128i stop = _mm_cmpgt_epi8(kind, root);
-        const __m128i neither = _mm_and_si128(stop, bytesOf(Neither::mask));
-        const __m128i what =
-            _mm_blendv_epi8(bytesOf(Literals::inByte(1)), bytesOf(Other::inByte(1)),
-                            _mm_or_si128(is.isLength, stop));
-        const __m128i values = loadAt(litValues + i);
-        const Entries entries(_mm_or_si128(_mm_add_epi8(is.len, is.extra), neither),
-                              _mm_or_si128(is.len, what),
-                              _mm_unpacklo_epi8(values, _mm_setzero_si128()),
-                              _mm_unpackhi_epi8(values, _mm_setzero_si128()));
+        const Vector stop = VEK_VECTOR(cmpgt_epi8)(kind, root);
+        const Vector what = VEK_VECTOR(blendv_epi8)(bytesOf(Literals::inByte(1)),
+                                                    bytesOf(Other::inByte(1)), is.isLength | stop);
+        const Entries entries(
+            VEK_VECTOR(add_epi8)(is.len, is.extra) | (stop & bytesOf(Neither::mask)), is.len | what,
+            loadBytes(litValues + i), Vector{}, 0);
         entries.store(level.lits + i);
         entries.store(level.lits + rootSize + i);
-        auto links = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpgt_epi8(is.len, root)));
+    }
+    for (size_t i = 0; i < rootSize; i += lanes) {
+        // Codes of one bit more than the first level has.
+        const Vector len = vek::load<Vector>(litKinds + i) & bytesOf(15);
+        auto links =
+            static_cast<uint32_t>(VEK_VECTOR(movemask_epi8)(VEK_VECTOR(cmpgt_epi8)(len, root)));
         for (; links != 0; links &= links - 1) {
             const size_t link = i + lowestSetBit(links);
             const unsigned longest = litKinds[link] & 15U;
@@ -100,17 +132,16 @@ inline void pack(PackedLevel& level, const uint8_t* tables) {
             }
         }
     }
-    for (size_t i = 0; i < rootSize / 4; i += 16) {
-        const __m128i kind = loadAt(tables + distKindAt + i);
-        const __m128i len = _mm_and_si128(kind, bytesOf(15));
-        const __m128i extra = _mm_and_si128(_mm_srli_epi16(kind, 4), bytesOf(15));
-        const __m128i isOther =
-            _mm_and_si128(_mm_or_si128(_mm_cmpgt_epi8(len, bytesOf(packedDistBits)),
-                                       _mm_cmpgt_epi8(extra, bytesOf(maxDistExtra))),
-                          bytesOf(Other::inByte(1)));
+    for (size_t i = 0; i < rootSize / 4; i += lanes) {
+        const Vector kind = loadBytes(tables + distKindAt + i);
+        const Vector len = kind & bytesOf(15);
+        const Vector extra = VEK_VECTOR(srli_epi16)(kind, 4) & bytesOf(15);
+        const Vector isOther = (VEK_VECTOR(cmpgt_epi8)(len, bytesOf(packedDistBits)) |
+                                VEK_VECTOR(cmpgt_epi8)(extra, bytesOf(maxDistExtra))) &
+                               bytesOf(Other::inByte(1));
         const uint8_t* const bases = tables + distBaseAt + 2 * i;
-        Entries(_mm_add_epi8(len, extra), _mm_or_si128(len, isOther), loadAt(bases),
-                loadAt(bases + 16))
+        Entries(VEK_VECTOR(add_epi8)(len, extra), len | isOther, loadWords(bases),
+                loadWords(bases + lanes))
             .store(level.dists + i);
     }
 }
@@ -122,9 +153,10 @@ inline unsigned countPairs(const uint8_t* tables) {
     for (unsigned bits = packedBits - pairBits; bits < packedBits; ++bits) {
         within[bits] = 0;
         for (uint32_t i = 0; i < 1U << bits; i += 16) {
-            const __m128i kind = loadAt(kinds + i);
-            const __m128i alone = _mm_or_si128(_mm_cmpgt_epi8(Kinds(kind).len, bytesOf(bits)),
-                                               _mm_cmpgt_epi8(kind, bytesOf(maxCodeLength)));
+            const auto kind = vek::load<__m128i>(kinds + i);
+            const __m128i len = kind & _mm_set1_epi8(15);
+            const __m128i alone = _mm_cmpgt_epi8(len, _mm_set1_epi8(static_cast<char>(bits))) |
+                                  _mm_cmpgt_epi8(kind, _mm_set1_epi8(maxCodeLength));
             const auto mask = static_cast<unsigned>(_mm_movemask_epi8(alone));
             within[bits] += 16 - static_cast<unsigned>(_mm_popcnt_u32(mask));
         }
@@ -140,39 +172,37 @@ inline void pair(PackedLevel& level, const uint8_t* tables) {
     const uint8_t* const kinds = tables + litKindAt;
     const uint8_t* const values = tables + litValueAt;
     eachShortLiteral(kinds, [&](uint32_t first, uint32_t len) {
-        const __m128i literal = bytesOf(values[first]);
-        const __m128i single = _mm_set1_epi32(static_cast<int>(level.lits[first]));
+        const Vector literal = bytesOf(values[first]);
+        const Vector single = VEK_VECTOR(set1_epi32)(static_cast<int>(level.lits[first]));
+        const uint32_t count = 1U << (packedBits - len);
         uint32_t* at = level.lits + first;
-        for (uint32_t i = 0; i < 1U << (packedBits - len); i += 16) {
-            const __m128i kind = loadAt(kinds + i);
-            const __m128i value = loadAt(values + i);
+        for (uint32_t i = 0; i < count; i += lanes) {
+            const Vector kind = loadBytes(kinds + i);
+            const Vector value = loadBytes(values + i);
             const Kinds is(kind);
-            const __m128i bothLen = _mm_add_epi8(is.len, bytesOf(len));
-            const __m128i total = _mm_add_epi8(bothLen, is.extra);
-            const __m128i literals =
-                _mm_blendv_epi8(bytesOf(Literals::inByte(2)),
-                                bytesOf(Literals::inByte(1) | Other::inByte(1)), kind);
-            const __m128i byte2 = _mm_blendv_epi8(literal, value, kind);
-            const __m128i byte3 = _mm_blendv_epi8(value, literal, kind);
-            Entries joined(total, _mm_or_si128(bothLen, literals), _mm_unpacklo_epi8(byte2, byte3),
-                           _mm_unpackhi_epi8(byte2, byte3));
-            const __m128i alone = _mm_or_si128(_mm_cmpgt_epi8(is.len, bytesOf(packedBits - len)),
-                                               _mm_cmpgt_epi8(kind, bytesOf(maxCodeLength)));
-            const __m128i alone0 = _mm_unpacklo_epi8(alone, alone);
-            const __m128i alone8 = _mm_unpackhi_epi8(alone, alone);
-            const Entries isAlone(alone, alone, alone0, alone8);
-            joined.at0 = _mm_blendv_epi8(joined.at0, single, isAlone.at0);
-            joined.at4 = _mm_blendv_epi8(joined.at4, single, isAlone.at4);
-            joined.at8 = _mm_blendv_epi8(joined.at8, single, isAlone.at8);
-            joined.at12 = _mm_blendv_epi8(joined.at12, single, isAlone.at12);
-            uint32_t entries[16];
-            joined.store(entries);
-            for (const uint32_t entry : entries) {
-                *at = entry;
-                at += size_t{1} << len;
+            const Vector bothLen = VEK_VECTOR(add_epi8)(is.len, bytesOf(len));
+            const Vector literals =
+                VEK_VECTOR(blendv_epi8)(bytesOf(Literals::inByte(2)),
+                                        bytesOf(Literals::inByte(1) | Other::inByte(1)), kind);
+            Entries joined(VEK_VECTOR(add_epi8)(bothLen, is.extra), bothLen | literals,
+                           VEK_VECTOR(blendv_epi8)(literal, value, kind),
+                           VEK_VECTOR(blendv_epi8)(value, literal, kind), 0);
+            const Vector alone = VEK_VECTOR(cmpgt_epi8)(is.len, bytesOf(packedBits - len)) |
+                                 VEK_VECTOR(cmpgt_epi8)(kind, bytesOf(maxCodeLength));
+            const Entries isAlone(alone, alone, alone, alone, 0);
+            for (unsigned part = 0; part < Entries::parts; ++part) {
+                joined.at[part] =
+                    VEK_VECTOR(blendv_epi8)(joined.at[part], single, isAlone.at[part]);
             }
+            uint32_t entries[lanes];
+            joined.store(entries);
+            // A longer literal is followed by fewer than a vector has.
+            for (uint32_t k = 0; k < std::min(lanes, count); ++k, at += size_t{1} << len)
+                *at = entries[k];
         }
     });
 }
+
+#undef VEK_VECTOR
 
 }  // namespace vek::inline VEK_LEVEL::inflate
