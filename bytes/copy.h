@@ -16,7 +16,11 @@
 
 namespace vek::inline VEK_LEVEL {
 
-/// Copies 16 bytes between any addresses; all are read before any is written.
+/// Copies 8 or 16 bytes between any addresses; all are read before any is written.
+inline void copy8(uint8_t* dst, const uint8_t* src) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(dst),
+                     _mm_loadl_epi64(reinterpret_cast<const __m128i*>(src)));
+}
 inline void copy16(uint8_t* dst, const uint8_t* src) {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(dst),
                      _mm_loadu_si128(reinterpret_cast<const __m128i*>(src)));

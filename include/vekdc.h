@@ -824,9 +824,13 @@ VekStatus veksInflateBuildHuffTable(const uint16_t* pCodeLens, uint32_t nLitCode
  * before `*ppDst`, then into the window. The window is circular. Its newest byte, which is the byte
  * right before `*ppDst - dstIdx` in the output, stands at winIdx - 1, older ones before it,
  * wrapping round from the start to the end. The decoder only reads the window; the caller keeps it
- * up to date. A distance beyond all that history is corrupt data. On return nothing behind the last
- * byte written has changed. While the call runs the room belongs to the decoder, so the window must
- * not lie in it.
+ * up to date. A distance beyond all that history is corrupt data.
+ *
+ * Room: all of it belongs to the decoder, which copies more than it is asked for where that is
+ * quicker. So bytes of the room behind the last byte written may have changed on return; what is
+ * behind the room has not. The room may lie in the window, as when output goes straight to winIdx:
+ * then nothing behind the last byte written changes, since it is history still in reach, and
+ * decoding takes somewhat longer.
  *
  * @param[in,out] ppSrc        next source byte; then the first byte not consumed.
  * @param[in,out] pSrcLen      source bytes left; may be 0.

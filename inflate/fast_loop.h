@@ -30,6 +30,8 @@
 //                                                 and distances that do not exist
 #pragma once
 
+#include <immintrin.h>
+
 #include <algorithm>
 #include <climits>
 #include <cstddef>
@@ -78,14 +80,30 @@ constexpr ptrdiff_t fastRoom = 2 * passLiterals;
 /// distance from which it may.
 constexpr ptrdiff_t copySlack = 32;
 constexpr uint32_t wideDistance = 16;
+/// The distance from which passes copy, and the bytes that they copy at once if it is the least.
+constexpr uint32_t passDistance = 8;
+constexpr uint32_t firstCopied = 16 + passDistance;
+/// Room in which every symbol's output can be copied wide.
+constexpr ptrdiff_t wideRoom = fastRoom + maxMatch + copySlack;
 
 inline bool fastPossible(const Run& run) {
     return run.srcEnd - run.src >= fastSource && run.dstEnd - run.dst >= fastRoom && run.nBits < 32;
 }
 
+/// The lowest bits of `bits`, as many as the lower byte of `count` says: less than wordBits.
+inline Word lowest(Word bits, uint32_t count) {
+#if defined(__BMI2__) && defined(__x86_64__)
+    return _bzhi_u64(bits, count);
+#elif defined(__BMI2__)
+    return _bzhi_u32(bits, count);
+#else
+    return bits & ((Word{1} << count % wordBits) - 1);
+#endif
+}
+
 /// Takes `extra` bits.
 inline uint32_t takeExtra(uint32_t extra, Word& bits, uint32_t& count) {
-    const uint32_t value = static_cast<uint32_t>(bits) & ((1U << extra) - 1);
+    const auto value = static_cast<uint32_t>(lowest(bits, extra));
     bits >>= extra;
     count -= extra;
     return value;
@@ -99,77 +117,48 @@ inline uint32_t takeEntry(uint32_t codeLen, uint32_t extra, uint32_t base, Word&
     return base + takeExtra(extra, bits, count);
 }
 
-/// Copies a match at wideDistance at least, and up to copySlack bytes behind it.
-inline void copyWide(uint8_t* dst, uint32_t distance, uint32_t length) {
-    const uint8_t* src = dst - distance;
-    uint8_t* const end = dst + length;
-    copy16(dst, src);
+/// Copies the first bytes of a match at passDistance at least: copySlack from wideDistance on,
+/// otherwise firstCopied. In what was copied before, a copy may find what it is to repeat.
+inline void copyFirst(uint8_t* dst, uint32_t distance) {
+    const uint8_t* const src = dst - distance;
+    copy8(dst, src);
+    copy8(dst + 8, src + 8);
     copy16(dst + 16, src + 16);
-    // Few matches are longer: the loop is kept out of the way of the others.
-    while (__builtin_expect(end - dst > copySlack, 0) != 0) {
-        src += copySlack;
-        dst += copySlack;
-        copy16(dst, src);
-        copy16(dst + 16, src + 16);
+}
+
+/// Copies what follows the first copySlack bytes of a match at wideDistance at least, and up to
+/// copySlack more.
+inline void copyRest(uint8_t* dst, uint32_t distance, uint32_t length) {
+    uint8_t* const end = dst + length;
+    for (dst += copySlack; dst < end; dst += copySlack) {
+        copy16(dst, dst - distance);
+        copy16(dst + 16, dst + 16 - distance);
     }
 }
 
-/// Copies any match; false when it does not fit, or starts before the history.
+/// Copies a match that the passes left; false when it does not fit, or starts before the history.
 [[gnu::noinline]] inline bool copyAny(const Run& run, uint8_t* dst, uint32_t distance,
                                       uint32_t length) {
-    const auto left = static_cast<size_t>(run.dstEnd - dst);
-    if (left < length || !reachable(run, dst, distance)) return false;
-    if (left < length + size_t{copySlack} || distance > static_cast<size_t>(dst - run.dstStart)) {
+    if (static_cast<size_t>(run.dstEnd - dst) < length || !reachable(run, dst, distance))
+        return false;
+    if (run.overEnd - dst < static_cast<ptrdiff_t>(length) + copySlack ||
+        distance > static_cast<size_t>(dst - run.dstStart)) {
         copyMatch(run, dst, distance, length);
     } else if (distance < wideDistance) {
         copyRepeated<wideDistance>(dst, distance, length);
     } else {
-        copyWide(dst, distance, length);
+        copyFirst(dst, distance);
+        copyRest(dst, distance, length);
     }
     return true;
 }
-
-/// What stood behind the output before wide copies ran over it.
-///
-/// Callers may keep something of their own behind the last byte they get, so it is put back at the
-/// end. Where that will be is not known, so the bytes are saved a stretch of output at a time, out
-/// of line: calls into the C library within the kernel would cost its loop registers.
-class SavedRoom {
- public:
-    /// Output that may be decoded between two saves.
-    static constexpr ptrdiff_t stretch = 2048;
-
-    explicit SavedRoom(uint8_t* output) : start_(output), end_(output) {}
-
-    /// Saves what a stretch from `output` on and its last match may run over, up to `end`.
-    [[gnu::noinline]] void save(uint8_t* output, const uint8_t* end) {
-        // The last copy before may have run over the first bytes: they are saved already.
-        const ptrdiff_t kept = std::min<ptrdiff_t>(copySlack, end_ - output);
-        const ptrdiff_t size = std::min<ptrdiff_t>(end - output, sizeof bytes_);
-        std::memmove(bytes_, bytes_ + (output - start_), static_cast<size_t>(kept));
-        std::memcpy(bytes_ + kept, output + kept, static_cast<size_t>(size - kept));
-        start_ = output;
-        end_ = output + size;
-    }
-
-    /// Puts back what was behind `output`, the end of what was decoded.
-    [[gnu::noinline]] void restore(uint8_t* output) const {
-        std::memcpy(output, bytes_ + (output - start_),
-                    static_cast<size_t>(std::min<ptrdiff_t>(copySlack, end_ - output)));
-    }
-
- private:
-    uint8_t* start_;
-    uint8_t* end_;
-    uint8_t bytes_[stretch + fastRoom + maxMatch + copySlack];
-};
 
 /// What the inner loop of the kernel leaves to the outer one.
 enum class Event {
     margin,    ///< Input or room for a further pass is not certain.
     symbol,    ///< The entry is a link, the end of the block or no code.
     distance,  ///< The distance's code is beyond the lookup, or there is no such distance.
-    copy,      ///< The match overlaps closely, begins before the output, or ends near its end.
+    copy,      ///< The match overlaps closely, begins far back, or is near the room's end.
 };
 
 /// Writes the kernel's position back, in whole bytes of the source as far as they are this call's.
@@ -213,9 +202,20 @@ template <class Tables, class... Args>
     Word bits = run.bits;
     uint32_t count = run.nBits;
     const uint8_t* const srcSafe = run.srcEnd - fastSource;
-    const uint8_t* const dstStart = run.dstStart;
-    SavedRoom room(dst);
-    const uint8_t* const dstWide = run.dstEnd - dst >= copySlack ? run.dstEnd - copySlack : dst - 1;
+    const uint8_t* const dstSafe = run.dstEnd - fastRoom;
+    const uint8_t* const dstWide = run.overEnd - wideRoom;
+    // How far passes go, and the distances from which they copy, passDistance and wideSpan - 1
+    // more. Near the room's end, and where nothing may be run over, there are none. As output
+    // grows, more of it is in reach than was at first: it is enough to look again when that was too
+    // little.
+    const uint8_t* dstPass = dstWide;
+    size_t wideSpan = 0;
+    const auto reachFurther = [&] {
+        const bool wide = dst <= dstWide;
+        dstPass = wide ? dstWide : dstSafe;
+        wideSpan = wide ? std::max<ptrdiff_t>(dst - run.dstStart - (passDistance - 1), 0) : 0;
+    };
+    reachFurther();
 
     // Loads what fits: countedBits at least are counted then.
     const auto refill = [&] {
@@ -227,7 +227,6 @@ template <class Tables, class... Args>
     auto entry = tables.look(bits);
     uint32_t length = 0;
     uint32_t distance = 0;
-    const uint8_t* dstSafe = dst - 1;
 
     const auto takeLiteral = [&] {
         dst += tables.putLiterals(dst, entry);
@@ -246,7 +245,7 @@ template <class Tables, class... Args>
         // Passes of literals, or of a match, until something needs care. The exits are marked as
         // unlikely to keep what follows them out of the passes' straight code.
         for (;;) {
-            if (src > srcSafe || dst > dstSafe) [[unlikely]] {
+            if (src > srcSafe || dst > dstPass) [[unlikely]] {
                 event = Event::margin;
                 break;
             }
@@ -279,19 +278,25 @@ template <class Tables, class... Args>
             }
             distance = tables.takeDistance(far, bits, count);
             lookAndRefill();
-            if (distance < wideDistance || distance > static_cast<size_t>(dst - dstStart) ||
-                dstWide - dst < static_cast<ptrdiff_t>(length)) [[unlikely]] {
+            if (size_t{distance} - passDistance >= wideSpan) [[unlikely]] {
                 event = Event::copy;
                 break;
             }
-            copyWide(dst, distance, length);
+            copyFirst(dst, distance);
+            // Few matches are longer: the loop is kept out of the way of the others.
+            if (length > firstCopied) [[unlikely]] {
+                if (distance < wideDistance) {
+                    event = Event::copy;
+                    break;
+                }
+                copyRest(dst, distance, length);
+            }
             dst += length;
         }
 
         if (event == Event::margin) {
-            if (src > srcSafe || run.dstEnd - dst < fastRoom) break;
-            dstSafe = dst + std::min(run.dstEnd - fastRoom - dst, SavedRoom::stretch);
-            room.save(dst, run.dstEnd);
+            if (src > srcSafe || dst > dstSafe) break;
+            reachFurther();
             continue;
         }
         if (event == Event::symbol) {
@@ -320,6 +325,12 @@ template <class Tables, class... Args>
             refill();
             entry = tables.look(bits);
         }
+        if (distance - 1 < wideDistance - 1 &&
+            static_cast<size_t>(dst - run.dstStart) >= distance && dst <= dstWide) {
+            copyRepeated<wideDistance>(dst, distance, length);
+            dst += length;
+            continue;
+        }
         if (!copyAny(run, dst, distance, length)) {
             run.step = stepCopy;
             run.value = length;
@@ -327,8 +338,8 @@ template <class Tables, class... Args>
             break;
         }
         dst += length;
+        reachFurther();
     }
-    room.restore(dst);
     writeBack(run, src, dst, bits, count);
 }
 

@@ -7,10 +7,37 @@
 #include <cstdint>
 
 #include "frame/args.h"
+#include "frame/features.h"
 #include "inflate/match.h"
 #include "inflate/table_layout.h"
 
 using namespace vek::inflate;
+
+namespace {
+
+/// For either layout of the tables.
+struct Decoders {
+    Stop (*singleLevel)(Run& run, const VekInflateState& state);
+    Stop (*twoLevel)(Run& run, const uint8_t* tables);
+};
+
+/// Those of the widest level there is.
+const Decoders& decodersOf(uint32_t features) {
+    static constexpr Decoders plain = {ownsInflateShort_8u, ownsInflateLong_8u};
+    static constexpr Decoders avx2 = {ownsInflateShort_avx2, ownsInflateLong_avx2};
+    return vek::hasAll(features, VEK_FEATURE_AVX2 | VEK_FEATURE_BMI2) ? avx2 : plain;
+}
+
+/// Whether the room has bytes in common with the window.
+bool inWindow(const Run& run) {
+    const auto room = reinterpret_cast<uintptr_t>(run.dst);
+    const auto roomEnd = reinterpret_cast<uintptr_t>(run.dstEnd);
+    const auto window = reinterpret_cast<uintptr_t>(run.window);
+    return window < roomEnd && (room <= window || room - window < run.windowSize) &&
+           run.windowSize != 0;
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -36,6 +63,7 @@ VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCo
     run.dstStart = dst - dstIdx;
     run.window = state->window;
     run.windowSize = state->window != nullptr ? state->windowSize : 0;
+    run.overEnd = inWindow(run) ? dst : run.dstEnd;
     run.winIdx = winIdx;
     run.nBits = *pCodeLenBits;
     run.bits = run.nBits < 32 ? *pCode & ((1U << run.nBits) - 1) : *pCode;
@@ -48,12 +76,13 @@ VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCo
     }
 
     Stop stop = Stop::corrupt;
+    const Decoders& decoders = decodersOf(vek::features());
     if (state->tableKind == singleLevelTables) {
-        stop = ownsInflateShort_8u(run, *state);
+        stop = decoders.singleLevel(run, *state);
     } else if (state->tableKind == twoLevelTables) {
-        stop = ownsInflateLong_8u(run, state->tables);
+        stop = decoders.twoLevel(run, state->tables);
     } else if (state->tableKind == fixedTables) {
-        stop = ownsInflateLong_8u(run, fixedCodeTables.data());
+        stop = decoders.twoLevel(run, fixedCodeTables.data());
     }
     // A caller inside a symbol asks to go on there, and is answered in the same way even if the
     // symbol is complete by now.

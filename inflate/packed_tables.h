@@ -45,23 +45,22 @@ constexpr bool areApart() {
     return apart;
 }
 
-/// The fields of an entry. It is shifted by as it is: below the flags stand the bits to take in
-/// all, and bit 5, which a 64-bit shift heeds, is 0.
+/// The fields of an entry. It is shifted by as it is, and its lower byte masks bits as it is: there
+/// stand the bits to take in all, and nothing else but for an entry that is no symbol's. What a
+/// 32-bit shift heeds of the byte above it is the length of the code.
 namespace packed {
-using Taken = Field<0, 5>;      ///< Bits of the code or codes and the extra bits.
-using Neither = Field<6, 1>;    ///< Neither literals nor a length: a link, the end, no code.
-using Other = Field<7, 1>;      ///< Not only literals; of distances: a longer code, or none.
+using Taken = Field<0, 6>;      ///< Bits of the code or codes and the extra bits.
+using Neither = Field<7, 1>;    ///< Neither literals nor a length: a link, the end, no code.
 using CodeLen = Field<8, 5>;    ///< Bits in front of the extra bits.
 using Literals = Field<13, 2>;  ///< Number of literals.
+using Other = Field<15, 1>;     ///< Not only literals; of distances: a longer code, or none.
 using Value = Field<16, 16>;    ///< Base distance, or:
 using First = Field<16, 8>;     ///< The first literal, or the base length - 3.
 using Second = Field<24, 8>;    ///< The second literal, or the one in front of a length.
 
 static_assert(areApart<Taken, Neither, Other, CodeLen, Literals, Value>());
 static_assert(areApart<First, Second>() && (First::mask | Second::mask) == Value::mask);
-static_assert(((Neither::mask | Other::mask) & 63) == 0);
-static_assert(maxCodeLength + maxLengthExtra <= Taken::mask &&
-              packedDistBits + maxDistExtra <= Taken::mask);
+static_assert(maxCodeLength + maxLengthExtra < 32 && packedDistBits + maxDistExtra < 32);
 static_assert(maxCodeLength <= CodeLen::get(CodeLen::mask));
 }  // namespace packed
 
@@ -75,16 +74,5 @@ constexpr uint32_t packOne(uint32_t kind, uint32_t value) {
     return packed::Taken::put(entry.codeLen() + extra) | packed::CodeLen::put(entry.codeLen()) |
            packed::Value::put(value) | flags;
 }
-
-/// Fills the packed level from two-level tables; links to codes of one bit more are replaced by
-/// these.
-void pack(PackedLevel& level, const uint8_t* tables);
-
-/// How many of the 2048 entries pair() would join.
-unsigned countPairs(const uint8_t* tables);
-
-/// Joins literals with what follows them, where both are within a lookup: with another literal, or
-/// with a length.
-void pair(PackedLevel& level, const uint8_t* tables);
 
 }  // namespace vek::inline VEK_LEVEL::inflate

@@ -32,6 +32,8 @@
 
 #define ownsInflateShort_8u VEK_INTERNAL(ownsInflateShort_8u)
 #define ownsInflateLong_8u VEK_INTERNAL(ownsInflateLong_8u)
+#define ownsInflateShort_avx2 VEK_INTERNAL(ownsInflateShort_avx2)
+#define ownsInflateLong_avx2 VEK_INTERNAL(ownsInflateLong_avx2)
 #define fixedCodeTables VEK_INTERNAL(fixedCodeTables)
 
 namespace vek::inline VEK_LEVEL::inflate {
@@ -93,6 +95,7 @@ enum class Stop : int32_t { endOfBlock = 0, needInput = 1, inside = 2, corrupt }
 struct Run : LsbReader {
     uint8_t* dst;
     uint8_t* dstEnd;
+    uint8_t* overEnd;         ///< Up to here bytes behind the output may be run over.
     const uint8_t* dstStart;  ///< Start of the history in the output buffer.
     const uint8_t* window;
     uint32_t windowSize;  ///< 0 when there is no window.
@@ -101,6 +104,8 @@ struct Run : LsbReader {
     uint32_t value;
     uint32_t extraBits;
     uint32_t distance;
+
+    bool mayRunOver() const { return overEnd == dstEnd; }
 };
 
 }  // namespace vek::inline VEK_LEVEL::inflate
@@ -109,9 +114,11 @@ extern "C" {
 
 /// Decodes with the state's single-level tables.
 vek::inflate::Stop ownsInflateShort_8u(vek::inflate::Run& run, const VekInflateState& state);
+vek::inflate::Stop ownsInflateShort_avx2(vek::inflate::Run& run, const VekInflateState& state);
 
 /// Decodes with the two-level tables at `tables`.
 vek::inflate::Stop ownsInflateLong_8u(vek::inflate::Run& run, const uint8_t* tables);
+vek::inflate::Stop ownsInflateLong_avx2(vek::inflate::Run& run, const uint8_t* tables);
 
 /// The fixed code of RFC 1951, 3.2.6, in the two-level layout.
 // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): it is constexpr where it is defined.

@@ -1,13 +1,13 @@
 // The inflate decoder for single-level tables: one lookup a code.
+#pragma once
+
 #include <cstdint>
 
 #include "bytes/words.h"
 #include "inflate/resumable.h"
 #include "inflate/table_layout.h"
 
-namespace {
-
-using namespace vek::inflate;
+namespace vek::inline VEK_LEVEL::inflate {
 
 class SingleLevel {
  public:
@@ -56,10 +56,11 @@ class SingleLevel {
     uint32_t distMask_;
 };
 
-}  // namespace
-
-extern "C" Stop ownsInflateShort_8u(Run& run, const VekInflateState& state) {
+/// Decodes with the state's single-level tables.
+inline Stop decodeShort(Run& run, const VekInflateState& state) {
     if (state.litBits > maxLitBits || state.distBits > maxDistBits) return Stop::corrupt;
     const SingleLevel tables(state);
     return runSteps(run, tables, [&] { runFast<SingleLevel>(run, tables); });
 }
+
+}  // namespace vek::inline VEK_LEVEL::inflate

@@ -1,22 +1,23 @@
 // The inflate decoder for two-level tables: lookups through sub-tables, and the packed first level
 // that the kernel works on when a call has enough to do (packed_tables.h).
 // The packed tables are made anew by each call, since the caller's record has no room for them.
+#pragma once
+
 #include <array>
 #include <cstdint>
 #include <cstring>
 
 #include "bytes/words.h"
 #include "inflate/fast_loop.h"
+#include "inflate/pack.h"
 #include "inflate/packed_tables.h"
 #include "inflate/resumable.h"
 #include "inflate/table_layout.h"
 
-namespace {
-
-using namespace vek::inflate;
+namespace vek::inline VEK_LEVEL::inflate {
 
 /// Reversals of 5 bits, and masks of n bits.
-constexpr std::array<uint8_t, 32> tablofinv = [] {
+inline constexpr std::array<uint8_t, 32> tablofinv = [] {
     std::array<uint8_t, 32> table{};
     for (unsigned i = 0; i < table.size(); ++i) {
         table[i] = static_cast<uint8_t>(vek::reverseBits(i, 5));
@@ -104,7 +105,7 @@ constexpr ptrdiff_t packedSource = 600;
 constexpr ptrdiff_t packedRoom = 1500;
 constexpr ptrdiff_t pairSource = 3000;
 constexpr ptrdiff_t pairRoom = 12000;
-constexpr unsigned enoughPairs = 200;  ///< Of 2048 entries.
+constexpr unsigned enoughPairs = 140;  ///< Of 2048 entries.
 
 // The kernel's table of bits holds for the packed level, too.
 static_assert(packedBits <= lookupBits && packedBits <= literalBits && packedDistBits <= rootBits);
@@ -155,25 +156,25 @@ class Packed {
  private:
     /// Takes an entry's code and extra bits, which are returned.
     static uint32_t takeBits(uint32_t entry, Word& bits, uint32_t& count) {
-        const Word before = bits;
+        const auto taken = static_cast<uint32_t>(lowest(bits, entry));
         bits >>= entry % wordBits;
         count -= entry;
-        const auto taken = static_cast<uint32_t>(before ^ (bits << entry % wordBits));
-        return taken >> packed::CodeLen::get(entry);
+        return taken >> (entry >> packed::CodeLen::at) % 32;
     }
 
     PackedLevel level_;
     const TwoLevel& tables_;
 };
 
-}  // namespace
-
-extern "C" Stop ownsInflateLong_8u(Run& run, const uint8_t* tables) {
+/// Decodes with the two-level tables at `tables`.
+inline Stop decodeLong(Run& run, const uint8_t* tables) {
     const TwoLevel plain(tables);
     return runSteps(run, plain, [&] {
         const ptrdiff_t source = run.srcEnd - run.src;
         const ptrdiff_t room = run.dstEnd - run.dst;
-        if (source >= pairSource && room >= pairRoom && countPairs(tables) >= enoughPairs) {
+        if (!run.mayRunOver()) {
+            runFast<TwoLevel>(run, plain);  // It writes no byte but literals.
+        } else if (source >= pairSource && room >= pairRoom && countPairs(tables) >= enoughPairs) {
             runFast<Packed<true>>(run, plain, tables);
         } else if (source >= packedSource && room >= packedRoom) {
             runFast<Packed<false>>(run, plain, tables);
@@ -182,3 +183,5 @@ extern "C" Stop ownsInflateLong_8u(Run& run, const uint8_t* tables) {
         }
     });
 }
+
+}  // namespace vek::inline VEK_LEVEL::inflate
