@@ -1,7 +1,7 @@
 -- Turns a document of docs/ into a man page: the title and the paragraph below it become NAME, a block
 -- of code behind them SYNOPSIS, what follows up to the first heading DESCRIPTION, and headings move up
--- a level. Tables of options become lists, which is how man pages have them. There are no links to
--- files, so a link is its text.
+-- a level. Tables become lists of their first columns, which is how man pages have options. There are
+-- no links to files, so a link is its text.
 
 function Link(link) return link.content end
 
@@ -17,14 +17,11 @@ local function rows(tbl)
 end
 
 function Table(tbl)
-  local simple = pandoc.utils.to_simple_table(tbl)
-  if pandoc.utils.stringify(simple.header[1]) ~= "Option" then return nil end
   return pandoc.DefinitionList(rows(tbl):map(function(cells)
     local meaning = cells[#cells]
-    -- Three columns: what stands between is where the option holds.
     if #cells == 3 then
-      meaning = { pandoc.Para(pandoc.List { pandoc.Str(pandoc.utils.stringify(cells[2]) .. ":"), pandoc.Space() }
-        .. meaning[1].content) }
+      meaning = { pandoc.Para(pandoc.utils.blocks_to_inlines(cells[2], { pandoc.Str(": ") }) ..
+        pandoc.List { pandoc.Str(": ") } .. meaning[1].content) }
     end
     return { cells[1][1].content, { meaning } }
   end))
