@@ -208,6 +208,24 @@ bool isDigits(std::string_view text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
+// A word in brackets, "[a,b]", is a list of two for the parser. A mark in front hides that from it,
+// and is taken away when an option has the word.
+constexpr char kMark = 1;
+
+void hideBrackets(std::vector<std::string>& words) {
+    for (std::string& word : words)
+        if (word.starts_with('[') || word.starts_with(kMark)) word.insert(0, 1, kMark);
+}
+
+void showBrackets(CLI::App& app) {
+    const auto show = [](std::string& word) {
+        if (word.starts_with(kMark)) word.erase(0, 1);
+        return std::string();
+    };
+    for (CLI::Option* option : app.get_options())
+        if (option->get_type_size() != 0) option->transform(CLI::Validator(show, ""));
+}
+
 // What the parser would take for something else: -12 for -1 -2, and the word behind --fast, which
 // is level 1 unless a number follows, for its value.
 std::vector<std::string> normalised(const std::vector<std::string>& words) {
@@ -287,7 +305,9 @@ std::function<ExitStatus()> readArguments(int argc, char** argv) {
     app.formatter(std::make_shared<HelpFormatter>());
     app.footer(footer(role == nullptr && command.name.empty()));
     command.add(app, *line);
+    showBrackets(app);
     words = normalised(words);
+    hideBrackets(words);
     std::reverse(words.begin(), words.end());  // As the parser wants them.
     try {
         app.parse(std::move(words));

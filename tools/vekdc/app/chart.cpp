@@ -17,6 +17,21 @@ std::string bar(double part, char mark) {
            std::string(static_cast<size_t>(kBar - length), ' ');
 }
 
+struct Range {
+    double least = INFINITY;
+    double most = 0;
+};
+
+template <class Figure>
+Range rangeOf(const std::vector<Measured>& rows, Figure&& figure) {
+    Range range;
+    for (const Measured& row : rows) {
+        range.least = std::min(range.least, figure(row));
+        range.most = std::max(range.most, figure(row));
+    }
+    return range;
+}
+
 // A sample's name as a field: quoted, as it may be a path with a comma.
 std::string csvString(const std::string& text) {
     std::string out = "\"";
@@ -59,12 +74,8 @@ void printCsv(const std::vector<Measured>& rows) {
 }
 
 void printChart(const std::vector<Measured>& rows) {
-    double slowest = INFINITY;
-    double fastest = 0;
-    for (const Measured& row : rows) {
-        slowest = std::min(slowest, row.compressRate());
-        fastest = std::max(fastest, row.compressRate());
-    }
+    const auto [slowest, fastest] =
+        rangeOf(rows, [](const Measured& row) { return row.compressRate(); });
     // The slowest has a bar too.
     const double range = std::log2(fastest / slowest) + 1;
     std::printf("\n%-16s %-*s %-9s %-*s\n", "", kBar, "size, short is small", "", kBar,
@@ -81,13 +92,15 @@ void drawPlot(const std::vector<Measured>& rows, const std::string& path) {
         throw Failure("gnuplot, which draws it, is not installed");
     std::unique_ptr<std::FILE, ClosePipe> pipe(popen("gnuplot", "w"));
     if (pipe == nullptr) throw Failure("gnuplot does not start");
-    const bool png = endsWith(path, ".png");
-    std::fprintf(
-        pipe.get(),
-        "set terminal %s size 960,640 noenhanced font 'sans,11'\nset output %s\n"
-        "set logscale x\nset grid\nset key outside right\nset offsets graph 0.03,0.05,0.05,0.05\n"
-        "set xlabel 'compression, MB/s'\nset ylabel 'ratio'\n",
-        png ? "pngcairo" : "svg", gnuplotString(path).c_str());
+    const Range rates = rangeOf(rows, [](const Measured& row) { return row.compressRate(); });
+    const Range ratios = rangeOf(rows, [](const Measured& row) { return 1 / row.share(); });
+    std::fprintf(pipe.get(),
+                 "set terminal %s size 960,640 noenhanced font 'sans,11'\nset output %s\n"
+                 "set logscale x\nset xrange [%g:%g]\nset yrange [%g:%g]\n"
+                 "set grid\nset key outside right\n"
+                 "set xlabel 'compression, MB/s'\nset ylabel 'ratio'\n",
+                 endsWith(path, ".png") ? "pngcairo" : "svg", gnuplotString(path).c_str(),
+                 rates.least * 0.7, rates.most * 1.4, ratios.least * 0.9, ratios.most * 1.1);
     std::set<std::string> names;
     std::string plots;
     for (const Measured& first : rows) {
