@@ -4,9 +4,20 @@
 
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   set(VEK_VARIANT g9)
+  set(_libdirs lib/i386-linux-gnu lib32)
 else()
   set(VEK_VARIANT x9)
+  set(_libdirs lib/x86_64-linux-gnu lib64)
 endif()
+
+# Where libraries of this width belong, below the prefix: Debian and its kin have a folder for each
+# architecture.
+if(EXISTS /etc/debian_version)
+  list(GET _libdirs 0 _libdir)
+else()
+  list(GET _libdirs 1 _libdir)
+endif()
+set(VEK_INSTALL_LIBDIR ${_libdir} CACHE STRING "Library folder below the prefix")
 
 set(CMAKE_C_STANDARD 11)
 set(CMAKE_CXX_STANDARD 20)

@@ -193,6 +193,11 @@ extern "C" {
  * Status codes and version
  * --------------------------------------------------------------------------------------------- */
 
+/**
+ * @defgroup vekdc_status Statuses and version
+ * @{
+ */
+
 /** Result of every function but the version query. */
 typedef int32_t VekStatus;
 
@@ -294,9 +299,16 @@ typedef struct VekLibraryVersion {
  */
 const VekLibraryVersion* vekdcGetLibVersion(void);
 
+/** @} */
+
 /* ------------------------------------------------------------------------------------------------
  * Checksums
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * @defgroup vekdc_checksum Checksums
+ * @{
+ */
 
 /**
  * CRC-32 of zlib, gzip and many others (RFC 1952): polynomial 0x04C11DB7, lowest bit first.
@@ -362,11 +374,16 @@ VekStatus veksCRC32C_8u(const uint8_t* pSrc, uint32_t len, uint32_t* pCRC);
  */
 VekStatus veksAdler32_8u(const uint8_t* pSrc, int32_t len, uint32_t* pSum);
 
-/* (checksums end) */
+/** @} */
 
 /* ------------------------------------------------------------------------------------------------
  * Deflate: match finding
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * @defgroup vekdc_deflate Deflate
+ * @{
+ */
 
 /**
  * One symbol's entry in a literal/length table (286 symbols) or a distance table (30 symbols).
@@ -584,8 +601,6 @@ VekStatus veksDeflateDictionarySet_8u(const uint8_t* pDict, int32_t dictLen, int
                                       uint32_t hashSize, int32_t* pHashPrev, const void* pDictAux,
                                       uint32_t winSize, int32_t hashMode);
 
-/* (deflate match finding end) */
-
 /* ------------------------------------------------------------------------------------------------
  * Deflate: Huffman coding
  * --------------------------------------------------------------------------------------------- */
@@ -751,11 +766,16 @@ VekStatus veksDeflateLZ77FastestPrecompHeader_8u(VekHuffEntry* pLitHuffTable,
                                                  VekHuffEntry* pDistHuffTable, uint8_t* pHeader,
                                                  uint32_t* pHeaderLen, uint32_t* pHeaderBits);
 
-/* (deflate Huffman coding end) */
+/** @} */
 
 /* ------------------------------------------------------------------------------------------------
  * Inflate
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * @defgroup vekdc_inflate Inflate
+ * @{
+ */
 
 /** Size in bytes of the area of ::VekInflateState that holds the decoding tables. */
 #define VEK_INFLATE_TABLES_SIZE 7168
@@ -865,11 +885,16 @@ VekStatus veksInflate_8u(const uint8_t** ppSrc, uint32_t* pSrcLen, uint32_t* pCo
                          uint32_t* pDstLen, uint32_t dstIdx, int32_t* pMode,
                          VekInflateState* pState);
 
-/* (inflate end) */
+/** @} */
 
 /* ------------------------------------------------------------------------------------------------
  * Bzip2
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * @defgroup vekdc_bzip2 Bzip2
+ * @{
+ */
 
 /*
  * The stages of the file format of bzip2 1.0, which no standard describes; the opening of this
@@ -1409,11 +1434,16 @@ VekStatus veksDecodeBlock_BZ2_16u8u(const uint16_t* pSrc, int32_t srcLen, uint8_
                                     int32_t* pDstLen, int32_t index, int32_t dictSize,
                                     const uint8_t* pInUse, uint8_t* pBuffer);
 
-/* (bzip2 end) */
+/** @} */
 
 /* ------------------------------------------------------------------------------------------------
  * LZ4
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * @defgroup vekdc_lz4 LZ4
+ * @{
+ */
 
 /*
  * Blocks of the LZ4 block format (https://github.com/lz4/lz4/blob/dev/doc/lz4_Block_format.md): no
@@ -1737,11 +1767,16 @@ VekStatus veksEncodeLZ4HCDictLimit_8u(const uint8_t* pSrc, int32_t srcIdx, int32
                                       const uint8_t* pDict, int32_t dictLen, int32_t level,
                                       int32_t dictLimit);
 
-/* (LZ4 end) */
+/** @} */
 
 /* ------------------------------------------------------------------------------------------------
  * LZO
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * @defgroup vekdc_lzo LZO
+ * @{
+ */
 
 /*
  * LZO1X, the format of the LZO library (M. F. X. J. Oberhumer; described in the Linux kernel's
@@ -1905,11 +1940,16 @@ VekStatus veksDecodeLZO_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst, 
 VekStatus veksDecodeLZOSafe_8u(const uint8_t* pSrc, uint32_t srcLen, uint8_t* pDst,
                                uint32_t* pDstLen);
 
-/* (LZO end) */
+/** @} */
 
 /* ------------------------------------------------------------------------------------------------
  * LZSS
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * @defgroup vekdc_lzss LZSS
+ * @{
+ */
 
 /*
  * LZSS (J. A. Storer and T. G. Szymanski, "Data Compression via Textual Substitution", 1982): a
@@ -2015,11 +2055,16 @@ VekStatus veksDecodeLZSSInit_8u(void* pState);
 VekStatus veksDecodeLZSS_8u(const uint8_t** ppSrc, int32_t* pSrcLen, uint8_t** ppDst,
                             int32_t* pDstLen, void* pState);
 
-/* (LZSS end) */
+/** @} */
 
 /* ------------------------------------------------------------------------------------------------
  * ZFP
  * --------------------------------------------------------------------------------------------- */
+
+/**
+ * @defgroup vekdc_zfp ZFP
+ * @{
+ */
 
 /**
  * Both ways of a stream of ZFP blocks (P. Lindstrom, "Fixed-Rate Compressed Floating-Point Arrays",
@@ -2272,7 +2317,7 @@ VekStatus veksDecodeZfpGetDecompressedSizeLong_32f(const VekZfpState* pState, in
 VekStatus veksDecodeZfp444_32f(VekZfpState* pState, float* pDst, int32_t dstStep,
                                int32_t dstPlaneStep);
 
-/* (ZFP end) */
+/** @} */
 
 #ifdef __cplusplus
 }

@@ -7,10 +7,13 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <memory>
 
+#include "tools/vekdc/app/completion.h"
 #include "tools/vekdc/app/options.h"
 #include "tools/vekdc/app/roles.h"
+#include "tools/vekdc/app/run.h"
 #include "vekdc.h"
 
 namespace vekdc {
@@ -74,9 +77,41 @@ void addSum(CLI::App& app, CommandLine& line) {
     };
 }
 
-void addDemo(CLI::App& app, CommandLine& line) {
+void addBench(CLI::App& app, CommandLine& line) {
+    app.add_option("FILE", line.paths, "Files, each of which is read into memory")->required();
+    addFormat(app, line);
     addJobs(app, line);
-    line.run = [&line] { return demonstrate(line.work.settings.jobs); };
+    app.add_flag("--csv", line.bench.csv, "Print comma-separated values");
+    app.add_option("--plot", line.bench.plot, "Draw ratio over speed by gnuplot, .svg or .png")
+        ->type_name("FILE");
+    app.add_flag("-f,--force", line.bench.force, "Replace an existing picture");
+    addFormatOptions(app, line);
+    line.run = [&line] {
+        line.bench.format = line.work.format;
+        line.bench.settings = line.work.settings;
+        return benchFiles(line.paths, line.bench);
+    };
+}
+
+void addRun(CLI::App& app, CommandLine& line) {
+    app.add_option("PROGRAM", line.paths, "Program and its arguments")->required();
+    line.run = [&line] { return runProgram(line.paths); };
+}
+
+void addDemo(CLI::App& app, CommandLine& line) {
+    app.add_option("FILE", line.paths, "Files to show beside the generated samples");
+    addJobs(app, line);
+    line.run = [&line] { return demonstrate(line.paths, line.work.settings.jobs); };
+}
+
+ExitStatus printCompletion(const std::string& shell);
+
+void addCompletion(CLI::App& app, CommandLine& line) {
+    app.add_option("SHELL", line.paths, "bash, zsh or fish")
+        ->required()
+        ->expected(1)
+        ->check(CLI::IsMember(shellNames()));
+    line.run = [&line] { return printCompletion(line.paths.front()); };
 }
 
 struct Command {
@@ -91,7 +126,10 @@ constexpr std::array kCommands = {
     Command{"test", "Verify compressed files without writing", addReading<Task::Test>},
     Command{"info", "Say what compressed files hold", addReading<Task::Info>},
     Command{"sum", "Print checksums of files, or check them", addSum},
-    Command{"demo", "Compress and verify generated samples in memory", addDemo},
+    Command{"bench", "Compare all formats and levels on files, in memory", addBench},
+    Command{"run", "Run a program with the drop-in libraries", addRun},
+    Command{"demo", "Compress and verify samples in memory", addDemo},
+    Command{"completion", "Print what a shell completes vekdc's words by", addCompletion},
 };
 
 constexpr Command kHabits{"", "Compress, decompress and verify files", addHabits};
@@ -100,6 +138,21 @@ const Command* commandByName(std::string_view name) {
     const auto* found = std::find_if(kCommands.begin(), kCommands.end(),
                                      [&](const Command& command) { return command.name == name; });
     return found == kCommands.end() ? nullptr : found;
+}
+
+ExitStatus printCompletion(const std::string& shell) {
+    std::vector<CompletedCommand> commands;
+    CommandLine line;
+    const auto describe = [&](const Command& command) {
+        auto app = std::make_unique<CLI::App>(command.help);
+        app->set_version_flag("-V,--version", "");
+        command.add(*app, line);
+        commands.push_back({std::string(command.name), command.help, std::move(app)});
+    };
+    describe(kHabits);
+    for (const Command& command : kCommands) describe(command);
+    std::fputs(completionFor(shell, commands).c_str(), stdout);
+    return kSuccess;
 }
 
 std::string unknownCommand(const std::string& word, const char* what) {
@@ -115,6 +168,14 @@ bool looksLikeCommand(const std::string& word) {
     return !word.empty() &&
            word.find_first_not_of("abcdefghijklmnopqrstuvwxyz") == std::string::npos &&
            lstat(word.c_str(), &status) != 0;
+}
+
+// What stands behind a program's name is for that program.
+void protectProgram(std::vector<std::string>& words) {
+    const auto program = std::find_if(words.begin(), words.end(), [](const std::string& word) {
+        return word == "--" || !word.starts_with('-');
+    });
+    if (program != words.end() && *program != "--") words.insert(program, "--");
 }
 
 // Takes the command off the words, and "help COMMAND" as "COMMAND --help".
@@ -133,6 +194,7 @@ const Command& takeCommand(std::vector<std::string>& words) {
     }
     if (const Command* command = commandByName(words.front())) {
         words.erase(words.begin());
+        if (command->name == "run") protectProgram(words);
         return *command;
     }
     if (looksLikeCommand(words.front()))
@@ -144,6 +206,24 @@ const Command& takeCommand(std::vector<std::string>& words) {
 
 bool isDigits(std::string_view text) {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;
+}
+
+// A word in brackets, "[a,b]", is a list of two for the parser. A mark in front hides that from it,
+// and is taken away when an option has the word.
+constexpr char kMark = 1;
+
+void hideBrackets(std::vector<std::string>& words) {
+    for (std::string& word : words)
+        if (word.starts_with('[') || word.starts_with(kMark)) word.insert(0, 1, kMark);
+}
+
+void showBrackets(CLI::App& app) {
+    const auto show = [](std::string& word) {
+        if (word.starts_with(kMark)) word.erase(0, 1);
+        return std::string();
+    };
+    for (CLI::Option* option : app.get_options())
+        if (option->get_type_size() != 0) option->transform(CLI::Validator(show, ""));
 }
 
 // What the parser would take for something else: -12 for -1 -2, and the word behind --fast, which
@@ -225,7 +305,9 @@ std::function<ExitStatus()> readArguments(int argc, char** argv) {
     app.formatter(std::make_shared<HelpFormatter>());
     app.footer(footer(role == nullptr && command.name.empty()));
     command.add(app, *line);
+    showBrackets(app);
     words = normalised(words);
+    hideBrackets(words);
     std::reverse(words.begin(), words.end());  // As the parser wants them.
     try {
         app.parse(std::move(words));

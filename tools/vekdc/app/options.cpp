@@ -39,13 +39,18 @@ void addJobs(CLI::App& app, CommandLine& line) {
 }
 
 void addFiles(CLI::App& app, CommandLine& line) {
+    line.readsStdin = true;
     app.add_option("FILE", line.paths, "Files; - or none: standard input");
+}
+
+void addFormat(CLI::App& app, CommandLine& line) {
+    app.add_option("--format", line.format, "Format of the data: " + formatNames())
+        ->type_name("NAME");
 }
 
 void addInputOptions(CLI::App& app, CommandLine& line) {
     addFiles(app, line);
-    app.add_option("--format", line.format, "Format of the data: " + formatNames())
-        ->type_name("NAME");
+    addFormat(app, line);
     addJobs(app, line);
     app.add_flag("-r,--recursive", line.work.recursive, "Work on the files below folders");
     app.add_flag("-q,--quiet", line.work.quiet, "No progress, no warnings");
@@ -138,7 +143,7 @@ void addTasks(CLI::App& app, CommandLine& line) {
 
 void complete(CommandLine& line) {
     WorkOptions& work = line.work;
-    if (line.paths.empty()) line.paths.emplace_back(kStdin);
+    if (line.paths.empty() && line.readsStdin) line.paths.emplace_back(kStdin);
     if (!line.levels.empty()) work.settings.level = line.levels.back();
     if (!line.format.empty()) {
         work.format = formatByName(line.format);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/vekdc/app/bench.h"
 #include "tools/vekdc/app/sum.h"
 #include "tools/vekdc/app/work.h"
 
@@ -17,10 +18,12 @@ namespace vekdc {
 struct CommandLine {
     WorkOptions work;
     SumOptions sum;
+    BenchOptions bench;
     std::vector<std::string> paths;
     std::vector<int> levels;  // As given; the last one holds.
     std::string format;
     bool check = false;
+    bool readsStdin = false;  // Where no file is named.
     bool noName = false;
     bool progress = false;
     bool keep = false;
@@ -32,6 +35,7 @@ void addFiles(CLI::App& app, CommandLine& line);
 /// -z, -d, -t and -l, in the place of commands.
 void addTasks(CLI::App& app, CommandLine& line);
 void addJobs(CLI::App& app, CommandLine& line);
+void addFormat(CLI::App& app, CommandLine& line);
 void addInputOptions(CLI::App& app, CommandLine& line);
 void addOutputOptions(CLI::App& app, CommandLine& line);
 void addLevels(CLI::App& app, CommandLine& line);

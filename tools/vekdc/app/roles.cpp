@@ -44,6 +44,12 @@ const Role* roleOf(std::string_view program) {
     return found == kRoles.end() ? nullptr : found;
 }
 
+std::vector<std::string> roleNames() {
+    std::vector<std::string> names;
+    for (const Role& role : kRoles) names.emplace_back(role.name);
+    return names;
+}
+
 std::string_view nearest(std::string_view word, const std::vector<std::string_view>& words) {
     std::string_view best;
     size_t least = word.size() / 2 + 1;  // Half of the letters must be right.

@@ -21,6 +21,9 @@ struct Role {
 /// By the name that the program was called by; null for its own.
 const Role* roleOf(std::string_view program);
 
+/// All these names.
+std::vector<std::string> roleNames();
+
 /// The one of `words` that `word` was most likely meant to be; empty where none is near.
 std::string_view nearest(std::string_view word, const std::vector<std::string_view>& words);
 

@@ -8,8 +8,9 @@
 
 namespace vekdc {
 
-/// How the program ends: the worst of what happened.
-enum ExitStatus { kSuccess = 0, kFailure = 1, kWarning = 2 };
+/// How the program ends: the worst of what happened. The last two are what shells say of a program
+/// that does not start.
+enum ExitStatus { kSuccess = 0, kFailure = 1, kWarning = 2, kCannotRun = 126, kNotFound = 127 };
 
 ExitStatus worse(ExitStatus a, ExitStatus b);
 

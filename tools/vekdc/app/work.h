@@ -36,8 +36,8 @@ struct WorkOptions {
 /// Works through the files ("-" is standard input); one that fails does not stop the others.
 ExitStatus workOnFiles(const std::vector<std::string>& paths, const WorkOptions& options);
 
-/// Compresses generated samples in memory at every level of every format, verifies what comes back,
-/// and prints ratios and speeds.
-ExitStatus demonstrate(unsigned jobs);
+/// Compresses generated samples, and files, in memory with all formats, verifies what comes back,
+/// also by the formats' own programs, and prints ratios and speeds.
+ExitStatus demonstrate(const std::vector<std::string>& paths, unsigned jobs);
 
 }  // namespace vekdc

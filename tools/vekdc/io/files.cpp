@@ -87,7 +87,7 @@ int descriptorBehind(const std::string& path) {
 void occupyStandardDescriptors() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor)
         if (fcntl(descriptor, F_GETFD) < 0)
-            open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+            open("/dev/null", (descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY) | O_CLOEXEC);
 }
 
 void installSignalHandlers() {
