@@ -54,7 +54,7 @@ constexpr size_t matchMargin = 33;  // No match reaches into the last so many by
 // Where nothing is found, a step of two grows by two bytes for each 64 passed over, by so many at
 // most.
 constexpr size_t stepGrowth = 64 / 2;
-constexpr size_t mostGrowth = 2048;
+constexpr size_t mostGrowth = 512;
 
 /// The caller's record; the words between are of no use to this encoder.
 struct LzoEncodeState {
@@ -226,7 +226,8 @@ inline bool neverOverflows(const Encoder& encoder, size_t length) {
 
 /// A match finder's table: low halves of positions, counted from a base, under the hash of so many
 /// bytes.
-template <size_t Entries, size_t HashedBytes>
+/// `Wraps` tells that more is searched than 16 bits can count.
+template <size_t Entries, size_t HashedBytes, bool Wraps>
 struct Table {
     uint16_t* entries;
     const uint8_t* base;
@@ -241,18 +242,20 @@ struct Table {
         const uint32_t behind = HashedBytes == 5 ? p[4] : load<uint16_t>(p + 4);
         return entries[crc32cStep(behind, load<uint32_t>(p)) & (Entries - 1)];
     }
+    /// False for a distance that the format lacks, or 0, where an entry has come round.
+    static bool reaches(size_t distance) { return !Wraps || distance - 1 < maxDistance; }
     void insert(const uint8_t* p) const { at(p) = static_cast<uint16_t>(p - base); }
-    /// Inserts p; returns the distance to who stood there, who lies at or behind the base.
+    /// Inserts p; returns the distance to what stood there, which lies at or behind the base.
     size_t exchange(const uint8_t* p) const {
         const auto position = static_cast<uint32_t>(p - base);
         uint16_t& entry = at(p);
         const uint32_t before = entry;
         entry = static_cast<uint16_t>(position);
-        return static_cast<uint16_t>(position - before);
+        return Wraps ? static_cast<uint16_t>(position - before) : position - before;
     }
 };
-using WholeTable = Table<32768, 5>;  // Method 0's.
-using ChunkTable = Table<16384, 6>;  // Method 2's.
+using WholeTable = Table<32768, 5, true>;   // Method 0's.
+using ChunkTable = Table<16384, 6, false>;  // Method 2's.
 
 /// Finds matches of and in [table.base, stop) and writes them. False when room ran out. Apart from
 /// its caller, so that its loop has all registers.
@@ -281,7 +284,7 @@ template <bool CheckRoom, class AnyTable>
             distance = nextDistance;
             ++p;
         }
-        if (distance - 1 >= maxDistance) [[unlikely]] {
+        if (!AnyTable::reaches(distance)) [[unlikely]] {
             p += 2;
             continue;
         }
