@@ -215,7 +215,8 @@ std::string zshCompletion(const std::vector<CompletedCommand>& commands) {
            "    esac\n"
            "}\n"
            // Read by the shell as a function of its own, or by `source`.
-           "if [ \"$funcstack[1]\" = _vekdc ]; then _vekdc \"$@\"; else compdef _vekdc vekdc; fi\n";
+           "if [ \"$funcstack[1]\" = _vekdc ]; then _vekdc \"$@\"; else compdef _vekdc vekdc " +
+           join(roleNames(), " ") + "; fi\n";
 }
 
 // --- fish ----------------------------------------------------------------------------------------

@@ -68,10 +68,11 @@ std::vector<uint8_t> makeField() {
     std::minstd_rand random(4);
     std::vector<uint8_t> data;
     data.reserve(kSide * kSide * kSide * sizeof(float));
+    const auto part = [](size_t at) { return static_cast<float>(at % kSide) / kSide; };
     for (size_t i = 0; i < kSide * kSide * kSide; ++i) {
-        const auto x = static_cast<float>(i % kSide) / kSide;
-        const auto y = static_cast<float>(i / kSide % kSide) / kSide;
-        const auto z = static_cast<float>(i / kSide / kSide) / kSide;
+        const float x = part(i);
+        const float y = part(i / kSide);
+        const float z = part(i / (kSide * kSide));
         const float noise = static_cast<float>(random() % 1000) * 1e-6F;
         const float value = x * (1 - x) * 4 + y * y * z - z * z * (1 - y) + noise;
         const auto* bytes = reinterpret_cast<const uint8_t*>(&value);

@@ -46,6 +46,7 @@ const Role* roleOf(std::string_view program) {
 
 std::vector<std::string> roleNames() {
     std::vector<std::string> names;
+    names.reserve(kRoles.size());
     for (const Role& role : kRoles) names.emplace_back(role.name);
     return names;
 }

@@ -59,6 +59,7 @@ ExitStatus runProgram(const std::vector<std::string>& words) {
     signal(SIGXFSZ, SIG_DFL);  // Ignored for the tool's own outputs.
 
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     execvp(arguments[0], arguments.data());
