@@ -1534,8 +1534,8 @@ VekStatus veksDecodeLZ4Dict_8u(const uint8_t* pSrc, int32_t* pSrcLen, uint8_t* p
 VekStatus veksEncodeLZ4HashTableGetSize_8u(int32_t* pSize);
 
 /**
- * Clears a hash table as a block without history uses it: 4096 entries of 16 bits for blocks below
- * 65536 bytes, else of 32. The encoders without history do so themselves.
+ * Clears a hash table: its first half for blocks below 65536 bytes, else all of it. The encoders
+ * without history need no such call; they clear what they use.
  *
  * @param[out] pHashTable the table, aligned to 4.
  * @param[in]  srcLen     length of the block to come, at least 1.
