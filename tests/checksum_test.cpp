@@ -128,15 +128,11 @@ TEST(Checksum, ArgumentsAreCheckedBeforeAnythingIsTouched) {
         uint32_t value;
     };
     const Case cases[] = {
-        {0, nullptr, 3, vekStatusNullPointer, untouched},
-        {0, nullptr, 0, vekStatusNullPointer, untouched},
         {0, data, 0, vekStatusBadSize, untouched},
         {0, data, -1, vekStatusBadSize, untouched},
         {0, data, INT32_MIN, vekStatusBadSize, untouched},
-        {1, nullptr, -1, vekStatusNullPointer, untouched},
         {1, data, 0, vekStatusBadSize, untouched},
         {1, data, -1, vekStatusBadSize, untouched},
-        {2, nullptr, 0, vekStatusNullPointer, untouched},
         {2, data, 0, vekStatusBadSize, untouched},
         {3, nullptr, 3, vekStatusOk, 1},
         {3, nullptr, -3, vekStatusOk, 1},
@@ -148,7 +144,6 @@ TEST(Checksum, ArgumentsAreCheckedBeforeAnythingIsTouched) {
         uint32_t value = untouched;
         EXPECT_EQ(checksums[c.checksum].update(c.src, c.len, &value), c.status);
         EXPECT_EQ(value, c.value);
-        EXPECT_EQ(checksums[c.checksum].update(c.src, c.len, nullptr), vekStatusNullPointer);
     }
 }
 

@@ -133,38 +133,12 @@ TEST(CodecZfp, HeadersStateWhatTheyWereGiven) {
 
 TEST(CodecZfp, MemoryThatFailsAndFieldsThatDoNotFit) {
     const Field& field = fields()[0];
-    for (size_t limit = 0, good = 0; good != 2; ++limit) {
-        CountingMemory memory(limit);
-        ZfpFieldEncoder encoder(field.dims, field.parameters, memory.allocator());
-        ZfpFieldDecoder decoder(memory.allocator());
-        const Status ends[] = {encodeInPieces(encoder, field.plain, 7).status,
-                               decodeInPieces(decoder, field.packed, 7).status};
-        good = static_cast<size_t>(std::count(ends, ends + 2, Status::Ended));
-        EXPECT_EQ(good + std::count(ends, ends + 2, Status::NoMemory), 2U);
-    }
-    // Every second call gives none: what failed is tried again.
-    bool gives = true;
-    const Allocator flaky = {[](void* self, size_t bytes) {
-                                 bool& now = *static_cast<bool*>(self);
-                                 now = !now;
-                                 return now ? std::malloc(bytes) : nullptr;
-                             },
-                             [](void*, void* block) { std::free(block); }, &gives};
-    ZfpFieldEncoder retried(field.dims, field.parameters, flaky);
-    const CodecResult packed = runInPieces(field.plain, 7, 5, [&](auto& in, auto& out, bool) {
-        for (;;)
-            if (const Status status = retried.run(in, out, Directive::Go);
-                status != Status::NoMemory)
-                return status;
-    });
-    EXPECT_TRUE(packed.bytes == field.packed);
-    ZfpFieldDecoder decoder(flaky);
-    const CodecResult plain = runInPieces(field.packed, 7, 5, [&](auto& in, auto& out, bool) {
-        for (;;)
-            if (const Status status = decoder.run(in, out); status != Status::NoMemory)
-                return status;
-    });
-    EXPECT_EQ(plain.bytes.size(), field.plain.size());
+    ZfpFieldDecoder decoder;
+    goesOnOnceThereIsMemory(
+        [&](auto from) { return ZfpFieldEncoder(field.dims, field.parameters, from); }, field.plain,
+        field.packed);
+    goesOnOnceThereIsMemory([](auto from) { return ZfpFieldDecoder(from); }, field.packed,
+                            decodeInPieces(decoder, field.packed).bytes);
     ZfpFieldEncoder encoder(field.dims, field.parameters);
     const Bytes shorter(field.plain.begin(), field.plain.end() - 4);
     EXPECT_EQ(encodeInPieces(encoder, shorter, 100).status, Status::Broken);

@@ -134,10 +134,10 @@ Bytes worstCase(size_t size) {
 
 TEST(Lzo, RoundTripsEveryShapeWithEveryMethod) {
     // Around the encoder's thresholds, chunk and reach, and the decoder's margins.
-    const size_t lengths[] = {1,     2,     3,     4,     5,     13,    14,    18,     36,
-                              37,    38,    39,    40,    50,    64,    65,    100,    238,
-                              239,   256,   273,   274,   275,   1000,  2048,  4096,   8000,
-                              33000, 49151, 49152, 49153, 49190, 65536, 98340, 131072, 150001};
+    const std::vector<size_t> lengths = {
+        1,    2,    3,    4,     5,     13,    14,    18,    36,    37,    38,     39,
+        40,   50,   64,   65,    100,   238,   239,   256,   273,   274,   275,    1000,
+        2048, 4096, 8000, 33000, 49151, 49152, 49153, 49190, 65536, 98340, 131072, 150001};
     // Through all buffers, so that they are dirty; the last three make containers.
     State states[] = {State(0), State(2), State(0, 2), State(0, 7), State(0, 32)};
     const auto roundTrip = [&](const Bytes& data) {
@@ -154,14 +154,11 @@ TEST(Lzo, RoundTripsEveryShapeWithEveryMethod) {
 #endif
         }
     };
-    for (const auto& shape : shapes()) {
-        for (size_t length : lengths) {
-            SCOPED_TRACE(testing::Message() << shape.name << " " << length);
-            const Bytes data = shape.make(length, static_cast<uint32_t>(length));
-            ASSERT_NO_FATAL_FAILURE(roundTrip(data));
-            for (const Bytes& stream : peerStreams(data))
-                ASSERT_NO_FATAL_FAILURE(expectDecodes(stream, data));
-        }
+    for (const auto& [name, data] : everyShape(lengths)) {
+        SCOPED_TRACE(name);
+        ASSERT_NO_FATAL_FAILURE(roundTrip(data));
+        for (const Bytes& stream : peerStreams(data))
+            ASSERT_NO_FATAL_FAILURE(expectDecodes(stream, data));
     }
     ASSERT_NO_FATAL_FAILURE(roundTrip(worstCase(200000)));
 }
@@ -232,11 +229,10 @@ TEST(Lzo, NoPlainStreamIsTakenForAContainer) {
 
 TEST(Lzo, EncoderKeepsInsideEveryRoom) {
     for (auto [method, parts] : {std::pair{0, 0U}, {2, 0U}, {0, 5U}}) {
-        for (const auto& shape : shapes()) {
-            const Bytes data = shape.make(700, 5);
+        for (const auto& [name, data] : everyShape({700})) {
             const size_t whole = encode(data, State(method, parts)).size();
             for (size_t capacity = 0; capacity <= whole + 20; capacity += capacity < 40 ? 1 : 7) {
-                SCOPED_TRACE(testing::Message() << shape.name << " " << capacity);
+                SCOPED_TRACE(testing::Message() << name << " " << capacity);
                 State state(method, parts);
                 const size_t slack = 5 + 6 * parts + capacity / 255;
                 const Result r = encode(data, state, capacity, slack);
@@ -268,7 +264,6 @@ TEST(Lzo, EncoderKeepsInsideEveryRoom) {
 }
 
 TEST(Lzo, Arguments) {
-    const auto null = vekStatusNullPointer;
     const auto refused = vekStatusBadArgument;
     const auto ok = vekStatusOk;
     State good(0);
@@ -282,16 +277,10 @@ TEST(Lzo, Arguments) {
     for (auto [status, expected] : {
              std::pair<VekStatus, VekStatus>{veksEncodeLZOGetSize(0, 9, sizes), ok},
              {veksEncodeLZOGetSize(3, 9, sizes + 1), refused},
-             {veksEncodeLZOGetSize(3, 9, nullptr), null},
              {veksEncodeLZOInit_8u(-1, 0, state), refused},
-             {veksEncodeLZOInit_8u(3, 0, nullptr), null},
-             {veksEncodeLZO_8u(nullptr, 0, &byte, &n, state), null},
-             {veksEncodeLZO_8u(&byte, 1, &byte, &n, nullptr), null},
              {veksEncodeLZO_8u(&byte, 1, &byte, &n, bad[0].words.data()), refused},
              {veksEncodeLZO_8u(&byte, 1, &byte, &n, bad[1].words.data()), refused},
              {veksEncodeLZO_8u(&byte, 1, &byte, &n, bad[2].words.data()), refused},
-             {veksDecodeLZO_8u(nullptr, 0, &byte, &n), null},
-             {veksDecodeLZOSafe_8u(&byte, 1, &byte, nullptr), null},
          })
         EXPECT_EQ(status, expected);
     EXPECT_TRUE(good.words == State(0).words);
@@ -415,8 +404,7 @@ TEST(Lzo, HostileStreamsStayInsideTheBuffers) {
 }
 
 TEST(Lzo, TrustingDecoderStopsAtTheCapacity) {
-    for (const auto& shape : shapes()) {
-        const Bytes data = shape.make(2000, 6);
+    for (const auto& [name, data] : everyShape({2000})) {
         Bytes stream = encode(data, State(2));
         for (size_t capacity = 0; capacity <= data.size(); capacity += 13) {
             const Result r = decode(&veksDecodeLZO_8u, stream, capacity);

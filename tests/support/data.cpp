@@ -196,6 +196,14 @@ const std::vector<Shape>& shapes() {
     return all;
 }
 
+std::vector<Sample> everyShape(const std::vector<size_t>& sizes, uint32_t seed) {
+    std::vector<Sample> all;
+    for (const Shape& shape : shapes())
+        for (const size_t size : sizes)
+            all.push_back({shape.name + (" " + std::to_string(size)), shape.make(size, seed)});
+    return all;
+}
+
 Bytes sample(size_t size, uint32_t seed) {
     Bytes all;
     for (const auto& shape : shapes()) all = all + shape.make(size / shapes().size() + 1, seed);

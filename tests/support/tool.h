@@ -48,7 +48,7 @@ class Dripping : public vekdc::Reader {
     Dripping(const Bytes& bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
     size_t read(uint8_t* to, size_t room) override {
         const size_t count = std::min({room, piece_, bytes_.size() - at_});
-        std::copy_n(bytes_.begin() + static_cast<ptrdiff_t>(at_), count, to);
+        std::copy_n(bytes_.data() + at_, count, to);
         at_ += count;
         return count;
     }
@@ -149,19 +149,18 @@ inline size_t damage(const vekdc::Format& format, Bytes packed,
                      Bytes (*others)(const Bytes&) = nullptr) {
     const Bytes plain = decompress(format, packed);
     for (size_t size = 0; size < packed.size(); ++size) {
-        const Bytes cut(packed.begin(), packed.begin() + static_cast<ptrdiff_t>(size));
-        EXPECT_NE(complaint(format, cut), "") << format.name() << " cut at " << size;
+        EXPECT_NE(complaint(format, part(packed, 0, size)), "") << format.name() << " " << size;
     }
     size_t unnoticed = 0;
     for (size_t bit = 0; bit < packed.size() * 8; bit += effort(100) == 100 ? 1 : 50) {
-        packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        flip(packed, bit);
         const Decoded out = decode(format, packed);
         if (out.complaint.empty()) {
             const Bytes good = out.plain == plain || others == nullptr ? plain : others(packed);
             EXPECT_EQ(out.plain, good) << format.name() << " bit " << bit;
             ++unnoticed;
         }
-        packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        flip(packed, bit);
     }
     return unnoticed;
 }
