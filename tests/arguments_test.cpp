@@ -1,15 +1,10 @@
 // Null pointers: every export refuses each of its pointers when it is null, whatever else is wrong,
 // and touches nothing.
-#include <gtest/gtest.h>
 
-#include <algorithm>
 #include <set>
-#include <string>
-#include <tuple>
 #include <type_traits>
-#include <utility>
 
-#include "vekdc.h"
+#include "support/test.h"
 
 namespace {
 

@@ -1,13 +1,8 @@
 // The byte-level stages of a bzip2 block: run-length coding, move-to-front, symbol maps, zero runs.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <list>
 
-#include "support/data.h"
-#include "support/guarded.h"
-#include "vekdc.h"
+#include "support/test.h"
 
 using namespace vektest;
 
@@ -87,7 +82,7 @@ Bytes fromRepeats(const std::vector<std::pair<uint8_t, size_t>>& runs) {
 
 TEST(Bzip2Runs, EveryShapeAtEverySplitIsTheRunCodeAndComesBack) {
     Random random(11);
-    for (const Shape& shape : shapes()) {
+    for (const Shape& shape : shapes())
         for (size_t round = 0; round < effort(20); ++round) {
             const Bytes in = shape.make(pick(random, 4, 6000), static_cast<uint32_t>(round));
             const size_t most = round % 4 == 0 ? 7 : round % 4 == 1 ? 40 : 5000;
@@ -102,7 +97,6 @@ TEST(Bzip2Runs, EveryShapeAtEverySplitIsTheRunCodeAndComesBack) {
             // run is still whole.
             ASSERT_EQ(decodeRuns(coded, random, most), in) << shape.name;
         }
-    }
 }
 
 TEST(Bzip2Runs, LengthsAroundEveryLimit) {
@@ -123,42 +117,31 @@ TEST(Bzip2Runs, LengthsAroundEveryLimit) {
 }
 
 TEST(Bzip2Runs, StatesAndStatusesAtTheStops) {
-    VekBz2RleState state;
-    veksEncodeRLEInit_BZ2_8u(&state);
     const Bytes seven(7, 'a');
+    VekBz2RleState state;
     Guarded room(5);
-    const uint8_t* src = seven.data();
-    int32_t srcLen = 7;
-    int32_t written = 5;
-    EXPECT_EQ(veksEncodeRLE_BZ2_8u(&src, &srcLen, room.data(), &written, &state), vekStatusOk);
-    EXPECT_EQ(written, 4);
-    EXPECT_EQ(state.runCount, 7);
-    written = 1;
+    for (const int32_t capacity : {4, 5}) {
+        veksEncodeRLEInit_BZ2_8u(&state);
+        const uint8_t* src = seven.data();
+        int32_t left = 7, written = capacity;
+        EXPECT_EQ(veksEncodeRLE_BZ2_8u(&src, &left, room.data(), &written, &state),
+                  capacity == 4 ? vekStatusDestinationFull : vekStatusOk);
+        EXPECT_TRUE(written == 4 && left == (capacity == 4 ? 3 : 0) && state.runCount == 7 - left);
+    }
+    int32_t written = 1;
     EXPECT_EQ(veksEncodeRLEFlush_BZ2_8u(room.data(), &written, &state), vekStatusOk);
-    EXPECT_EQ(room.data()[0], 3);
-    EXPECT_EQ(state.symbol, 'a');
-
-    veksEncodeRLEInit_BZ2_8u(&state);
-    src = seven.data();
-    srcLen = 7;
-    written = 4;
-    EXPECT_EQ(veksEncodeRLE_BZ2_8u(&src, &srcLen, room.data(), &written, &state),
-              vekStatusDestinationFull);
-    EXPECT_EQ(srcLen, 3);
-    EXPECT_EQ(state.runCount, 4);
+    EXPECT_TRUE(room.data()[0] == 3 && state.symbol == 'a');
 
     // Two runs of one symbol are joined into one pending run.
     const Bytes coded = {'a', 'a', 'a', 'a', 255, 'a', 'a', 'a', 'a', 10, 'b', 'b', 'b'};
     Guarded one(1);
     uint8_t* dst = one.data();
-    int32_t dstLen = 1;
-    src = coded.data();
-    srcLen = static_cast<int32_t>(coded.size());
+    const uint8_t* src = coded.data();
+    int32_t left = length(coded), free = 1;
     veksDecodeRLEStateInit_BZ2_8u(&state);
-    EXPECT_EQ(veksDecodeRLEState_BZ2_8u(&src, &srcLen, &dst, &dstLen, &state),
+    EXPECT_EQ(veksDecodeRLEState_BZ2_8u(&src, &left, &dst, &free, &state),
               vekStatusDestinationFull);
-    EXPECT_EQ(state.runCount, 272);
-    EXPECT_EQ(srcLen, 3);
+    EXPECT_TRUE(state.runCount == 272 && left == 3);
 }
 
 TEST(Bzip2Mtf, BothDirectionsEqualTheListOverAnyCut) {
@@ -173,12 +156,10 @@ TEST(Bzip2Mtf, BothDirectionsEqualTheListOverAnyCut) {
             expected.push_back(static_cast<uint8_t>(std::distance(list.begin(), at)));
             list.splice(list.begin(), list, at);
         }
-        VekMtfState forward;
-        VekMtfState inverse;
+        VekMtfState forward, inverse;
         veksMTFInit_8u(&forward);
         veksMTFInit_8u(&inverse);
-        Bytes coded(in.size());
-        Bytes back(in.size());
+        Bytes coded(in.size()), back(in.size());
         for (size_t at = 0; at < in.size();) {
             const size_t n = pick(random, 1, in.size() - at);
             ASSERT_EQ(
@@ -292,8 +273,7 @@ TEST(Bzip2ZeroRuns, RunsBeyondTheRoomAreRefusedWhole) {
     const uint16_t symbols[] = {1, 0, 3};
     Guarded room(4);
     const uint16_t* src = symbols;
-    int32_t left = 3;
-    int32_t written = 4;
+    int32_t left = 3, written = 4;
     EXPECT_EQ(veksDecodeZ1Z2_BZ2_16u8u(&src, &left, room.data(), &written),
               vekStatusDestinationFull);
     EXPECT_EQ(written, 4);

@@ -73,8 +73,7 @@ TEST(Bzip2Codec, WaitsForWhatIsCutAndRefusesWhatIsDamaged) {
 }
 
 TEST(Bzip2Codec, GoesOnOnceThereIsMemory) {
-    const Bytes plain = sample(130000);
-    const Bytes packed = encode(plain);
+    const Bytes plain = sample(130000), packed = encode(plain);
     goesOnOnceThereIsMemory([](auto from) { return Bzip2Encoder(1, from); }, plain, packed);
     goesOnOnceThereIsMemory([](auto from) { return Bzip2Decoder(from); }, packed, plain);
 }

@@ -1,6 +1,4 @@
 // Codecs of the deflate formats: raw streams, gzip members, zlib streams.
-#include <functional>
-#include <memory>
 
 #include "codec/gzip.h"
 #include "codec/zlib.h"
@@ -95,14 +93,13 @@ TEST(DeflateEncoder, ByteByByteIsWhole) {
 // Small inputs show how codes and headers are cut to what occurs.
 TEST(DeflateEncoder, SmallInputsAreSmall) {
     size_t sums[2] = {};
-    for (const Shape& shape : shapes()) {
+    for (const Shape& shape : shapes())
         for (const size_t size : {0, 1, 40, 300, 1000, 5000}) {
             const Bytes in = shape.make(size, 9);
             DeflateEncoder encoder({9});
             sums[0] += encode(encoder, in).size();
             sums[1] += zlibDeflate(in, {-15, Z_DEFAULT_STRATEGY, Z_NO_FLUSH, 6, 1}).size();
         }
-    }
     EXPECT_LE(sums[0], sums[1]);
 }
 
@@ -194,7 +191,7 @@ void decodesInAnyPieces(int windowBits) {
                                           {Z_HUFFMAN_ONLY, Z_NO_FLUSH}}) {
         const Bytes packed = zlibDeflate(plain, {windowBits, strategy, flush, 6, 1});
         Decoder decoder;
-        for (const size_t inPiece : {1, 2, 17, 4096, 1 << 20}) {
+        for (const size_t inPiece : {1, 2, 17, 4096, 1 << 20})
             for (const size_t outPiece : {1, 257, 5000, 140000, 1 << 20}) {
                 if (inPiece < 4096 && (outPiece == 1 || outPiece > 5000)) continue;
                 SCOPED_TRACE(testing::Message() << inPiece << " in, " << outPiece << " out");
@@ -203,7 +200,6 @@ void decodesInAnyPieces(int windowBits) {
                           behind.size());
                 ASSERT_EQ(decoder.totalIn(), packed.size());
             }
-        }
     }
 }
 
@@ -362,14 +358,13 @@ TEST(Copies, GoOnAsTheOriginal) {
 // Every allocation may fail: the call says so, and where it may go on it does.
 TEST(Memory, FailuresAreSurvived) {
     const Bytes plain = shapes()[4].make(100000, 6);
-    for (const int level : {kDeflateFastest, kDeflateStored, 6}) {
+    for (const int level : {kDeflateFastest, kDeflateStored, 6})
         for (size_t limit = 0;; ++limit) {
             CountingMemory memory(limit);
             DeflateEncoder encoder({level}, memory.allocator());
             if (encodeInPieces(encoder, plain, 30000, 1000).status == Status::Ended) break;
             EXPECT_TRUE(memory.exhausted());
         }
-    }
     const Bytes packed = zlibDeflate(plain, {-15, 0, Z_NO_FLUSH, 6, 1});
     for (const size_t limit : {0U, 1U}) {
         CountingMemory memory(limit);

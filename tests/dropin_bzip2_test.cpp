@@ -2,11 +2,6 @@
 // data. Compressed bytes may differ, so each reads what the other writes.
 #include <bzlib.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-
-#include "support/data.h"
 #include "support/dropin.h"
 
 namespace {
@@ -172,8 +167,7 @@ TEST(DropinBzip2, AnyOrderOfCallsReturnsTheSame) {
             Memory memory;
             memory.serve(stream);
             Outcome& outcome = outcomes[by == &theirs];
-            const int level = static_cast<int>(pick(random, 0, 3)),
-                      factor = seed % 9 == 0 ? 251 : 0;
+            const int level = pick<int>(random, 0, 3), factor = seed % 9 == 0 ? 251 : 0;
             outcome.codes.push_back(by->bzCompressInit(&stream, level, 0, factor));
             if (outcome.codes.back() != BZ_OK) continue;
             Bytes input = sample(pick(random, 1, 90), seed);
@@ -200,9 +194,9 @@ TEST(DropinBzip2, AnyOrderOfCallsReturnsTheSame) {
                 // Either too little for whatever there is, or enough: sizes differ.
                 const size_t room = pick(random, 0, 3) == 0 ? pick(random, 0, 4) : 9000;
                 if (wild || !busy()) {
-                    action = static_cast<int>(pick(random, 0, wild ? 3 : 1));
+                    action = pick<int>(random, 0, wild ? 3 : 1);
                     stream.next_in = chars(input);
-                    stream.avail_in = static_cast<unsigned>(pick(random, 0, input.size()));
+                    stream.avail_in = pick<unsigned>(random, 0, input.size());
                 }
                 step(action, room);
             }
@@ -263,83 +257,80 @@ TEST(DropinBzip2, WhatCannotBeIsRefusedAlike) {
 
 /// Handles on files: streams one behind the other, read as programs do it, and every wrong turn.
 TEST(DropinBzip2, HandlesReturnTheSame) {
-    const Bytes plain = sample(2000 + effort(60000));
+    Bytes plain = sample(2000 + effort(60000));
+    const int size = length(plain);
     const std::string path = testing::TempDir() + "dropin_bzip2_" VEK_VARIANT_NAME;
     std::vector<int> codes[2];
     for (const Bz2* by : {&ours, &theirs}) {
         auto& list = codes[by == &theirs];
         int error = 0;
-        const auto note = [&] { list.push_back(error); };
+        const auto note = [&](auto... values) {
+            (list.push_back(static_cast<int>(values)), ...);
+            list.push_back(error);
+        };
         FILE* file = std::fopen(path.c_str(), "w+b");
         ASSERT_NE(file, nullptr);
         for (int stream = 0; stream < 3; ++stream) {
-            BZFILE* const handle = by->bzWriteOpen(&error, file, 1 + stream, 0, 0);
+            BZFILE* handle = by->bzWriteOpen(&error, file, 1 + stream, 0, 0);
             Bytes bytes = plain;
-            for (const int length : {0, 1, -1, 1000, static_cast<int>(plain.size()) - 1001}) {
-                by->bzWrite(&error, handle, chars(bytes), length);
+            for (const int count : {0, 1, -1, 1000, size - 1001}) {
+                by->bzWrite(&error, handle, chars(bytes), count);
                 note();
             }
-            by->bzRead(&error, handle, chars(bytes), 10);
-            note();
+            note(by->bzRead(&error, handle, chars(bytes), 10));
             by->bzWrite(&error, handle, nullptr, 10);
             note();
             by->bzWrite(&error, handle, chars(bytes), 0);
             unsigned in = 1, inHigh = 1, out = 1, outHigh = 1;
             by->bzWriteClose64(&error, handle, stream == 2, &in, &inHigh, &out, &outHigh);
-            note();
-            list.insert(list.end(), {static_cast<int>(in), static_cast<int>(inHigh),
-                                     static_cast<int>(outHigh)});
+            note(in, inHigh, outHigh);
         }
         std::rewind(file);
         Bytes unused;
         for (int stream = 0; stream < 3; ++stream) {
-            BZFILE* const handle = by->bzReadOpen(&error, file, 0, stream & 1, unused.data(),
-                                                  static_cast<int>(unused.size()));
+            BZFILE* handle =
+                by->bzReadOpen(&error, file, 0, stream & 1, unused.data(), length(unused));
             note();
             void* rest = nullptr;
             int restLength = 0;
-            by->bzReadGetUnused(&error, handle, &rest, &restLength);
-            note();
-            Bytes room(3001), all;
-            do {
-                const int count =
-                    by->bzRead(&error, handle, chars(room), static_cast<int>(room.size()));
-                all.insert(all.end(), room.begin(), room.begin() + count);
-                list.push_back(count);
-                note();
-            } while (error == BZ_OK);
-            if (error == BZ_STREAM_END) {
-                EXPECT_EQ(all.size(), plain.size());
+            const auto getUnused = [&] {
                 by->bzReadGetUnused(&error, handle, &rest, &restLength);
                 note();
+            };
+            getUnused();
+            Bytes room(3001);
+            for (size_t all = 0, got = 0;; all += got) {
+                got = static_cast<size_t>(by->bzRead(&error, handle, chars(room), length(room)));
+                note(got);
+                if (error == BZ_STREAM_END) {
+                    EXPECT_EQ(all + got, plain.size());
+                }
+                if (error != BZ_OK) break;
+            }
+            if (error == BZ_STREAM_END) {
+                getUnused();
                 const auto* const from = static_cast<const uint8_t*>(rest);
                 unused = Bytes(from, from + restLength);
-                by->bzReadGetUnused(&error, handle, &rest, &restLength);
-                note();
+                getUnused();
             }
             by->bzWriteClose64(&error, handle, 0, nullptr, nullptr, nullptr, nullptr);
             note();
             by->bzReadClose(&error, handle);
             note();
         }
-        list.push_back(by->bzReadOpen(&error, nullptr, 0, 0, nullptr, 0) == nullptr);
-        note();
-        list.push_back(by->bzReadOpen(&error, file, 0, 0, &error, BZ_MAX_UNUSED + 1) == nullptr);
-        note();
+        note(by->bzReadOpen(&error, nullptr, 0, 0, nullptr, 0) == nullptr);
+        note(by->bzReadOpen(&error, file, 0, 0, &error, BZ_MAX_UNUSED + 1) == nullptr);
         std::fclose(file);
 
         BZFILE* handle = by->bzopen(path.c_str(), "w0");
-        Bytes bytes = plain;
-        list.push_back(by->bzwrite(handle, chars(bytes), static_cast<int>(bytes.size())));
-        list.push_back(by->bzread(handle, chars(bytes), 10));
+        note(by->bzwrite(handle, chars(plain), size), by->bzread(handle, chars(plain), 10));
         EXPECT_STREQ(by->bzerror(handle, &error), "SEQUENCE_ERROR");
-        note();
-        by->bzwrite(handle, chars(bytes), 0);
+        note(by->bzwrite(handle, chars(plain), 0));
         by->bzclose(handle);
         handle = by->bzopen(path.c_str(), "rs");
         Bytes back(plain.size() + 10);
-        list.push_back(by->bzread(handle, chars(back), static_cast<int>(back.size())));
-        list.push_back(by->bzread(handle, chars(back), 1));
+        note(by->bzread(handle, chars(back), length(back)));
+        note(by->bzread(handle, chars(back), 1));
         EXPECT_STREQ(by->bzerror(handle, &error), "OK");
         by->bzclose(handle);
         by->bzclose(nullptr);

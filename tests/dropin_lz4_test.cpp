@@ -6,11 +6,6 @@
 #include <lz4frame.h>
 #include <lz4hc.h>
 
-#include <algorithm>
-#include <cstring>
-#include <deque>
-
-#include "support/data.h"
 #include "support/dropin.h"
 
 namespace {
@@ -151,16 +146,15 @@ TEST(DropinLz4, BeginningsAndDamageAreReadAlike) {
     Random random(5);
     Bytes plain = sample(5600), block(7000), dictionary = sample(9000, 2);
     LZ4_stream_t* const stream = theirs.createStream();
-    size_t stricter = 0;
-    size_t looser = 0;
+    size_t stricter = 0, looser = 0;
     for (uint32_t round = 0; round < effort(20000); ++round) {
         SCOPED_TRACE(round);
         const bool withDictionary = round % 2 == 0;
         theirs.loadDict(stream, withDictionary ? chars(dictionary) : nullptr,
                         withDictionary ? length(dictionary) : 0);
-        const int size = theirs.compress_fast_continue(
-            stream, chars(plain) + pick(random, 0, 900), chars(block),
-            static_cast<int>(pick(random, 1, 4000)), length(block), 1);
+        const int size =
+            theirs.compress_fast_continue(stream, chars(plain) + pick(random, 0, 900), chars(block),
+                                          pick<int>(random, 1, 4000), length(block), 1);
         Bytes bad(block.begin(), block.begin() + size);
         const bool partial = round % 3 == 0;
         if (!partial)
@@ -265,7 +259,7 @@ void streamThrough(const Lz4& writer, const Lz4& reader, Mover::Kind kind, bool 
             ASSERT_EQ(reader.decompress_safe_continue(&decoder, chars(exact), dst, got, n), n);
         ASSERT_TRUE(std::equal(dst, dst + n, src)) << count;
         if (kind == Mover::Saved) {
-            const auto keep = static_cast<int>(pick(random, 0, count % 2 == 0 ? 100 : 1 << 16));
+            const auto keep = pick<int>(random, 0, count % 2 == 0 ? 100 : 1 << 16);
             const int kept = high ? writer.saveDictHC(slow, chars(savedFrom), keep)
                                   : writer.saveDict(fast, chars(savedFrom), keep);
             ASSERT_LE(kept, keep);
@@ -307,14 +301,14 @@ TEST(DropinLz4, StreamsOfBlocksGoFromEitherToEither) {
 LZ4F_preferences_t randomPreferences(Random& random) {
     LZ4F_preferences_t prefs = LZ4F_INIT_PREFERENCES;
     LZ4F_frameInfo_t& info = prefs.frameInfo;
-    info.blockSizeID = static_cast<LZ4F_blockSizeID_t>(pick(random, 3, 7));
+    info.blockSizeID = pick<LZ4F_blockSizeID_t>(random, 3, 7);
     if (info.blockSizeID == 3) info.blockSizeID = LZ4F_default;
-    info.blockMode = static_cast<LZ4F_blockMode_t>(pick(random, 0, 1));
-    info.contentChecksumFlag = static_cast<LZ4F_contentChecksum_t>(pick(random, 0, 1));
-    info.blockChecksumFlag = static_cast<LZ4F_blockChecksum_t>(pick(random, 0, 1));
-    info.dictID = static_cast<unsigned>(pick(random, 0, 1));
-    prefs.compressionLevel = static_cast<int>(pick(random, 0, 15)) - 3;
-    prefs.autoFlush = static_cast<unsigned>(pick(random, 0, 1));
+    info.blockMode = pick<LZ4F_blockMode_t>(random, 0, 1);
+    info.contentChecksumFlag = pick<LZ4F_contentChecksum_t>(random, 0, 1);
+    info.blockChecksumFlag = pick<LZ4F_blockChecksum_t>(random, 0, 1);
+    info.dictID = pick<unsigned>(random, 0, 1);
+    prefs.compressionLevel = pick<int>(random, 0, 15) - 3;
+    prefs.autoFlush = pick<unsigned>(random, 0, 1);
     return prefs;
 }
 
@@ -342,8 +336,7 @@ TEST(DropinLz4Frames, BoundsNamesAndSizesAreTheSame) {
 
 struct Decoded {
     Bytes bytes;
-    size_t code = 1;
-    size_t taken = 0;
+    size_t code = 1, taken = 0;
 };
 
 /// Decodes a frame in random pieces until it ends, fails, or nothing moves.

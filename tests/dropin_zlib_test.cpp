@@ -3,13 +3,6 @@
 #include <unistd.h>
 #include <zlib.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <functional>
-#include <string>
-
-#include "support/data.h"
 #include "support/dropin.h"
 
 #undef gzgetc
@@ -47,7 +40,7 @@ uInt count(const Bytes& bytes) {
     return static_cast<uInt>(bytes.size());
 }
 int number(Random& random, int low, int high) {
-    return low + static_cast<int>(pick(random, 0, static_cast<size_t>(high - low)));
+    return low + pick<int>(random, 0, static_cast<size_t>(high - low));
 }
 bool oneIn(Random& random, size_t n) {
     return pick(random, 0, n - 1) == 0;
@@ -101,7 +94,7 @@ Bytes packed(Random& random, const Bytes& plain, int windowBits, const Bytes& di
     // Not by total_in, which counts the dictionary.
     const auto left = [&] { return static_cast<size_t>(plain.data() + plain.size() - s.next_in); };
     while (left() != 0 && s.avail_out > 3000) {
-        s.avail_in = static_cast<uInt>(pick(random, 1, left()));
+        s.avail_in = pick<uInt>(random, 1, left());
         stock.deflate(&s, oneIn(random, 6) ? Z_BLOCK : Z_FULL_FLUSH);
     }
     s.avail_in = static_cast<uInt>(left());
@@ -150,8 +143,7 @@ TEST(DropinZlib, InflatesAnythingAsTheStockLibraryDoes) {
         std::string log;
         Random fork(seed);
         const auto both = [&](const std::function<std::string(Side&)>& act) {
-            const std::string mine = act(sides[0]);
-            const std::string theirs = act(sides[1]);
+            const std::string mine = act(sides[0]), theirs = act(sides[1]);
             log = log.substr(log.size() > 600 ? log.size() - 600 : 0) + theirs + "\n";
             ASSERT_EQ(mine, theirs) << log << "window " << readBits;
         };
@@ -344,8 +336,7 @@ TEST(DropinZlib, SumsAndOneCallsAgree) {
         EXPECT_STREQ(ours.zError(code), stock.zError(code));
     for (size_t i = 0; i < effort(400); ++i) {
         const Bytes plain = someData(random, 5000);
-        const uLong value = random();
-        const uLong other = random();
+        const uLong value = random(), other = random();
         const auto length = static_cast<z_off_t>(random() >> 1);
         Bytes small(ours.compressBound(count(plain)));
         uLong packedSize = small.size();
@@ -360,8 +351,7 @@ TEST(DropinZlib, SumsAndOneCallsAgree) {
         for (const Zlib* z : {&ours, &stock}) {
             const uLong sum = z->adler32(1, plain.data(), count(plain));
             Bytes out(room + 1);
-            uLong outSize = room;
-            uLong inSize = small.size();
+            uLong outSize = room, inSize = small.size();
             const int status = z->uncompress2(out.data(), &outSize, small.data(), &inSize);
             seen[z == &ours] =
                 text(z->crc32(value, plain.data(), count(plain)),
@@ -377,9 +367,7 @@ TEST(DropinZlib, SumsAndOneCallsAgree) {
 /// The streams' ends for inflateBack().
 struct Ends {
     const Bytes* from;
-    size_t piece;
-    size_t at;
-    size_t stopAt;
+    size_t piece, at, stopAt;
     Bytes to;
 };
 unsigned pull(void* opaque, z_const unsigned char** bytes) {
@@ -424,8 +412,7 @@ TEST(DropinZlib, InflatesByCallbacks) {
 
 /// Memory that ends after a number of pieces, and knows how many are out.
 struct Supply {
-    int left;
-    int out = 0;
+    int left, out = 0;
 
     void serve(z_stream& s) {
         s.opaque = this;
@@ -551,7 +538,7 @@ TEST(DropinZlib, FilesBehaveAsThoseOfTheStockLibrary) {
         // Written by both with the same calls; what either wrote is read by both.
         constexpr const char* modes[] = {"wb", "w1", "w9h", "w6R", "wT", "w5F"};
         const char* const mode = modes[pick(random, 0, 5)];
-        const auto bufferSize = static_cast<unsigned>(pick(random, 64, 20000));
+        const auto bufferSize = pick<unsigned>(random, 64, 20000);
         ASSERT_EQ(writeFile(ours, paths[0], mode, bufferSize, plain, seed),
                   writeFile(stock, paths[1], mode, bufferSize, plain, seed));
         // One file may be broken, or have rubbish behind it.

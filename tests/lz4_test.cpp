@@ -1,13 +1,8 @@
 // LZ4: round trips of every encoder through our decoders and liblz4's, the decoder against a
 // byte-by-byte twin on hostile input, every room, every truncation, histories of all kinds.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <climits>
+#include "support/test.h"
 
-#include "support/data.h"
-#include "support/guarded.h"
-#include "vekdc.h"
 #ifdef VEK_HAS_lz4
 #include <lz4.h>
 #include <lz4hc.h>
@@ -21,8 +16,7 @@ using Edge = Guarded::Edge;
 /// What one decoding or encoding gave.
 struct Result {
     VekStatus status = 0;
-    int consumed = 0;
-    int written = 0;
+    int consumed = 0, written = 0;
     Bytes out;
 };
 
@@ -270,7 +264,7 @@ TEST(LZ4, EveryEncoderRoundTripsEveryShape) {
 
 TEST(LZ4, CheckedEncodersUseEveryRoom) {
     const size_t step = effort(100) < 100 ? 17 : 1;
-    for (const auto& [name, data] : everyShape({1, 24, 40, 120, 700})) {
+    for (const auto& [name, data] : everyShape({1, 24, 40, 120, 700}))
         for (const Encoder& encoder : encoders) {
             if (!encoder.checksRoom) continue;
             const size_t enough = encodeAll(encoder, data).size();
@@ -291,7 +285,6 @@ TEST(LZ4, CheckedEncodersUseEveryRoom) {
                     expectDecodes(e.out, part(data, 0, static_cast<size_t>(e.consumed))));
             }
         }
-    }
     const Result e = encodeAlone(*std::rbegin(encoders), shapes()[1].make(300, 5), 100);
     EXPECT_EQ(std::pair(e.status, e.consumed), std::pair(33, 98));
 }
@@ -403,7 +396,7 @@ TEST(LZ4, LiteralRunsEndInsideTheAddressSpace) {
 TEST(LZ4, HistoriesAndTablesOfAnyKind) {
     Random random(6);
     size_t gained = 0;
-    for (const Shape& shape : shapes()) {
+    for (const Shape& shape : shapes())
         for (size_t round = effort(40); round != 0; --round) {
             const size_t longest = round % 5 == 0 ? 150000 : 66000;
             const size_t size = round % 3 == 0 ? pick(random, 1, 20) : pick(random, 20, longest);
@@ -445,7 +438,6 @@ TEST(LZ4, HistoriesAndTablesOfAnyKind) {
                 if (coded.size() < alone) gained += alone - coded.size();
             }
         }
-    }
     EXPECT_GT(gained, effort(100000));
 }
 
@@ -471,14 +463,13 @@ TEST(LZ4, SizesClearingAndLoading) {
     EXPECT_EQ(veksEncodeLZ4HashTableGetSize_8u(sizes), 0);
     EXPECT_EQ(veksEncodeLZ4HCHashTableGetSize_8u(sizes + 1, sizes + 2), 0);
     EXPECT_TRUE(sizes[0] == 16384 && sizes[1] == 131072 && sizes[2] == 262144);
-    for (auto [length, bytes] : {std::pair{1, 8192}, {65535, 8192}, {65536, 16384}}) {
+    for (auto [length, bytes] : {std::pair{1, 8192}, {65535, 8192}, {65536, 16384}})
         for (auto* clear : {veksEncodeLZ4HashTableInit_8u, veksEncodeLZ4DictHashTableInit_8u}) {
             Tables t;
             EXPECT_EQ(clear(t.table(), length), 0);
             EXPECT_EQ(std::count(t.fast.begin(), t.fast.end(), 0U) * 4,
                       clear == veksEncodeLZ4HashTableInit_8u ? bytes : 16384);
         }
-    }
     for (int size = 1; size <= 30; ++size) {
         Tables tables;
         tables.clear();
@@ -521,8 +512,7 @@ TEST(LZ4, BadArgumentsAreRefusedInOrder) {
     for (int setting : {0, INT_MIN})
         all.push_back({{"slowed", Encoder::Alone, false, accelerated, setting}, -16, -16});
     Tables t;
-    Bytes src(100, 'a');
-    Bytes dst(200);
+    Bytes src(100, 'a'), dst(200);
     for (const Refusing& r : all) {
         const auto expect = [&](VekStatus status, int inLength, int room, int index, int dictLen,
                                 const uint8_t* from, uint8_t* table) {

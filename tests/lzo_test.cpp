@@ -1,14 +1,8 @@
 // LZO1X: every method against both decoders and the format's own library, containers, rooms, and
 // streams that lie.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "bytes/words.h"
-#include "include/vekdc.h"
-#include "support/data.h"
-#include "support/guarded.h"
+#include "support/test.h"
 
 #ifdef VEK_HAS_lzo2
 #include <lzo/lzo1x.h>
@@ -185,7 +179,7 @@ TEST(Lzo, NoPlainStreamIsTakenForAContainer) {
     const Bytes matched(known.begin() + 20, known.end());
     const Bytes noise = shapes()[1].make(140, 4);
     // The first part may end where the stream does, or anywhere in its literals.
-    for (const Bytes& rest : {Bytes{}, matched + noise, matched + endMark + noise}) {
+    for (const Bytes& rest : {Bytes{}, matched + noise, matched + endMark + noise})
         for (const auto& [method, parts] : {std::pair{0, 1}, {0, 2}, {0, 16}, {2, 1}, {2, 16}}) {
             const auto n = static_cast<uint8_t>(parts);
             Bytes shortForm = encode(lookAlike(n, 268, 0, rest), State(method));
@@ -220,7 +214,6 @@ TEST(Lzo, NoPlainStreamIsTakenForAContainer) {
                 }
             }
         }
-    }
     for (uint32_t size = 0; size < 11; ++size)
         EXPECT_EQ(vekLZOContainerParts(Guarded(Bytes(size, 0x55)).data(), size), 0U);
     const Bytes good = encode(Bytes(4000, 'a'), State(0, 3));
@@ -228,7 +221,7 @@ TEST(Lzo, NoPlainStreamIsTakenForAContainer) {
 }
 
 TEST(Lzo, EncoderKeepsInsideEveryRoom) {
-    for (auto [method, parts] : {std::pair{0, 0U}, {2, 0U}, {0, 5U}}) {
+    for (auto [method, parts] : {std::pair{0, 0U}, {2, 0U}, {0, 5U}})
         for (const auto& [name, data] : everyShape({700})) {
             const size_t whole = encode(data, State(method, parts)).size();
             for (size_t capacity = 0; capacity <= whole + 20; capacity += capacity < 40 ? 1 : 7) {
@@ -249,7 +242,6 @@ TEST(Lzo, EncoderKeepsInsideEveryRoom) {
                 ASSERT_TRUE(std::equal(d.bytes.begin(), d.bytes.end(), data.begin()));
             }
         }
-    }
     State state(0);
     const Result exact = encode(Bytes(13, 1), state, 13, 4);
     EXPECT_TRUE(exact.status == vekStatusOk && exact.length == 17);
@@ -357,12 +349,11 @@ TEST(Lzo, WideCopiesKeepInsideEveryRoom) {
         const Bytes stream = first + last + endMark + letters;
         const Result whole = decode(&veksDecodeLZOSafe_8u, stream, 1000);
         ASSERT_EQ(whole.status, vekStatusOk);
-        for (size_t room = whole.length; room < whole.length + 70; ++room) {
+        for (size_t room = whole.length; room < whole.length + 70; ++room)
             for (auto* function : {&veksDecodeLZO_8u, &veksDecodeLZOSafe_8u}) {
                 const Result r = decode(function, stream, room);
                 ASSERT_TRUE(r.status == vekStatusOk && r.bytes == whole.bytes) << room;
             }
-        }
     }
 }
 
@@ -420,8 +411,7 @@ TEST(Lzo, BrokenContainers) {
     const Bytes data = shapes()[4].make(4000, 1);
     const Bytes good = encode(data, State(0, 4));
     const auto word = [&](size_t at) { return vek::load<uint32_t>(good.data() + at); };
-    const size_t second = 19 + word(7);
-    const size_t fourth = second + word(11) + word(15);
+    const size_t second = 19 + word(7), fourth = second + word(11) + word(15);
     ASSERT_EQ(good[1], 4);
     const auto expectBroken = [&](std::vector<std::pair<size_t, uint8_t>> changes, uint32_t room,
                                   uint32_t length) {

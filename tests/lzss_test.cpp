@@ -1,17 +1,9 @@
 // LZSS: round trips however input and room are cut, the format against a plain reader of it,
 // streams past the positions' limit, hostile bits, and the hash table's quality.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <functional>
-
-#include "include/vekdc.h"
 #include "lzss/state.h"
 #include "lzss/tabulation_hash.h"
-#include "support/data.h"
-#include "support/guarded.h"
+#include "support/test.h"
 
 namespace {
 
@@ -102,8 +94,7 @@ Bytes readPlainly(const Bytes& bits) {
             continue;
         }
         if (8 * bits.size() - bit < 23) break;
-        const size_t distance = take(15);
-        const size_t length = take(8) + 3;
+        const size_t distance = take(15), length = take(8) + 3;
         if (distance == 0 || distance > out.size()) return {};
         for (size_t i = 0; i < length; ++i) out.push_back(out[out.size() - distance]);
     }
@@ -165,7 +156,7 @@ TEST(Lzss, FlushCountsWhatItWrote) {
     Stream stream;
     auto* const record = &static_cast<vek::lzss::LzssState*>(stream.state())->encoder;
     ASSERT_EQ(veksEncodeLZSSInit_8u(record), vekStatusOk);
-    for (int32_t bits = 1; bits <= 46; ++bits) {
+    for (int32_t bits = 1; bits <= 46; ++bits)
         for (int32_t room = 1; room <= 8; ++room) {
             SCOPED_TRACE(testing::Message() << bits << " bits, room " << room);
             record->bitCount = bits;
@@ -176,7 +167,6 @@ TEST(Lzss, FlushCountsWhatItWrote) {
                       full ? vekStatusDestinationFull : vekStatusOk);
             ASSERT_EQ(record->bitCount, full ? bits - 8 * room : bits);
         }
-    }
 }
 
 TEST(Lzss, StreamsPassTheLimitOfPositions) {

@@ -27,18 +27,17 @@ TEST(Formats, ReadWhatZlibWrites) {
                             {15, Z_HUFFMAN_ONLY, Z_BLOCK},
                             {15, Z_RLE, Z_NO_FLUSH},
                             {15, Z_FIXED, Z_SYNC_FLUSH}};
-    for (const auto& [name, plain] : everyShape({0, 1, 300, 150000})) {
+    for (const auto& [name, plain] : everyShape({0, 1, 300, 150000}))
         for (ZlibWay way : ways) {
             SCOPED_TRACE(name + ", strategy " + std::to_string(way.strategy));
             EXPECT_EQ(decompress(format("zlib"), zlibDeflate(plain, way, 33333)), plain);
             way.windowBits += kGzipMode;
             EXPECT_EQ(decompress(format("gz"), zlibDeflate(plain, way, 5000)), plain);
         }
-    }
 }
 
 TEST(Formats, ZlibReadsWhatTheyWrite) {
-    for (const auto& [name, plain] : everyShape({0, 1, 300, 70000, 1200000})) {
+    for (const auto& [name, plain] : everyShape({0, 1, 300, 70000, 1200000}))
         for (const int level : {0, 1, 4, 6, 9}) {
             // The longest ones show the seams between blocks; two levels are enough for that.
             if (plain.size() > 100000 && level != 0 && level != 6) continue;
@@ -53,7 +52,6 @@ TEST(Formats, ZlibReadsWhatTheyWrite) {
                 EXPECT_EQ(zlibInflate(zlib, 15, plain.size()), plain);
             }
         }
-    }
 }
 #endif
 
@@ -93,8 +91,7 @@ TEST(Formats, GzHeaderFieldsMembersAndPadding) {
     const Bytes plain = sample(2000);
     const Bytes body = compress(format("gz"), plain);
     const Bytes data(body.begin() + 10, body.end());
-    Bytes all;
-    Bytes expected;
+    Bytes all, expected;
     for (uint8_t flags = 0; flags < 32; ++flags) {
         Bytes header = {0x1F, 0x8B, 8, flags, 1, 2, 3, 4, 0, 255};
         if ((flags & 4) != 0) header = header + Bytes{5, 0, 'x', 'y', 1, 0, 'z'};
@@ -119,24 +116,20 @@ TEST(Checks, CombinationEqualsTheWhole) {
     const Bytes bytes = sample(3000);
     const vekdc::Bytes whole(bytes);
     for (const auto* checksum : {&vekdc::codec::kCrc32, &vekdc::codec::kAdler32}) {
-        const auto sum = [&](vekdc::Bytes part) {
-            return checksum->update(checksum->initial, part);
-        };
-        for (size_t cut = 0; cut <= bytes.size(); cut += 5) {
+        const auto sum = [&](vekdc::Bytes of) { return checksum->update(checksum->initial, of); };
+        for (size_t cut = 0; cut <= bytes.size(); cut += 5)
             EXPECT_EQ(checksum->combine(sum(whole.first(cut)), sum(whole.subspan(cut)),
                                         bytes.size() - cut),
                       sum(whole));
-        }
     }
     // Lengths beyond 32 bits: by halves.
-    const uint32_t crc = 0x12345678;
-    EXPECT_EQ(
-        vekdc::codec::crc32Combine(crc, 0, 6ULL << 32),
-        vekdc::codec::crc32Combine(vekdc::codec::crc32Combine(crc, 0, 5ULL << 32), 0, 1ULL << 32));
+    using vekdc::codec::crc32Combine;
+    EXPECT_EQ(crc32Combine(0x12345678, 0, 6ULL << 32),
+              crc32Combine(crc32Combine(0x12345678, 0, 5ULL << 32), 0, 1ULL << 32));
 }
 
 TEST(Pipeline, KeepsOrderAndPassesFailuresOn) {
-    for (const unsigned threads : {1U, 2U, 5U}) {
+    for (const unsigned threads : {1U, 2U, 5U})
         for (const int last : {100, 31}) {
             int next = 0;
             std::vector<int> seen;
@@ -158,7 +151,6 @@ TEST(Pipeline, KeepsOrderAndPassesFailuresOn) {
             ASSERT_EQ(seen.size(), static_cast<size_t>(last));
             for (int i = 0; i < last; ++i) EXPECT_EQ(seen[static_cast<size_t>(i)], 3 * i);
         }
-    }
 }
 
 // --- the program --------------------------------------------------------------------------------

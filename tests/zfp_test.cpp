@@ -1,14 +1,6 @@
 // ZFP blocks against the method's own library, bit by bit.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cmath>
-
-#include "support/data.h"
-#include "support/guarded.h"
-#include "vekdc.h"
+#include "support/test.h"
 
 #ifdef VEK_HAS_zfp
 #include <zfp.h>

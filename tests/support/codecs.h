@@ -1,14 +1,9 @@
 // Running codecs in pieces, and out of memory.
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstdint>
-
 #include "codec/codec.h"
 #include "codec/memory.h"
-#include "support/data.h"
+#include "support/test.h"
 
 namespace vektest {
 
@@ -42,9 +37,7 @@ class CountingMemory {
     size_t given() const { return given_; }
 
  private:
-    size_t left_;
-    size_t out_ = 0;
-    size_t given_ = 0;
+    size_t left_, out_ = 0, given_ = 0;
 };
 
 /// What a codec made of its input, and how it ended.
@@ -61,8 +54,7 @@ struct CodecResult {
 template <class Run>
 CodecResult runInPieces(const Bytes& input, size_t inPiece, size_t outPiece, Run run) {
     CodecResult result;
-    Bytes piece;
-    Bytes room(outPiece);
+    Bytes piece, room(outPiece);
     size_t at = 0;
     for (;;) {
         const size_t count = std::min(inPiece, input.size() - at);

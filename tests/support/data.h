@@ -58,6 +58,9 @@ Bytes sample(size_t size, uint32_t seed = 1);
 size_t effort(size_t rounds);
 
 /// Uniform integer in [low, high].
-size_t pick(Random& random, size_t low, size_t high);
+template <class T = size_t>
+T pick(Random& random, size_t low, size_t high) {
+    return static_cast<T>(std::uniform_int_distribution<size_t>(low, high)(random));
+}
 
 }  // namespace vektest

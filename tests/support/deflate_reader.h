@@ -16,13 +16,11 @@ namespace vektest {
 struct BitSource {
     const uint8_t* src;
     const uint8_t* end;
-    uint32_t code = 0;
-    uint32_t nBits = 0;
+    uint32_t code = 0, nBits = 0;
 
     bool has(uint32_t count) {
-        for (; nBits < count && src != end; nBits += 8) {
+        for (; nBits < count && src != end; nBits += 8)
             code |= static_cast<uint32_t>(*src++) << nBits;
-        }
         return nBits >= count;
     }
     /// The next `count` bits, at most 16; 0s and `failed` behind the end.
@@ -45,8 +43,7 @@ template <class Build>
 bool readCodeLengths(BitSource& in, Build build) {
     constexpr std::array<uint8_t, 19> order = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
                                                11, 4,  12, 3, 13, 2, 14, 1, 15};
-    const uint32_t nLit = in.take(5) + 257;
-    const uint32_t nDist = in.take(5) + 1;
+    const uint32_t nLit = in.take(5) + 257, nDist = in.take(5) + 1;
     const uint32_t nCodes = in.take(4) + 4;
     if (nLit > 286 || nDist > 30) return false;
     std::array<uint8_t, 19> codeLens{};
@@ -55,19 +52,17 @@ bool readCodeLengths(BitSource& in, Build build) {
     std::array<uint16_t, 128> lookup{};
     uint32_t code = 0;  // The next one's bits reversed, and so in the order of the stream.
     uint32_t used = 0;
-    for (uint32_t len = 1; len < 8; ++len) {
+    for (uint32_t len = 1; len < 8; ++len)
         for (uint32_t symbol = 0; symbol < order.size(); ++symbol) {
             if (codeLens[symbol] != len) continue;
             used += 128U >> len;
             if (used > 128) return false;
-            for (uint32_t i = code; i < 128; i += 1U << len) {
+            for (uint32_t i = code; i < 128; i += 1U << len)
                 lookup[i] = static_cast<uint16_t>(len << 8 | symbol);
-            }
             uint32_t carry = 1U << (len - 1);
             for (; (code & carry) != 0; carry >>= 1) code ^= carry;
             code |= carry;
         }
-    }
     if (used != 128) return false;
 
     std::array<uint16_t, 286 + 30> lens{};
@@ -112,8 +107,7 @@ bool readDeflate(BitSource& in, VekInflateState& state, Target& target) {
         if (in.failed || type == 3) return false;
         if (type == 0) {
             in.take(in.nBits % 8);
-            const uint32_t size = in.take(16);
-            const uint32_t complement = in.take(16);
+            const uint32_t size = in.take(16), complement = in.take(16);
             if (in.failed || (size ^ complement) != 0xFFFF) return false;
             in.src -= in.nBits / 8;
             in.code = in.nBits = 0;

@@ -3,11 +3,10 @@
 #pragma once
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
-#include <cstring>
 #include <sstream>
-#include <string>
+
+#include "support/test.h"
 
 namespace vektest {
 

@@ -1,20 +1,17 @@
 // What the tests of the tool share: its formats in memory, and the built program as a user runs it.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <regex.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
 
-#include "support/data.h"
+#include "support/test.h"
 #include "tools/vekdc/formats/format.h"
 
 namespace vektest {
@@ -55,8 +52,7 @@ class Dripping : public vekdc::Reader {
 
  private:
     const Bytes& bytes_;
-    size_t piece_;
-    size_t at_ = 0;
+    size_t piece_, at_ = 0;
 };
 
 inline const vekdc::Format& format(const std::string& name) {
@@ -148,9 +144,8 @@ inline vekdc::Settings settingsOf(int level, unsigned jobs = 1, const Options& o
 inline size_t damage(const vekdc::Format& format, Bytes packed,
                      Bytes (*others)(const Bytes&) = nullptr) {
     const Bytes plain = decompress(format, packed);
-    for (size_t size = 0; size < packed.size(); ++size) {
+    for (size_t size = 0; size < packed.size(); ++size)
         EXPECT_NE(complaint(format, part(packed, 0, size)), "") << format.name() << " " << size;
-    }
     size_t unnoticed = 0;
     for (size_t bit = 0; bit < packed.size() * 8; bit += effort(100) == 100 ? 1 : 50) {
         flip(packed, bit);
@@ -171,8 +166,7 @@ class Program : public testing::Test {
  protected:
     struct Outcome {
         int status;
-        std::string out;
-        std::string err;
+        std::string out, err;
     };
 
     void SetUp() override {
@@ -241,8 +235,7 @@ class Program : public testing::Test {
         return names;
     }
 
-    std::string root_;
-    std::string folder_;
+    std::string root_, folder_;
     Bytes plain_;
 };
 
