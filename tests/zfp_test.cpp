@@ -303,21 +303,17 @@ TEST(Zfp, ArgumentsAreCheckedAndQueriesCount) {
     Block block{};
     int32_t size = 5;
     int64_t longSize = 5;
-    const auto all = [&](VekZfpState* s) {
-        return std::vector<VekStatus>{veksEncodeZfpSet_32f(0, 0, 0, 0, s),
-                                      veksEncodeZfpSetAccuracy_32f(1, s),
-                                      veksEncodeZfpGetCompressedSize_32f(s, &size),
-                                      veksEncodeZfpGetCompressedSizeLong_32f(s, &longSize),
-                                      veksEncodeZfpGetCompressedBitSize_32f(s, &longSize),
-                                      veksEncodeZfpFlush_32f(s),
-                                      veksEncodeZfp444_32f(block.data(), 16, 64, s),
-                                      veksDecodeZfpSet_32f(0, 0, 0, 0, s),
-                                      veksDecodeZfpSetAccuracy_32f(1, s),
-                                      veksDecodeZfpGetDecompressedSize_32f(s, &size),
-                                      veksDecodeZfpGetDecompressedSizeLong_32f(s, &longSize),
-                                      veksDecodeZfp444_32f(s, block.data(), 16, 64)};
-    };
-    EXPECT_EQ(all(state), std::vector<VekStatus>(12, vekStatusStateMismatch));
+    for (const VekStatus status :
+         {veksEncodeZfpSet_32f(0, 0, 0, 0, state), veksEncodeZfpSetAccuracy_32f(1, state),
+          veksEncodeZfpGetCompressedSize_32f(state, &size),
+          veksEncodeZfpGetCompressedSizeLong_32f(state, &longSize),
+          veksEncodeZfpGetCompressedBitSize_32f(state, &longSize), veksEncodeZfpFlush_32f(state),
+          veksEncodeZfp444_32f(block.data(), 16, 64, state),
+          veksDecodeZfpSet_32f(0, 0, 0, 0, state), veksDecodeZfpSetAccuracy_32f(1, state),
+          veksDecodeZfpGetDecompressedSize_32f(state, &size),
+          veksDecodeZfpGetDecompressedSizeLong_32f(state, &longSize),
+          veksDecodeZfp444_32f(state, block.data(), 16, 64)})
+        EXPECT_EQ(status, vekStatusStateMismatch);
     EXPECT_TRUE(size == 5 && longSize == 5);
     for (const int32_t length : {0, -1}) {
         EXPECT_EQ(veksEncodeZfpInit_32f(buffer.data(), length, state), vekStatusBadSize);
