@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "../tests/support/deflate_reader.h"
+#include "../fuzz/deflate_streams.h"
 #include "bench.h"
 #include "vekdc.h"
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "tests/support/deflate_reader.h"
+#include "deflate_streams.h"
 
 namespace {
 

@@ -1,15 +1,7 @@
 // Bzip2's Huffman stage: tables and choices against the format's rules, round trips at every cut,
 // and descriptions and codes that no encoder writes.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
-#include <numeric>
-
-#include "support/data.h"
-#include "support/guarded.h"
-#include "vekdc.h"
+#include "support/test.h"
 
 using namespace vektest;
 
@@ -89,8 +81,7 @@ struct Reader {
     template <class Step>
     VekStatus feed(const Bytes& in, size_t& at, Random& random, size_t most, Step step) {
         for (;;) {
-            Guarded piece(Bytes(in.begin() + at,
-                                in.begin() + at + pick(random, 1, std::min(most, in.size() - at))));
+            Guarded piece(part(in, at, pick(random, 1, most)));
             const uint8_t* src = piece.data();
             auto left = static_cast<int32_t>(piece.size());
             const VekStatus status = step(&src, &left);
@@ -145,9 +136,8 @@ struct Reader {
 /// Writes bits as text, for descriptions that the encoder would never make.
 Bytes fromBits(const std::string& text) {
     Bytes out((text.size() + 7) / 8 + 8);
-    for (size_t i = 0; i < text.size(); ++i) {
+    for (size_t i = 0; i < text.size(); ++i)
         if (text[i] == '1') out[i / 8] = static_cast<uint8_t>(out[i / 8] | (0x80 >> (i % 8)));
-    }
     return out;
 }
 
@@ -161,22 +151,35 @@ std::string binary(uint32_t value, int bits) {
 
 TEST(Bzip2Huffman, BlocksComeBackAtEveryCut) {
     Random random(21);
-    const struct {
-        size_t symbols;
+    struct Block {
+        Symbols symbols;
         int32_t alphaSize;
-        double skew;
-    } blocks[] = {{1, 2, .5},       {49, 3, .5},      {50, 5, .3},      {51, 258, .01},
-                  {199, 20, .2},    {200, 20, .2},    {600, 30, .1},    {1200, 60, .05},
-                  {2400, 258, .02}, {20000, 258, .3}, {60000, 100, .05}};
-    for (const auto& block : blocks) {
-        const Symbols symbols = makeSymbols(block.symbols, block.alphaSize, block.skew, 3);
-        for (size_t round = 0; round < effort(block.symbols < 5000 ? 30 : 6); ++round) {
-            Accumulator start{static_cast<uint32_t>(random()),
-                              static_cast<int32_t>(pick(random, 0, 32))};
-            const Bytes coded = encode(symbols, block.alphaSize, start);
+    };
+    std::vector<Block> blocks;
+    for (const auto& [count, alphaSize, skew] : {std::tuple<size_t, int32_t, double>{1, 2, .5},
+                                                 {49, 3, .5},
+                                                 {50, 5, .3},
+                                                 {51, 258, .01},
+                                                 {199, 20, .2},
+                                                 {200, 20, .2},
+                                                 {600, 30, .1},
+                                                 {1200, 60, .05},
+                                                 {2400, 258, .02},
+                                                 {20000, 258, .3},
+                                                 {60000, 100, .05}})
+        blocks.push_back({makeSymbols(count, alphaSize, skew, 3), alphaSize});
+    // Frequencies that want codes of more than seventeen bits.
+    Symbols fibonacci(1, 24);
+    for (uint32_t s = 0, a = 1, b = 1; s < 24; ++s, b += std::exchange(a, b))
+        fibonacci.insert(fibonacci.begin(), a, static_cast<uint16_t>(s));
+    blocks.push_back({fibonacci, 25});
+    for (const auto& [symbols, alphaSize] : blocks)
+        for (size_t round = 0; round < effort(symbols.size() < 5000 ? 30 : 6); ++round) {
+            Accumulator start{static_cast<uint32_t>(random()), pick<int32_t>(random, 0, 32)};
+            const Bytes coded = encode(symbols, alphaSize, start);
             ASSERT_FALSE(coded.empty());
             // A reader finds the bits that were pending, then the block.
-            Reader reader(block.alphaSize, static_cast<int32_t>(block.symbols));
+            Reader reader(alphaSize, static_cast<int32_t>(symbols.size()));
             size_t at = static_cast<size_t>(start.count) / 8;
             const int rest = start.count % 8;
             if (rest != 0)
@@ -187,9 +190,8 @@ TEST(Bzip2Huffman, BlocksComeBackAtEveryCut) {
             ASSERT_EQ(
                 reader.decode(coded, at, random, most, round % 2 == 0 ? symbols.size() : 77, &back),
                 vekStatusOk);
-            ASSERT_EQ(back, symbols) << block.symbols;
+            ASSERT_EQ(back, symbols) << symbols.size();
         }
-    }
 }
 
 TEST(Bzip2Huffman, TableCountFollowsTheSymbolCount) {
@@ -202,28 +204,6 @@ TEST(Bzip2Huffman, TableCountFollowsTheSymbolCount) {
         const unsigned groups = ((coded[0] & 31U) << 10) | (coded[1] << 2U) | (coded[2] >> 6U);
         EXPECT_EQ(groups, (symbols + 49) / 50);
     }
-}
-
-TEST(Bzip2Huffman, FibonacciFrequenciesStayWithinSeventeenBits) {
-    Symbols symbols;
-    uint32_t a = 1;
-    uint32_t b = 1;
-    for (uint16_t s = 0; s < 24; ++s) {
-        symbols.insert(symbols.end(), a, s);
-        const uint32_t next = a + b;
-        a = b;
-        b = next;
-    }
-    symbols.push_back(24);
-    const Bytes coded = encode(symbols, 25, {});
-    ASSERT_FALSE(coded.empty());
-    Random random(1);
-    Reader reader(25, static_cast<int32_t>(symbols.size()));
-    size_t at = 0;
-    ASSERT_EQ(reader.unpack(coded, at, random, coded.size()), vekStatusOk);
-    Symbols back;
-    ASSERT_EQ(reader.decode(coded, at, random, coded.size(), symbols.size(), &back), vekStatusOk);
-    EXPECT_EQ(back, symbols);
 }
 
 TEST(Bzip2Huffman, ARoomThatIsTooSmallLeavesEverythingForARepeat) {
@@ -279,7 +259,7 @@ TEST(Bzip2Huffman, NothingIsDecodedBeforeTheDescriptionIsRead) {
         ASSERT_EQ(veksDecodeHuffInit_BZ2_8u16u(40, reader.state.get()), vekStatusOk);
         size_t at = 0;
         if (cut != 0) {
-            ASSERT_EQ(reader.unpack(Bytes(coded.begin(), coded.begin() + cut), at, random, cut),
+            ASSERT_EQ(reader.unpack(part(coded, 0, cut), at, random, cut),
                       vekStatusSourceIncomplete);
         }
         ASSERT_TRUE(reader.refusesToDecode()) << "after " << cut << " bytes";
@@ -289,8 +269,7 @@ TEST(Bzip2Huffman, NothingIsDecodedBeforeTheDescriptionIsRead) {
     // Nor with the tables of a block before, once the next description has begun.
     size_t at = 0;
     whole.bits = {};
-    ASSERT_EQ(whole.unpack(Bytes(coded.begin(), coded.begin() + 1), at, random, 1),
-              vekStatusSourceIncomplete);
+    ASSERT_EQ(whole.unpack(part(coded, 0, 1), at, random, 1), vekStatusSourceIncomplete);
     EXPECT_TRUE(whole.refusesToDecode());
 }
 
@@ -314,7 +293,7 @@ TEST(Bzip2Huffman, CodesThatNobodyHasAndGroupsThatNobodyChoseStopTheDecoder) {
 TEST(Bzip2Huffman, HostileBitsStayInside) {
     Random random(4);
     for (size_t round = 0; round < effort(300); ++round) {
-        const auto alphaSize = static_cast<int32_t>(pick(random, 1, 258));
+        const auto alphaSize = pick<int32_t>(random, 1, 258);
         Bytes in = round % 2 == 0 ? shapes()[1].make(20000, static_cast<uint32_t>(round))
                                   : encode(makeSymbols(10000, std::max(alphaSize, 2), .05, 5),
                                            std::max(alphaSize, 2), {});
@@ -345,34 +324,22 @@ TEST(Bzip2Huffman, RefusedCallsTouchNothing) {
     uint32_t frequencies[258] = {1, 1, 1};
     uint16_t symbols[3] = {0, 1, 2};
     const uint16_t* src16 = symbols;
-    const uint16_t* null16 = nullptr;
     uint8_t byte = 9;
     const uint8_t* src8 = &byte;
-    const uint8_t* null8 = nullptr;
     uint32_t code = 0;
-    int32_t bits = 0;
-    int32_t tooMany = 33;
-    int32_t one = 1;
-    int32_t zero = 0;
-    int32_t size = 77;
+    int32_t bits = 0, tooMany = 33, one = 1, zero = 0, size = 77;
     const struct {
         VekStatus found, wanted;
     } calls[] = {
         {veksEncodeHuffGetSize_BZ2_16u8u(0, &size), vekStatusBadSize},
-        {veksDecodeHuffGetSize_BZ2_8u16u(0, nullptr), vekStatusNullPointer},
         {veksEncodeHuffInit_BZ2_16u8u(0, frequencies, symbols, 3, enc.get()), vekStatusBadSize},
         {veksEncodeHuffInit_BZ2_16u8u(259, frequencies, symbols, 3, enc.get()), vekStatusBadSize},
         {veksEncodeHuffInit_BZ2_16u8u(2, frequencies, symbols, 3, enc.get()), vekStatusBadSize},
-        {veksEncodeHuffInit_BZ2_16u8u(3, frequencies, nullptr, 0, enc.get()), vekStatusNullPointer},
         {veksPackHuffContext_BZ2_16u8u(&code, &bits, &byte, &one, enc.get()), vekStatusError},
         {veksPackHuffContext_BZ2_16u8u(&code, &tooMany, &byte, &one, enc.get()), vekStatusBadSize},
-        {veksEncodeHuff_BZ2_16u8u(&code, &bits, &null16, &one, &byte, &one, enc.get()),
-         vekStatusNullPointer},
         {veksEncodeHuff_BZ2_16u8u(&code, &bits, &src16, &one, &byte, &zero, enc.get()),
          vekStatusBadSize},
         {veksDecodeHuffInit_BZ2_8u16u(0, dec.get()), vekStatusBadSize},
-        {veksUnpackHuffContext_BZ2_8u16u(&code, &bits, &null8, &one, dec.get()),
-         vekStatusNullPointer},
         {veksUnpackHuffContext_BZ2_8u16u(&code, &bits, &src8, &zero, dec.get()), vekStatusBadSize},
         {veksDecodeHuff_BZ2_8u16u(&code, &bits, &src8, &one, symbols, &zero, dec.get()),
          vekStatusBadSize},
@@ -380,15 +347,12 @@ TEST(Bzip2Huffman, RefusedCallsTouchNothing) {
          vekStatusBadSize},
     };
     for (const auto& call : calls) EXPECT_EQ(call.found, call.wanted) << "call " << (&call - calls);
-    EXPECT_EQ(size, 77);
-    EXPECT_EQ(byte, 9);
+    EXPECT_TRUE(size == 77 && byte == 9);
     *reinterpret_cast<int32_t*>(dec.bytes.data()) = 3;
     EXPECT_EQ(veksUnpackHuffContext_BZ2_8u16u(&code, &bits, &src8, &one, dec.get()),
               vekStatusError);
     ASSERT_EQ(veksEncodeHuffGetSize_BZ2_16u8u(51, &size), vekStatusOk);
-    if (sizeof(void*) == 4) {
-        EXPECT_EQ(size, 7768);
-    }
+    EXPECT_TRUE(sizeof(void*) != 4 || size == 7768) << size;
     ASSERT_EQ(veksDecodeHuffGetSize_BZ2_8u16u(51, &size), vekStatusOk);
     EXPECT_EQ(size, 9326);
 }

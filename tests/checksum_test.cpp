@@ -1,22 +1,8 @@
-// Checksums, on every path, against their definitions bit by bit and against the formats' own
-// libraries.
+// Checksums, on every path, against their definitions bit by bit.
 
-#include <gtest/gtest.h>
-
-#include <functional>
-
-#include "support/data.h"
 #include "support/features.h"
-#include "support/guarded.h"
+#include "support/test.h"
 #include "vekcore.h"
-#include "vekdc.h"
-
-#ifdef VEK_HAS_zlib
-#include <zlib.h>
-#endif
-#ifdef VEK_HAS_libdeflate
-#include <libdeflate.h>
-#endif
 
 using namespace vektest;
 
@@ -103,13 +89,6 @@ std::vector<uint32_t> prefixValues(const Checksum& checksum, uint32_t start, con
     return values;
 }
 
-Bytes randomBytes(size_t size, uint32_t seed) {
-    Bytes bytes(size);
-    Random random(seed);
-    for (auto& byte : bytes) byte = static_cast<uint8_t>(random());
-    return bytes;
-}
-
 /// Where kernels change their ways: block and group sizes, stretches of three streams, multiples of
 /// the XOR rings (6688 and 9600 bytes), Adler-32's chunks.
 const size_t thresholds[] = {144,   256,   512,   1024,  3072,  5536,  6144,  13376,
@@ -120,35 +99,29 @@ const size_t thresholds[] = {144,   256,   512,   1024,  3072,  5536,  6144,  13
 TEST(Checksum, ArgumentsAreCheckedBeforeAnythingIsTouched) {
     const uint8_t data[] = {1, 2, 3};
     constexpr uint32_t untouched = 0xFFFFFFFEU;
-    struct Case {
+    const struct {
         size_t checksum;
         const uint8_t* src;
         int32_t len;
         VekStatus status;
         uint32_t value;
-    };
-    const Case cases[] = {
-        {0, nullptr, 3, vekStatusNullPointer, untouched},
-        {0, nullptr, 0, vekStatusNullPointer, untouched},
+    } cases[] = {
         {0, data, 0, vekStatusBadSize, untouched},
         {0, data, -1, vekStatusBadSize, untouched},
         {0, data, INT32_MIN, vekStatusBadSize, untouched},
-        {1, nullptr, -1, vekStatusNullPointer, untouched},
         {1, data, 0, vekStatusBadSize, untouched},
         {1, data, -1, vekStatusBadSize, untouched},
-        {2, nullptr, 0, vekStatusNullPointer, untouched},
         {2, data, 0, vekStatusBadSize, untouched},
         {3, nullptr, 3, vekStatusOk, 1},
         {3, nullptr, -3, vekStatusOk, 1},
         {3, data, 0, vekStatusOk, 0x000E000DU},
         {3, data, INT32_MIN, vekStatusOk, 0x000E000DU},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(std::string(checksums[c.checksum].name) + " " + std::to_string(c.len));
         uint32_t value = untouched;
         EXPECT_EQ(checksums[c.checksum].update(c.src, c.len, &value), c.status);
         EXPECT_EQ(value, c.value);
-        EXPECT_EQ(checksums[c.checksum].update(c.src, c.len, nullptr), vekStatusNullPointer);
     }
 }
 
@@ -163,7 +136,7 @@ TEST(Checksum, PublishedCheckValues) {
 TEST(Checksum, EveryShortLengthAtEveryAlignmentStaysInsideTheBuffer) {
     constexpr size_t longest = 600;
     onEveryPath([](const Checksum& checksum) {
-        const Bytes data = randomBytes(longest, 1);
+        const Bytes data = shapes()[1].make(longest, 1);
         const auto expected = prefixValues(checksum, 0x12345678U, data);
         Guarded atEnd(longest);
         Guarded atStart(longest + 64, Guarded::Edge::Start);
@@ -183,22 +156,21 @@ TEST(Checksum, EveryShortLengthAtEveryAlignmentStaysInsideTheBuffer) {
 }
 
 TEST(Checksum, LengthsAroundEveryThreshold) {
-    const Bytes data = randomBytes(131072 + 64, 2);
+    const Bytes data = shapes()[1].make(131072 + 64, 2);
     Guarded buffer(data.size());
     onEveryPath([&](const Checksum& checksum) {
         const auto expected = prefixValues(checksum, checksum.start, data);
-        for (const size_t threshold : thresholds) {
+        for (const size_t threshold : thresholds)
             for (size_t n = threshold - 33; n <= threshold + 64; n += 1 + n % 3) {
                 uint8_t* const p = buffer.data() + buffer.size() - n;
                 std::memcpy(p, data.data(), n);
                 ASSERT_EQ(valueOf(checksum, checksum.start, p, n), expected[n]) << n;
             }
-        }
     });
 }
 
 TEST(Checksum, PiecesChainToTheWhole) {
-    const Bytes data = randomBytes(70000, 3);
+    const Bytes data = shapes()[1].make(70000, 3);
     onEveryPath([&](const Checksum& checksum) {
         const uint32_t start = 0x8765FFF0U;  // Adler-32: a low half that is not reduced
         const auto expected = prefixValues(checksum, start, data);
@@ -220,27 +192,6 @@ TEST(Checksum, PiecesChainToTheWhole) {
     });
 }
 
-TEST(Checksum, SingleBitsAnywhereCount) {
-    // One bit in a message of zeros, from a zero register: what is lost or doubled on the way from
-    // any block to the result shows.
-    const Bytes zeros(30000, 0);
-    const size_t step = zeros.size() / effort(zeros.size() / 7);
-    onEveryPath([&](const Checksum& checksum) {
-        const uint32_t start = checksum.finish == 0 ? 0xFFFFFFFFU : 0;  // the zero register
-        if (checksum.update == veksAdler32_8u) return;
-        Bytes data = zeros;
-        uint32_t expected = checksum.addByte(start, 0x10);
-        for (size_t at = data.size(); at-- > 0;) {
-            if (at % step == 0) {
-                data[at] = 0x10;
-                ASSERT_EQ(valueOf(checksum, start, data.data(), data.size()), expected) << at;
-                data[at] = 0;
-            }
-            expected = checksum.addByte(expected, 0);
-        }
-    });
-}
-
 TEST(Checksum, AdlerSumsDoNotOverflow) {
     const Bytes ones(400000, 0xFF);
     uint32_t expected = 0xFFF0FFF0U;
@@ -252,22 +203,5 @@ TEST(Checksum, AdlerSumsDoNotOverflow) {
         uint32_t sum = 0xFFFFFFFFU;
         for (size_t i = 0; i < n; ++i) sum = adlerByte(sum, 0xFF);
         ASSERT_EQ(valueOf(checksums[3], 0xFFFFFFFFU, ones.data(), n), sum) << n;
-    }
-}
-
-TEST(Checksum, AgreesWithTheFormatsOwnLibraries) {
-    Random random(5);
-    for (const Shape& shape : shapes()) {
-        const Bytes data = shape.make(pick(random, 1, 300000), static_cast<uint32_t>(random()));
-        [[maybe_unused]] const uint32_t crc = valueOf(checksums[0], 0, data.data(), data.size());
-        [[maybe_unused]] const uint32_t sum = valueOf(checksums[3], 1, data.data(), data.size());
-#ifdef VEK_HAS_zlib
-        EXPECT_EQ(crc, crc32(0, data.data(), static_cast<uInt>(data.size()))) << shape.name;
-        EXPECT_EQ(sum, adler32(1, data.data(), static_cast<uInt>(data.size()))) << shape.name;
-#endif
-#ifdef VEK_HAS_libdeflate
-        EXPECT_EQ(crc, libdeflate_crc32(0, data.data(), data.size())) << shape.name;
-        EXPECT_EQ(sum, libdeflate_adler32(1, data.data(), data.size())) << shape.name;
-#endif
     }
 }

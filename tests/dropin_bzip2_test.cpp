@@ -2,43 +2,23 @@
 // data. Compressed bytes may differ, so each reads what the other writes.
 #include <bzlib.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-
-#include "support/data.h"
 #include "support/dropin.h"
 
 namespace {
 
 using namespace vektest;
 
+// clang-format off
+#define EACH_FUNCTION(X) \
+    X(bzCompressInit) X(bzCompress) X(bzCompressEnd) X(bzDecompressInit) X(bzDecompress) \
+    X(bzDecompressEnd) X(bzBuffToBuffCompress) X(bzBuffToBuffDecompress) X(bzReadOpen) X(bzRead) \
+    X(bzReadGetUnused) X(bzReadClose) X(bzWriteOpen) X(bzWrite) X(bzWriteClose64) X(bzopen) \
+    X(bzread) X(bzwrite) X(bzclose) X(bzerror) X(bzlibVersion)
+// clang-format on
 struct Bz2 : Library {
     using Library::Library;
-// NOLINTNEXTLINE(bugprone-macro-parentheses): a name that is declared takes none.
-#define VEK_MEMBER(name) decltype(&BZ2_##name) name = VEK_FUNCTION(*this, BZ2_##name)
-    VEK_MEMBER(bzCompressInit);
-    VEK_MEMBER(bzCompress);
-    VEK_MEMBER(bzCompressEnd);
-    VEK_MEMBER(bzDecompressInit);
-    VEK_MEMBER(bzDecompress);
-    VEK_MEMBER(bzDecompressEnd);
-    VEK_MEMBER(bzBuffToBuffCompress);
-    VEK_MEMBER(bzBuffToBuffDecompress);
-    VEK_MEMBER(bzReadOpen);
-    VEK_MEMBER(bzRead);
-    VEK_MEMBER(bzReadGetUnused);
-    VEK_MEMBER(bzReadClose);
-    VEK_MEMBER(bzWriteOpen);
-    VEK_MEMBER(bzWrite);
-    VEK_MEMBER(bzWriteClose64);
-    VEK_MEMBER(bzopen);
-    VEK_MEMBER(bzread);
-    VEK_MEMBER(bzwrite);
-    VEK_MEMBER(bzclose);
-    VEK_MEMBER(bzerror);
-    VEK_MEMBER(bzlibVersion);
-#undef VEK_MEMBER
+#define BZ2_MEMBER(name) VEK_MEMBER(name, BZ2_##name)
+    EACH_FUNCTION(BZ2_MEMBER)
 };
 
 const Bz2 ours(VEK_BUILD_DIR "/lib/dropin/libbz2.so.1.0");
@@ -79,6 +59,13 @@ struct Memory {
     }
 };
 
+void setEnds(bz_stream& stream, Bytes& in, Bytes& out) {
+    stream.next_in = chars(in);
+    stream.avail_in = static_cast<unsigned>(in.size());
+    stream.next_out = chars(out);
+    stream.avail_out = static_cast<unsigned>(out.size());
+}
+
 /// What came out of a stream, the last code, and all codes.
 struct Outcome {
     Bytes bytes;
@@ -98,20 +85,15 @@ Outcome unpack(const Bz2& by, const Bytes& packed, uint32_t seed, int small = 0)
     const size_t most = size_t{1} << pick(random, packed.size() < 10000 ? 0 : 10, 18);
     Outcome outcome;
     for (size_t at = 0, still = 0; outcome.code == BZ_OK && still < 3;) {
-        const size_t size = std::min(pick(random, 0, most), packed.size() - at);
-        Bytes piece(packed.begin() + static_cast<ptrdiff_t>(at),
-                    packed.begin() + static_cast<ptrdiff_t>(at + size));
+        Bytes piece = part(packed, at, pick(random, 0, most));
         Bytes room(pick(random, 0, most));
-        stream.next_in = chars(piece);
-        stream.avail_in = static_cast<unsigned>(piece.size());
-        stream.next_out = chars(room);
-        stream.avail_out = static_cast<unsigned>(room.size());
+        setEnds(stream, piece, room);
         outcome.code = by.bzDecompress(&stream);
         at += piece.size() - stream.avail_in;
         room.resize(room.size() - stream.avail_out);
-        still =
-            piece.size() == stream.avail_in && room.empty() && at == packed.size() ? still + 1 : 0;
-        outcome.bytes.insert(outcome.bytes.end(), room.begin(), room.end());
+        const bool moved = piece.size() != stream.avail_in || !room.empty();
+        still = moved || at != packed.size() ? 0 : still + 1;
+        outcome.bytes = outcome.bytes + room;
     }
     outcome.taken = static_cast<uint64_t>(stream.total_in_hi32) << 32 | stream.total_in_lo32;
     EXPECT_EQ(static_cast<uint64_t>(stream.total_out_hi32) << 32 | stream.total_out_lo32,
@@ -138,9 +120,7 @@ void expectSame(const Bytes& packed, uint32_t seed, int small = 0, bool isDamage
     if (mine.code != BZ_STREAM_END) {
         // How much of a broken block comes out may differ.
         const size_t count = std::min(mine.bytes.size(), stock.bytes.size());
-        EXPECT_TRUE(std::equal(mine.bytes.begin(),
-                               mine.bytes.begin() + static_cast<ptrdiff_t>(count),
-                               stock.bytes.begin()));
+        EXPECT_TRUE(part(mine.bytes, 0, count) == part(stock.bytes, 0, count));
         return;
     }
     EXPECT_EQ(mine.taken, stock.taken);
@@ -168,8 +148,7 @@ TEST(DropinBzip2, DamageIsToldAlike) {
         SCOPED_TRACE(round);
         Bytes bad = packed;
         for (size_t flips = pick(random, 1, 3); flips != 0; --flips)
-            bad[pick(random, 0, round % 3 == 0 ? 40 : bad.size() - 1)] ^=
-                static_cast<uint8_t>(1U << pick(random, 0, 7));
+            flip(bad, 8 * pick(random, 0, round % 3 == 0 ? 40 : bad.size() - 1) + random() % 8);
         if (round % 4 == 0) bad.resize(pick(random, 0, bad.size()));
         expectSame(bad, round, 0, true);
         if (HasFailure()) break;
@@ -188,51 +167,46 @@ TEST(DropinBzip2, AnyOrderOfCallsReturnsTheSame) {
             Memory memory;
             memory.serve(stream);
             Outcome& outcome = outcomes[by == &theirs];
-            const int level = static_cast<int>(pick(random, 0, 3)),
-                      factor = seed % 9 == 0 ? 251 : 0;
+            const int level = pick<int>(random, 0, 3), factor = seed % 9 == 0 ? 251 : 0;
             outcome.codes.push_back(by->bzCompressInit(&stream, level, 0, factor));
             if (outcome.codes.back() != BZ_OK) continue;
             Bytes input = sample(pick(random, 1, 90), seed);
             fed.clear();
-            // Either any calls, or a sound order of them.
-            const bool wild = seed % 2 == 0;
-            int action = BZ_RUN;
-            for (size_t calls = pick(random, 1, 30); calls != 0; --calls) {
-                const bool busy =
-                    outcome.codes.back() == BZ_FLUSH_OK || outcome.codes.back() == BZ_FINISH_OK;
-                // Either too little for whatever there is, or enough: sizes differ.
-                Bytes room(pick(random, 0, 3) == 0 ? pick(random, 0, 4) : 9000);
-                if (wild || !busy) {
-                    action = static_cast<int>(pick(random, 0, wild ? 3 : 1));
-                    stream.next_in = chars(input);
-                    stream.avail_in = static_cast<unsigned>(pick(random, 0, input.size()));
-                }
-                const unsigned before = stream.avail_in;
+            const auto step = [&](int action, size_t most) {
+                Bytes room(most);
                 const char* const from = stream.next_in;
                 stream.next_out = chars(room);
                 stream.avail_out = static_cast<unsigned>(room.size());
-                outcome.codes.push_back(by->bzCompress(&stream, action));
-                outcome.codes.push_back(static_cast<int>(before - stream.avail_in));
-                fed.insert(fed.end(), from, from + (before - stream.avail_in));
-                std::rotate(outcome.codes.rbegin(), outcome.codes.rbegin() + 1,
-                            outcome.codes.rbegin() + 2);
-                room.resize(room.size() - stream.avail_out);
-                outcome.bytes.insert(outcome.bytes.end(), room.begin(), room.end());
+                const int code = by->bzCompress(&stream, action);
+                fed.insert(fed.end(), from, static_cast<const char*>(stream.next_in));
+                outcome.bytes = outcome.bytes + part(room, 0, room.size() - stream.avail_out);
+                outcome.codes.push_back(static_cast<int>(stream.next_in - from));
+                outcome.codes.push_back(code);
+            };
+            // Either any calls, or a sound order of them.
+            const bool wild = seed % 2 == 0;
+            const auto busy = [&] {
+                return outcome.codes.back() == BZ_FLUSH_OK || outcome.codes.back() == BZ_FINISH_OK;
+            };
+            int action = BZ_RUN;
+            stream.next_in = chars(input);
+            for (size_t calls = pick(random, 1, 30); calls != 0; --calls) {
+                // Either too little for whatever there is, or enough: sizes differ.
+                const size_t room = pick(random, 0, 3) == 0 ? pick(random, 0, 4) : 9000;
+                if (wild || !busy()) {
+                    action = pick<int>(random, 0, wild ? 3 : 1);
+                    stream.next_in = chars(input);
+                    stream.avail_in = pick<unsigned>(random, 0, input.size());
+                }
+                step(action, room);
             }
             if (!wild) {
-                Bytes room(1 << 20);
-                int code = BZ_FLUSH_OK;
-                for (const int last : {BZ_FLUSH, BZ_FINISH})
-                    for (code = BZ_FLUSH_OK; code == BZ_FLUSH_OK || code == BZ_FINISH_OK;) {
-                        const char* const from = stream.next_in;
-                        stream.next_out = chars(room);
-                        stream.avail_out = static_cast<unsigned>(room.size());
-                        code = by->bzCompress(&stream, last);
-                        fed.insert(fed.end(), from, static_cast<const char*>(stream.next_in));
-                        outcome.bytes =
-                            outcome.bytes + Bytes(room.begin(), room.end() - stream.avail_out);
-                    }
-                EXPECT_EQ(code, BZ_STREAM_END);
+                const size_t agreed = outcome.codes.size();
+                for (const int last : {BZ_FLUSH, BZ_FINISH}) do
+                        step(last, 1 << 20);
+                    while (busy());
+                EXPECT_EQ(outcome.codes.back(), BZ_STREAM_END);
+                outcome.codes.resize(agreed);
                 EXPECT_TRUE(unpack(ours, outcome.bytes, seed).bytes == fed);
             }
             by->bzCompressEnd(&stream);
@@ -283,83 +257,80 @@ TEST(DropinBzip2, WhatCannotBeIsRefusedAlike) {
 
 /// Handles on files: streams one behind the other, read as programs do it, and every wrong turn.
 TEST(DropinBzip2, HandlesReturnTheSame) {
-    const Bytes plain = sample(2000 + effort(60000));
+    Bytes plain = sample(2000 + effort(60000));
+    const int size = length(plain);
     const std::string path = testing::TempDir() + "dropin_bzip2_" VEK_VARIANT_NAME;
     std::vector<int> codes[2];
     for (const Bz2* by : {&ours, &theirs}) {
         auto& list = codes[by == &theirs];
         int error = 0;
-        const auto note = [&] { list.push_back(error); };
+        const auto note = [&](auto... values) {
+            (list.push_back(static_cast<int>(values)), ...);
+            list.push_back(error);
+        };
         FILE* file = std::fopen(path.c_str(), "w+b");
         ASSERT_NE(file, nullptr);
         for (int stream = 0; stream < 3; ++stream) {
-            BZFILE* const handle = by->bzWriteOpen(&error, file, 1 + stream, 0, 0);
+            BZFILE* handle = by->bzWriteOpen(&error, file, 1 + stream, 0, 0);
             Bytes bytes = plain;
-            for (const int length : {0, 1, -1, 1000, static_cast<int>(plain.size()) - 1001}) {
-                by->bzWrite(&error, handle, chars(bytes), length);
+            for (const int count : {0, 1, -1, 1000, size - 1001}) {
+                by->bzWrite(&error, handle, chars(bytes), count);
                 note();
             }
-            by->bzRead(&error, handle, chars(bytes), 10);
-            note();
+            note(by->bzRead(&error, handle, chars(bytes), 10));
             by->bzWrite(&error, handle, nullptr, 10);
             note();
             by->bzWrite(&error, handle, chars(bytes), 0);
             unsigned in = 1, inHigh = 1, out = 1, outHigh = 1;
             by->bzWriteClose64(&error, handle, stream == 2, &in, &inHigh, &out, &outHigh);
-            note();
-            list.insert(list.end(), {static_cast<int>(in), static_cast<int>(inHigh),
-                                     static_cast<int>(outHigh)});
+            note(in, inHigh, outHigh);
         }
         std::rewind(file);
         Bytes unused;
         for (int stream = 0; stream < 3; ++stream) {
-            BZFILE* const handle = by->bzReadOpen(&error, file, 0, stream & 1, unused.data(),
-                                                  static_cast<int>(unused.size()));
+            BZFILE* handle =
+                by->bzReadOpen(&error, file, 0, stream & 1, unused.data(), length(unused));
             note();
             void* rest = nullptr;
             int restLength = 0;
-            by->bzReadGetUnused(&error, handle, &rest, &restLength);
-            note();
-            Bytes room(3001), all;
-            do {
-                const int count =
-                    by->bzRead(&error, handle, chars(room), static_cast<int>(room.size()));
-                all.insert(all.end(), room.begin(), room.begin() + count);
-                list.push_back(count);
-                note();
-            } while (error == BZ_OK);
-            if (error == BZ_STREAM_END) {
-                EXPECT_EQ(all.size(), plain.size());
+            const auto getUnused = [&] {
                 by->bzReadGetUnused(&error, handle, &rest, &restLength);
                 note();
+            };
+            getUnused();
+            Bytes room(3001);
+            for (size_t all = 0, got = 0;; all += got) {
+                got = static_cast<size_t>(by->bzRead(&error, handle, chars(room), length(room)));
+                note(got);
+                if (error == BZ_STREAM_END) {
+                    EXPECT_EQ(all + got, plain.size());
+                }
+                if (error != BZ_OK) break;
+            }
+            if (error == BZ_STREAM_END) {
+                getUnused();
                 const auto* const from = static_cast<const uint8_t*>(rest);
                 unused = Bytes(from, from + restLength);
-                by->bzReadGetUnused(&error, handle, &rest, &restLength);
-                note();
+                getUnused();
             }
             by->bzWriteClose64(&error, handle, 0, nullptr, nullptr, nullptr, nullptr);
             note();
             by->bzReadClose(&error, handle);
             note();
         }
-        list.push_back(by->bzReadOpen(&error, nullptr, 0, 0, nullptr, 0) == nullptr);
-        note();
-        list.push_back(by->bzReadOpen(&error, file, 0, 0, &error, BZ_MAX_UNUSED + 1) == nullptr);
-        note();
+        note(by->bzReadOpen(&error, nullptr, 0, 0, nullptr, 0) == nullptr);
+        note(by->bzReadOpen(&error, file, 0, 0, &error, BZ_MAX_UNUSED + 1) == nullptr);
         std::fclose(file);
 
         BZFILE* handle = by->bzopen(path.c_str(), "w0");
-        Bytes bytes = plain;
-        list.push_back(by->bzwrite(handle, chars(bytes), static_cast<int>(bytes.size())));
-        list.push_back(by->bzread(handle, chars(bytes), 10));
+        note(by->bzwrite(handle, chars(plain), size), by->bzread(handle, chars(plain), 10));
         EXPECT_STREQ(by->bzerror(handle, &error), "SEQUENCE_ERROR");
-        note();
-        by->bzwrite(handle, chars(bytes), 0);
+        note(by->bzwrite(handle, chars(plain), 0));
         by->bzclose(handle);
         handle = by->bzopen(path.c_str(), "rs");
         Bytes back(plain.size() + 10);
-        list.push_back(by->bzread(handle, chars(back), static_cast<int>(back.size())));
-        list.push_back(by->bzread(handle, chars(back), 1));
+        note(by->bzread(handle, chars(back), length(back)));
+        note(by->bzread(handle, chars(back), 1));
         EXPECT_STREQ(by->bzerror(handle, &error), "OK");
         by->bzclose(handle);
         by->bzclose(nullptr);

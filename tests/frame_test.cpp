@@ -1,16 +1,14 @@
 // The frame and the core library: version record, dispatch, processor features.
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
 #include <fstream>
 #include <iterator>
 #include <set>
-#include <string>
 
 #include "core/vekcore.h"
 #include "frame/variant.h"
-#include "vekdc.h"
+#include "support/test.h"
 
 TEST(Frame, VersionRecordIsTheSameConstantOnEveryCall) {
     const VekLibraryVersion* version = vekdcGetLibVersion();

@@ -1,32 +1,15 @@
 // The inflate decoder and its table builder.
 //
-// Blocks come from a small writer here, which makes codes of any shape, and whole streams from the
-// peers when they are there. Each is decoded in one call and in pieces down to single bytes, into
-// one buffer and through circular windows, between guard pages; the fast and the careful paths meet
-// in these comparisons, for good data and for damaged data alike.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cstring>
-#include <memory>
-#include <span>
-#include <string>
-#include <tuple>
+// Blocks come from a small writer here, which makes codes of any shape. Each is decoded in one call
+// and in pieces down to single bytes, into one buffer and through circular windows, between guard
+// pages; the fast and the careful paths meet in these comparisons, for good data and for damaged
+// data alike. Whole streams of other programs are read in the tests of codecs and tool.
 
 #include "bytes/words.h"
-#include "support/data.h"
 #include "support/deflate_ranges.h"
 #include "support/deflate_reader.h"
 #include "support/features.h"
-#include "support/guarded.h"
-#include "vekdc.h"
-
-#ifdef VEK_HAS_zlib
-#include <zlib.h>
-#endif
-#ifdef VEK_HAS_libdeflate
-#include <libdeflate.h>
-#endif
+#include "support/test.h"
 
 using namespace vektest;
 
@@ -40,11 +23,9 @@ using Lens = std::vector<uint16_t>;
 struct Code {
     explicit Code(Lens lengths) : lens(std::move(lengths)), codes(lens.size()) {
         uint32_t next = 0;
-        for (uint16_t len = 1; len <= 15; ++len, next <<= 1) {
-            for (size_t i = 0; i < lens.size(); ++i) {
+        for (uint16_t len = 1; len <= 15; ++len, next <<= 1)
+            for (size_t i = 0; i < lens.size(); ++i)
                 if (lens[i] == len) codes[i] = vek::reverseBits(next++, len);
-            }
-        }
     }
     Lens lens;
     std::vector<uint32_t> codes;
@@ -93,21 +74,18 @@ struct Block {
         bits(moreLength, length.extra);
         dist(distCode);
         bits(moreDist, far.extra);
-        for (uint32_t n = length.base + moreLength; n != 0; --n) {
+        for (uint32_t n = length.base + moreLength; n != 0; --n)
             out.push_back(out[out.size() - distance]);
-        }
     }
     void end() { lit(256); }
 
     /// Up to `count` symbols of those that have codes, every third a match.
     void fillRandomly(Random& random, size_t count) {
         Lens coded, codedDists;
-        for (uint16_t i = 0; i < lits.lens.size() && i < 286; ++i) {
+        for (uint16_t i = 0; i < lits.lens.size() && i < 286; ++i)
             if (lits.lens[i] != 0 && i != 256) coded.insert(coded.end(), i < 256 ? 1 : 4, i);
-        }
-        for (uint16_t i = 0; i < dists.lens.size() && i < 30; ++i) {
+        for (uint16_t i = 0; i < dists.lens.size() && i < 30; ++i)
             if (dists.lens[i] != 0) codedDists.push_back(i);
-        }
         for (; count != 0 && !coded.empty(); --count) {
             const uint32_t symbol = coded[pick(random, 0, coded.size() - 1)];
             if (symbol < 256) {
@@ -149,7 +127,7 @@ Lens randomLens(Random& random, size_t size, unsigned longest, size_t needed) {
     }
     lens.resize(size);
     while (lens[needed] == 0 && longest != 0) std::shuffle(lens.begin(), lens.end(), random);
-    if (longest == 0) lens[needed] = static_cast<uint16_t>(pick(random, 0, 1));
+    if (longest == 0) lens[needed] = pick<uint16_t>(random, 0, 1);
     return lens;
 }
 
@@ -176,13 +154,12 @@ struct Call {
           dstLen(static_cast<uint32_t>(room.size())) {}
     bool operator==(const Call&) const = default;
 
-    /// Makes it, on any level of instructions, with null for the pointer numbered `null`.
-    VekStatus operator()(VekInflateState& state, int null = -1) {
+    /// Makes it, on any level of instructions.
+    VekStatus operator()(VekInflateState& state) {
         static Random levels(26);
         const FeatureLimit limit(pick(levels, 0, 1) != 0 ? ~uint64_t{0} : 0);
-        const auto at = [null](int i, auto* p) { return i == null ? nullptr : p; };
-        return veksInflate_8u(at(0, &src), at(1, &srcLen), at(2, &code), at(3, &nBits), winIdx,
-                              at(4, &dst), at(5, &dstLen), dstIdx, at(6, &mode), at(7, &state));
+        return veksInflate_8u(&src, &srcLen, &code, &nBits, winIdx, &dst, &dstLen, dstIdx, &mode,
+                              &state);
     }
 };
 
@@ -202,15 +179,10 @@ class Pieces {
           in_(cut.in != 0 ? cut.in : inSize),
           whole_(cut.window == 0 ? history.size() + outSize : 2 * cut.out + 1),
           window_(cut.window) {
-        stored(history.data(), history.size());
-    }
-
-    bool stored(const uint8_t* bytes, size_t count) {
-        for (; count != 0 && room().size() != 0; --count) {
-            room()[0] = *bytes++;
+        for (const uint8_t byte : history) {
+            room()[0] = byte;
             produced(1);
         }
-        return count == 0;
     }
 
     bool coded(BitSource& in, VekInflateState& state) {
@@ -321,8 +293,8 @@ void decodeBlock(const Block& block, const Cut& cut, size_t seed) {
 TEST(Inflate, RandomCodesInPieces) {
     Random random(20);
     for (size_t round = 0; round < effort(60); ++round) {
-        const auto litLongest = static_cast<unsigned>(pick(random, 2, 15));
-        const auto distLongest = static_cast<unsigned>(pick(random, 0, 15));
+        const auto litLongest = pick<unsigned>(random, 2, 15);
+        const auto distLongest = pick<unsigned>(random, 0, 15);
         const bool skewed = round % 6 == 5;
         Block block(skewed ? skewedLens(286, 250)
                            : randomLens(random, pick(random, 257, 286), litLongest, 256),
@@ -334,9 +306,8 @@ TEST(Inflate, RandomCodesInPieces) {
         block.end();
         // What follows is another's, and gives the kernels room to run past the end.
         block.data.resize(block.data.size() + round % 2 * 4000, 0x5A);
-        for (const Cut& cut : cuts) {
+        for (const Cut& cut : cuts)
             if (round % 3 != 2 || cut.in == 0 || cut.in > 100) decodeBlock(block, cut, round);
-        }
         if (testing::Test::HasFailure()) FAIL() << "round " << round;
     }
 }
@@ -356,15 +327,12 @@ TEST(Inflate, RefusedArgumentsChangeNothing) {
     state->windowSize = 4;
     const Bytes source = {1, 2, 3};
     Bytes room(8, 0xEE);
-    // Nulls come first; then either size is too large.
-    for (int null = 0; null < 12; ++null) {
+    for (const auto& [nBits, winIdx] : {std::pair{32U, 5U}, {33U, 4U}}) {
         Call call(source, room);
-        call.nBits = null == 10 ? 32 : 33;
-        call.winIdx = null == 11 ? 4 : 5;
-        if (null == 8) call.src = nullptr;
-        if (null == 9) call.dst = nullptr;
+        call.nBits = nBits;
+        call.winIdx = winIdx;
         const Call before = call;
-        EXPECT_EQ(call(*state, null), null < 10 ? vekStatusNullPointer : vekStatusBadSize) << null;
+        EXPECT_EQ(call(*state), vekStatusBadSize);
         EXPECT_TRUE(call == before && room == Bytes(8, 0xEE));
     }
 }
@@ -490,7 +458,7 @@ TEST(Inflate, CorruptData) {
         }
     }
     // Kinds of distances that do not exist, in tables of the caller's own making.
-    for (const uint8_t kind : {0xD1, 0xE1, 0xF1}) {
+    for (const uint8_t kind : {0xD1, 0xE1, 0xF1})
         for (const bool twoLevel : {false, true}) {
             for (const size_t room : {5, 401, 20000}) {  // Careful, fast, and packed.
                 auto state = std::make_unique<VekInflateState>();
@@ -504,8 +472,7 @@ TEST(Inflate, CorruptData) {
                 ASSERT_EQ(state->tableKind, twoLevel ? 1U : 2U);
                 for (size_t i = 0; i < (twoLevel ? 1024U : 2U); ++i)
                     if (i % 2 == 0) state->tables[twoLevel ? 5632 + i : 4 + i] = kind;
-                Bytes whole(40000 + room, 0xEE);
-                Bytes source(5000, 0);
+                Bytes whole(40000 + room, 0xEE), source(5000, 0);
                 source[0] = 1;  // length 3, distance code 0, of whose extra bits none is set
                 Call call(source, {whole.data() + 40000, room});
                 call.dstIdx = 40000;
@@ -514,7 +481,6 @@ TEST(Inflate, CorruptData) {
                 EXPECT_EQ(call.dstLen == room, kind != 0xD1);
             }
         }
-    }
     // Records in an impossible state, or with empty tables.
     auto state = std::make_unique<VekInflateState>();
     const Bytes zeros(32);
@@ -573,9 +539,6 @@ TEST(InflateTables, Statuses) {
         EXPECT_EQ(build(*state, c.lits, c.nLit, c.dists), c.status) << &c - cases;
         EXPECT_TRUE(c.status != vekStatusOk || state->distBits == c.distBits) << &c - cases;
     }
-    const uint16_t lens[1] = {};
-    EXPECT_EQ(veksInflateBuildHuffTable(nullptr, 289, 0, state.get()), vekStatusNullPointer);
-    EXPECT_EQ(veksInflateBuildHuffTable(lens, 289, 0, nullptr), vekStatusNullPointer);
 
     // The bit string that no code has is corrupt, in either layout.
     for (const bool twoLevel : {false, true}) {
@@ -620,62 +583,6 @@ TEST(InflateTables, Layouts) {
     check(twoLevel);
 }
 
-#if defined(VEK_HAS_zlib) && defined(VEK_HAS_libdeflate)
-Bytes zlibStream(Bytes& raw, int level, int strategy, int windowBits) {
-    z_stream z{};
-    deflateInit2(&z, level, Z_DEFLATED, -windowBits, 8, strategy);
-    Bytes data(deflateBound(&z, raw.size()));
-    z.next_in = raw.data();
-    z.avail_in = static_cast<uInt>(raw.size());
-    z.next_out = data.data();
-    z.avail_out = static_cast<uInt>(data.size());
-    EXPECT_EQ(deflate(&z, Z_FINISH), Z_STREAM_END);
-    data.resize(z.total_out);
-    deflateEnd(&z);
-    return data;
-}
-
-Bytes libdeflateStream(const Bytes& raw, int level) {
-    auto* compressor = libdeflate_alloc_compressor(level);
-    Bytes data(libdeflate_deflate_compress_bound(compressor, raw.size()));
-    data.resize(
-        libdeflate_deflate_compress(compressor, raw.data(), raw.size(), data.data(), data.size()));
-    libdeflate_free_compressor(compressor);
-    return data;
-}
-
-TEST(Inflate, PeerStreamsInPieces) {
-    Random random(23);
-    const auto check = [&](const Bytes& raw, const Bytes& data, size_t window) {
-        const size_t tiny = pick(random, 0, 3);  // Single bytes take long: for a quarter.
-        for (const Cut& cut :
-             {Cut{0, 0, 0}, Cut{1, 1, 0}, Cut{1, 1, window}, Cut{33, 270, window},
-              Cut{3000, 4096, window + 1000}, Cut{4096, 4096, 0}, Cut{3000, 0, window}}) {
-            if (cut.in == 1 && tiny != 0) continue;
-            SCOPED_TRACE(testing::Message() << cut.in << ' ' << cut.out << ' ' << cut.window);
-            auto state = std::make_unique<VekInflateState>();
-            Pieces pieces(cut, data.size(), raw.size());
-            BitSource in{data.data(), data.data() + data.size()};
-            ASSERT_TRUE(readDeflate(in, *state, pieces));
-            ASSERT_TRUE(pieces.output() == raw);
-            ASSERT_TRUE(in.src == in.end && in.nBits < 8);
-        }
-    };
-    for (const Shape& shape : shapes()) {
-        for (int level = 0; level <= 13; ++level) {
-            SCOPED_TRACE(testing::Message() << shape.name << " level " << level);
-            Bytes raw = shape.make(pick(random, 0, 1) * 70000 + 900, static_cast<uint32_t>(level));
-            // The strategies follow the levels: Z_FILTERED, Z_HUFFMAN_ONLY, Z_RLE, Z_FIXED.
-            const int bits = level % 3 == 2 ? 9 : 15;
-            const int strategy = level > 9 ? level - 9 : Z_DEFAULT_STRATEGY;
-            check(raw, zlibStream(raw, level > 9 ? 6 : level, strategy, bits), size_t{1} << bits);
-            raw.resize(raw.size() / 2);
-            check(raw, libdeflateStream(raw, std::min(level, 12)), 32768);
-        }
-    }
-}
-#endif
-
 // Damaged blocks behave the same however they are cut: what was good before the damage comes out,
 // and nothing else is touched.
 TEST(Inflate, DamagedStreamsInPieces) {
@@ -683,9 +590,8 @@ TEST(Inflate, DamagedStreamsInPieces) {
     for (size_t round = 0; round < effort(400); ++round) {
         Block block({});
         if (round % 4 != 0) {
-            block =
-                Block(randomLens(random, 286, static_cast<unsigned>(pick(random, 3, 15)), 256),
-                      randomLens(random, 30, static_cast<unsigned>(pick(random, 5, 15)), 0), {});
+            block = Block(randomLens(random, 286, pick<unsigned>(random, 3, 15), 256),
+                          randomLens(random, 30, pick<unsigned>(random, 5, 15), 0), {});
         }
         const bool large = round % 8 == 2;
         Bytes data = shapes()[1].make(500, static_cast<uint32_t>(round));

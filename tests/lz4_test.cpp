@@ -1,13 +1,8 @@
 // LZ4: round trips of every encoder through our decoders and liblz4's, the decoder against a
 // byte-by-byte twin on hostile input, every room, every truncation, histories of all kinds.
-#include <gtest/gtest.h>
 
-#include <algorithm>
-#include <climits>
+#include "support/test.h"
 
-#include "support/data.h"
-#include "support/guarded.h"
-#include "vekdc.h"
 #ifdef VEK_HAS_lz4
 #include <lz4.h>
 #include <lz4hc.h>
@@ -18,18 +13,10 @@ namespace {
 using namespace vektest;
 using Edge = Guarded::Edge;
 
-int length(const Bytes& bytes) {
-    return static_cast<int>(bytes.size());
-}
-Bytes slice(const Bytes& data, size_t from, size_t count) {
-    return {data.data() + from, data.data() + from + count};
-}
-
 /// What one decoding or encoding gave.
 struct Result {
     VekStatus status = 0;
-    int consumed = 0;
-    int written = 0;
+    int consumed = 0, written = 0;
     Bytes out;
 };
 
@@ -99,7 +86,7 @@ Result decode(const Bytes& block, size_t room, Place place = Place::None, const 
         d.status = veksDecodeLZ4Dict_8u(in.data(), &d.consumed, out.data(), static_cast<int>(index),
                                         &d.written, place == Place::Front ? out.data() : own.data(),
                                         length(history));
-    if (d.status >= 0) d.out = slice(out.bytes(), index, static_cast<size_t>(d.written));
+    if (d.status >= 0) d.out = part(out.bytes(), index, static_cast<size_t>(d.written));
     return d;
 }
 
@@ -203,7 +190,7 @@ Result encode(const Encoder& encoder, Tables& tables, const Bytes& block, size_t
         encoder.function({in.data() + (in.size() - block.size()), &e.consumed, out.data(),
                           &e.written, tables.table(), tables.pair, static_cast<int>(index),
                           own ? dict.data() : nullptr, own ? length(history) : 0, encoder.setting});
-    if (e.status >= 0) e.out = slice(out.bytes(), 0, static_cast<size_t>(e.written));
+    if (e.status >= 0) e.out = part(out.bytes(), 0, static_cast<size_t>(e.written));
     return e;
 }
 Result encodeAlone(const Encoder& encoder, const Bytes& block, size_t room, Edge edge = Edge::End) {
@@ -256,60 +243,48 @@ TEST(LZ4, EveryEncoderRoundTripsEveryShape) {
     std::vector<size_t> sizes{1,  2,  5,   12,  13,   14,   27,    28,    29,    30,    31,    33,
                               48, 64, 100, 270, 1000, 4097, 20000, 65535, 65536, 65600, 200000};
     if (effort(100) < 100) sizes.resize(sizes.size() - 5);
-    for (const Shape& shape : shapes()) {
-        for (size_t size : sizes) {
-            const Bytes data = shape.make(size, static_cast<uint32_t>(size));
-            Bytes plain;
-            for (const Encoder& encoder : encoders) {
-                SCOPED_TRACE(testing::Message() << shape.name << size << encoder.name);
-                const Bytes block =
-                    encodeAll(encoder, data, size % 2 == 0 ? Edge::End : Edge::Start);
-                ASSERT_NO_FATAL_FAILURE(expectDecodes(block, data));
-                // These share one search; a stream's has no 16-bit mode.
-                if (&encoder == encoders) plain = block;
-                if (encoder.kind == Encoder::Alone && encoder.setting < 2) {
-                    ASSERT_EQ(block, plain);
-                }
-            }
-            if (size < 30) {
-                EXPECT_EQ(plain.size(), size + (size < 15 ? 1 : 2));
-            }
-#ifdef VEK_HAS_lz4
-            for (bool high : {false, true})
-                ASSERT_NO_FATAL_FAILURE(expectDecodes(encodeByPeer(data, high), data));
-#endif
+    for (const auto& [name, data] : everyShape(sizes)) {
+        Bytes plain;
+        for (const Encoder& encoder : encoders) {
+            SCOPED_TRACE(testing::Message() << name << encoder.name);
+            const Bytes block =
+                encodeAll(encoder, data, data.size() % 2 == 0 ? Edge::End : Edge::Start);
+            ASSERT_NO_FATAL_FAILURE(expectDecodes(block, data));
+            // These share one search; a stream's has no 16-bit mode.
+            if (&encoder == encoders) plain = block;
+            ASSERT_TRUE(encoder.kind != Encoder::Alone || encoder.setting > 1 || block == plain);
         }
+        EXPECT_TRUE(data.size() >= 30 || plain.size() == data.size() + (data.size() < 15 ? 1 : 2));
+#ifdef VEK_HAS_lz4
+        for (bool high : {false, true})
+            ASSERT_NO_FATAL_FAILURE(expectDecodes(encodeByPeer(data, high), data));
+#endif
     }
 }
 
 TEST(LZ4, CheckedEncodersUseEveryRoom) {
     const size_t step = effort(100) < 100 ? 17 : 1;
-    for (const Shape& shape : shapes()) {
-        for (size_t size : {1U, 24U, 40U, 120U, 700U}) {
-            const Bytes data = shape.make(size, 3);
-            for (const Encoder& encoder : encoders) {
-                if (!encoder.checksRoom) continue;
-                const size_t enough = encodeAll(encoder, data).size();
-                int before = 0;
-                for (size_t room = 1; room <= enough + 9;
-                     room += encoder.high() && size == 700 ? 5 * step : step) {
-                    SCOPED_TRACE(testing::Message() << shape.name << size << encoder.name << room);
-                    const Result e =
-                        encodeAlone(encoder, data, room, room % 2 ? Edge::End : Edge::Start);
-                    ASSERT_EQ(e.status == 0, e.consumed == length(data));
-                    // Room may cut a match, so what follows differs; but more room is never much
-                    // worse.
-                    ASSERT_GE(e.consumed + 300, before);
-                    before = e.consumed;
-                    ASSERT_TRUE(!encoder.high() || (e.status == 0) == (room >= enough));
-                    ASSERT_TRUE(e.status == 0 || e.status == 33 ||
-                                (e.status == 48 && encoder.high()));
-                    ASSERT_NO_FATAL_FAILURE(
-                        expectDecodes(e.out, slice(data, 0, static_cast<size_t>(e.consumed))));
-                }
+    for (const auto& [name, data] : everyShape({1, 24, 40, 120, 700}))
+        for (const Encoder& encoder : encoders) {
+            if (!encoder.checksRoom) continue;
+            const size_t enough = encodeAll(encoder, data).size();
+            int before = 0;
+            for (size_t room = 1; room <= enough + 9;
+                 room += encoder.high() && data.size() == 700 ? 5 * step : step) {
+                SCOPED_TRACE(testing::Message() << name << encoder.name << room);
+                const Result e =
+                    encodeAlone(encoder, data, room, room % 2 ? Edge::End : Edge::Start);
+                ASSERT_EQ(e.status == 0, e.consumed == length(data));
+                // Room may cut a match, so what follows differs; but more room is never much
+                // worse.
+                ASSERT_GE(e.consumed + 300, before);
+                before = e.consumed;
+                ASSERT_TRUE(!encoder.high() || (e.status == 0) == (room >= enough));
+                ASSERT_TRUE(e.status == 0 || e.status == 33 || (e.status == 48 && encoder.high()));
+                ASSERT_NO_FATAL_FAILURE(
+                    expectDecodes(e.out, part(data, 0, static_cast<size_t>(e.consumed))));
             }
         }
-    }
     const Result e = encodeAlone(*std::rbegin(encoders), shapes()[1].make(300, 5), 100);
     EXPECT_EQ(std::pair(e.status, e.consumed), std::pair(33, 98));
 }
@@ -370,9 +345,9 @@ TEST(LZ4, EveryTruncationAndEveryRoomGivesItsStatus) {
     const Bytes block = randomBlock(random, 12, 0, false);
     const size_t whole = decodeSlowly(block, 1U << 20, {}, 0).out.size();
     for (size_t cut = 1; cut <= block.size(); ++cut) {
-        const Bytes part = slice(block, 0, cut);
+        const Bytes begun = part(block, 0, cut);
         for (size_t room : {whole, size_t{2}, cut})
-            ASSERT_NO_FATAL_FAILURE(expectAsTwin(part, room, Place::Own, {}, 0)) << cut;
+            ASSERT_NO_FATAL_FAILURE(expectAsTwin(begun, room, Place::Own, {}, 0)) << cut;
     }
     for (size_t room = 1; room <= whole + 70; ++room)
         ASSERT_NO_FATAL_FAILURE(expectAsTwin(block, room, Place::Own, {}, 0)) << room;
@@ -421,14 +396,14 @@ TEST(LZ4, LiteralRunsEndInsideTheAddressSpace) {
 TEST(LZ4, HistoriesAndTablesOfAnyKind) {
     Random random(6);
     size_t gained = 0;
-    for (const Shape& shape : shapes()) {
+    for (const Shape& shape : shapes())
         for (size_t round = effort(40); round != 0; --round) {
             const size_t longest = round % 5 == 0 ? 150000 : 66000;
             const size_t size = round % 3 == 0 ? pick(random, 1, 20) : pick(random, 20, longest);
             const size_t blockSize = pick(random, 1, 5000);
             const Bytes data = shape.make(size + blockSize, 9);
-            const Bytes history = slice(data, 0, size);
-            const Bytes block = slice(data, size, blockSize);
+            const Bytes history = part(data, 0, size);
+            const Bytes block = part(data, size, blockSize);
             const size_t index = round % 4 == 1 ? pick(random, 0, 2 * size) : size;
             const bool front = index == size && round % 8 < 4;
             const uint32_t mask = random() % 2 ? 0xFFFFFFFFU : 0x3FFFU;
@@ -446,8 +421,8 @@ TEST(LZ4, HistoriesAndTablesOfAnyKind) {
                     // What codes the history, block by block, puts it into the tables.
                     for (size_t at = 0, n = 0; at < size; at += n) {
                         n = std::min(size - at, pick(random, 1, 50000));
-                        encode(encoder, tables, slice(history, at, n), vekLZ4EncodeBound(n),
-                               Place::Front, slice(history, 0, at), at);
+                        encode(encoder, tables, part(history, at, n), vekLZ4EncodeBound(n),
+                               Place::Front, part(history, 0, at), at);
                     }
                 }
                 const Bytes coded = encode(encoder, tables, block, vekLZ4EncodeBound(blockSize),
@@ -463,7 +438,6 @@ TEST(LZ4, HistoriesAndTablesOfAnyKind) {
                 if (coded.size() < alone) gained += alone - coded.size();
             }
         }
-    }
     EXPECT_GT(gained, effort(100000));
 }
 
@@ -489,17 +463,13 @@ TEST(LZ4, SizesClearingAndLoading) {
     EXPECT_EQ(veksEncodeLZ4HashTableGetSize_8u(sizes), 0);
     EXPECT_EQ(veksEncodeLZ4HCHashTableGetSize_8u(sizes + 1, sizes + 2), 0);
     EXPECT_TRUE(sizes[0] == 16384 && sizes[1] == 131072 && sizes[2] == 262144);
-    EXPECT_EQ(veksEncodeLZ4HashTableGetSize_8u(nullptr), -8);
-    EXPECT_EQ(veksEncodeLZ4HCHashTableGetSize_8u(sizes, nullptr), -8);
-    EXPECT_EQ(veksEncodeLZ4HCHashTableGetSize_8u(nullptr, sizes), -8);
-    for (auto [length, bytes] : {std::pair{1, 8192}, {65535, 8192}, {65536, 16384}}) {
+    for (auto [length, bytes] : {std::pair{1, 8192}, {65535, 8192}, {65536, 16384}})
         for (auto* clear : {veksEncodeLZ4HashTableInit_8u, veksEncodeLZ4DictHashTableInit_8u}) {
             Tables t;
             EXPECT_EQ(clear(t.table(), length), 0);
             EXPECT_EQ(std::count(t.fast.begin(), t.fast.end(), 0U) * 4,
                       clear == veksEncodeLZ4HashTableInit_8u ? bytes : 16384);
         }
-    }
     for (int size = 1; size <= 30; ++size) {
         Tables tables;
         tables.clear();
@@ -510,72 +480,59 @@ TEST(LZ4, SizesClearingAndLoading) {
     }
 }
 
-/// Every refusal, and that it leaves the counts alone. A null beats a bad size beats the rest.
+/// Every refusal but for nulls, and that it leaves the counts alone; a bad size beats the rest.
 TEST(LZ4, BadArgumentsAreRefusedInOrder) {
     struct Refusing {
         Encoder encoder;
-        const char* pointers;      ///< Those that must not be null, by their names below.
         VekStatus index = 0;       ///< For a negative index.
         VekStatus dictionary = 0;  ///< For a dictionary of negative length.
     };
+    const auto other = [](const char* name, bool checksRoom, Function* function) {
+        return Encoder{name, Encoder::Alone, checksRoom, function};
+    };
     std::vector<Refusing> all{
-        {{"decode", Encoder::Alone, true,
-          [](const Call& c) { return veksDecodeLZ4_8u(c.src, *c.len, c.dst, c.room); }},
-         "sdm"},
-        {{"decode, dictionary", Encoder::Alone, true,
-          [](const Call& c) {
-              return veksDecodeLZ4Dict_8u(c.src, c.len, c.dst, c.index, c.room, c.dict, c.dictLen);
-          }},
-         "sndm",
-         -6,
-         -6},
-        {{"table", Encoder::Alone, false,
-          [](const Call& c) { return veksEncodeLZ4HashTableInit_8u(c.table, *c.len); }},
-         "h"},
-        {{"dictionary table", Encoder::Alone, false,
-          [](const Call& c) { return veksEncodeLZ4DictHashTableInit_8u(c.table, *c.len); }},
-         "h"},
-        {{"load", Encoder::Alone, false,
-          [](const Call& c) { return veksEncodeLZ4LoadDict_8u(c.table, c.src, *c.len); }},
-         "sh"}};
+        {other("decode", true,
+               [](const Call& c) { return veksDecodeLZ4_8u(c.src, *c.len, c.dst, c.room); })},
+        {other("decode, dictionary", true,
+               [](const Call& c) {
+                   return veksDecodeLZ4Dict_8u(c.src, c.len, c.dst, c.index, c.room, c.dict,
+                                               c.dictLen);
+               }),
+         -6, -6},
+        {other("table", false,
+               [](const Call& c) { return veksEncodeLZ4HashTableInit_8u(c.table, *c.len); })},
+        {other("dictionary table", false,
+               [](const Call& c) { return veksEncodeLZ4DictHashTableInit_8u(c.table, *c.len); })},
+        {other("load", false,
+               [](const Call& c) { return veksEncodeLZ4LoadDict_8u(c.table, c.src, *c.len); })}};
     for (const Encoder& e : encoders) {
         const bool history = e.high() || e.takesHistory();
-        all.push_back({e, e.checksRoom ? "sndmh" : "sdmh", history ? -5 : 0, history ? -6 : 0});
+        all.push_back({e, history ? -5 : 0, history ? -6 : 0});
     }
     for (int setting : {0, INT_MIN})
-        all.push_back({{"slowed", Encoder::Alone, false, accelerated, setting}, "sdmh", -16, -16});
+        all.push_back({{"slowed", Encoder::Alone, false, accelerated, setting}, -16, -16});
     Tables t;
-    Bytes src(100, 'a');
-    Bytes dst(200);
+    Bytes src(100, 'a'), dst(200);
     for (const Refusing& r : all) {
         const auto expect = [&](VekStatus status, int inLength, int room, int index, int dictLen,
-                                char null = ' ') {
-            const auto keep = [null](char name, auto* p) { return null == name ? nullptr : p; };
-            int n = inLength;
-            int m = room;
+                                bool noSource = false) {
+            int n = inLength, m = room;
             EXPECT_EQ(
-                r.encoder.function({keep('s', src.data()), keep('n', &n), keep('d', dst.data()),
-                                    keep('m', &m), keep('h', t.table()), keep('h', &t.pair[0]),
-                                    index, src.data(), dictLen, r.encoder.setting}),
+                r.encoder.function({noSource ? nullptr : src.data(), &n, dst.data(), &m, t.table(),
+                                    &t.pair[0], index, src.data(), dictLen, r.encoder.setting}),
                 status)
-                << r.encoder.name << " without " << null;
+                << r.encoder.name;
             EXPECT_EQ(std::pair(n, m), std::pair(inLength, room)) << r.encoder.name;
         };
-        for (const char* null = r.pointers; *null != 0; ++null) expect(-8, 0, 0, -5, 9, *null);
         expect(-6, 0, 9, -5, 9);
         if (r.encoder.checksRoom) expect(-6, 9, 0, -5, 9);
         if (r.index != 0) expect(r.index, 9, 99, -5, 9);
         if (r.dictionary != 0) expect(r.dictionary, 9, 99, 5, -1);
-        if (r.encoder.kind == Encoder::History) {
-            expect(-8, 0, 0, 5, -1, 'h');
-            expect(-6, 9, 99, 5, -1, 's');
-        }
+        if (r.encoder.kind == Encoder::History) expect(-6, 9, 99, 5, -1, true);
     }
     uint8_t* half[2] = {t.pair[0], nullptr};
-    int n = 9;
-    int m = 99;
+    int n = 9, m = 99;
     EXPECT_EQ(high({src.data(), &n, dst.data(), &m, nullptr, half, 0, nullptr, 0, 9}), -8);
-    EXPECT_EQ(veksEncodeLZ4HCHashTableInit_8u(nullptr), -8);
     EXPECT_EQ(veksEncodeLZ4HCHashTableInit_8u(half), -8);
 }
 

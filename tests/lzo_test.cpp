@@ -1,14 +1,8 @@
 // LZO1X: every method against both decoders and the format's own library, containers, rooms, and
 // streams that lie.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-
 #include "bytes/words.h"
-#include "include/vekdc.h"
-#include "support/data.h"
-#include "support/guarded.h"
+#include "support/test.h"
 
 #ifdef VEK_HAS_lzo2
 #include <lzo/lzo1x.h>
@@ -134,10 +128,10 @@ Bytes worstCase(size_t size) {
 
 TEST(Lzo, RoundTripsEveryShapeWithEveryMethod) {
     // Around the encoder's thresholds, chunk and reach, and the decoder's margins.
-    const size_t lengths[] = {1,     2,     3,     4,     5,     13,    14,    18,     36,
-                              37,    38,    39,    40,    50,    64,    65,    100,    238,
-                              239,   256,   273,   274,   275,   1000,  2048,  4096,   8000,
-                              33000, 49151, 49152, 49153, 49190, 65536, 98340, 131072, 150001};
+    const std::vector<size_t> lengths = {
+        1,    2,    3,    4,     5,     13,    14,    18,    36,    37,    38,     39,
+        40,   50,   64,   65,    100,   238,   239,   256,   273,   274,   275,    1000,
+        2048, 4096, 8000, 33000, 49151, 49152, 49153, 49190, 65536, 98340, 131072, 150001};
     // Through all buffers, so that they are dirty; the last three make containers.
     State states[] = {State(0), State(2), State(0, 2), State(0, 7), State(0, 32)};
     const auto roundTrip = [&](const Bytes& data) {
@@ -154,14 +148,11 @@ TEST(Lzo, RoundTripsEveryShapeWithEveryMethod) {
 #endif
         }
     };
-    for (const auto& shape : shapes()) {
-        for (size_t length : lengths) {
-            SCOPED_TRACE(testing::Message() << shape.name << " " << length);
-            const Bytes data = shape.make(length, static_cast<uint32_t>(length));
-            ASSERT_NO_FATAL_FAILURE(roundTrip(data));
-            for (const Bytes& stream : peerStreams(data))
-                ASSERT_NO_FATAL_FAILURE(expectDecodes(stream, data));
-        }
+    for (const auto& [name, data] : everyShape(lengths)) {
+        SCOPED_TRACE(name);
+        ASSERT_NO_FATAL_FAILURE(roundTrip(data));
+        for (const Bytes& stream : peerStreams(data))
+            ASSERT_NO_FATAL_FAILURE(expectDecodes(stream, data));
     }
     ASSERT_NO_FATAL_FAILURE(roundTrip(worstCase(200000)));
 }
@@ -191,7 +182,7 @@ TEST(Lzo, NoPlainStreamIsTakenForAContainer) {
     const Bytes matched(known.begin() + 20, known.end());
     const Bytes noise = shapes()[1].make(140, 4);
     // The first part may end where the stream does, or anywhere in its literals.
-    for (const Bytes& rest : {Bytes{}, matched + noise, matched + endMark + noise}) {
+    for (const Bytes& rest : {Bytes{}, matched + noise, matched + endMark + noise})
         for (const auto& [method, parts] : {std::pair{0, 1}, {0, 2}, {0, 16}, {2, 1}, {2, 16}}) {
             const auto n = static_cast<uint8_t>(parts);
             Bytes shortForm = encode(lookAlike(n, 268, 0, rest), State(method));
@@ -226,7 +217,6 @@ TEST(Lzo, NoPlainStreamIsTakenForAContainer) {
                 }
             }
         }
-    }
     for (uint32_t size = 0; size < 11; ++size)
         EXPECT_EQ(vekLZOContainerParts(Guarded(Bytes(size, 0x55)).data(), size), 0U);
     const Bytes good = encode(Bytes(4000, 'a'), State(0, 3));
@@ -234,12 +224,11 @@ TEST(Lzo, NoPlainStreamIsTakenForAContainer) {
 }
 
 TEST(Lzo, EncoderKeepsInsideEveryRoom) {
-    for (auto [method, parts] : {std::pair{0, 0U}, {2, 0U}, {0, 5U}}) {
-        for (const auto& shape : shapes()) {
-            const Bytes data = shape.make(700, 5);
+    for (auto [method, parts] : {std::pair{0, 0U}, {2, 0U}, {0, 5U}})
+        for (const auto& [name, data] : everyShape({700})) {
             const size_t whole = encode(data, State(method, parts)).size();
             for (size_t capacity = 0; capacity <= whole + 20; capacity += capacity < 40 ? 1 : 7) {
-                SCOPED_TRACE(testing::Message() << shape.name << " " << capacity);
+                SCOPED_TRACE(testing::Message() << name << " " << capacity);
                 State state(method, parts);
                 const size_t slack = 5 + 6 * parts + capacity / 255;
                 const Result r = encode(data, state, capacity, slack);
@@ -256,7 +245,6 @@ TEST(Lzo, EncoderKeepsInsideEveryRoom) {
                 ASSERT_TRUE(std::equal(d.bytes.begin(), d.bytes.end(), data.begin()));
             }
         }
-    }
     State state(0);
     const Result exact = encode(Bytes(13, 1), state, 13, 4);
     EXPECT_TRUE(exact.status == vekStatusOk && exact.length == 17);
@@ -271,7 +259,6 @@ TEST(Lzo, EncoderKeepsInsideEveryRoom) {
 }
 
 TEST(Lzo, Arguments) {
-    const auto null = vekStatusNullPointer;
     const auto refused = vekStatusBadArgument;
     const auto ok = vekStatusOk;
     State good(0);
@@ -285,16 +272,10 @@ TEST(Lzo, Arguments) {
     for (auto [status, expected] : {
              std::pair<VekStatus, VekStatus>{veksEncodeLZOGetSize(0, 9, sizes), ok},
              {veksEncodeLZOGetSize(3, 9, sizes + 1), refused},
-             {veksEncodeLZOGetSize(3, 9, nullptr), null},
              {veksEncodeLZOInit_8u(-1, 0, state), refused},
-             {veksEncodeLZOInit_8u(3, 0, nullptr), null},
-             {veksEncodeLZO_8u(nullptr, 0, &byte, &n, state), null},
-             {veksEncodeLZO_8u(&byte, 1, &byte, &n, nullptr), null},
              {veksEncodeLZO_8u(&byte, 1, &byte, &n, bad[0].words.data()), refused},
              {veksEncodeLZO_8u(&byte, 1, &byte, &n, bad[1].words.data()), refused},
              {veksEncodeLZO_8u(&byte, 1, &byte, &n, bad[2].words.data()), refused},
-             {veksDecodeLZO_8u(nullptr, 0, &byte, &n), null},
-             {veksDecodeLZOSafe_8u(&byte, 1, &byte, nullptr), null},
          })
         EXPECT_EQ(status, expected);
     EXPECT_TRUE(good.words == State(0).words);
@@ -371,12 +352,11 @@ TEST(Lzo, WideCopiesKeepInsideEveryRoom) {
         const Bytes stream = first + last + endMark + letters;
         const Result whole = decode(&veksDecodeLZOSafe_8u, stream, 1000);
         ASSERT_EQ(whole.status, vekStatusOk);
-        for (size_t room = whole.length; room < whole.length + 70; ++room) {
+        for (size_t room = whole.length; room < whole.length + 70; ++room)
             for (auto* function : {&veksDecodeLZO_8u, &veksDecodeLZOSafe_8u}) {
                 const Result r = decode(function, stream, room);
                 ASSERT_TRUE(r.status == vekStatusOk && r.bytes == whole.bytes) << room;
             }
-        }
     }
 }
 
@@ -418,8 +398,7 @@ TEST(Lzo, HostileStreamsStayInsideTheBuffers) {
 }
 
 TEST(Lzo, TrustingDecoderStopsAtTheCapacity) {
-    for (const auto& shape : shapes()) {
-        const Bytes data = shape.make(2000, 6);
+    for (const auto& [name, data] : everyShape({2000})) {
         Bytes stream = encode(data, State(2));
         for (size_t capacity = 0; capacity <= data.size(); capacity += 13) {
             const Result r = decode(&veksDecodeLZO_8u, stream, capacity);
@@ -435,8 +414,7 @@ TEST(Lzo, BrokenContainers) {
     const Bytes data = shapes()[4].make(4000, 1);
     const Bytes good = encode(data, State(0, 4));
     const auto word = [&](size_t at) { return vek::load<uint32_t>(good.data() + at); };
-    const size_t second = 19 + word(7);
-    const size_t fourth = second + word(11) + word(15);
+    const size_t second = 19 + word(7), fourth = second + word(11) + word(15);
     ASSERT_EQ(good[1], 4);
     const auto expectBroken = [&](std::vector<std::pair<size_t, uint8_t>> changes, uint32_t room,
                                   uint32_t length) {

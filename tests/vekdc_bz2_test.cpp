@@ -2,7 +2,6 @@
 // field, for what no encoder writes; and what is wrong with broken ones.
 #include "codec/checksums.h"
 #include "support/tool.h"
-#include "vekdc.h"
 
 #ifdef VEK_HAS_bzip2
 #include <bzlib.h>
@@ -72,12 +71,11 @@ void checkBothWays(const Bytes& plain, int level) {
 }
 
 TEST(Bz2Format, AgreesWithTheLibrary) {
-    for (const auto& shape : shapes()) {
+    for (const auto& shape : shapes())
         for (const size_t size : {0U, 1U, 99U, 100U, 4000U, 99899U, 99900U, 99981U, 120000U}) {
             SCOPED_TRACE(std::string(shape.name) + " " + std::to_string(size));
             if (size < 90000 || effort(100) == 100) checkBothWays(shape.make(size, 3), 1);
         }
-    }
     const Bytes plain = sample(effort(900000));
     for (int level = 1; level <= 9; ++level) {
         SCOPED_TRACE(level);
@@ -97,8 +95,7 @@ struct Content {
 
     Bytes plain() const {
         const Bytes inUse(256, 1);
-        Bytes work(400000);
-        Bytes block(100000);
+        Bytes work(400000), block(100000);
         auto length = static_cast<int32_t>(block.size());
         if (symbols.empty() ||
             veksDecodeBlock_BZ2_16u8u(symbols.data(), static_cast<int32_t>(symbols.size()),

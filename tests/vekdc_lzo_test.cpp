@@ -8,11 +8,18 @@ namespace {
 using vekdc::Settings;
 using namespace vektest;
 
+/// Appends a number.
 void big(Bytes& to, uint64_t value, int count = 4) {
     while (--count >= 0) to.push_back(static_cast<uint8_t>(value >> (8 * count)));
 }
 void little(Bytes& to, uint64_t value, int count = 4) {
     for (int i = 0; i < count; ++i) to.push_back(static_cast<uint8_t>(value >> (8 * i)));
+}
+template <int bytes = 4, class... Numbers>
+Bytes bigs(Numbers... values) {
+    Bytes out;
+    (big(out, values, bytes), ...);
+    return out;
 }
 uint32_t adler(const Bytes& bytes) {
     return vekdc::codec::kAdler32.update(1, bytes);
@@ -28,39 +35,30 @@ struct LzoPart {
     Bytes extra;
 
     Bytes header() const {
-        Bytes out;
-        big(out, version, 2);
-        big(out, 0x20A0, 2);
-        if (version >= 0x0940) big(out, needed, 2);
+        const bool isNew = version >= 0x0940;
+        Bytes out = bigs<2>(version, 0x20A0);
+        if (isNew) big(out, needed, 2);
         big(out, method, 1);
-        if (version >= 0x0940) big(out, 5, 1);
+        if (isNew) big(out, 5, 1);
         big(out, flags);
         if ((flags & 0x800) != 0) big(out, filter);
-        big(out, 0100644);
-        big(out, 981173106);
-        if (version >= 0x0940) big(out, 0);
+        out = out + bigs(0100644, 981173106);
+        if (isNew) big(out, 0);
         big(out, name.size(), 1);
         out = out + bytesOf(name);
-        const auto sum = [&](const Bytes& bytes) {
-            return (flags & 0x1000) != 0 ? crc(bytes) : adler(bytes);
+        const auto sum = [&](const Bytes& of) {
+            return bigs((flags & 0x1000) != 0 ? crc(of) : adler(of));
         };
-        big(out, sum(out));
-        if ((flags & 0x40) != 0) {
-            Bytes field;
-            big(field, extra.size());
-            field = field + extra;
-            big(field, sum(field));
-            out = out + field;
-        }
+        out = out + sum(out);
+        const Bytes field = bigs(extra.size()) + extra;
+        if ((flags & 0x40) != 0) out = out + field + sum(field);
         return Bytes{0x89, 'L', 'Z', 'O', 0, 0x0D, 0x0A, 0x1A, 0x0A} + out;
     }
 
     /// The data stored, or, when there is one, as a stream. `sums` is what the checksums are of.
     Bytes block(const Bytes& sums, const Bytes& stream = {}) const {
-        Bytes out;
         const Bytes& coded = stream.empty() ? sums : stream;
-        big(out, sums.size());
-        big(out, coded.size());
+        Bytes out = bigs(sums.size(), coded.size());
         if ((flags & 1) != 0) big(out, adler(sums));
         if ((flags & 0x100) != 0) big(out, crc(sums));
         if (!stream.empty() && (flags & 2) != 0) big(out, adler(stream));
@@ -123,7 +121,7 @@ TEST(LzoAndLzss, PartsFollowEachOther) {
 
 TEST(Lzo, ReadsEveryKindOfHeaderAndBlock) {
     const Bytes hello = bytesOf("hello");
-    for (const uint32_t version : {0x0900U, 0x0940U, 0x1040U, 0x7FFFU}) {
+    for (const uint32_t version : {0x0900U, 0x0940U, 0x1040U, 0x7FFFU})
         for (uint32_t mask = 0; mask < 128; ++mask) {
             LzoPart part;
             part.version = version;
@@ -138,7 +136,6 @@ TEST(Lzo, ReadsEveryKindOfHeaderAndBlock) {
                                part.block(kRepeated, kRepeatedStream) + part.end();
             ASSERT_EQ(decompress(format("lzo"), file), hello + kRepeated) << version << mask;
         }
-    }
 }
 
 // The library's decoders take a stream that begins so for a container of their own, and go by the
@@ -157,21 +154,15 @@ TEST(Lzo, AStreamThatLooksLikeTheLibrarysContainerIsNone) {
 
 TEST(Lzo, SaysWhatIsWrongAndWhere) {
     const LzoPart part;
-    const Bytes hello = bytesOf("hello");
-    const Bytes start = part.header() + part.block(hello);
+    const Bytes hello = bytesOf("hello"), start = part.header() + part.block(hello);
     const auto field = [](const LzoPart& of, uint32_t LzoPart::*member, uint32_t value) {
         LzoPart changed = of;
         changed.*member = value;
         return changed.header() + LzoPart::end();
     };
-    const auto lengths = [](uint32_t plain, uint32_t coded) {
-        Bytes out;
-        big(out, plain);
-        big(out, coded);
-        return out;
-    };
+    const auto lengths = [](uint32_t plain, uint32_t coded) { return bigs(plain, coded); };
     const auto flipped = [](Bytes bytes, size_t at) {
-        bytes[at] ^= 1;
+        flip(bytes, 8 * at);
         return bytes;
     };
     LzoPart checked;

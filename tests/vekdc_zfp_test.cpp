@@ -1,8 +1,5 @@
 // The tool's zfp fields: exchanged with the method's own tool in every mode, and what is wrong with
 // broken files and options.
-#include <array>
-#include <cmath>
-#include <cstring>
 
 #include "support/tool.h"
 
@@ -184,14 +181,13 @@ TEST_F(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
         {"expert",
          {"1,2,3", "0,8,64,0", "100,50,64,0", "0,100,65,0", "0,100,0,0", "0,100,64,-1075",
           "0,40000,64,0"}}};
-    for (const auto& [name, values] : wrong) {
+    for (const auto& [name, values] : wrong)
         for (const char* value : values) {
             Options own = dims;
             own[name] = value;
             EXPECT_EQ(refusal([&] { compress(Bytes(1080), own); }).find("--"), 0U)
                 << name << " " << value;
         }
-    }
 }
 
 TEST_F(ZfpFormat, InfoTellsParametersAndErrors) {

@@ -1,14 +1,6 @@
 // ZFP blocks against the method's own library, bit by bit.
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cmath>
-
-#include "support/data.h"
-#include "support/guarded.h"
-#include "vekdc.h"
+#include "support/test.h"
 
 #ifdef VEK_HAS_zfp
 #include <zfp.h>
@@ -161,7 +153,7 @@ struct Peer {
     Bytes stream() {
         const size_t words = (stream_wtell(bits) + 63) / 64;
         stream_flush(bits);
-        return {bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(8 * words)};
+        return part(bytes, 0, 8 * words);
     }
     Block decode() {
         const size_t at = position();
@@ -230,7 +222,7 @@ TEST(Zfp, StreamsAndValuesEqualThePeers) {
             ASSERT_EQ(static_cast<size_t>(coded.size), std::min(words, length / 8 * 8));
             ASSERT_TRUE(length < words || static_cast<size_t>(coded.bits) == bits);
             ASSERT_EQ(coded.flushed, length * 8 < bits ? vekStatusNoRoom : vekStatusOk);
-            const Bytes start(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(length));
+            const Bytes start = part(whole, 0, length);
             ASSERT_EQ(coded.stream, start) << round;
             ASSERT_NO_FATAL_FAILURE(expectDecodes(start, bits, p)) << round << " " << length;
         }
@@ -311,27 +303,18 @@ TEST(Zfp, ArgumentsAreCheckedAndQueriesCount) {
     Block block{};
     int32_t size = 5;
     int64_t longSize = 5;
-    const auto all = [&](VekZfpState* s) {
-        return std::vector<VekStatus>{veksEncodeZfpSet_32f(0, 0, 0, 0, s),
-                                      veksEncodeZfpSetAccuracy_32f(1, s),
-                                      veksEncodeZfpGetCompressedSize_32f(s, &size),
-                                      veksEncodeZfpGetCompressedSizeLong_32f(s, &longSize),
-                                      veksEncodeZfpGetCompressedBitSize_32f(s, &longSize),
-                                      veksEncodeZfpFlush_32f(s),
-                                      veksEncodeZfp444_32f(block.data(), 16, 64, s),
-                                      veksDecodeZfpSet_32f(0, 0, 0, 0, s),
-                                      veksDecodeZfpSetAccuracy_32f(1, s),
-                                      veksDecodeZfpGetDecompressedSize_32f(s, &size),
-                                      veksDecodeZfpGetDecompressedSizeLong_32f(s, &longSize),
-                                      veksDecodeZfp444_32f(s, block.data(), 16, 64)};
-    };
-    EXPECT_EQ(all(nullptr), std::vector<VekStatus>(12, vekStatusNullPointer));
-    EXPECT_EQ(all(state), std::vector<VekStatus>(12, vekStatusStateMismatch));
+    for (const VekStatus status :
+         {veksEncodeZfpSet_32f(0, 0, 0, 0, state), veksEncodeZfpSetAccuracy_32f(1, state),
+          veksEncodeZfpGetCompressedSize_32f(state, &size),
+          veksEncodeZfpGetCompressedSizeLong_32f(state, &longSize),
+          veksEncodeZfpGetCompressedBitSize_32f(state, &longSize), veksEncodeZfpFlush_32f(state),
+          veksEncodeZfp444_32f(block.data(), 16, 64, state),
+          veksDecodeZfpSet_32f(0, 0, 0, 0, state), veksDecodeZfpSetAccuracy_32f(1, state),
+          veksDecodeZfpGetDecompressedSize_32f(state, &size),
+          veksDecodeZfpGetDecompressedSizeLong_32f(state, &longSize),
+          veksDecodeZfp444_32f(state, block.data(), 16, 64)})
+        EXPECT_EQ(status, vekStatusStateMismatch);
     EXPECT_TRUE(size == 5 && longSize == 5);
-    for (const auto query : {veksEncodeZfpGetStateSize_32f, veksDecodeZfpGetStateSize_32f})
-        EXPECT_EQ(query(nullptr), vekStatusNullPointer);
-    EXPECT_EQ(veksEncodeZfpInit_32f(nullptr, 0, state), vekStatusNullPointer);
-    EXPECT_EQ(veksDecodeZfpInit_32f(buffer.data(), 0, nullptr), vekStatusNullPointer);
     for (const int32_t length : {0, -1}) {
         EXPECT_EQ(veksEncodeZfpInit_32f(buffer.data(), length, state), vekStatusBadSize);
         EXPECT_EQ(veksDecodeZfpInit_32f(buffer.data(), length, state), vekStatusBadSize);
@@ -340,9 +323,6 @@ TEST(Zfp, ArgumentsAreCheckedAndQueriesCount) {
     EXPECT_EQ(veksDecodeZfpInitLong_32f(buffer.data(), 0, state), vekStatusBadSize);
 
     ASSERT_EQ(veksEncodeZfpInit_32f(buffer.data(), 64, state), vekStatusOk);
-    EXPECT_EQ(veksEncodeZfpGetCompressedSize_32f(state, nullptr), vekStatusNullPointer);
-    EXPECT_EQ(veksEncodeZfp444_32f(nullptr, 16, 64, state), vekStatusNullPointer);
-    EXPECT_EQ(veksDecodeZfp444_32f(state, nullptr, 16, 64), vekStatusNullPointer);
     EXPECT_EQ(veksEncodeZfp444_32f(block.data(), 16, 64, state), vekStatusOk);
     EXPECT_EQ(veksEncodeZfpFlush_32f(state), vekStatusOk);
     EXPECT_EQ(veksEncodeZfpGetCompressedBitSize_32f(state, &longSize), vekStatusOk);

@@ -9,13 +9,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <numeric>
+#include <utility>
 
 namespace vektest {
-
-size_t pick(Random& random, size_t low, size_t high) {
-    return std::uniform_int_distribution<size_t>(low, high)(random);
-}
 
 size_t effort(size_t rounds) {
     static const size_t percent = [] {
@@ -31,81 +27,84 @@ uint8_t anyByte(Random& random) {
     return static_cast<uint8_t>(random());
 }
 
+/// Bytes from `next(random)`, one by one.
+template <class Next>
+Bytes drawn(size_t size, uint32_t seed, Next next) {
+    Random random(seed);
+    Bytes out(size);
+    for (auto& b : out) b = static_cast<uint8_t>(next(random));
+    return out;
+}
+
+/// Bytes that `append(out, random)` adds some at a time.
+template <class Append>
+Bytes grown(size_t size, uint32_t seed, Append append) {
+    Random random(seed);
+    Bytes out;
+    while (out.size() < size) append(out, random);
+    out.resize(size);
+    return out;
+}
+
+void appendNumber(Bytes& out, uint32_t value) {
+    for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+}
+
 Bytes zeros(size_t size, uint32_t) {
     return Bytes(size, 0);
 }
 
 Bytes uniform(size_t size, uint32_t seed) {
-    Random random(seed);
-    Bytes out(size);
-    for (auto& b : out) b = anyByte(random);
-    return out;
+    return drawn(size, seed, anyByte);
 }
 
 Bytes twoSymbols(size_t size, uint32_t seed) {
-    Random random(seed);
-    Bytes out(size);
-    for (auto& b : out) b = (random() & 1) != 0 ? 'a' : 'b';
-    return out;
+    return drawn(size, seed, [](Random& random) { return (random() & 1) != 0 ? 'a' : 'b'; });
 }
 
 Bytes skewed(size_t size, uint32_t seed) {
-    Random random(seed);
     std::geometric_distribution<int> length(0.2);
-    Bytes out(size);
-    for (auto& b : out) b = static_cast<uint8_t>(std::min(length(random), 255));
-    return out;
+    return drawn(size, seed, [&](Random& random) { return std::min(length(random), 255); });
 }
 
 /// Words of a small vocabulary with common words more frequent, as in prose.
 Bytes text(size_t size, uint32_t seed) {
-    Random random(seed);
-    std::vector<std::string> words(600);
-    for (auto& word : words) {
-        for (size_t n = pick(random, 1, 9); n != 0; --n) word += "etaoinshrdlucmfw"[random() % 16];
-    }
+    std::vector<std::string> words;
     std::geometric_distribution<size_t> rank(0.015);
-    Bytes out;
-    while (out.size() < size) {
+    return grown(size, seed, [&](Bytes& out, Random& random) {
+        if (words.empty()) {
+            words.resize(600);
+            for (auto& word : words)
+                for (size_t n = pick(random, 1, 9); n != 0; --n)
+                    word += "etaoinshrdlucmfw"[random() % 16];
+        }
         const std::string& word = words[std::min(rank(random), words.size() - 1)];
         out.insert(out.end(), word.begin(), word.end());
         out.push_back(random() % 12 == 0 ? '\n' : ' ');
-    }
-    out.resize(size);
-    return out;
+    });
 }
 
 /// Opcodes, small operands and addresses that differ in their low bytes.
 Bytes machineCode(size_t size, uint32_t seed) {
-    Random random(seed);
-    constexpr std::array<uint8_t, 8> opcodes = {0x8B, 0x89, 0xE8, 0x0F, 0x83, 0x55, 0xC3, 0x74};
-    Bytes out;
     uint32_t address = 0x08048000;
-    while (out.size() < size) {
-        const uint8_t opcode = opcodes[random() % opcodes.size()];
-        out.push_back(opcode);
+    return grown(size, seed, [&](Bytes& out, Random& random) {
+        constexpr std::array<uint8_t, 8> opcodes = {0x8B, 0x89, 0xE8, 0x0F, 0x83, 0x55, 0xC3, 0x74};
+        out.push_back(opcodes[random() % opcodes.size()]);
+        const bool isCall = out.back() == 0xE8;
         out.push_back(static_cast<uint8_t>(0x40 + random() % 24));
-        if (opcode == 0xE8) {
-            address += static_cast<uint32_t>(pick(random, 0, 4096));
-            for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(address >> (8 * i)));
-        }
-    }
-    out.resize(size);
-    return out;
+        if (isCall) appendNumber(out, address += pick<uint32_t>(random, 0, 4096));
+    });
 }
 
 /// Fixed-length records with a counter, a few fields of few values, and some noise.
 Bytes records(size_t size, uint32_t seed) {
-    Random random(seed);
-    Bytes out;
-    for (uint32_t key = seed; out.size() < size; ++key) {
-        for (int i = 0; i < 4; ++i) out.push_back(static_cast<uint8_t>(key >> (8 * i)));
+    uint32_t key = seed;
+    return grown(size, seed, [&](Bytes& out, Random& random) {
+        appendNumber(out, key++);
         out.insert(out.end(), 9, static_cast<uint8_t>(random() % 5));
         for (int i = 0; i < 7; ++i) out.push_back("ABCD"[random() % 4]);
         for (int i = 0; i < 3; ++i) out.push_back(anyByte(random));
-    }
-    out.resize(size);
-    return out;
+    });
 }
 
 Bytes periodic(size_t size, uint32_t seed, size_t period) {
@@ -129,43 +128,30 @@ Bytes windowPeriod(size_t size, uint32_t seed) {
 }
 
 Bytes fibonacci(size_t size, uint32_t) {
-    Bytes a = {'b'};
-    Bytes b = {'a'};
-    while (b.size() < size) {
-        Bytes next = b;
-        next.insert(next.end(), a.begin(), a.end());
-        a = std::move(b);
-        b = std::move(next);
-    }
+    Bytes a = {'b'}, b = {'a'};
+    while (b.size() < size) a = std::exchange(b, b + a);
     b.resize(size);
     return b;
 }
 
 Bytes runs(size_t size, uint32_t seed) {
-    Random random(seed);
-    Bytes out;
-    while (out.size() < size) {
+    return grown(size, seed, [](Bytes& out, Random& random) {
         const size_t length = random() % 4 == 0 ? pick(random, 1, 2000) : pick(random, 1, 6);
         out.insert(out.end(), length, anyByte(random));
-    }
-    out.resize(size);
-    return out;
+    });
 }
 
 /// Noise with copies of earlier stretches at every distance.
 Bytes farRepeats(size_t size, uint32_t seed) {
-    Random random(seed);
-    Bytes out = uniform(std::min<size_t>(size, 64), seed);
-    while (out.size() < size) {
+    return grown(size, seed, [&](Bytes& out, Random& random) {
+        if (out.empty()) out = uniform(64, seed);
         if (random() % 3 == 0) {
             for (size_t n = pick(random, 1, 40); n != 0; --n) out.push_back(anyByte(random));
         } else {
             const size_t from = pick(random, 0, out.size() - 1);
             for (size_t n = pick(random, 3, 300), i = 0; i < n; ++i) out.push_back(out[from + i]);
         }
-    }
-    out.resize(size);
-    return out;
+    });
 }
 
 Bytes sorted(size_t size, uint32_t seed) {
@@ -177,22 +163,21 @@ Bytes sorted(size_t size, uint32_t seed) {
 }  // namespace
 
 const std::vector<Shape>& shapes() {
+    // clang-format off
     static const std::vector<Shape> all = {
-        {"zeros", zeros},
-        {"uniform", uniform},
-        {"twoSymbols", twoSymbols},
-        {"skewed", skewed},
-        {"text", text},
-        {"machineCode", machineCode},
-        {"records", records},
-        {"shortPeriod", shortPeriod},
-        {"longPeriod", longPeriod},
-        {"windowPeriod", windowPeriod},
-        {"fibonacci", fibonacci},
-        {"runs", runs},
-        {"farRepeats", farRepeats},
-        {"sorted", sorted},
-    };
+        {"zeros", zeros}, {"uniform", uniform}, {"twoSymbols", twoSymbols}, {"skewed", skewed},
+        {"text", text}, {"machineCode", machineCode}, {"records", records},
+        {"shortPeriod", shortPeriod}, {"longPeriod", longPeriod}, {"windowPeriod", windowPeriod},
+        {"fibonacci", fibonacci}, {"runs", runs}, {"farRepeats", farRepeats}, {"sorted", sorted}};
+    // clang-format on
+    return all;
+}
+
+std::vector<Sample> everyShape(const std::vector<size_t>& sizes, uint32_t seed) {
+    std::vector<Sample> all;
+    for (const Shape& shape : shapes())
+        for (const size_t size : sizes)
+            all.push_back({shape.name + (" " + std::to_string(size)), shape.make(size, seed)});
     return all;
 }
 

@@ -1,6 +1,7 @@
 // Test data: reproducible bytes of every shape that makes a codec behave differently.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <random>
@@ -17,6 +18,19 @@ inline Bytes operator+(Bytes a, const Bytes& b) {
     return a;
 }
 
+inline int32_t length(const Bytes& bytes) {
+    return static_cast<int32_t>(bytes.size());
+}
+
+/// `count` of the bytes from `from` on, or as many as there are.
+inline Bytes part(const Bytes& bytes, size_t from, size_t count = SIZE_MAX) {
+    return {bytes.data() + from, bytes.data() + from + std::min(count, bytes.size() - from)};
+}
+
+inline void flip(Bytes& bytes, size_t bit) {
+    bytes[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+}
+
 /// A named way to make `size` bytes from a seed.
 struct Shape {
     const char* name;
@@ -28,6 +42,14 @@ struct Shape {
 /// edge.
 const std::vector<Shape>& shapes();
 
+struct Sample {
+    std::string name;
+    Bytes bytes;
+};
+
+/// Data of every shape in each of the sizes, with a name to tell them by.
+std::vector<Sample> everyShape(const std::vector<size_t>& sizes, uint32_t seed = 3);
+
 /// All of them, one behind the other.
 Bytes sample(size_t size, uint32_t seed = 1);
 
@@ -36,6 +58,9 @@ Bytes sample(size_t size, uint32_t seed = 1);
 size_t effort(size_t rounds);
 
 /// Uniform integer in [low, high].
-size_t pick(Random& random, size_t low, size_t high);
+template <class T = size_t>
+T pick(Random& random, size_t low, size_t high) {
+    return static_cast<T>(std::uniform_int_distribution<size_t>(low, high)(random));
+}
 
 }  // namespace vektest

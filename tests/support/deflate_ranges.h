@@ -6,9 +6,7 @@ namespace vektest {
 
 /// The code of a value, the first value of that code, and the code's extra bits.
 struct Range {
-    unsigned code;
-    unsigned base;
-    unsigned extra;
+    unsigned code, base, extra;
 };
 
 /// The first range that `found` accepts: `plain` codes of one value each from `first` on, then

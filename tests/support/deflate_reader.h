@@ -1,6 +1,5 @@
-// A reader of raw deflate streams (RFC 1951) over the inflate calls, for tests, fuzz targets and
-// benchmarks: it reads the blocks' headers from a whole stream in memory and leaves how the data is
-// cut up to its target.
+// A reader of what stands in front of a deflate block's data (RFC 1951), from a whole stream in
+// memory.
 #pragma once
 
 #include <algorithm>
@@ -8,21 +7,17 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "vekdc.h"
-
 namespace vektest {
 
 /// A position in a stream: whole bytes, and the bits taken from the bytes before.
 struct BitSource {
     const uint8_t* src;
     const uint8_t* end;
-    uint32_t code = 0;
-    uint32_t nBits = 0;
+    uint32_t code = 0, nBits = 0;
 
     bool has(uint32_t count) {
-        for (; nBits < count && src != end; nBits += 8) {
+        for (; nBits < count && src != end; nBits += 8)
             code |= static_cast<uint32_t>(*src++) << nBits;
-        }
         return nBits >= count;
     }
     /// The next `count` bits, at most 16; 0s and `failed` behind the end.
@@ -45,8 +40,7 @@ template <class Build>
 bool readCodeLengths(BitSource& in, Build build) {
     constexpr std::array<uint8_t, 19> order = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
                                                11, 4,  12, 3, 13, 2, 14, 1, 15};
-    const uint32_t nLit = in.take(5) + 257;
-    const uint32_t nDist = in.take(5) + 1;
+    const uint32_t nLit = in.take(5) + 257, nDist = in.take(5) + 1;
     const uint32_t nCodes = in.take(4) + 4;
     if (nLit > 286 || nDist > 30) return false;
     std::array<uint8_t, 19> codeLens{};
@@ -55,19 +49,17 @@ bool readCodeLengths(BitSource& in, Build build) {
     std::array<uint16_t, 128> lookup{};
     uint32_t code = 0;  // The next one's bits reversed, and so in the order of the stream.
     uint32_t used = 0;
-    for (uint32_t len = 1; len < 8; ++len) {
+    for (uint32_t len = 1; len < 8; ++len)
         for (uint32_t symbol = 0; symbol < order.size(); ++symbol) {
             if (codeLens[symbol] != len) continue;
             used += 128U >> len;
             if (used > 128) return false;
-            for (uint32_t i = code; i < 128; i += 1U << len) {
+            for (uint32_t i = code; i < 128; i += 1U << len)
                 lookup[i] = static_cast<uint16_t>(len << 8 | symbol);
-            }
             uint32_t carry = 1U << (len - 1);
             for (; (code & carry) != 0; carry >>= 1) code ^= carry;
             code |= carry;
         }
-    }
     if (used != 128) return false;
 
     std::array<uint16_t, 286 + 30> lens{};
@@ -92,41 +84,6 @@ bool readCodeLengths(BitSource& in, Build build) {
         i += repeat;
     }
     return !in.failed && build(lens.data(), nLit, nDist);
-}
-
-/// Reads the code lengths of a dynamic block and builds its tables; false when they are corrupt.
-inline bool readDynamicHeader(BitSource& in, VekInflateState& state) {
-    return readCodeLengths(in, [&](const uint16_t* lens, uint32_t nLit, uint32_t nDist) {
-        return veksInflateBuildHuffTable(lens, nLit, nDist, &state) == vekStatusOk;
-    });
-}
-
-/// Decodes a stream from `in` to its last block; false when it is corrupt, cut off, or the target
-/// refuses. The target's stored(bytes, count) takes the bytes of a stored block; its coded(in,
-/// state) decodes one block's data with veksInflate_8u up to the end-of-block code.
-template <class Target>
-bool readDeflate(BitSource& in, VekInflateState& state, Target& target) {
-    for (bool last = false; !last;) {
-        last = in.take(1) != 0;
-        const uint32_t type = in.take(2);
-        if (in.failed || type == 3) return false;
-        if (type == 0) {
-            in.take(in.nBits % 8);
-            const uint32_t size = in.take(16);
-            const uint32_t complement = in.take(16);
-            if (in.failed || (size ^ complement) != 0xFFFF) return false;
-            in.src -= in.nBits / 8;
-            in.code = in.nBits = 0;
-            const auto there = std::min<size_t>(size, static_cast<size_t>(in.end - in.src));
-            if (!target.stored(in.src, there) || there != size) return false;
-            in.src += size;
-            continue;
-        }
-        state.tableKind = 0;
-        if (type == 2 && !readDynamicHeader(in, state)) return false;
-        if (!target.coded(in, state)) return false;
-    }
-    return true;
 }
 
 }  // namespace vektest

@@ -3,9 +3,10 @@
 #pragma once
 
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
-#include <string>
+#include <sstream>
+
+#include "support/test.h"
 
 namespace vektest {
 
@@ -21,7 +22,7 @@ class Library {
     /// A function by its name; `sample` is only for its type: the header's declaration.
     template <class Function>
     Function* get(const char* name, Function*) const {
-        void* const found = dlsym(handle_, name);
+        void* const found = dlsym(handle_, name + std::strspn(name, ":"));
         EXPECT_NE(found, nullptr) << name;
         return reinterpret_cast<Function*>(found);
     }
@@ -30,7 +31,17 @@ class Library {
     void* handle_;  // Stays open: the program's end closes it.
 };
 
+/// The values as one text.
+template <class... Values>
+std::string text(const Values&... values) {
+    std::ostringstream out;
+    ((out << values << ' '), ...);
+    return out.str();
+}
+
 }  // namespace vektest
 
-/// A function of a library, by the name that its header declares it under.
-#define VEK_FUNCTION(library, name) (library).get(#name, static_cast<decltype(&(name))>(nullptr))
+/// A member for a function of the library, of the type that its header declares it with.
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a name that is declared takes none.
+#define VEK_MEMBER(name, function) \
+    decltype(&function) name = get(#function, static_cast<decltype(&function)>(nullptr));

@@ -1,30 +1,41 @@
-/* int32_t callOnShiftedStack(const void* function, uint32_t shift, const uint32_t* words, size_t
- * count): calls the function with so many words of arguments, on a stack that stands `shift` bytes
- * (0, 4, 8 or 12) below the alignment that today's 32-bit convention promises, as callers from old
- * compilers and code generators leave it. */
-#ifdef __i386__
-        .text
-        .globl  callOnShiftedStack
-        .type   callOnShiftedStack, @function
-callOnShiftedStack:
+/* Between the tests of the 32-bit library and its exports: every call comes on a stack that stands 4,
+ * 8 or 12 bytes below the alignment that today's convention promises, as callers from old compilers
+ * and code generators leave it. The linker turns the tests' calls hither (--wrap). */
+        .set    argument_words, 16
+        .set    shift, 0
+
+        .macro  CALL_SHIFTED export
+        .set    shift, shift % 12 + 4
+        .globl  __wrap_\export
+        .type   __wrap_\export, @function
+__wrap_\export:
         pushl   %ebp
         movl    %esp, %ebp
+        pushl   %ebx
         pushl   %esi
         pushl   %edi
-        movl    20(%ebp), %ecx
-        leal    0(,%ecx,4), %eax
-        subl    %eax, %esp
+        subl    $4 * argument_words, %esp
         andl    $-16, %esp
-        subl    12(%ebp), %esp
-        movl    16(%ebp), %esi
+        subl    $shift, %esp
+        leal    8(%ebp), %esi
         movl    %esp, %edi
+        movl    $argument_words, %ecx
         rep movsl
-        call    *8(%ebp)
-        leal    -8(%ebp), %esp
+        call    .Lhere_\export
+.Lhere_\export:
+        popl    %ebx
+        addl    $_GLOBAL_OFFSET_TABLE_ + (. - .Lhere_\export), %ebx
+        call    *__real_\export@GOT(%ebx)
+        leal    -12(%ebp), %esp
         popl    %edi
         popl    %esi
+        popl    %ebx
         popl    %ebp
         ret
-        .size   callOnShiftedStack, . - callOnShiftedStack
-#endif
+        .size   __wrap_\export, . - __wrap_\export
+        .endm
+
+        .text
+#define EXPORT(name) CALL_SHIFTED name
+#include "exports.inc"
         .section .note.GNU-stack, "", @progbits

@@ -1,20 +1,17 @@
 // What the tests of the tool share: its formats in memory, and the built program as a user runs it.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <regex.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
 
-#include "support/data.h"
+#include "support/test.h"
 #include "tools/vekdc/formats/format.h"
 
 namespace vektest {
@@ -48,15 +45,14 @@ class Dripping : public vekdc::Reader {
     Dripping(const Bytes& bytes, size_t piece) : bytes_(bytes), piece_(piece) {}
     size_t read(uint8_t* to, size_t room) override {
         const size_t count = std::min({room, piece_, bytes_.size() - at_});
-        std::copy_n(bytes_.begin() + static_cast<ptrdiff_t>(at_), count, to);
+        std::copy_n(bytes_.data() + at_, count, to);
         at_ += count;
         return count;
     }
 
  private:
     const Bytes& bytes_;
-    size_t piece_;
-    size_t at_ = 0;
+    size_t piece_, at_ = 0;
 };
 
 inline const vekdc::Format& format(const std::string& name) {
@@ -148,20 +144,18 @@ inline vekdc::Settings settingsOf(int level, unsigned jobs = 1, const Options& o
 inline size_t damage(const vekdc::Format& format, Bytes packed,
                      Bytes (*others)(const Bytes&) = nullptr) {
     const Bytes plain = decompress(format, packed);
-    for (size_t size = 0; size < packed.size(); ++size) {
-        const Bytes cut(packed.begin(), packed.begin() + static_cast<ptrdiff_t>(size));
-        EXPECT_NE(complaint(format, cut), "") << format.name() << " cut at " << size;
-    }
+    for (size_t size = 0; size < packed.size(); ++size)
+        EXPECT_NE(complaint(format, part(packed, 0, size)), "") << format.name() << " " << size;
     size_t unnoticed = 0;
     for (size_t bit = 0; bit < packed.size() * 8; bit += effort(100) == 100 ? 1 : 50) {
-        packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        flip(packed, bit);
         const Decoded out = decode(format, packed);
         if (out.complaint.empty()) {
             const Bytes good = out.plain == plain || others == nullptr ? plain : others(packed);
             EXPECT_EQ(out.plain, good) << format.name() << " bit " << bit;
             ++unnoticed;
         }
-        packed[bit / 8] ^= static_cast<uint8_t>(1U << bit % 8);
+        flip(packed, bit);
     }
     return unnoticed;
 }
@@ -172,8 +166,7 @@ class Program : public testing::Test {
  protected:
     struct Outcome {
         int status;
-        std::string out;
-        std::string err;
+        std::string out, err;
     };
 
     void SetUp() override {
@@ -242,8 +235,7 @@ class Program : public testing::Test {
         return names;
     }
 
-    std::string root_;
-    std::string folder_;
+    std::string root_, folder_;
     Bytes plain_;
 };
 
