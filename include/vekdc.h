@@ -1534,8 +1534,8 @@ VekStatus veksDecodeLZ4Dict_8u(const uint8_t* pSrc, int32_t* pSrcLen, uint8_t* p
 VekStatus veksEncodeLZ4HashTableGetSize_8u(int32_t* pSize);
 
 /**
- * Clears a hash table: its first half for blocks below 65536 bytes, else all of it. The encoders
- * without history need no such call; they clear what they use.
+ * Clears a hash table as a block without history uses it: 4096 entries of 16 bits for blocks below
+ * 65536 bytes, else of 32. The encoders without history do so themselves.
  *
  * @param[out] pHashTable the table, aligned to 4.
  * @param[in]  srcLen     length of the block to come, at least 1.
@@ -1857,7 +1857,7 @@ static inline uint32_t vekLZOEncodeBound(uint32_t len) {
 VekStatus veksEncodeLZOGetSize(int32_t method, uint32_t maxInputLen, uint32_t* pSize);
 
 /**
- * Prepares a record: stores the method (1 becomes 0).
+ * Prepares a record: stores the method (1 becomes 0) and clears the match finder's table.
  *
  * When the caller then sets the record's first 32-bit word to 1, and its second to n, 1..32,
  * veksEncodeLZO_8u() writes a container of n parts of equal slices (the remainder in the last).
@@ -1888,8 +1888,8 @@ VekStatus veksEncodeLZOInit_8u(int32_t method, uint32_t maxInputLen, void* pStat
  * @param[in]     srcLen  their length; 0 writes nothing, not even an end instruction.
  * @param[out]    pDst    the stream; must not overlap pSrc.
  * @param[in,out] pDstLen in: the capacity of pDst; out: bytes written.
- * @param[in,out] pState  a prepared record, aligned to 4. What it holds from earlier buffers does
- *                        not matter.
+ * @param[in,out] pState  a prepared record, aligned to 4. What its table holds from earlier buffers
+ *                        can change the output, but not its correctness.
  * @retval vekStatusOk              Done.
  * @retval vekStatusDestinationFull The room ran out: the bytes written are whole instructions
  *                                  without an end, which decode to the beginning of the data.

@@ -28,31 +28,24 @@
 
 namespace vek::inline VEK_LEVEL::lz4 {
 
-/// Positions under the hash of their bytes.
-template <class EntryType, uint32_t Count>
-struct Slots {
-    using Entry = EntryType;
-    static constexpr uint32_t count = Count;
-    Entry entries[count];
-};
+constexpr uint32_t tableEntries = 4096;
 
-/// The caller's table. The shorter a block, the smaller the part that serves it and is cleared.
+/// The caller's table: positions under the hash of their bytes. Short blocks use 16-bit entries,
+/// and so the first half of the memory.
 struct LZ4HashTable {
     union {
-        Slots<uint32_t, 4096> wide;
-        Slots<uint16_t, 8192> narrow;
-        Slots<uint16_t, 1024> small;
+        uint32_t wide[tableEntries];
+        uint16_t narrow[tableEntries];
     };
 };
 static_assert(sizeof(LZ4HashTable) == 16384);
 
-/// What of a table is in use.
-enum class Entries { Small, Narrow, Wide };
+/// The width of the entries that a table holds.
+enum class Entries { Narrow, Wide };
 
 namespace {
 
-constexpr int mostSmall = 1024;      // The longest blocks with few entries,
-constexpr int mostNarrow = 65536;    // and with 16-bit entries.
+constexpr int wideFrom = 65536;      // Blocks of this length need 32-bit entries.
 constexpr ptrdiff_t searchEnd = 28;  // No match begins in the last so many bytes of a block.
 constexpr size_t shortRun = 64;  // A sequence with fewer literals is followed by a dense search.
 constexpr int densePasses = 16;  // Of three positions each.
@@ -67,10 +60,9 @@ static_assert(spareRoom >= tokenSize + offsetSize + 2 + literalStep);
 static_assert(searchEnd >= static_cast<ptrdiff_t>(literalStep));
 static_assert(searchEnd >= 16 + static_cast<ptrdiff_t>(lastLiterals));
 
-/// The hash of the 5 bytes at p, below Count.
-template <uint32_t Count>
+/// The hash of the 5 bytes at p.
 inline uint32_t hashAt(const uint8_t* p) {
-    return crc32cStep(p[4], load<uint32_t>(p)) & (Count - 1);
+    return crc32cStep(p[4], load<uint32_t>(p)) & (tableEntries - 1);
 }
 
 /// A match that was found: its position and what compare() tells of it, asked for at once: its
@@ -81,14 +73,12 @@ struct Hit {
 };
 
 /// The hash table over a block and its history.
-template <class Slots, class History>
+template <class Entry, class History>
 struct Matcher {
-    using Entry = typename Slots::Entry;
     Entry* entries;
     const History history;
     const uint8_t* end;  ///< Where the search ends.
 
-    static uint32_t hashAt(const uint8_t* p) { return lz4::hashAt<Slots::count>(p); }
     /// Puts p under its hash and returns the candidate that stood there.
     uint32_t exchange(const uint8_t* p, uint32_t hash) {
         const uint32_t candidate = entries[hash];
@@ -148,13 +138,13 @@ class PlainSearch {
     }
 
  private:
-    static constexpr unsigned shift = sizeof(typename M::Entry) == 2 ? 4 : 6;
+    static constexpr unsigned shift = sizeof(*M::entries) == 2 ? 4 : 6;
 
     /// Puts three positions under their hashes; their candidates wait to be tested.
     [[gnu::always_inline]] void exchangeThree(const uint8_t* p) {
-        const uint32_t h0 = M::hashAt(p);
-        const uint32_t h1 = M::hashAt(p + 1);
-        const uint32_t h2 = M::hashAt(p + 2);
+        const uint32_t h0 = hashAt(p);
+        const uint32_t h1 = hashAt(p + 1);
+        const uint32_t h2 = hashAt(p + 2);
         first_ = matcher_.exchange(p, h0);
         second_ = matcher_.exchange(p + 1, h1);
         third_ = matcher_.exchange(p + 2, h2);
@@ -173,9 +163,7 @@ class PlainSearch {
     uint32_t third_ = 0;
 };
 
-/// Probes four positions a pass, from the start `acceleration` apart. Where a sequence ends the
-/// next match is likely near: the two positions there are probed first, and one in front is
-/// inserted. It costs little and saves a fifteenth of the output.
+/// Probes four positions a pass, from the start `acceleration` apart.
 template <class M>
 class AcceleratedSearch {
  public:
@@ -183,10 +171,6 @@ class AcceleratedSearch {
         : matcher_(matcher), acceleration_(acceleration) {}
 
     [[gnu::always_inline]] bool next(const uint8_t*& p, Hit& hit) {
-        for (const uint8_t* const far = p + 2; p != far; ++p) {
-            if (p >= matcher_.end) return false;
-            if (matcher_.probe(p, hit)) return true;
-        }
         for (uint32_t step = acceleration_;; ++step) {
             for (int pass = 0; pass < passesPerStep; ++pass) {
                 if (p >= matcher_.end) return false;
@@ -199,17 +183,14 @@ class AcceleratedSearch {
         }
     }
     void lookUp(const uint8_t* /*p*/) {}
-    void written(const uint8_t* p, size_t /*literals*/, bool /*lookedUp*/) {
-        matcher_.exchange(p - 2, M::hashAt(p - 2));
-    }
+    void written(const uint8_t* /*p*/, size_t /*literals*/, bool /*lookedUp*/) {}
 
  private:
     static constexpr int passesPerStep = 16;
 
     [[gnu::always_inline]] bool probeFour(const uint8_t*& p, uint32_t step, Hit& hit) {
         const uint8_t* const at[4] = {p, p + step, p + 2 * size_t{step}, p + 3 * size_t{step}};
-        const uint32_t hash[4] = {M::hashAt(at[0]), M::hashAt(at[1]), M::hashAt(at[2]),
-                                  M::hashAt(at[3])};
+        const uint32_t hash[4] = {hashAt(at[0]), hashAt(at[1]), hashAt(at[2]), hashAt(at[3])};
         for (int i = 0; i < 4; ++i) {
             if (matcher_.matches(at[i], matcher_.exchange(at[i], hash[i]), hit))
                 return p = at[i], true;
@@ -259,17 +240,17 @@ uint8_t* writeSequenceChecked(uint8_t* out, uint8_t* outEnd, Sequence& s) {
 }
 
 /// Encodes a block, or with CheckRoom as much of it as fits in front of `outEnd`.
-template <bool CheckRoom, template <class> class Search, class Slots, class History>
-Encoded encodeBlock(const uint8_t* src, size_t srcLen, uint8_t* out, uint8_t* outEnd, Slots& slots,
-                    const History& history, uint32_t acceleration) {
-    using M = Matcher<Slots, History>;
+template <bool CheckRoom, template <class> class Search, class Entry, class History>
+Encoded encodeBlock(const uint8_t* src, size_t srcLen, uint8_t* out, uint8_t* outEnd,
+                    Entry* entries, const History& history, uint32_t acceleration) {
+    using M = Matcher<Entry, History>;
     const uint8_t* anchor = src;
     const uint8_t* const srcEnd = src + srcLen;
     Encoded before{nullptr, nullptr};  // In front of the last sequence, where room was short.
     size_t lastMatch = lastMatchStart;
     if (srcLen > static_cast<size_t>(searchEnd)) {
         const uint8_t* const matchEnd = srcEnd - lastLiterals;
-        M matcher{slots.entries, history, srcEnd - searchEnd};
+        M matcher{entries, history, srcEnd - searchEnd};
         Search<M> search(matcher, acceleration);
         const uint8_t* p = src + 1;
         Hit hit{};
@@ -316,52 +297,44 @@ Encoded encodeBlock(const uint8_t* src, size_t srcLen, uint8_t* out, uint8_t* ou
 }
 
 /// Encodes a block for which there is room, and writes back how much was written.
-template <template <class> class Search = PlainSearch, class Slots, class History>
-VekStatus encode(const uint8_t* pSrc, int srcLen, uint8_t* pDst, int* pDstLen, Slots& slots,
+template <template <class> class Search = PlainSearch, class Entry, class History>
+VekStatus encode(const uint8_t* pSrc, int srcLen, uint8_t* pDst, int* pDstLen, Entry* entries,
                  const History& history, uint32_t acceleration = 1) {
     const Encoded encoded = encodeBlock<false, Search>(pSrc, static_cast<size_t>(srcLen), pDst,
-                                                       nullptr, slots, history, acceleration);
+                                                       nullptr, entries, history, acceleration);
     *pDstLen = static_cast<int>(encoded.out - pDst);
     return vekStatusOk;
 }
 
 /// Encodes what fits, and writes back how much was read and written.
-template <class Slots, class History>
-VekStatus encodeSafe(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen, Slots& slots,
+template <class Entry, class History>
+VekStatus encodeSafe(const uint8_t* pSrc, int* pSrcLen, uint8_t* pDst, int* pDstLen, Entry* entries,
                      const History& history) {
     const int srcLen = *pSrcLen;
     const auto length = static_cast<size_t>(srcLen);
     if (static_cast<size_t>(*pDstLen) >= vekLZ4EncodeBound(length))
-        return encode(pSrc, srcLen, pDst, pDstLen, slots, history);
+        return encode(pSrc, srcLen, pDst, pDstLen, entries, history);
     const Encoded encoded =
-        encodeBlock<true, PlainSearch>(pSrc, length, pDst, pDst + *pDstLen, slots, history, 1);
+        encodeBlock<true, PlainSearch>(pSrc, length, pDst, pDst + *pDstLen, entries, history, 1);
     *pSrcLen = static_cast<int>(encoded.in - pSrc);
     *pDstLen = static_cast<int>(encoded.out - pDst);
     return *pSrcLen == srcLen ? vekStatusOk : vekStatusDestinationFull;
 }
 
 Entries entriesFor(int srcLen) {
-    if (srcLen <= mostSmall) return Entries::Small;
-    return srcLen <= mostNarrow ? Entries::Narrow : Entries::Wide;
+    return srcLen >= wideFrom ? Entries::Wide : Entries::Narrow;
 }
 
 LZ4HashTable& tableAt(uint8_t* pHashTable) {
     return *reinterpret_cast<LZ4HashTable*>(pHashTable);
 }
 
-/// Calls `use` with the part of a table that is in use.
-template <class Use>
-auto withSlots(LZ4HashTable& table, Entries entries, const Use& use) {
-    if (entries == Entries::Wide) return use(table.wide);
-    return entries == Entries::Narrow ? use(table.narrow) : use(table.small);
-}
-
-/// Clears that part.
+/// Clears as many entries as there are of that width.
 VekStatus clear(uint8_t* pHashTable, Entries entries) {
     if (pHashTable == nullptr) return vekStatusNullPointer;
-    withSlots(tableAt(pHashTable), entries, [](auto& slots) {
-        ownsSet_8u(0, reinterpret_cast<uint8_t*>(&slots), sizeof(slots));
-    });
+    ownsSet_8u(
+        0, pHashTable,
+        entries == Entries::Wide ? sizeof(LZ4HashTable::wide) : sizeof(LZ4HashTable::narrow));
     return vekStatusOk;
 }
 
@@ -372,18 +345,17 @@ VekStatus clear(uint8_t* pHashTable, Entries entries) {
 VekStatus ownsEncodeLZ4_8u(const uint8_t* pSrc, int index, int srcLen, uint8_t* pDst, int* pDstLen,
                            LZ4HashTable& table, Entries entries) {
     const InPlace history{pSrc - index};
-    return withSlots(table, entries, [&](auto& slots) {
-        return encode(pSrc, srcLen, pDst, pDstLen, slots, history);
-    });
+    return entries == Entries::Narrow ? encode(pSrc, srcLen, pDst, pDstLen, table.narrow, history)
+                                      : encode(pSrc, srcLen, pDst, pDstLen, table.wide, history);
 }
 
 /// The same, as much of the block as fits.
 VekStatus ownsEncodeLZ4Safe_8u(const uint8_t* pSrc, int index, int* pSrcLen, uint8_t* pDst,
                                int* pDstLen, LZ4HashTable& table, Entries entries) {
     const InPlace history{pSrc - index};
-    return withSlots(table, entries, [&](auto& slots) {
-        return encodeSafe(pSrc, pSrcLen, pDst, pDstLen, slots, history);
-    });
+    return entries == Entries::Narrow
+               ? encodeSafe(pSrc, pSrcLen, pDst, pDstLen, table.narrow, history)
+               : encodeSafe(pSrc, pSrcLen, pDst, pDstLen, table.wide, history);
 }
 
 namespace {
@@ -394,7 +366,7 @@ VekStatus prepare(uint8_t* pHashTable, int index) {
     if (index <= 0) return clear(pHashTable, Entries::Wide);
     if (pHashTable == nullptr) return vekStatusNullPointer;
     const auto most = static_cast<uint32_t>(index) - 1;
-    for (uint32_t& entry : tableAt(pHashTable).wide.entries) entry = std::min(entry, most);
+    for (uint32_t& entry : tableAt(pHashTable).wide) entry = std::min(entry, most);
     return vekStatusOk;
 }
 
@@ -443,9 +415,7 @@ VekStatus veksEncodeLZ4HashTableGetSize_8u(int* pSize) {
 VekStatus veksEncodeLZ4HashTableInit_8u(uint8_t* pHashTable, int srcLen) {
     if (pHashTable == nullptr) return vekStatusNullPointer;
     if (srcLen < 1) return vekStatusBadSize;
-    ownsSet_8u(0, pHashTable,
-               srcLen < mostNarrow ? sizeof(LZ4HashTable) / 2 : sizeof(LZ4HashTable));
-    return vekStatusOk;
+    return clear(pHashTable, entriesFor(srcLen));
 }
 
 VekStatus veksEncodeLZ4DictHashTableInit_8u(uint8_t* pHashTable, int srcLen) {
@@ -482,21 +452,22 @@ VekStatus veksEncodeLZ4Fast_8u(const uint8_t* pSrc, int srcLen, uint8_t* pDst, i
     if (srcLen < 1) return vekStatusBadSize;
     if (acceleration < 1) return vekStatusOutOfRange;
     clear(pHashTable, entriesFor(srcLen));
+    LZ4HashTable& table = tableAt(pHashTable);
     const auto step = static_cast<uint32_t>(acceleration);
     const InPlace history{pSrc};
-    return withSlots(tableAt(pHashTable), entriesFor(srcLen), [&](auto& slots) {
-        return encode<AcceleratedSearch>(pSrc, srcLen, pDst, pDstLen, slots, history, step);
-    });
+    if (entriesFor(srcLen) == Entries::Narrow)
+        return encode<AcceleratedSearch>(pSrc, srcLen, pDst, pDstLen, table.narrow, history, step);
+    return encode<AcceleratedSearch>(pSrc, srcLen, pDst, pDstLen, table.wide, history, step);
 }
 
 VekStatus veksEncodeLZ4LoadDict_8u(uint8_t* pHashTable, const uint8_t* pDict, int dictLen) {
     if (vek::anyNull(pHashTable, pDict)) return vekStatusNullPointer;
     if (dictLen < 1) return vekStatusBadSize;
-    auto& slots = tableAt(pHashTable).wide;
+    uint32_t* const entries = tableAt(pHashTable).wide;
     constexpr int loadMargin = 8;
     constexpr int loadStep = 3;
     for (int i = 0; dictLen - i > loadMargin; i += loadStep)
-        slots.entries[hashAt<slots.count>(pDict + i)] = static_cast<uint32_t>(i);
+        entries[hashAt(pDict + i)] = static_cast<uint32_t>(i);
     return vekStatusOk;
 }
 

@@ -1,19 +1,11 @@
-// LZO1X encoder: two methods of one match finder over the CRC instruction's hash, one writer of
-// instructions.
+// LZO1X encoder: two match finders over the CRC instruction's hash, one writer of instructions.
 //
-// The finder looks at two positions a step, takes the first candidate that agrees in 4 bytes, and
-// takes longer steps the longer nothing was found, up to a limit, so that incompressible data pass
-// at the memory's speed and what follows them is not missed. What it costs is a guess or two for
-// each match that the processor makes wrong. So matches are to be few and long: the hash is of more
-// bytes than a match needs, which passes over the short ones that save next to nothing.
-//
-// Method 0 keeps the whole history that the format can reach (49151 bytes) in a table of 32768
-// positions under the hash of 5 bytes. Method 2 takes the input in chunks of 49152 bytes, each with
-// a cleared table of 16384 under the hash of 6 bytes: faster by a fifth, larger by a twentieth.
-//
-// A table's entry is the low half of a position: as no candidate farther than 65535 bytes can be
-// used, the distance to it, modulo 65536, is all there is to know, and an old entry is a candidate
-// like any other.
+// Method 0 looks at every position, keeps the whole history that the format can reach (49151 bytes)
+// in a table of 32768 positions, and takes the first match it sees. Method 2 takes the input in
+// chunks of 49152 bytes with a table of 16-bit offsets that is cleared for each chunk, looks at two
+// positions a step and takes longer steps while it finds nothing: less than half the work, a little
+// larger. Candidates are always compared, so whatever a table holds can change the output but never
+// break it.
 //
 // Room: a run of 19 literals before a match of 4 that is far away costs 24 bytes for 23, so the
 // output may outgrow the input by a twenty-third. The unchecked loops run only when not even that
@@ -44,17 +36,14 @@ constexpr uint32_t multiPart = 1;
 constexpr uint32_t fastMethod = 2;
 
 constexpr size_t dictionarySize = 131072;
+constexpr size_t positionEntries = dictionarySize / sizeof(uint32_t);  // Method 0's.
+constexpr size_t chunkEntries = 16384;                                 // Method 2's, of 16 bits.
 constexpr size_t chunkSize = 0xC000;
 static_assert(chunkSize <= maxDistance + 1, "every distance within a chunk can be written");
 
 constexpr size_t firstSearched = 4;
 constexpr size_t minMatch = 4;
 constexpr size_t matchMargin = 33;  // No match reaches into the last so many bytes.
-
-// Where nothing is found, a step of two grows by two bytes for each 64 passed over, by so many at
-// most.
-constexpr size_t stepGrowth = 64 / 2;
-constexpr size_t mostGrowth = 512;
 
 /// The caller's record; the words between are of no use to this encoder.
 struct LzoEncodeState {
@@ -139,37 +128,29 @@ inline uint8_t* putMatch(uint8_t* out, size_t distance, size_t length) {
     return out + 2;
 }
 
-/// As putMatch, which may write a byte more.
-inline uint8_t* putMatchWide(uint8_t* out, size_t distance, size_t length) {
-    if (distance <= nearDistance && length <= nearLength) return putMatch(out, distance, length);
-    const bool middle = distance <= middleDistance;
-    if (length > (middle ? directMiddle : directFar)) [[unlikely]]
-        return putMatch(out, distance, length);
-    const size_t d = distance - (middle ? 1 : middleDistance);
-    const size_t op = middle ? middleMatch : farMatch | (d >> 11 & 8);
-    store(out, static_cast<uint32_t>(op | (length - matchBase) | d << 10));
-    return out + 3;
-}
-
-/// Length of a match of which 4 bytes are known, at most `limit`, where 15 bytes behind both limits
-/// may be read. Most matches end in the first word, and the next search waits for the length: a
-/// scan of that word comes sooner than a mask.
+/// As matchLength, where 15 bytes behind both limits may be read. Most matches end in the
+/// first word, and the next search waits for the length: a scan of that word comes sooner than a
+/// mask.
 inline size_t matchLengthWide(const uint8_t* a, const uint8_t* b, size_t limit) {
     using Word = std::conditional_t<sizeof(size_t) == 8, uint64_t, uint32_t>;
-    const Word difference = load<Word>(a + minMatch) ^ load<Word>(b + minMatch);
-    if (difference != 0) [[likely]]
-        return std::min(minMatch + lowestSetBit(difference) / 8, limit);
-    size_t n = minMatch + sizeof(Word);
-    for (; n < limit; n += 16) {
-        const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + n));
-        const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + n));
-        const auto equal = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y)));
-        if (equal != 0xFFFFU) {
-            n += lowestSetBit(~equal);
-            break;
+    const Word difference = load<Word>(a) ^ load<Word>(b);
+    size_t n = sizeof(Word);
+    if (difference != 0) {
+        n = lowestSetBit(difference) / 8;
+    } else {
+        for (; n < limit; n += 16) {
+            const __m128i x = _mm_loadu_si128(reinterpret_cast<const __m128i*>(a + n));
+            const __m128i y = _mm_loadu_si128(reinterpret_cast<const __m128i*>(b + n));
+            const auto equal = static_cast<uint32_t>(_mm_movemask_epi8(_mm_cmpeq_epi8(x, y)));
+            if (equal != 0xFFFFU) {
+                n += lowestSetBit(~equal);
+                break;
+            }
         }
     }
-    return std::min(n, limit);
+    if (n > limit) [[unlikely]]
+        return limit;
+    return n;
 }
 
 /// Where an encoder stands in one stream.
@@ -183,9 +164,8 @@ struct Encoder {
     size_t written = 0;
     /// Source bytes that the instructions written so far stand for.
     size_t consumed = 0;
-
-    /// What no match reaches.
-    const uint8_t* searchEnd() const { return src + srcLen - std::min(srcLen, matchMargin); }
+    /// Method 2's positions without a match since the last one.
+    size_t misses = 0;
 
     /// True when the stream's first byte announces a run of so many literals.
     bool inFirstByte(size_t run) const {
@@ -193,23 +173,28 @@ struct Encoder {
                !(avoidMark && run == containerMark - firstRunBase);
     }
 
-    /// Writes the literals since `consumed` and a match at `position`. Returns false, and has
-    /// written nothing, when both do not fit.
+    /// Writes the literals since `consumed` and a match at `position`. With CheckRoom it returns
+    /// false, and has written nothing, when both do not fit.
+    template <bool CheckRoom>
     bool sequence(size_t position, size_t distance, size_t length) {
         const size_t run = position - consumed;
-        const size_t need =
-            runHeaderSize(run, inFirstByte(run)) + run + matchSize(distance, length);
-        if (need > capacity - written) return false;
-        written = static_cast<size_t>(putMatch(longRun(position), distance, length) - dst);
+        const bool inFirst = inFirstByte(run);
+        if (CheckRoom) {
+            const size_t need = runHeaderSize(run, inFirst) + run + matchSize(distance, length);
+            if (need > capacity - written) return false;
+        }
+        uint8_t* out = putRunHeader(dst + written, run, inFirst);
+        const uint8_t* literals = src + consumed;
+        if (CheckRoom) {
+            std::memcpy(out, literals, run);
+        } else {
+            // Many runs are empty; copyWide would take a step for these.
+            for (size_t i = 0; i < run; i += 16) copy16(out + i, literals + i);
+        }
+        out = putMatch(out + run, distance, length);
+        written = static_cast<size_t>(out - dst);
         consumed = position + length;
         return true;
-    }
-    /// Writes the literals between `consumed` and `position`; returns their end.
-    [[gnu::noinline]] uint8_t* longRun(size_t position) const {
-        const size_t run = position - consumed;
-        uint8_t* const out = putRunHeader(dst + written, run, inFirstByte(run));
-        std::memcpy(out, src + consumed, run);
-        return out + run;
     }
 
     void tail();
@@ -224,131 +209,108 @@ inline bool neverOverflows(const Encoder& encoder, size_t length) {
     return need <= encoder.capacity;
 }
 
-/// A match finder's table: low halves of positions, counted from a base, under the hash of so many
-/// bytes.
-/// `Wraps` tells that more is searched than 16 bits can count.
-template <size_t Entries, size_t HashedBytes, bool Wraps>
-struct Table {
-    uint16_t* entries;
-    const uint8_t* base;
-
-    Table(uint8_t* dictionary, const uint8_t* start)
-        : entries(reinterpret_cast<uint16_t*>(dictionary)), base(start) {
-        static_assert(Entries * sizeof(uint16_t) <= dictionarySize);
-        std::memset(entries, 0, Entries * sizeof(uint16_t));
-    }
-    uint16_t& at(const uint8_t* p) const {
-        static_assert(HashedBytes == 5 || HashedBytes == 6);
-        const uint32_t behind = HashedBytes == 5 ? p[4] : load<uint16_t>(p + 4);
-        return entries[crc32cStep(behind, load<uint32_t>(p)) & (Entries - 1)];
-    }
-    /// False for a distance that the format lacks, or 0, where an entry has come round.
-    static bool reaches(size_t distance) { return !Wraps || distance - 1 < maxDistance; }
-    void insert(const uint8_t* p) const { at(p) = static_cast<uint16_t>(p - base); }
-    /// Inserts p; returns the distance to what stood there, which lies at or behind the base.
-    size_t exchange(const uint8_t* p) const {
-        const auto position = static_cast<uint32_t>(p - base);
-        uint16_t& entry = at(p);
-        const uint32_t before = entry;
-        entry = static_cast<uint16_t>(position);
-        return Wraps ? static_cast<uint16_t>(position - before) : position - before;
-    }
-};
-using WholeTable = Table<32768, 5, true>;   // Method 0's.
-using ChunkTable = Table<16384, 6, false>;  // Method 2's.
-
-/// Finds matches of and in [table.base, stop) and writes them. False when room ran out. Apart from
-/// its caller, so that its loop has all registers.
-template <bool CheckRoom, class AnyTable>
-[[gnu::noinline]] bool find(Encoder* encoder, const AnyTable table, const uint8_t* const stop) {
-    const uint8_t* const src = encoder->src;
-    uint8_t* const dst = encoder->dst;
-    const uint8_t* anchor = src + encoder->consumed;
-    uint8_t* out = dst + encoder->written;
-    const auto save = [&] {
-        encoder->written = static_cast<size_t>(out - dst);
-        encoder->consumed = static_cast<size_t>(anchor - src);
-    };
-    constexpr auto probed = static_cast<ptrdiff_t>(1 + minMatch);
-    for (const uint8_t* p = table.base + firstSearched; stop - p >= probed;) {
-        const auto word = load<uint32_t>(p);
-        const auto nextWord = load<uint32_t>(p + 1);
-        size_t distance = table.exchange(p);
-        const size_t nextDistance = table.exchange(p + 1);
-        if (load<uint32_t>(p - distance) != word) {
-            if (load<uint32_t>(p + 1 - nextDistance) != nextWord) {
-                p += 2 + std::min(static_cast<size_t>(p - anchor) / stepGrowth & ~size_t{1},
-                                  mostGrowth);
-                continue;
-            }
-            distance = nextDistance;
+/// Method 0. False when room ran out. Apart from its caller, so that its loop has all registers.
+template <bool CheckRoom>
+[[gnu::noinline]] bool findEverywhere(Encoder* pEncoder, uint32_t* dictionary) {
+    Encoder encoder = *pEncoder;
+    const uint8_t* const src = encoder.src;
+    const size_t limit = encoder.srcLen > matchMargin ? encoder.srcLen - matchMargin : 0;
+    bool fits = true;
+    for (size_t p = firstSearched; p + minMatch <= limit;) {
+        const auto word = load<uint32_t>(src + p);
+        uint32_t* const entry = dictionary + (crc32cStep(0, word) & (positionEntries - 1));
+        const size_t stored = *entry;
+        *entry = static_cast<uint32_t>(p);
+        // An entry out of reach, or left at or behind p by an earlier buffer, becomes 0, the empty
+        // one, without a branch: its word can be compared, and is never taken.
+        const size_t candidate = stored & (size_t{0} - (p - stored - 1 < maxDistance));
+        if (load<uint32_t>(src + candidate) != word || candidate == 0) {
             ++p;
-        }
-        if (!AnyTable::reaches(distance)) [[unlikely]] {
-            p += 2;
             continue;
         }
-        const size_t length = matchLengthWide(p, p - distance, static_cast<size_t>(stop - p));
-        if constexpr (CheckRoom) {
-            if (!encoder->sequence(static_cast<size_t>(p - src), distance, length)) return false;
-            anchor = p += length;
-        } else {
-            const uint8_t* const literals = anchor;
-            const auto run = static_cast<size_t>(p - literals);
-            if (run <= maxTrailing && out != dst) {
-                if (run != 0) {
-                    out[-2] = static_cast<uint8_t>(out[-2] | run);
-                    store(out, load<uint32_t>(literals));
-                    out += run;
-                }
-            } else if (run <= 16 && out != dst) [[likely]] {
-                *out++ = static_cast<uint8_t>(run - runBase);
-                copy16(out, literals);
-                out += run;
-            } else {
-                save();
-                out = encoder->longRun(static_cast<size_t>(p - src));
-            }
-            anchor = p += length;
-            out = putMatchWide(out, distance, length);
-        }
-        // What a match covers is not inserted, but for the place where the next may come from.
-        table.insert(p - 2);
+        const size_t length = minMatch + matchLengthWide(src + candidate + minMatch,
+                                                         src + p + minMatch, limit - p - minMatch);
+        fits = encoder.sequence<CheckRoom>(p, p - candidate, length);
+        if (!fits) break;
+        p += length;
     }
-    if constexpr (!CheckRoom) save();
-    return true;
+    pEncoder->written = encoder.written;
+    pEncoder->consumed = encoder.consumed;
+    return fits;
+}
+
+/// Method 2 in the chunk [start, end). False when room ran out.
+template <bool CheckRoom>
+bool findInChunk(Encoder* pEncoder, uint16_t* dictionary, size_t start, size_t end) {
+    Encoder encoder = *pEncoder;
+    const uint8_t* const chunk = encoder.src + start;
+    const size_t length = end - start;
+    bool fits = true;
+    size_t misses = encoder.misses;
+    for (size_t p = firstSearched; p + 1 + minMatch <= length;) {
+        const auto first = load<uint32_t>(chunk + p);
+        const auto second = load<uint32_t>(chunk + p + 1);
+        uint16_t* const firstEntry = dictionary + (crc32cStep(0, first) & (chunkEntries - 1));
+        const size_t firstCandidate = *firstEntry;
+        *firstEntry = static_cast<uint16_t>(p);
+        uint16_t* const secondEntry = dictionary + (crc32cStep(0, second) & (chunkEntries - 1));
+        const size_t secondCandidate = *secondEntry;
+        *secondEntry = static_cast<uint16_t>(p + 1);
+        // An empty entry is the chunk's first byte, a candidate like any other.
+        size_t candidate = firstCandidate;
+        size_t position = p;
+        if (load<uint32_t>(chunk + firstCandidate) != first) {
+            if (load<uint32_t>(chunk + secondCandidate) != second) {
+                misses += 2;
+                p += 2 + (misses >> 5);
+                continue;
+            }
+            candidate = secondCandidate;
+            position = p + 1;
+        }
+        const size_t matched =
+            minMatch + matchLengthWide(chunk + candidate + minMatch, chunk + position + minMatch,
+                                       length - position - minMatch);
+        fits = encoder.sequence<CheckRoom>(start + position, position - candidate, matched);
+        if (!fits) break;
+        p = position + matched;
+        misses = 0;
+    }
+    pEncoder->written = encoder.written;
+    pEncoder->consumed = encoder.consumed;
+    pEncoder->misses = misses;
+    return fits;
 }
 
 /// Method 0 where the output cannot overflow,
-VekStatus ownEncodeLZO1XOptNoOutCheck(Encoder* encoder, uint8_t* dictionary) {
-    find<false>(encoder, WholeTable(dictionary, encoder->src), encoder->searchEnd());
-    return vekStatusOk;
+VekStatus ownEncodeLZO1XOptNoOutCheck(Encoder* encoder, uint32_t* dictionary) {
+    return findEverywhere<false>(encoder, dictionary) ? vekStatusOk : vekStatusDestinationFull;
 }
 /// and where it may: 33 when it would, with whole instructions written.
-VekStatus ownEncodeLZO1XOptOutCheck(Encoder* encoder, uint8_t* dictionary) {
-    return find<true>(encoder, WholeTable(dictionary, encoder->src), encoder->searchEnd())
-               ? vekStatusOk
-               : vekStatusDestinationFull;
+VekStatus ownEncodeLZO1XOptOutCheck(Encoder* encoder, uint32_t* dictionary) {
+    return findEverywhere<true>(encoder, dictionary) ? vekStatusOk : vekStatusDestinationFull;
 }
 
 /// Method 0 over the whole source.
 VekStatus ownEncodeLZO1X_opt(Encoder* encoder, uint8_t* dictionary) {
+    auto* const positions = reinterpret_cast<uint32_t*>(dictionary);
     return neverOverflows(*encoder, encoder->srcLen)
-               ? ownEncodeLZO1XOptNoOutCheck(encoder, dictionary)
-               : ownEncodeLZO1XOptOutCheck(encoder, dictionary);
+               ? ownEncodeLZO1XOptNoOutCheck(encoder, positions)
+               : ownEncodeLZO1XOptOutCheck(encoder, positions);
 }
 
 /// Method 2 over the whole source, a chunk at a time; each chooses its loop by the room it finds.
 VekStatus ownEncodeLZO1X1_opt(Encoder* encoder, uint8_t* dictionary) {
-    const uint8_t* const limit = encoder->searchEnd();
-    for (const uint8_t* start = encoder->src; start != limit;) {
-        const uint8_t* const end = start + std::min(chunkSize, static_cast<size_t>(limit - start));
-        const auto pending = static_cast<size_t>(end - encoder->src) - encoder->consumed;
-        const ChunkTable table(dictionary, start);
-        const bool fits = neverOverflows(*encoder, pending) ? find<false>(encoder, table, end)
-                                                            : find<true>(encoder, table, end);
+    auto* const offsets = reinterpret_cast<uint16_t*>(dictionary);
+    const size_t limit = encoder->srcLen > matchMargin ? encoder->srcLen - matchMargin : 0;
+    for (size_t start = 0; start < limit; start += std::min(chunkSize, limit - start)) {
+        const size_t end = start + std::min(chunkSize, limit - start);
+        std::memset(offsets, 0, chunkEntries * sizeof(uint16_t));
+        const size_t pending = end - encoder->consumed;
+        const bool fits = neverOverflows(*encoder, pending)
+                              ? findInChunk<false>(encoder, offsets, start, end)
+                              : findInChunk<true>(encoder, offsets, start, end);
         if (!fits) return vekStatusDestinationFull;
-        start = end;
     }
     return vekStatusOk;
 }
@@ -413,6 +375,7 @@ VekStatus encodeParts(const uint8_t* src, uint32_t srcLen, uint8_t* dst, uint32_
         const size_t length = last ? slice + srcLen % parts : slice;
         const size_t room = capacity > written ? capacity - written : 0;
         size_t partLength = 0;
+        std::memset(state->dictionary, 0, dictionarySize);
         if (length == 0 && room < sizeof(endInstruction)) {
             status = vekStatusDestinationFull;
         } else {
@@ -447,6 +410,7 @@ VekStatus veksEncodeLZOInit_8u(int32_t method, uint32_t, void* pState) {
     if (!isMethod(method)) return vekStatusBadArgument;
     auto* const state = static_cast<LzoEncodeState*>(pState);
     state->method = method == 2 ? fastMethod : bestMethod;
+    std::memset(state->dictionary, 0, dictionarySize);
     return vekStatusOk;
 }
 
