@@ -153,7 +153,7 @@ TEST(Bzip2Sort, ForwardSizesAndRefusedCalls) {
         int32_t len;
         int32_t sizes[3];  // by method, from 1 on
     } limits[] = {{0, {refused, refused, refused}},
-                  {1, {524490, 524490, 524490}},
+                  {1, {524490, 98, 524490}},
                   {900000, {5924484, 16200080, 16200080}},
                   {119304642, {716352336, 2147483636, 2147483636}},
                   {119304643, {716352342, refused, 716352342}},

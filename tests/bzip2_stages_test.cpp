@@ -280,6 +280,13 @@ TEST(Bzip2ZeroRuns, RunsBeyondTheRoomAreRefusedWhole) {
     EXPECT_EQ(left, 1);
 }
 
+TEST(Bzip2Stages, RecordsHaveTheirSizes) {
+    for (auto* query : {veksMTFGetSize_8u, veksRLEGetSize_BZ2_8u}) {
+        int32_t size = 0;
+        EXPECT_TRUE(query(&size) == vekStatusOk && size > 0);
+    }
+}
+
 TEST(Bzip2Stages, RefusedCallsTouchNothing) {
     uint8_t byte = 9, out = 9;
     uint16_t symbol = 9;

@@ -325,6 +325,36 @@ TEST(DeflateLz77, MatchersTakeTheMatchesOfTheirRules) {
         }
 }
 
+TEST(DeflateLz77, SearchesAreCutToAQuarterOfTheChainGiven) {
+    // Behind a match of goodLength stands a run of candidates, and behind the run, within a quarter
+    // of maxChain, a longer match: not a quarter of what the window holds, nor a quarter twice.
+    struct Case {
+        bool lazy;
+        uint32_t winSize;
+        Params params;
+        size_t run;
+    };
+    const std::string longer = "aaaaxyzuvw";
+    for (const Case& c :
+         {Case{false, 256, {1024, 4, 258, 258}, 80}, Case{true, 32768, {64, 4, 258, 258}, 14}}) {
+        // The lazy one has a match in hand one byte earlier.
+        std::string text = longer;
+        text.append(c.lazy ? "1Zaaaq" : "1").append(c.run, 'a').append(c.lazy ? "xQ2Z" : "xQ2");
+        text.append(longer).append("#");
+        const Bytes data(text.begin(), text.end());
+        State state(c.winSize, 65536);
+        Random random(1);
+        const Pairs pairs =
+            encode(state, data, random, {data.size(), 1000, false, true}, {0, c.lazy, &c.params});
+        ASSERT_EQ(decode(pairs, state), data);
+        const auto distance = data.size() - 1 - longer.size();
+        const auto isLonger = [&](const Pair& pair) {
+            return pair.dist == distance && pair.lit + 3U == longer.size();
+        };
+        EXPECT_EQ(std::count_if(pairs.begin(), pairs.end(), isLonger), 1) << c.lazy;
+    }
+}
+
 TEST(DeflateLz77, EmptiedTablesLeaveNoHistory) {
     Random random(37);
     for (size_t round = 0; round < effort(600); ++round) {

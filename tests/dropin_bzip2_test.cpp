@@ -323,7 +323,8 @@ TEST(DropinBzip2, HandlesReturnTheSame) {
         std::fclose(file);
 
         BZFILE* handle = by->bzopen(path.c_str(), "w0");
-        note(by->bzwrite(handle, chars(plain), size), by->bzread(handle, chars(plain), 10));
+        note(by->bzwrite(handle, chars(plain), size));
+        note(by->bzread(handle, chars(plain), 10));
         EXPECT_STREQ(by->bzerror(handle, &error), "SEQUENCE_ERROR");
         note(by->bzwrite(handle, chars(plain), 0));
         by->bzclose(handle);

@@ -328,6 +328,7 @@ TEST(Zfp, ArgumentsAreCheckedAndQueriesCount) {
     EXPECT_EQ(veksEncodeZfpGetCompressedBitSize_32f(state, &longSize), vekStatusOk);
     EXPECT_EQ(veksEncodeZfpGetCompressedSize_32f(state, &size), vekStatusOk);
     EXPECT_TRUE(longSize == 64 && size == 8);
+    EXPECT_TRUE(veksDecodeZfpGetStateSize_32f(&size) == vekStatusOk && size > 0);
     const std::pair<double, int32_t> accuracies[] = {
         {0, -10740}, {-1, -10740}, {std::nan(""), -10740}, {1, 0}, {0.001, -10}, {1e-320, -1023}};
     const auto* fields = reinterpret_cast<const int32_t*>(static_cast<VekZfpState*>(state));

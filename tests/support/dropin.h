@@ -42,6 +42,7 @@ std::string text(const Values&... values) {
 }  // namespace vektest
 
 /// A member for a function of the library, of the type that its header declares it with.
-// NOLINTNEXTLINE(bugprone-macro-parentheses): a name that is declared takes none.
+// NOLINTBEGIN(bugprone-macro-parentheses): a name that is declared takes none.
 #define VEK_MEMBER(name, function) \
     decltype(&function) name = get(#function, static_cast<decltype(&function)>(nullptr));
+// NOLINTEND(bugprone-macro-parentheses)
