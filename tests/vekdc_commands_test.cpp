@@ -54,6 +54,7 @@ TEST_F(Program, ComparesFormatsOnFiles) {
 TEST_F(Program, TellsShellsItsWords) {
     for (const char* shell : {"bash", "zsh", "fish"})
         if (haveTool(shell)) good(std::string("vekdc completion ") + shell + " | " + shell + " -n");
+    good("vekdc completion zsh | grep -qF ']:NAME:(crc32 crc32c bzip2 adler32)'");
     good("touch file; mkdir folder");
     for (const auto& [words, replies] : {std::pair{"vekdc comp", "completion compress"},
                                          {"vekdc f", "file folder"},

@@ -66,7 +66,7 @@ void addSum(CLI::App& app, CommandLine& line) {
     addFiles(app, line);
     app.add_option("-a,--algorithm", line.sum.algorithm,
                    "crc32 (the default), crc32c, bzip2, adler32")
-        ->transform(CLI::IsMember({"crc32", "crc32c", "bzip2", "adler32"}, CLI::ignore_case))
+        ->transform(CLI::IsMember(kSumAlgorithms, CLI::ignore_case))
         ->type_name("NAME");
     app.add_flag("--tag", line.sum.tag, "Print lines that name the algorithm");
     app.add_flag("-c,--check", line.check, "Read checksums and names from the files, and compare");

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "tools/vekdc/app/roles.h"
+#include "tools/vekdc/app/sum.h"
 #include "tools/vekdc/formats/format.h"
 
 namespace vekdc {
@@ -40,6 +41,7 @@ struct Option {
 
     Words spelled() const {
         Words words;
+        words.reserve(shorts.size() + longs.size());
         for (const std::string& letter : shorts) words.push_back("-" + letter);
         for (const std::string& word : longs) words.push_back("--" + word);
         return words;
@@ -50,17 +52,23 @@ Words choicesOf(const CLI::Option& option) {
     Words words;
     if (option.check_lname("format"))
         for (const Format* format : formats()) words.emplace_back(format->name());
-    if (option.check_lname("algorithm")) words = {"crc32", "crc32c", "bzip2", "adler32"};
+    if (option.check_lname("algorithm")) words = kSumAlgorithms;
     return words;
+}
+
+/// What an option takes; behind a colon the parser lists the choices.
+std::string valueOf(const CLI::Option& option) {
+    const std::string type = option.get_type_size() == 0 ? "" : option.get_type_name();
+    return type.substr(0, type.find(':'));
 }
 
 std::vector<Option> optionsOf(const CLI::App& app) {
     std::vector<Option> options;
+    options.reserve(app.get_options().size());
     for (const CLI::Option* option : app.get_options()) {
         if (option->get_positional()) continue;
         options.push_back({option->get_snames(), option->get_lnames(), option->get_description(),
-                           option->get_type_size() == 0 ? "" : option->get_type_name(),
-                           choicesOf(*option)});
+                           valueOf(*option), choicesOf(*option)});
     }
     return options;
 }

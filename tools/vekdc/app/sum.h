@@ -8,8 +8,11 @@
 
 namespace vekdc {
 
+/// The default first.
+inline const std::vector<std::string> kSumAlgorithms = {"crc32", "crc32c", "bzip2", "adler32"};
+
 struct SumOptions {
-    std::string algorithm = "crc32";
+    std::string algorithm = kSumAlgorithms.front();
     bool tag = false;    ///< Lines that name the algorithm.
     bool quiet = false;  ///< When checking, say nothing of files that are as they were.
 };
