@@ -206,7 +206,7 @@ class Pieces {
     }
 
     bool stored(const uint8_t* bytes, size_t count) {
-        for (; count != 0 && room().size() != 0; --count) {
+        for (; count != 0 && !room().empty(); --count) {
             room()[0] = *bytes++;
             produced(1);
         }
