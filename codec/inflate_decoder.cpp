@@ -27,6 +27,8 @@ constexpr std::array<uint8_t, 19> kOrder = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
 /// Room from which on output is decoded straight into it.
 constexpr size_t kDirect = 128 << 10;
 constexpr size_t kMost = 1U << 30;  // What the library takes at once.
+/// And of a room behind whose output nothing may change.
+constexpr size_t kKept = 16 << 10;
 
 // Where the library stops inside a symbol (VekInflateState.savedStep), and its mode then.
 constexpr uint32_t kStepLengthExtra = 2;
@@ -285,7 +287,7 @@ void InflateDecoder::decode(Input& in, Output& out, size_t before) {
                 break;
             }
             case Step::Coded:
-                more = decodeCoded(in, out, start);
+                more = decodeCoded(in, out, start, s.exact && before == 0);
                 break;
             case Step::End:
                 s.status = Status::Ended;
@@ -436,8 +438,9 @@ bool InflateDecoder::readLengths(Input& in) {
     return true;
 }
 
-/// A block's coded data; false where input or room is used up.
-bool InflateDecoder::decodeCoded(Input& in, Output& out, const uint8_t* start) {
+/// A block's coded data; false where input or room is used up. The library runs over bytes behind
+/// its output; callers who count every byte get them back.
+bool InflateDecoder::decodeCoded(Input& in, Output& out, const uint8_t* start, bool keepRoom) {
     static constexpr uint8_t nothing = 0;
     uint8_t nowhere = 0;
     State& s = state_;
@@ -448,7 +451,9 @@ bool InflateDecoder::decodeCoded(Input& in, Output& out, const uint8_t* start) {
     auto left = static_cast<uint32_t>(std::min(in.left, kMost));
     const Position position{in, s.bits, s.bitCount,
                             s.library.windowSize + static_cast<uint64_t>(out.next - start)};
-    auto room = static_cast<uint32_t>(std::min(out.left, kMost));
+    auto room = static_cast<uint32_t>(std::min(out.left, keepRoom ? kKept : kMost));
+    std::array<uint8_t, kKept> kept;
+    if (keepRoom) std::memcpy(kept.data(), dst, room);
     // In a place of its own there is no history but the window.
     const auto before = static_cast<uint32_t>(out.next - start);
     const VekStatus status =
@@ -456,6 +461,7 @@ bool InflateDecoder::decodeCoded(Input& in, Output& out, const uint8_t* start) {
                        &s.mode, &s.library);
     auto consumed = static_cast<size_t>(from - src);
     const auto written = static_cast<size_t>(to - dst);
+    if (keepRoom) std::memcpy(to, kept.data() + written, room);
     const bool full = s.mode == kInside && s.library.savedStep >= kStepCopy;
     if (status == vekStatusOk && (s.mode == 0 || full)) {
         const uint32_t spare = std::min(s.bitCount / 8, static_cast<uint32_t>(consumed));
@@ -472,7 +478,7 @@ bool InflateDecoder::decodeCoded(Input& in, Output& out, const uint8_t* start) {
         endBlock();
         return true;
     }
-    return in.left != 0 && out.left != 0;
+    return out.left != 0 && (in.left != 0 || full);
 }
 
 /// Reads until `count` bits are there: at most 24, or 32 at a byte's boundary.

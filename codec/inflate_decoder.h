@@ -52,9 +52,9 @@ class InflateDecoder {
     Status restart();
 
     /// For callers who count input by output: none is taken but what the output needs, and the one
-    /// symbol for which there is no room. Matches reach back `history` bytes, at most kHistory,
-    /// from where the call began. Memory is 64 KiB at most. Before the first run(); reset() keeps
-    /// it.
+    /// symbol for which there is no room, and of the room nothing changes but what is written.
+    /// Matches reach back `history` bytes, at most kHistory, from where the call began. Memory is
+    /// 64 KiB at most. Before the first run(); reset() keeps it.
     void neverAhead(size_t history);
 
     /// Bytes that the stream may refer to, as if they had just been decoded.
@@ -174,7 +174,7 @@ class InflateDecoder {
     bool readCounts(Input& in);
     bool readLengthCode(Input& in);
     bool readLengths(Input& in);
-    bool decodeCoded(Input& in, Output& out, const uint8_t* start);
+    bool decodeCoded(Input& in, Output& out, const uint8_t* start, bool keepRoom);
     void endBlock();
     void pauseBehind(InflatePause place);
     bool fill(Input& in, uint32_t count);

@@ -213,7 +213,8 @@ template <class Tables, class... Args>
     const auto reachFurther = [&] {
         const bool wide = dst <= dstWide;
         dstPass = wide ? dstWide : dstSafe;
-        wideSpan = wide ? std::max<ptrdiff_t>(dst - run.dstStart - (passDistance - 1), 0) : 0;
+        const ptrdiff_t reach = wide ? dst - run.dstStart : 0;
+        wideSpan = static_cast<size_t>(std::max<ptrdiff_t>(reach - (passDistance - 1), 0));
     };
     reachFurther();
 

@@ -22,18 +22,25 @@ namespace {
 
 using namespace vek::inflate;
 
-/// Entries of the symbols from 256 on without the code length: value << 8 | kind. Symbol 256 has a
-/// kind of the layout's own; 286 and 287 mean nothing.
-constexpr unsigned lengthSymbols = 34;
-constexpr std::array<uint16_t, lengthSymbols> LenExtr = [] {
-    std::array<uint16_t, lengthSymbols> table{};
+/// Entries of the literal/length symbols without the code length: value << 8 | kind. Symbol 256 has
+/// a kind of the layout's own, and so have 286 and 287, which mean nothing.
+constexpr std::array<uint16_t, allLitLenSymbols> litEntries(uint8_t endKind, uint8_t invalidKind) {
+    std::array<uint16_t, allLitLenSymbols> table{};
+    for (size_t i = 0; i < endOfBlock; ++i) table[i] = static_cast<uint16_t>(i << 8);
+    table[endOfBlock] = endKind;
     for (size_t i = 0; i < lengthCodes; ++i) {
-        table[i + 1] = static_cast<uint16_t>(litBaseTable[i] << 8 | 0x80 | litExtraTable[i] << 4);
+        table[firstLengthSymbol + i] =
+            static_cast<uint16_t>(litBaseTable[i] << 8 | 0x80 | litExtraTable[i] << 4);
     }
-    table[29] = 0xFF80;
+    table[litLenSymbols - 1] = 0xFF80;
+    for (size_t i = litLenSymbols; i < allLitLenSymbols; ++i) table[i] = invalidKind;
     return table;
-}();
-static_assert(LenExtr[1] == 0x0080 && LenExtr[9] == 0x0890 && LenExtr[28] == 0xE0D0);
+}
+constexpr auto singleLitEntries = litEntries(singleEndKind, 0);
+constexpr auto twoLevelLitEntries = litEntries(twoLevelEndKind, twoLevelInvalidKind);
+static_assert(singleLitEntries[257] == 0x0080 && singleLitEntries[265] == 0x0890 &&
+              singleLitEntries[284] == 0xE0D0 && singleLitEntries[285] == 0xFF80 &&
+              singleLitEntries[286] == 0 && twoLevelLitEntries[287] == twoLevelInvalidKind);
 
 struct DistanceEntry {
     uint16_t kind;  ///< Number of extra bits << 4.
@@ -64,10 +71,7 @@ struct SingleLit {
     uint8_t* entries;
 
     void set(uint32_t index, unsigned symbol, unsigned len) const {
-        const unsigned entry = symbol < endOfBlock    ? symbol << 8
-                               : symbol == endOfBlock ? singleEndKind
-                                                      : LenExtr[symbol - endOfBlock];
-        put16(entries, index, entry + len);
+        put16(entries, index, singleLitEntries[symbol] + len);
     }
     void repeat(uint32_t size) const { std::memcpy(entries + 2 * size, entries, 2 * size); }
 };
@@ -77,13 +81,7 @@ struct TwoLevelLit {
     uint8_t* kinds;
 
     constexpr void set(uint32_t index, unsigned symbol, unsigned len) const {
-        unsigned entry = symbol << 8;
-        if (symbol == endOfBlock) {
-            entry = twoLevelEndKind;
-        } else if (symbol > endOfBlock) {
-            entry = LenExtr[symbol - endOfBlock];
-            if (entry == 0) entry = twoLevelInvalidKind;
-        }
+        const unsigned entry = twoLevelLitEntries[symbol];
         values[index] = static_cast<uint8_t>(entry >> 8);
         kinds[index] = static_cast<uint8_t>(entry + len);
     }

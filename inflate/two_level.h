@@ -172,9 +172,9 @@ inline Stop decodeLong(Run& run, const uint8_t* tables) {
     return runSteps(run, plain, [&] {
         const ptrdiff_t source = run.srcEnd - run.src;
         const ptrdiff_t room = run.dstEnd - run.dst;
-        if (!run.mayRunOver()) {
-            runFast<TwoLevel>(run, plain);  // It writes no byte but literals.
-        } else if (source >= pairSource && room >= pairRoom && countPairs(tables) >= enoughPairs) {
+        // Pairs are written as two bytes, also where the second is none.
+        if (run.mayRunOver() && source >= pairSource && room >= pairRoom &&
+            countPairs(tables) >= enoughPairs) {
             runFast<Packed<true>>(run, plain, tables);
         } else if (source >= packedSource && room >= packedRoom) {
             runFast<Packed<false>>(run, plain, tables);

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 namespace vektest {
 
@@ -16,6 +17,14 @@ struct BitSource {
     uint32_t code = 0, nBits = 0;
 
     bool has(uint32_t count) {
+        if (nBits < count && end - src >= 4) {
+            // Of the last byte only the bits that fit; it is read once more.
+            uint32_t word = 0;
+            std::memcpy(&word, src, 4);
+            code |= word << nBits;
+            src += (31 - nBits) / 8;
+            nBits |= 24;
+        }
         for (; nBits < count && src != end; nBits += 8)
             code |= static_cast<uint32_t>(*src++) << nBits;
         return nBits >= count;
@@ -37,7 +46,8 @@ struct BitSource {
 /// Reads the code lengths of a dynamic block and gives them to `build(lens, nLit, nDist)`; false
 /// when they are corrupt or that says so.
 template <class Build>
-bool readCodeLengths(BitSource& in, Build build) {
+bool readCodeLengths(BitSource& source, Build build) {
+    BitSource in = source;  // In registers.
     constexpr std::array<uint8_t, 19> order = {16, 17, 18, 0, 8,  7, 9,  6, 10, 5,
                                                11, 4,  12, 3, 13, 2, 14, 1, 15};
     const uint32_t nLit = in.take(5) + 257, nDist = in.take(5) + 1;
@@ -83,6 +93,7 @@ bool readCodeLengths(BitSource& in, Build build) {
         std::fill_n(lens.begin() + i, repeat, value);
         i += repeat;
     }
+    source = in;
     return !in.failed && build(lens.data(), nLit, nDist);
 }
 
