@@ -14,9 +14,11 @@ size_t putLzopHeader(const LzopOptions& options, uint8_t* to) {
     put(kLzopNewest, 2);
     put(kLzopLibrary, 2);
     put((options.flags & kLzopHeaderCrc) != 0 ? kLzopHasCrc : kLzopHasLevel, 2);
-    // The container's name for the like of the library's method, and a level of that.
-    put(options.fast ? 2 : 1, 1);
-    put(options.fast ? 1 : 5, 1);
+    // The container's name for the like of the method, and a level of that.
+    if (options.deep != 0)
+        put(uint64_t{3} << 8 | options.deep, 2);
+    else
+        put(options.fast ? 2U << 8 | 1 : 1U << 8 | 5, 2);
     put(options.flags, 4);
     put(options.mode, 4);
     put(options.modified, 4);
@@ -34,20 +36,32 @@ size_t LzopBlockEncoder::bound(size_t length) {
     return 8 + 4 * kLzopBlockChecks.size() + vekLZOEncodeBound(static_cast<uint32_t>(length));
 }
 
-bool LzopBlockEncoder::encode(Bytes data, uint8_t* to, size_t& written) {
+bool LzopBlockEncoder::encodeStream(Bytes data, uint8_t* stream, uint32_t& size) {
+    if (isDeep_) {
+        size_t written = 0;
+        if (!deep_.encode(data, stream, written)) return false;
+        size = static_cast<uint32_t>(written);
+        return true;
+    }
     const auto length = static_cast<uint32_t>(data.size());
     uint32_t stateSize = 0;
     veksEncodeLZOGetSize(method_, 0, &stateSize);
     if (!state_.reserve((stateSize + 3) / 4)) return false;
+    size = vekLZOEncodeBound(length);
+    veksEncodeLZOInit_8u(method_, 0, state_.data());
+    veksEncodeLZO_8u(data.data(), length, stream, &size, state_.data());
+    return true;
+}
+
+bool LzopBlockEncoder::encode(Bytes data, uint8_t* to, size_t& written) {
+    const auto length = static_cast<uint32_t>(data.size());
 
     // Two lengths and the checksums, of which a stored block has fewer.
     size_t head = 8;
     for (const LzopBlockCheck& check : kLzopBlockChecks) head += (flags_ & check.flag) != 0 ? 4 : 0;
     uint8_t* const stream = to + head;
-    uint32_t size = vekLZOEncodeBound(length);
-    // A fresh table for every block: which thread codes it must not show.
-    veksEncodeLZOInit_8u(method_, 0, state_.data());
-    veksEncodeLZO_8u(data.data(), length, stream, &size, state_.data());
+    uint32_t size = 0;
+    if (!encodeStream(data, stream, size)) return false;
     const bool stored = size >= length;
 
     putBigEndian(to, length, 4);

@@ -3,12 +3,14 @@
 #pragma once
 
 #include "codec/block_stream.h"
+#include "codec/lzo_deep_encoder.h"
 #include "codec/lzop_format.h"
 
 namespace vekdc::codec {
 
 struct LzopOptions {
     bool fast = false;                              ///< Larger and faster.
+    uint8_t deep = 0;                               ///< LzoDeepEncoder's level, 7 to 9, or 0.
     uint32_t flags = kLzopUnix | kLzopAdlerOfData;  ///< LzopFlag; without extra field and filter.
     uint32_t mode = 0;                              ///< File type and permissions.
     uint32_t modified = 0;                          ///< Seconds since 1970.
@@ -26,7 +28,11 @@ constexpr size_t kLzopEnd = 4;
 class LzopBlockEncoder {
  public:
     explicit LzopBlockEncoder(const LzopOptions& options, const Allocator& allocator = {})
-        : method_(options.fast ? 2 : 0), flags_(options.flags), state_(allocator) {}
+        : method_(options.fast ? 2 : 0),
+          isDeep_(options.deep != 0),
+          flags_(options.flags),
+          state_(allocator),
+          deep_(options.deep, allocator) {}
 
     /// The room that a block of `length` bytes needs.
     static size_t bound(size_t length);
@@ -34,9 +40,14 @@ class LzopBlockEncoder {
     [[nodiscard]] bool encode(Bytes data, uint8_t* to, size_t& written);
 
  private:
+    /// Codes the block as a stream of `size` bytes.
+    bool encodeStream(Bytes data, uint8_t* stream, uint32_t& size);
+
     int32_t method_;
+    bool isDeep_;
     uint32_t flags_;
     Memory<uint32_t> state_;
+    LzoDeepEncoder deep_;
 };
 
 /// What BlockStreamEncoder is to know of lzop's container.

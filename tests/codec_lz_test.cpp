@@ -9,6 +9,8 @@
 #include "codec/lzss_decoder.h"
 #include "codec/lzss_encoder.h"
 #include "support/codecs.h"
+#include "support/guarded.h"
+#include "vekdc.h"
 
 namespace {
 
@@ -55,13 +57,15 @@ void forAll(Check&& check) {
                                                          allocator);
                               },
                               dictionary ? kDictionary : Bytes()});
-    check(Pair<LzopEncoder, LzopDecoder>{"lzop",
-                                         [](const Allocator& allocator) {
-                                             LzopOptions chosen;
-                                             chosen.flags |= kLzopCrcOfStream;
-                                             return LzopEncoder(chosen, allocator);
-                                         },
-                                         {}});
+    for (const uint8_t deep : {0, 7})
+        check(Pair<LzopEncoder, LzopDecoder>{"lzop",
+                                             [=](const Allocator& allocator) {
+                                                 LzopOptions chosen;
+                                                 chosen.flags |= kLzopCrcOfStream;
+                                                 chosen.deep = deep;
+                                                 return LzopEncoder(chosen, allocator);
+                                             },
+                                             {}});
     check(Pair<LzssEncoder, LzssDecoder>{
         "lzss",
         [](const Allocator& allocator) { return LzssEncoder(kLzssUnknown, allocator); },
@@ -217,6 +221,31 @@ TEST(CodecLz, SkippedAndLegacyFramesEndWhereTheyDo) {
             const Bytes begun = part(legacy, 0, cut);
             EXPECT_EQ(decodeInPieces(decoder, begun, piece).status, Status::Going);
             EXPECT_EQ(decoder.mayEnd(), cut % block.size() == 4) << cut;
+        }
+    }
+}
+
+TEST(LzoDeep, KeepsInsideItsBuffersAndGoesBack) {
+    // Around the lengths that a run, an extension and a match's reach change at; the container's
+    // mark would be the first byte of a run of 68.
+    for (const size_t size : {1,   3,   4,   7,   18,  19,   37,   67,    68,    69,
+                              237, 238, 239, 273, 274, 2100, 3100, 16500, 50000, 150000}) {
+        for (const auto& shape : vektest::shapes()) {
+            for (int level = 7; level <= 9; ++level) {
+                SCOPED_TRACE(testing::Message() << shape.name << size << " level " << level);
+                vektest::Guarded data(shape.make(size, 3));
+                vektest::Guarded stream(vekLZOEncodeBound(static_cast<uint32_t>(size)));
+                LzoDeepEncoder encoder(level);
+                size_t written = 0;
+                ASSERT_TRUE(encoder.encode({data.data(), size}, stream.data(), written));
+                EXPECT_NE(stream.data()[0], 0x55);
+                vektest::Guarded back(size);
+                auto length = static_cast<uint32_t>(size);
+                ASSERT_EQ(veksDecodeLZOSafe_8u(stream.data(), static_cast<uint32_t>(written),
+                                               back.data(), &length),
+                          vekStatusOk);
+                ASSERT_TRUE(length == size && back.bytes() == data.bytes());
+            }
         }
     }
 }

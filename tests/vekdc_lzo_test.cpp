@@ -80,7 +80,7 @@ TEST(LzoAndLzss, GoThereAndBackOnAnyNumberOfThreadsInAnyPieces) {
         for (const size_t size :
              {size_t{0}, size_t{1}, size_t{3}, size_t{300}, block - 1, block, 2 * block + 77}) {
             const Bytes plain = sample(size);
-            for (const int level : {0, 6}) {
+            for (const int level : {0, 6, 9}) {
                 SCOPED_TRACE(name + std::to_string(size) + " level " + std::to_string(level));
                 const Bytes packed = compress(f, plain, settingsOf(level));
                 ASSERT_TRUE(compress(f, plain, settingsOf(level, 3)) == packed);
@@ -99,8 +99,12 @@ TEST(LzoAndLzss, GoThereAndBackOnAnyNumberOfThreadsInAnyPieces) {
             ASSERT_TRUE(decompress(f, compress(f, plain, settings)) == plain) << shape.name;
         }
     }
-    EXPECT_LT(compress(format("lzo"), sample(600000), settingsOf(6)).size(),
-              compress(format("lzo"), sample(600000), settingsOf(1)).size());
+    size_t before = SIZE_MAX;
+    for (const int level : {1, 6, 7, 8, 9}) {
+        const size_t size = compress(format("lzo"), sample(600000), settingsOf(level)).size();
+        EXPECT_LT(size, before) << level;
+        before = size;
+    }
 }
 
 TEST(LzoAndLzss, PartsFollowEachOther) {
@@ -269,7 +273,7 @@ TEST_F(LzoProgram, LzopReadsWhatItWritesAndTheReverse) {
     write("x", sample(700000));
     good("touch -d '2001-02-03 04:05:06 UTC' x; chmod 640 x; touch empty; head -c 262144 x > one");
     good(R"(for f in x empty one; do
-            for o in --fastest -1 -6 -9 '-j 3' --crc32 --no-checksum --block-checksums \
+            for o in --fastest -1 -6 -7 -9 '-j 3' --crc32 --no-checksum --block-checksums \
                      '--crc32 --block-checksums' --no-name; do
                 vekdc compress --format lzo -c $o $f > a.lzo && lzop -qt a.lzo &&
                     lzop -dc a.lzo | cmp - $f || exit

@@ -23,6 +23,9 @@ using Data = std::vector<uint8_t>;
 LzopOptions choose(const Settings& settings) {
     LzopOptions options;
     options.fast = settings.fastest || settings.level <= 3;
+    if (!settings.fastest && settings.level >= codec::LzoDeepEncoder::kFirstLevel)
+        options.deep =
+            static_cast<uint8_t>(std::min(settings.level, int{codec::LzoDeepEncoder::kLastLevel}));
     const bool crc = settings.own.contains("crc32");
     options.flags = codec::kLzopUnix;
     if (crc) options.flags |= codec::kLzopHeaderCrc;
