@@ -10,92 +10,87 @@
 namespace {
 
 using namespace vek::deflate;
-using vek::crc32cStep;
-using vek::load;
-using vek::matchLength;
 
-/// Matches greedily from offset `at` until `stop`, `length` or the room is reached.
-template <bool Ring>
-uint32_t parseGreedy(const History& history, const HashChains& chains,
+/// Chains up to this long are looked at as a whole first.
+constexpr uint32_t maxShortChain = 4;
+
+/// Whether one of the first `Count` places from `candidate` on begins with the four bytes of
+/// src[at]. A few more may be told to.
+///
+/// Nearly all candidates fail in data that hardly compresses, and whether one is in reach cannot be
+/// predicted. So it is not asked where the chain ends: a place out of reach gives way to one at the
+/// reach's end, which leads on to where the chain has already been; it can not be told wrongly that
+/// there is no match. One branch is left.
+template <bool Ring, uint32_t Count>
+[[gnu::always_inline]] inline bool mayMatch(const History& history, const HashChains& chains,
+                                            uint32_t at, uint32_t candidate) {
+    const uint32_t last = history.start + at - 1;
+    const uint32_t reach = history.reach<Ring>(last + 1);
+    bool matches = false;
+#pragma GCC unroll 4
+    for (uint32_t k = 0; k < Count; ++k) {
+        const uint32_t back = std::min(last - candidate, reach);
+        matches |= history.endsAlike<Ring>(at, back, hashBytes);
+        if (k + 1 < Count) candidate = chains.next(last - back);
+    }
+    return matches;
+}
+
+/// Matches greedily from offset `at` until `stop`, `length` or the room is reached. `ShortChain` is
+/// params.maxChain if that is at most maxShortChain, or else 0.
+///
+/// Of a short chain the first candidate is asked for by itself, since in text it often matches.
+template <bool Ring, uint32_t ShortChain>
+uint32_t parseGreedy(const History& sharedHistory, const HashChains& sharedChains,
                      const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
                      PairWriter& sharedPairs) {
+    const History history = sharedHistory;
+    const HashChains chains = sharedChains;
     PairWriter pairs = sharedPairs;
+    const uint32_t hashable = length - hashBytes + 1;
     while (at < stop && pairs.left() != 0) {
-        const uint8_t* const current = history.src + at;
-        const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
-        const uint32_t candidate = chains.insert(hash4(current), history.start + at);
-        chains.prefetch(hash4(history.src + std::min(at + 1, length - hashBytes)));
-        const Match match = search<Ring>(history, chains, params, at, limit, candidate,
-                                         {hashBytes - 1, 0}, params.maxChain);
+        const uint32_t candidate = enter(history, chains, at, hashable);
+        const bool hopeless = ShortChain != 0 &&
+                              !mayMatch<Ring, 1>(history, chains, at, candidate) &&
+                              !mayMatch<Ring, ShortChain>(history, chains, at, candidate);
+        Match match{0, 0};
+        if (!hopeless) {
+            match =
+                search<Ring>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
+                             candidate, {hashBytes - 1, 0}, params.maxChain);
+        }
         if (match.distance == 0) {
-            pairs.literal(*current);
+            pairs.literal(history.src[at]);
             ++at;
             continue;
         }
         pairs.match(match.length, match.distance);
-        if (match.length <= params.lengthLimit) {
-            const uint32_t hashable = length - hashBytes + 1;
-            enterRange(history, chains, at + 1, std::min(at + match.length, hashable));
-        }
+        if (match.length <= params.lengthLimit)
+            enterRange(history, chains, at + 1, std::min(at + match.length, hashable), hashable);
         at += match.length;
     }
     sharedPairs = pairs;
     return at;
 }
 
-/// What parseGreedy finds with chains of one.
-///
-/// There is one candidate a position, and two questions: is it in reach, does it begin with the
-/// same four bytes? In most data neither answer can be predicted, so they share one branch: a
-/// candidate out of reach gives way to the position itself, and the mask that did it then spoils
-/// the comparison.
-template <bool Ring>
-uint32_t parseSingle(const History& sharedHistory, const HashChains& sharedChains,
-                     const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
-                     PairWriter& sharedPairs) {
-    const History history = sharedHistory;
-    const HashChains chains = sharedChains;
-    PairWriter pairs = sharedPairs;
-    const uint32_t longestEntered = params.lengthLimit;
-    const uint32_t hashable = length - hashBytes + 1;
-    while (at < stop && pairs.left() != 0) {
-        const uint8_t* const current = history.src + at;
-        const uint32_t position = history.start + at;
-        const auto word = load<uint32_t>(current);
-        const uint32_t distance = position - chains.insert(crc32cStep(0, word), position);
-        const uint32_t reach = history.reach<Ring>(position);
-        const uint32_t usable = 0U - static_cast<uint32_t>(distance - 1 < reach);
-        const uint32_t back = distance & usable;
-        const bool inRing = Ring && back > at;
-        const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
-        const uint8_t* const bytes =
-            inRing ? history.inOnePiece(at, back, hashBytes) : current - back;
-        const bool matches = Ring && bytes == nullptr
-                                 ? history.matchInRing(at, back, hashBytes) == hashBytes
-                                 : ((load<uint32_t>(bytes) ^ word) | ~usable) == 0;
-        if (!matches) {
-            pairs.literal(static_cast<uint8_t>(word));
-            ++at;
-            continue;
-        }
-        const uint32_t found =
-            inRing ? history.matchInRing(at, back, limit)
-                   : hashBytes + static_cast<uint32_t>(matchLength(
-                                     current + hashBytes, bytes + hashBytes, limit - hashBytes));
-        pairs.match(found, distance);
-        if (found <= longestEntered)
-            enterRange(history, chains, at + 1, std::min(at + found, hashable));
-        at += found;
-    }
-    sharedPairs = pairs;
-    return at;
-}
+template <uint32_t ShortChain>
+constexpr auto parseInBoth =
+    parseSource<parseGreedy<true, ShortChain>, parseGreedy<false, ShortChain>>;
 
 uint32_t parseSourceGreedily(const History& history, const HashChains& chains,
                              const MatchParameters& params, uint32_t length, PairWriter& pairs) {
-    const auto parse = params.maxChain == 1 ? parseSource<parseSingle<true>, parseSingle<false>>
-                                            : parseSource<parseGreedy<true>, parseGreedy<false>>;
-    return parse(history, chains, params, length, pairs);
+    switch (params.maxChain) {
+        case 1:
+            return parseInBoth<1>(history, chains, params, length, pairs);
+        case 2:
+            return parseInBoth<2>(history, chains, params, length, pairs);
+        case 3:
+            return parseInBoth<3>(history, chains, params, length, pairs);
+        case maxShortChain:
+            return parseInBoth<4>(history, chains, params, length, pairs);
+        default:
+            return parseInBoth<0>(history, chains, params, length, pairs);
+    }
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
     PairWriter pairs = sharedPairs;
     const uint32_t hashable = length - hashBytes + 1;
     while (at < stop && pairs.left() != 0) {
-        uint32_t candidate = chains.insert(hash4(history.src + at), history.start + at);
+        uint32_t candidate = enter(history, chains, at, hashable);
         Match match =
             search<Ring>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
                          candidate, {hashBytes - 1, 0}, params.maxChain);
@@ -30,7 +30,7 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
         uint32_t entered = at + 1;
         while (match.length < params.lengthLimit && pairs.left() >= 2 && entered < hashable) {
             const uint32_t limit = std::min<uint32_t>(maxMatch, length - entered);
-            candidate = chains.insert(hash4(history.src + entered), history.start + entered);
+            candidate = enter(history, chains, entered, hashable);
             ++entered;
             if (match.length >= limit) break;
             const uint32_t budget =
@@ -43,7 +43,7 @@ uint32_t parseLazy(const History& history, const HashChains& chains, const Match
             match = next;
         }
         pairs.match(match.length, match.distance);
-        enterRange(history, chains, entered, std::min(at + match.length, hashable));
+        enterRange(history, chains, entered, std::min(at + match.length, hashable), hashable);
         at += match.length;
     }
     sharedPairs = pairs;
