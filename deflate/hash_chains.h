@@ -89,6 +89,9 @@ struct HashChains {
         return static_cast<uint32_t>(before);
     }
 
+    /// The latest position under `hash`.
+    uint32_t latest(uint32_t hash) const { return static_cast<uint32_t>(head[hash & hashMask]); }
+
     /// Fetches the entry of `hash` ahead of its use.
     void prefetch(uint32_t hash) const {
         _mm_prefetch(reinterpret_cast<const char*>(head + (hash & hashMask)), _MM_HINT_T0);
@@ -176,6 +179,33 @@ struct History {
 
 /// Bytes of the source that follow the copy of the ring: a match may be looked at that far.
 constexpr uint32_t wideBytes = 16;
+
+/// What the first places of a chain say.
+struct Glance {
+    bool matches;  ///< Whether there may be a match of four bytes.
+    bool ended;    ///< Whether the chain has no more places.
+};
+
+/// Looks at the first `Count` places from `candidate` on for the four bytes of src[at].
+///
+/// Nearly all candidates fail in data that hardly compresses, and whether one is in reach cannot be
+/// predicted. So it is not asked where the chain ends: a place out of reach gives way to one at the
+/// reach's end, which leads on to any other; it can not be told wrongly that there is no match.
+template <bool Ring, uint32_t Count>
+[[gnu::always_inline]] inline Glance glance(const History& history, const HashChains& chains,
+                                            uint32_t at, uint32_t candidate) {
+    const uint32_t last = history.start + at - 1;
+    const uint32_t reach = history.reach<Ring>(last + 1);
+    Glance seen{false, false};
+#pragma GCC unroll 4
+    for (uint32_t k = 0; k < Count; ++k) {
+        const uint32_t back = std::min(last - candidate, reach);
+        seen.matches |= history.endsAlike<Ring>(at, back, hashBytes);
+        seen.ended |= back == reach;
+        if (k + 1 < Count) candidate = chains.next(last - back);
+    }
+    return seen;
+}
 
 /// Looks along the chain from `candidate` for a match longer than `found` at source offset `at`, of
 /// at most `limit` bytes (found.length < limit), and returns the best.

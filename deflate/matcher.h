@@ -248,6 +248,24 @@ inline void enterRange(const History& history, const HashChains& chains, uint32_
     for (uint32_t i = from; i < to; ++i) enter(history, chains, i, hashable);
 }
 
+/// Misses in a row after which it pays to expect more of them.
+constexpr uint32_t manyMisses = 16;
+
+/// Makes literals of the source from offset `at` on and enters them, as far as `stop`, the room and
+/// `misses(at, candidate)` go; the positions that it refuses are not entered.
+template <class Misses>
+[[gnu::noinline]] uint32_t passMisses(History history, HashChains chains, uint32_t at,
+                                      uint32_t stop, PairWriter& pairs, Misses misses) {
+    const uint32_t from = at;
+    stop = std::min(stop, at + pairs.left());
+    for (; at < stop; ++at) {
+        const uint32_t hash = hash4(history.src + at);
+        if (!misses(history, chains, at, chains.latest(hash))) break;
+        chains.insert(hash, history.start + at);
+    }
+    return writeLiterals(history.src, from, at, pairs);
+}
+
 /// Matches a source with `WithRing` while the ring is in reach, with `InSource` from there on.
 template <auto WithRing, auto InSource>
 uint32_t parseSource(const History& history, const HashChains& chains,
@@ -259,7 +277,7 @@ uint32_t parseSource(const History& history, const HashChains& chains,
         hashable = length - hashBytes + 1;
         const uint32_t ringReach = std::min(chains.ringMask + 1, hashable);
         at = WithRing(history, chains, params, at, ringReach, length, pairs);
-        at = InSource(history, chains, params, at, hashable, length, pairs);
+        if (at < hashable) at = InSource(history, chains, params, at, hashable, length, pairs);
     }
     const uint32_t end = writeLiterals(history.src, at, length, pairs);
     holdBack(history, chains, std::max(at, hashable), end);
