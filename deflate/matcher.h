@@ -233,19 +233,23 @@ inline uint32_t writeLiterals(const uint8_t* src, uint32_t at, uint32_t length, 
     return at;
 }
 
+/// How far ahead of its use an entry of the head table is fetched.
+constexpr uint32_t headsAhead = 12;
+
 /// Enters the position of source offset `at` and returns the one that it hides. Of the `hashable`
 /// positions, one some way ahead is made ready.
 inline uint32_t enter(const History& history, const HashChains& chains, uint32_t at,
                       uint32_t hashable) {
-    constexpr uint32_t ahead = 12;
-    chains.prefetch(hash4(history.src + std::min(at + ahead, hashable - 1)));
+    chains.prefetch(hash4(history.src + std::min(at + headsAhead, hashable - 1)));
     return chains.insert(hash4(history.src + at), history.start + at);
 }
 
-/// Enters the positions of the source offsets [from, to).
+/// Enters the positions of the source offsets [from, to); what is behind them is made ready.
 inline void enterRange(const History& history, const HashChains& chains, uint32_t from, uint32_t to,
                        uint32_t hashable) {
-    for (uint32_t i = from; i < to; ++i) enter(history, chains, i, hashable);
+    for (; from + headsAhead < to; ++from)
+        chains.insert(hash4(history.src + from), history.start + from);
+    for (; from < to; ++from) enter(history, chains, from, hashable);
 }
 
 /// Misses in a row after which it pays to expect more of them.
