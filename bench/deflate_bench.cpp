@@ -55,7 +55,7 @@ size_t deflateZlib(const Bytes& in, int level, Bytes& out) {
     return size;
 }
 
-/// Codes in blocks of up to 64 Ki pairs, each with a code of its own.
+/// Codes in blocks of up to 48 Ki pairs, each with a code of its own.
 class LevelEncoder {
  public:
     explicit LevelEncoder(uint32_t level) : level_(level) {}
@@ -81,7 +81,7 @@ class LevelEncoder {
     }
 
  private:
-    static constexpr uint32_t blockPairs = 65536;
+    static constexpr uint32_t blockPairs = 48 << 10;
 
     void put(uint32_t bits, uint32_t count, Bytes& out) {
         bits_ |= bits << bitCount_;

@@ -7,7 +7,8 @@
 //
 // Positions count from the start of the stream, and the caller keeps only the last `winSize` bytes,
 // in a ring. The source of the running call is not copied there first: candidates at or behind the
-// call's start are read from the source, older ones from the ring. Once a call has come a window's
+// call's start are read from the source, older ones from a copy of the ring in which the oldest
+// byte comes first, so that no match is divided by the ring's end. Once a call has come a window's
 // length into its source, every candidate within reach is in the source; from there on the search
 // is compiled without the ring (`Ring` below).
 //
@@ -20,6 +21,7 @@
 #include <xmmintrin.h>
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -87,6 +89,9 @@ struct HashChains {
         return static_cast<uint32_t>(before);
     }
 
+    /// The latest position under `hash`.
+    uint32_t latest(uint32_t hash) const { return static_cast<uint32_t>(head[hash & hashMask]); }
+
     /// Fetches the entry of `hash` ahead of its use.
     void prefetch(uint32_t hash) const {
         _mm_prefetch(reinterpret_cast<const char*>(head + (hash & hashMask)), _MM_HINT_T0);
@@ -131,9 +136,9 @@ struct Match {
 /// The source of one call and the history before it.
 struct History {
     const uint8_t* src;
-    const uint8_t* window;
-    uint32_t start;   ///< Position of src[0].
-    uint32_t oldest;  ///< Position of the oldest byte that the ring still holds.
+    const uint8_t* before;  ///< End of a copy of what the ring holds; a few source bytes follow.
+    uint32_t start;         ///< Position of src[0].
+    uint32_t oldest;        ///< Position of the oldest byte that the ring still holds.
     uint32_t ringMask;
 
     /// Distances from `position` below or at this are within reach. Without `Ring`, all of them are
@@ -143,29 +148,64 @@ struct History {
         return Ring ? std::min(ringMask, position - oldest) : ringMask;
     }
 
-    /// Length, up to `limit`, of the match of src[at] with the bytes `distance` before it, which
-    /// begin in the ring.
-    uint32_t matchInRing(uint32_t at, uint32_t distance, uint32_t limit) const {
+    /// The byte `back` + 1 before src[at], and a few behind it.
+    template <bool Ring>
+    const uint8_t* place(uint32_t at, uint32_t back) const {
+        if (!Ring) return src + (at - 1 - back);
+        return (back < at ? src : before) + static_cast<int32_t>(at - 1 - back);
+    }
+
+    /// Length, up to `limit`, of the match of src[at] with the bytes `back` + 1 before it.
+    template <bool Ring>
+    uint32_t matchAt(uint32_t at, uint32_t back, uint32_t limit) const {
         const uint8_t* const current = src + at;
-        const uint32_t slot = (start + at - distance) & ringMask;
-        const uint32_t inRing = std::min(distance - at, limit);
-        const uint32_t toEdge = std::min(ringMask + 1 - slot, inRing);
-        auto length = static_cast<uint32_t>(matchLength(current, window + slot, toEdge));
-        if (length == toEdge)
-            length += static_cast<uint32_t>(matchLength(current + length, window, inRing - length));
-        if (length == inRing)
+        const uint8_t* const bytes = place<Ring>(at, back);
+        if (!Ring || back < at) return static_cast<uint32_t>(matchLength(current, bytes, limit));
+        const uint32_t toSource = std::min(back + 1 - at, limit);
+        auto length = static_cast<uint32_t>(matchLength(current, bytes, toSource));
+        if (length == toSource)
             length += static_cast<uint32_t>(matchLength(current + length, src, limit - length));
         return length;
     }
 
-    /// The `need` bytes that stand `distance` before src[at], or null if the end of the ring or the
-    /// start of the source divides them.
-    const uint8_t* inOnePiece(uint32_t at, uint32_t distance, uint32_t need) const {
-        if (distance <= at) return src + (at - distance);
-        const uint32_t slot = (start + at - distance) & ringMask;
-        return distance - at >= need && slot + need <= ringMask + 1 ? window + slot : nullptr;
+    /// Whether a match of `length` bytes, at least four, of src[at] with what is `back` + 1 before
+    /// it ends in the same four bytes.
+    template <bool Ring>
+    bool endsAlike(uint32_t at, uint32_t back, uint32_t length) const {
+        const uint32_t tail = at + length - hashBytes;
+        return load<uint32_t>(place<Ring>(tail, back)) == load<uint32_t>(src + tail);
     }
 };
+
+/// Bytes of the source that follow the copy of the ring: a match may be looked at that far.
+constexpr uint32_t wideBytes = 16;
+
+/// What the first places of a chain say.
+struct Glance {
+    bool matches;  ///< Whether there may be a match of four bytes.
+    bool ended;    ///< Whether the chain has no more places.
+};
+
+/// Looks at the first `Count` places from `candidate` on for the four bytes of src[at].
+///
+/// Nearly all candidates fail in data that hardly compresses, and whether one is in reach cannot be
+/// predicted. So it is not asked where the chain ends: a place out of reach gives way to one at the
+/// reach's end, which leads on to any other; it can not be told wrongly that there is no match.
+template <bool Ring, uint32_t Count>
+[[gnu::always_inline]] inline Glance glance(const History& history, const HashChains& chains,
+                                            uint32_t at, uint32_t candidate) {
+    const uint32_t last = history.start + at - 1;
+    const uint32_t reach = history.reach<Ring>(last + 1);
+    Glance seen{false, false};
+#pragma GCC unroll 4
+    for (uint32_t k = 0; k < Count; ++k) {
+        const uint32_t back = std::min(last - candidate, reach);
+        seen.matches |= history.endsAlike<Ring>(at, back, hashBytes);
+        seen.ended |= back == reach;
+        if (k + 1 < Count) candidate = chains.next(last - back);
+    }
+    return seen;
+}
 
 /// Looks along the chain from `candidate` for a match longer than `found` at source offset `at`, of
 /// at most `limit` bytes (found.length < limit), and returns the best.
@@ -177,27 +217,19 @@ template <bool Ring>
                                            const MatchParameters& params, uint32_t at,
                                            uint32_t limit, uint32_t candidate, Match found,
                                            uint32_t budget) {
-    const uint8_t* const current = history.src + at;
     const uint32_t position = history.start + at;
     const uint32_t reach = history.reach<Ring>(position);
     const uint32_t nice = std::min(params.niceLength, limit);
-    uint32_t tail = load<uint32_t>(current + found.length - 3);
     for (uint32_t steps = 0; steps < budget; ++steps) {
-        const uint32_t distance = position - candidate;
-        if (distance - 1 >= reach) break;
-        uint32_t length = 0;
-        const uint8_t* const bytes =
-            Ring ? history.inOnePiece(at, distance, maxMatch) : current - distance;
-        if (Ring && bytes == nullptr) {
-            length = history.matchInRing(at, distance, limit);
-        } else if (load<uint32_t>(bytes + found.length - 3) == tail) {
-            length = static_cast<uint32_t>(matchLength(current, bytes, limit));
-        }
-        if (length > found.length) {
-            found = {length, distance};
-            if (length >= nice) break;
-            if (length >= params.goodLength) budget = params.reducedChain;
-            tail = load<uint32_t>(current + length - 3);
+        const uint32_t back = position - 1 - candidate;
+        if (back >= reach) break;
+        if (history.endsAlike<Ring>(at, back, found.length + 1)) {
+            const uint32_t length = history.matchAt<Ring>(at, back, limit);
+            if (length > found.length) {
+                found = {length, back + 1};
+                if (length >= nice) break;
+                if (length >= params.goodLength) budget = params.reducedChain;
+            }
         }
         candidate = chains.next(candidate);
     }

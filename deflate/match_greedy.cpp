@@ -1,7 +1,8 @@
 // The greedy matcher of deflate's LZ77 stage (RFC 1951).
 //
 // It takes the longest match that its search finds at each position; inside a match longer than
-// maxInsert it enters no positions, which is most of its speed.
+// maxInsert it enters no positions, which is most of its speed. Where many positions in a row have
+// no match, and chains are short, a whole chain costs one branch.
 #include <algorithm>
 #include <cstdint>
 
@@ -10,92 +11,64 @@
 namespace {
 
 using namespace vek::deflate;
-using vek::crc32cStep;
-using vek::load;
-using vek::matchLength;
 
-/// Matches greedily from offset `at` until `stop`, `length` or the room is reached.
-template <bool Ring>
-uint32_t parseGreedy(const History& history, const HashChains& chains,
+/// Matches greedily from offset `at` until `stop`, `length` or the room is reached. `ShortChain` is
+/// params.maxChain if that is at most 4, or else 0.
+template <bool Ring, uint32_t ShortChain>
+uint32_t parseGreedy(const History& sharedHistory, const HashChains& sharedChains,
                      const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
                      PairWriter& sharedPairs) {
+    const History history = sharedHistory;
+    const HashChains chains = sharedChains;
     PairWriter pairs = sharedPairs;
+    const uint32_t hashable = length - hashBytes + 1;
+    uint32_t misses = 0;
     while (at < stop && pairs.left() != 0) {
-        const uint8_t* const current = history.src + at;
-        const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
-        const uint32_t candidate = chains.insert(hash4(current), history.start + at);
-        chains.prefetch(hash4(history.src + std::min(at + 1, length - hashBytes)));
-        const Match match = search<Ring>(history, chains, params, at, limit, candidate,
-                                         {hashBytes - 1, 0}, params.maxChain);
-        if (match.distance == 0) {
-            pairs.literal(*current);
-            ++at;
+        if (ShortChain != 0 && misses >= manyMisses) {
+            at = passMisses(history, chains, at, stop, pairs, [](const auto&... place) {
+                return !glance<Ring, std::max(ShortChain, 1U)>(place...).matches;
+            });
+            misses = 0;
             continue;
         }
-        pairs.match(match.length, match.distance);
-        if (match.length <= params.lengthLimit) {
-            const uint32_t hashable = length - hashBytes + 1;
-            enterRange(history, chains, at + 1, std::min(at + match.length, hashable));
+        const uint32_t candidate = enter(history, chains, at, hashable);
+        const Match match =
+            search<Ring>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
+                         candidate, {hashBytes - 1, 0}, params.maxChain);
+        if (match.distance == 0) {
+            pairs.literal(history.src[at]);
+            ++at;
+            ++misses;
+            continue;
         }
+        misses = 0;
+        pairs.match(match.length, match.distance);
+        if (match.length <= params.lengthLimit)
+            enterRange(history, chains, at + 1, std::min(at + match.length, hashable), hashable);
         at += match.length;
     }
     sharedPairs = pairs;
     return at;
 }
 
-/// What parseGreedy finds with chains of one.
-///
-/// There is one candidate a position, and two questions: is it in reach, does it begin with the
-/// same four bytes? In most data neither answer can be predicted, so they share one branch: a
-/// candidate out of reach gives way to the position itself, and the mask that did it then spoils
-/// the comparison.
-template <bool Ring>
-uint32_t parseSingle(const History& sharedHistory, const HashChains& sharedChains,
-                     const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
-                     PairWriter& sharedPairs) {
-    const History history = sharedHistory;
-    const HashChains chains = sharedChains;
-    PairWriter pairs = sharedPairs;
-    const uint32_t longestEntered = params.lengthLimit;
-    const uint32_t hashable = length - hashBytes + 1;
-    while (at < stop && pairs.left() != 0) {
-        const uint8_t* const current = history.src + at;
-        const uint32_t position = history.start + at;
-        const auto word = load<uint32_t>(current);
-        const uint32_t distance = position - chains.insert(crc32cStep(0, word), position);
-        const uint32_t reach = history.reach<Ring>(position);
-        const uint32_t usable = 0U - static_cast<uint32_t>(distance - 1 < reach);
-        const uint32_t back = distance & usable;
-        const bool inRing = Ring && back > at;
-        const uint32_t limit = std::min<uint32_t>(maxMatch, length - at);
-        const uint8_t* const bytes =
-            inRing ? history.inOnePiece(at, back, hashBytes) : current - back;
-        const bool matches = Ring && bytes == nullptr
-                                 ? history.matchInRing(at, back, hashBytes) == hashBytes
-                                 : ((load<uint32_t>(bytes) ^ word) | ~usable) == 0;
-        if (!matches) {
-            pairs.literal(static_cast<uint8_t>(word));
-            ++at;
-            continue;
-        }
-        const uint32_t found =
-            inRing ? history.matchInRing(at, back, limit)
-                   : hashBytes + static_cast<uint32_t>(matchLength(
-                                     current + hashBytes, bytes + hashBytes, limit - hashBytes));
-        pairs.match(found, distance);
-        if (found <= longestEntered)
-            enterRange(history, chains, at + 1, std::min(at + found, hashable));
-        at += found;
-    }
-    sharedPairs = pairs;
-    return at;
-}
+template <uint32_t ShortChain>
+constexpr auto parseInBoth =
+    parseSource<parseGreedy<true, ShortChain>, parseGreedy<false, ShortChain>>;
 
 uint32_t parseSourceGreedily(const History& history, const HashChains& chains,
                              const MatchParameters& params, uint32_t length, PairWriter& pairs) {
-    const auto parse = params.maxChain == 1 ? parseSource<parseSingle<true>, parseSingle<false>>
-                                            : parseSource<parseGreedy<true>, parseGreedy<false>>;
-    return parse(history, chains, params, length, pairs);
+    switch (params.maxChain) {
+        case 1:
+            return parseInBoth<1>(history, chains, params, length, pairs);
+        case 2:
+            return parseInBoth<2>(history, chains, params, length, pairs);
+        case 3:
+            return parseInBoth<3>(history, chains, params, length, pairs);
+        case 4:
+            return parseInBoth<4>(history, chains, params, length, pairs);
+        default:
+            return parseInBoth<0>(history, chains, params, length, pairs);
+    }
 }
 
 }  // namespace

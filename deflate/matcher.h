@@ -128,12 +128,7 @@ inline void enterHeldBack(const History& history, const HashChains& chains, uint
     bool named = false;
     for (uint32_t back = std::min(history.start - history.oldest, hashBytes); back != 0; --back) {
         if (available + back < hashBytes) return;
-        std::array<uint8_t, hashBytes> bytes{};
-        for (uint32_t i = 0; i < hashBytes; ++i) {
-            bytes[i] = i < back ? history.window[(history.start - back + i) & history.ringMask]
-                                : history.src[i - back];
-        }
-        const uint32_t hash = hash4(bytes.data());
+        const uint32_t hash = hash4(history.before - back);
         const uint32_t position = history.start - back;
         if (isEntered(chains, hash, position, history.start)) {
             named = true;
@@ -151,6 +146,25 @@ inline void holdBack(const History& history, const HashChains& chains, uint32_t 
         chains.prev[position & history.ringMask] = static_cast<int32_t>(position);
     }
 }
+
+/// The history of a call, the oldest byte first, and the beginning of its source behind it.
+class RingCopy {
+ public:
+    RingCopy(const MatcherCall& call, const uint8_t* src, uint32_t length, uint32_t start,
+             uint32_t held) {
+        const uint32_t ring = ringSize(call.winSize);
+        const uint32_t at = (start - held) & (ring - 1);
+        const uint32_t toEdge = std::min(held, ring - at);
+        std::memcpy(&bytes_[maxDistance - held], call.pWindow + at, toEdge);
+        std::memcpy(&bytes_[maxDistance - held + toEdge], call.pWindow, held - toEdge);
+        std::memcpy(&bytes_[maxDistance], src, std::min(length, wideBytes));
+    }
+
+    const uint8_t* end() const { return &bytes_[maxDistance]; }
+
+ private:
+    std::array<uint8_t, maxDistance + wideBytes> bytes_;
+};
 
 /// Stores the `length` bytes that a call consumed, from position `start` on, in the ring.
 inline void fillRing(const MatcherCall& call, const uint8_t* src, uint32_t start, uint32_t length) {
@@ -195,8 +209,9 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
         const uint32_t piece = std::min(left, maxPiece);
         const uint32_t placed = placedInRing(call, src, position, left);
         const uint32_t kept = chains.ringMask + 1 - placed;
-        const History history{src, call.pWindow, position, position > kept ? position - kept : 0,
-                              chains.ringMask};
+        const uint32_t held = std::min(position, kept);
+        const RingCopy ring(call, src, piece, position, params.maxChain == 0 ? 0 : held);
+        const History history{src, ring.end(), position, position - held, chains.ringMask};
         enterHeldBack(history, chains, piece);
         const uint32_t consumed = parse(history, chains, params, piece, pairs);
         fillRing(call, src, position, consumed);
@@ -218,10 +233,41 @@ inline uint32_t writeLiterals(const uint8_t* src, uint32_t at, uint32_t length, 
     return at;
 }
 
-/// Enters the positions of the source offsets [from, to).
-inline void enterRange(const History& history, const HashChains& chains, uint32_t from,
-                       uint32_t to) {
-    for (uint32_t i = from; i < to; ++i) chains.insert(hash4(history.src + i), history.start + i);
+/// How far ahead of its use an entry of the head table is fetched.
+constexpr uint32_t headsAhead = 12;
+
+/// Enters the position of source offset `at` and returns the one that it hides. Of the `hashable`
+/// positions, one some way ahead is made ready.
+inline uint32_t enter(const History& history, const HashChains& chains, uint32_t at,
+                      uint32_t hashable) {
+    chains.prefetch(hash4(history.src + std::min(at + headsAhead, hashable - 1)));
+    return chains.insert(hash4(history.src + at), history.start + at);
+}
+
+/// Enters the positions of the source offsets [from, to); what is behind them is made ready.
+inline void enterRange(const History& history, const HashChains& chains, uint32_t from, uint32_t to,
+                       uint32_t hashable) {
+    for (; from + headsAhead < to; ++from)
+        chains.insert(hash4(history.src + from), history.start + from);
+    for (; from < to; ++from) enter(history, chains, from, hashable);
+}
+
+/// Misses in a row after which it pays to expect more of them.
+constexpr uint32_t manyMisses = 16;
+
+/// Makes literals of the source from offset `at` on and enters them, as far as `stop`, the room and
+/// `misses(at, candidate)` go; the positions that it refuses are not entered.
+template <class Misses>
+[[gnu::noinline]] uint32_t passMisses(History history, HashChains chains, uint32_t at,
+                                      uint32_t stop, PairWriter& pairs, Misses misses) {
+    const uint32_t from = at;
+    stop = std::min(stop, at + pairs.left());
+    for (; at < stop; ++at) {
+        const uint32_t hash = hash4(history.src + at);
+        if (!misses(history, chains, at, chains.latest(hash))) break;
+        chains.insert(hash, history.start + at);
+    }
+    return writeLiterals(history.src, from, at, pairs);
 }
 
 /// Matches a source with `WithRing` while the ring is in reach, with `InSource` from there on.
@@ -233,9 +279,9 @@ uint32_t parseSource(const History& history, const HashChains& chains,
     uint32_t at = 0;
     if (length >= hashBytes) {
         hashable = length - hashBytes + 1;
-        const uint32_t ringReach = std::min(chains.ringMask, hashable);
+        const uint32_t ringReach = std::min(chains.ringMask + 1, hashable);
         at = WithRing(history, chains, params, at, ringReach, length, pairs);
-        at = InSource(history, chains, params, at, hashable, length, pairs);
+        if (at < hashable) at = InSource(history, chains, params, at, hashable, length, pairs);
     }
     const uint32_t end = writeLiterals(history.src, at, length, pairs);
     holdBack(history, chains, std::max(at, hashable), end);

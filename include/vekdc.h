@@ -406,12 +406,13 @@ typedef struct VekHuffEntry {
  *
  *     pair     pLitDst[i]                  pDistDst[i]
  *     literal  the byte                    0
- *     match    length - 3 (length 4..258)  distance, 1 .. winSize - 1
+ *     match    length - 3 (length 3..258)  distance, 1 .. winSize - 1
  *
- * and counts them in the two frequency tables: a literal by its value, a match by 257 + its length
- * code and by its distance code. A count is an entry's two halves as one 32-bit number. Counts are
- * added to what the tables hold, so the caller clears all entries before each block. The
- * end-of-block symbol is not counted.
+ * (the greedy levels know no length below 4) and counts them in the two frequency tables: a
+ * literal by its value, a match by 257 + its length code and by its distance code. A count is an
+ * entry's two halves as one 32-bit number. Counts are added to what the tables hold, so the caller
+ * clears all entries before each block. The end-of-block symbol is not counted. Up to 48 KiB of
+ * stack are used.
  *
  * The match state belongs to the caller: window, head table and chain table. Position p of the
  * stream stands at `pWindow[p & (winSize - 1)]`.
@@ -526,6 +527,9 @@ VekStatus veksDeflateLZ77Fast_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_
  *   hand is at least goodLength long, the search at the next position looks at a quarter of
  *   maxChain candidates;
  * - maxLazy: the next position is searched only if the match in hand is shorter than this.
+ *
+ * Which candidates a search looks at, and so which matches it finds, is its own choice and may
+ * change. In data of many different byte values it makes matches of three bytes too.
  *
  * @param[in,out] ppSrc          next source byte.
  * @param[in,out] pSrcLen        source bytes left, at least 0.
