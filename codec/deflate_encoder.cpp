@@ -1,12 +1,11 @@
 // An encoder of raw deflate streams, composed of the library's stages.
 //
-// A block is what the matcher makes of up to 256 KiB of input, or of as much as gives 65535 pairs.
-// Large blocks share one code and one header among many pairs; what a smaller block would gain by a
-// code of its own is less, in most data, than its header costs and its construction takes. When a
-// block is full, its size is known exactly for each of the format's three ways (dynamic code, fixed
-// code, stored) from the frequencies and the code lengths alone, without coding it; the cheapest is
-// written. So data that does not compress grows by a few bytes a block. (65535 pairs are at least
-// as many bytes, and a stored block holds no more than that.)
+// The matcher is run over up to 256 KiB of input, or as much as gives 65535 pairs, which become one
+// block or several, where their statistics change (deflate_blocks.h). A block's size is known
+// exactly for each of the format's three ways (dynamic code, fixed code, stored) from the
+// frequencies and the code lengths alone, without coding it; the cheapest is written. So data that
+// does not compress grows by a few bytes a block. (65535 pairs are at least as many bytes, and a
+// stored block holds no more than that.)
 //
 // The matcher is given long stretches, since each of its calls begins with the history apart from
 // the source and ends all matches: straight from the caller's memory where that holds enough, or
@@ -24,7 +23,7 @@
 // hundredth of theirs.
 //
 // The fastest level takes a single pass with a code made beforehand, in pieces that know nothing of
-// each other. Nothing here splits blocks by content or looks for the best parse.
+// each other.
 #include "codec/deflate_encoder.h"
 
 #include <algorithm>
@@ -181,7 +180,7 @@ Status DeflateEncoder::work(Input& in, Output& out, Directive directive) {
             if (status != Status::Going) return status;
         } else if (s.matched != s.begin) {
             s.last = directive == Directive::Finish;
-            beginBlock(raw_.data() + s.begin, s.matched - s.begin, out);
+            beginBlocks(s.matched - s.begin);
         } else if (directive > s.done) {
             endFlush(directive);
         } else {
@@ -239,7 +238,7 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
         // What is matched belongs to a block of its own.
         if (held != 0) {
             s.last = false;
-            beginBlock(raw_.data() + s.begin, held, out);
+            beginBlocks(held);
             return Status::Going;
         }
         s.method = now;
@@ -278,9 +277,10 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
     if (!inPlace) s.matched += consumed;
     if (!full && !atEnd) return Status::Going;
     s.last = atEnd && directive == Directive::Finish;
+    s.inPlace = inPlace ? piece.data() : nullptr;
     const uint8_t* const bytes = inPlace ? piece.data() : raw_.data() + s.begin;
     if (now == Method::Fastest && codeFastest(Bytes(bytes, size), out)) return Status::Going;
-    beginBlock(bytes, size, out);
+    beginBlocks(size);
     return Status::Going;
 }
 
@@ -418,44 +418,91 @@ bool DeflateEncoder::codeFastest(Bytes piece, Output& out) {
 
 // --- blocks -------------------------------------------------------------------------------------
 
-/// Begins to write the block under way in the cheapest of the three ways.
-void DeflateEncoder::beginBlock(const uint8_t* bytes, size_t size, Output& out) {
+/// Begins to write the blocks under way, of `size` bytes.
+void DeflateEncoder::beginBlocks(size_t size) {
     State& s = state_;
-    if (s.pairs == 0) return beginStored(bytes, size, out);
+    s.block = 0;
+    s.coded = 0;
+    if (s.pairs == 0) {
+        s.blocks.join(0);
+        return beginStored(size);
+    }
     if (!s.kindKnown) {
         s.kindKnown = true;
         s.text = literalsAreText(s.counts);
     }
-    countSymbol(s.counts.lit[kEndOfBlock]);
+    s.blocks.split(pairs(), s.pairs);
+    if (s.blocks.count() != 1 && !splitPays(size)) s.blocks.join(s.pairs);
+    s.at = 0;
+    beginBlock();
+}
+
+namespace {
+
+struct BlockBits {
+    uint64_t fixed;
+    uint64_t dynamic;
+};
+
+/// Sizes of a block in the two ways that code it. The counts must hold its end.
+BlockBits blockBits(const DeflateTables& counts, const DynamicCode& own) {
+    return {3 + codedBits(counts, kFixedCodes), own.headerBits() + codedBits(counts, own.codes())};
+}
+
+}  // namespace
+
+/// Whether the blocks are no larger than one would be, with the worst of padding, so that a
+/// stream's bound holds. Where much is saved anyway that does not matter.
+bool DeflateEncoder::splitPays(size_t size) const {
+    const State& s = state_;
+    constexpr uint32_t padding = 7;
+    uint64_t bits = 0;
+    uint32_t begin = 0;
+    const auto leastBits = [&](DeflateTables counts, uint64_t stored) {
+        countSymbol(counts.lit[kEndOfBlock]);
+        const BlockBits coded = blockBits(counts, DynamicCode(counts));
+        return std::min({stored, coded.fixed, coded.dynamic});
+    };
+    for (uint32_t block = 0; block < s.blocks.count(); begin = s.blocks.end(block++)) {
+        DeflateTables counts{};
+        const uint32_t bytes = countPairs(pairs(), begin, s.blocks.end(block), counts);
+        bits += leastBits(counts, storedBits(bytes) + padding);
+    }
+    return bits <= leastBits(s.counts, storedBits(size));
+}
+
+/// Begins to write the next block in the cheapest of the three ways.
+void DeflateEncoder::beginBlock() {
+    State& s = state_;
+    const auto begin = static_cast<uint32_t>(s.at);
+    s.stop = s.blocks.end(s.block);
+    DeflateTables counts{};
+    const size_t size = countPairs(pairs(), begin, static_cast<uint32_t>(s.stop), counts);
+    countSymbol(counts.lit[kEndOfBlock]);
     const uint64_t stored = storedBits(size);
-    const uint64_t fixed = 3 + codedBits(s.counts, kFixedCodes);
-    const DynamicCode own(s.counts);
-    const uint64_t dynamic = s.options.strategy == DeflateStrategy::FixedCodes
-                                 ? UINT64_MAX
-                                 : own.headerBits() + codedBits(s.counts, own.codes());
-    if (stored < dynamic && stored < fixed) return beginStored(bytes, size, out);
+    const DynamicCode own(counts);
+    auto [fixed, dynamic] = blockBits(counts, own);
+    if (s.options.strategy == DeflateStrategy::FixedCodes) dynamic = UINT64_MAX;
+    if (stored < dynamic && stored < fixed) return beginStored(size);
+    s.coded += size;
     if (fixed <= dynamic) {
-        putBits((s.last ? 1U : 0U) | 1U << 1, 3);
+        putBits((inLastBlock() ? 1U : 0U) | 1U << 1, 3);
         s.codes = kFixedCodes;
     } else {
-        own.putHeader(s.last, [&](uint32_t bits, uint32_t count) { putBits(bits, count); });
+        own.putHeader(inLastBlock(), [&](uint32_t bits, uint32_t count) { putBits(bits, count); });
         s.codes = own.codes();
     }
     s.rest = Rest::Pairs;
-    s.at = 0;
-    s.stop = s.pairs;
 }
 
-/// From the caller's memory a block is stored only where there is room for all of it.
-void DeflateEncoder::beginStored(const uint8_t* bytes, size_t size, Output& out) {
+/// From the caller's memory blocks are written only where there is room for all of them.
+void DeflateEncoder::beginStored(size_t size) {
     State& s = state_;
     s.rest = Rest::Stored;
     s.storedLeft = 0;
-    const bool inRaw = s.matched != s.begin;
-    s.at = inRaw ? s.begin : 0;
-    s.stop = s.at + size;
-    if (inRaw) return;
-    while (s.rest == Rest::Stored && s.staged.drain(out)) writeStored(bytes, out);
+    s.at = s.coded;
+    s.coded += size;
+    s.stop = s.coded;
 }
 
 /// Bits that storing the block under way takes, padding included.
@@ -465,10 +512,16 @@ uint64_t DeflateEncoder::storedBits(size_t size) const {
     return 8 * uint64_t{size} + blocks * 40 - 5 + padding;
 }
 
-/// The block is written: its bytes are not needed any more.
+/// The block is written. Behind the last one their bytes are not needed any more.
 void DeflateEncoder::endBlock() {
     State& s = state_;
+    if (s.block + 1 < s.blocks.count()) {
+        s.at = s.blocks.end(s.block++);
+        s.rest = Rest::Block;
+        return;
+    }
     s.rest = Rest::Nothing;
+    s.inPlace = nullptr;
     s.pairs = 0;
     s.counts = DeflateTables{};
     s.begin = s.matched;
@@ -517,11 +570,14 @@ bool DeflateEncoder::drain(Output& out) {
         switch (s.rest) {
             case Rest::Nothing:
                 return true;
+            case Rest::Block:
+                beginBlock();
+                break;
             case Rest::Pairs:
                 writePairs(out);
                 break;
             case Rest::Stored:
-                writeStored(raw_.data(), out);
+                writeStored(out);
                 break;
             case Rest::Coded: {
                 Input coded{coded_.data() + s.at, s.stop - s.at};
@@ -561,9 +617,10 @@ void DeflateEncoder::writePairs(Output& out) {
 }
 
 /// Copies stored bytes, or makes the next block's header of them.
-void DeflateEncoder::writeStored(const uint8_t* bytes, Output& out) {
+void DeflateEncoder::writeStored(Output& out) {
     State& s = state_;
     if (s.storedLeft != 0) {
+        const uint8_t* const bytes = s.inPlace != nullptr ? s.inPlace : raw_.data() + s.begin;
         Input stored{bytes + s.at, s.storedLeft};
         const size_t count = copyAcross(stored, out);
         s.at += count;
@@ -572,7 +629,7 @@ void DeflateEncoder::writeStored(const uint8_t* bytes, Output& out) {
         return;
     }
     s.storedLeft = std::min(s.stop - s.at, kMaxStored);
-    putBits(s.last && s.storedLeft == s.stop - s.at ? 1 : 0, 3);
+    putBits(inLastBlock() && s.storedLeft == s.stop - s.at ? 1 : 0, 3);
     alignToByte();
     const auto size = static_cast<uint32_t>(s.storedLeft);
     putLittleEndian(s.staged.add(4), size | (size ^ 0xFFFF) << 16, 4);

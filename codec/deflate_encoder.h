@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "codec/codec.h"
+#include "codec/deflate_blocks.h"
 #include "codec/deflate_codes.h"
 #include "codec/fields.h"
 #include "codec/memory.h"
@@ -92,7 +93,7 @@ class DeflateEncoder {
     /// How stretches of input become blocks.
     enum class Method : uint8_t { Match, RunLength, Fastest, Stored };
     /// What of a block is still to be written.
-    enum class Rest : uint8_t { Nothing, Pairs, Stored, Coded };
+    enum class Rest : uint8_t { Nothing, Block, Pairs, Stored, Coded };
 
     struct State {
         DeflateOptions options;
@@ -115,16 +116,20 @@ class DeflateEncoder {
         size_t matched = 0;
         size_t end = 0;
 
-        // The block under way, and then what of it is written.
+        // The blocks under way, and then what of them is written.
         Method method = Method::Match;
         uint32_t pairs = 0;
         DeflateTables counts{};
+        DeflateBlocks blocks;
+        uint32_t block = 0;                ///< The one that is written, or the next one.
+        const uint8_t* inPlace = nullptr;  ///< The bytes, where they are the caller's.
         DeflateTables codes{};
         Rest rest = Rest::Nothing;
         size_t at = 0;  ///< The next pair, stored byte or coded byte.
         size_t stop = 0;
         size_t storedLeft = 0;  ///< Of a stored block.
-        bool last = false;
+        size_t coded = 0;       ///< Bytes of the blocks up to this one.
+        bool last = false;      ///< The stream ends with the last of the blocks.
         bool kindKnown = false;
         bool text = false;
         bool ended = false;
@@ -147,8 +152,12 @@ class DeflateEncoder {
     bool reserveFastest(size_t size, const Output& out);
     bool codeFastest(Bytes piece, Output& out);
 
-    void beginBlock(const uint8_t* bytes, size_t size, Output& out);
-    void beginStored(const uint8_t* bytes, size_t size, Output& out);
+    DeflatePairs pairs() const { return {lits_.data(), dists_.data()}; }
+    void beginBlocks(size_t size);
+    bool splitPays(size_t size) const;
+    void beginBlock();
+    void beginStored(size_t size);
+    bool inLastBlock() const { return state_.last && state_.block + 1 == state_.blocks.count(); }
     uint64_t storedBits(size_t size) const;
     void endBlock();
     void endFlush(Directive directive);
@@ -156,7 +165,7 @@ class DeflateEncoder {
 
     bool drain(Output& out);
     void writePairs(Output& out);
-    void writeStored(const uint8_t* bytes, Output& out);
+    void writeStored(Output& out);
     void putBits(uint32_t bits, uint32_t count);
     void alignToByte();
 
