@@ -19,6 +19,10 @@ struct DeflatePairs {
     const uint16_t* dists;
 };
 
+/// log2(n), n being at least 1, in units of 1 / 2^kLogFraction; too small by less than one of them.
+constexpr uint32_t kLogFraction = 8;
+uint32_t fixedLog2(uint32_t n);
+
 /// Counts the symbols of the pairs [from, to) and returns how many bytes they stand for.
 uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts);
 
@@ -29,13 +33,14 @@ uint64_t estimatedBits(const DeflateTables& counts, uint32_t bytes);
 class DeflateBlocks {
  public:
     static constexpr uint32_t kUnit = 2048;
-    static constexpr uint32_t kMostPairs = 65535;
-    static constexpr uint32_t kMost = (kMostPairs + kUnit - 1) / kUnit;
+    static constexpr uint32_t kFineUnit = 512;  ///< Takes four times as long.
+    static constexpr uint32_t kMostPairs = 256 << 10;
+    static constexpr uint32_t kMost = kMostPairs / kFineUnit;
 
-    void split(const DeflatePairs& pairs, uint32_t count);
+    void split(const DeflatePairs& pairs, uint32_t count, uint32_t unit = kUnit);
     /// All pairs in one block.
     void join(uint32_t count) {
-        ends_[0] = static_cast<uint16_t>(count);
+        ends_[0] = count;
         count_ = 1;
     }
 
@@ -44,7 +49,7 @@ class DeflateBlocks {
     uint32_t end(uint32_t block) const { return ends_[block]; }
 
  private:
-    std::array<uint16_t, kMost> ends_{};
+    std::array<uint32_t, kMost> ends_{};
     uint32_t count_ = 0;
 };
 

@@ -64,12 +64,13 @@ inline uint32_t frequency(const VekHuffEntry& entry) {
     std::memcpy(&value, &entry, sizeof(value));
     return value;
 }
-inline void setFrequency(VekHuffEntry& entry, uint32_t value) {
+inline void addFrequency(VekHuffEntry& entry, uint32_t more) {
+    const uint32_t value = frequency(entry) + more;
     std::memcpy(&entry, &value, sizeof(value));
 }
 /// Counts a symbol once more.
 inline void countSymbol(VekHuffEntry& entry) {
-    setFrequency(entry, frequency(entry) + 1);
+    addFrequency(entry, 1);
 }
 
 /// Bits that a block's pairs and its end take with the given codes.
