@@ -1,32 +1,16 @@
 // Code lengths come from Huffman's construction over the symbols sorted by frequency, with two
 // queues: the sorted symbols, and the merged nodes, which arise in order of weight. Where a code is
-// longer than the format allows, rare symbols are taken for more frequent than they are, and the
-// construction is made again; that happens in blocks of extreme statistics only.
+// longer than the format allows, which is rare, package-merge finds the best one that is not.
 #include "codec/deflate_codes.h"
 
 #include <algorithm>
-#include <cstring>
+#include <bitset>
 
 namespace vekdc::codec {
 namespace {
 
 constexpr uint32_t kMaxCodeLength = 15;
 constexpr uint32_t kMaxLengthCodeLength = 7;
-
-uint32_t frequency(const VekHuffEntry& entry) {
-    uint32_t value;
-    std::memcpy(&value, &entry, sizeof(value));
-    return value;
-}
-
-constexpr uint32_t lengthExtraBits(uint32_t symbol) {
-    const uint32_t code = symbol - 257;
-    return code < 8 || code == 28 ? 0 : code / 4 - 1;
-}
-
-constexpr uint32_t distanceExtraBits(uint32_t code) {
-    return code < 4 ? 0 : code / 2 - 1;
-}
 
 constexpr uint16_t reversed(uint32_t code, uint32_t length) {
     uint32_t result = 0;
@@ -59,28 +43,17 @@ constexpr DeflateTables makeFixedCodes() {
     return codes;
 }
 
-constexpr std::array<uint16_t, kMaxMatch + 1> makeLengthSymbols() {
-    std::array<uint16_t, kMaxMatch + 1> symbols{};
-    uint32_t length = kMinMatch;
-    for (uint16_t symbol = 257; symbol < 285; ++symbol)
-        for (uint32_t i = 0; i < 1U << lengthExtraBits(symbol); ++i) symbols[length++] = symbol;
-    symbols[kMaxMatch] = 285;
-    return symbols;
-}
-
-constexpr auto kLengthSymbolTable = makeLengthSymbols();
-
 struct Leaf {
     uint32_t weight;
     uint32_t symbol;
 };
 
 /// Lengths of an optimal code for sorted leaves, at least two; returns the greatest.
-uint32_t buildLengths(const Leaf* leaves, uint32_t count, uint32_t least, uint8_t* lengths) {
+uint32_t buildLengths(const Leaf* leaves, uint32_t count, uint8_t* lengths) {
     // Nodes 0 .. count - 1 are the leaves, the others are merged; the last one is the root.
     std::array<uint32_t, 2 * kLitSymbols> weight;
     std::array<uint16_t, 2 * kLitSymbols> parent;
-    for (uint32_t i = 0; i < count; ++i) weight[i] = std::max(leaves[i].weight, least);
+    for (uint32_t i = 0; i < count; ++i) weight[i] = leaves[i].weight;
     const uint32_t root = 2 * count - 2;
     uint32_t leaf = 0;
     uint32_t merged = count;
@@ -102,6 +75,36 @@ uint32_t buildLengths(const Leaf* leaves, uint32_t count, uint32_t least, uint8_
     return depth[0];  // The lightest leaf is deepest.
 }
 
+/// Lengths of an optimal code of at most `limit` bits for sorted leaves: `limit` rounds of pairing
+/// the leaves with the pairs of the round before, of which the cheapest 2 * count - 2 are taken. A
+/// leaf's length is in how many rounds it is among those.
+void limitLengths(const Leaf* leaves, uint32_t count, uint32_t limit, uint8_t* lengths) {
+    constexpr uint32_t mostNodes = 2 * kLitSymbols;
+    std::array<std::bitset<mostNodes>, kMaxCodeLength> isLeaf;
+    std::array<uint32_t, mostNodes> before;
+    std::array<uint32_t, mostNodes> weight;
+    uint32_t size = 0;
+    for (uint32_t round = 0; round < limit; ++round) {
+        const uint32_t packages = size / 2;
+        for (uint32_t i = 0; i < packages; ++i) before[i] = weight[2 * i] + weight[2 * i + 1];
+        uint32_t leaf = 0;
+        uint32_t package = 0;
+        for (size = 0; size < count + packages; ++size) {
+            isLeaf[round][size] =
+                package == packages || (leaf < count && leaves[leaf].weight <= before[package]);
+            weight[size] = isLeaf[round][size] ? leaves[leaf++].weight : before[package++];
+        }
+    }
+    for (uint32_t i = 0; i < count; ++i) lengths[leaves[i].symbol] = 0;
+    uint32_t taken = 2 * count - 2;
+    for (uint32_t round = limit; round-- != 0;) {
+        uint32_t used = 0;
+        for (uint32_t i = 0; i < taken; ++i) used += isLeaf[round][i] ? 1 : 0;
+        for (uint32_t i = 0; i < used; ++i) ++lengths[leaves[i].symbol];
+        taken = 2 * (taken - used);
+    }
+}
+
 /// Code lengths up to `limit` for the symbols that occur. A code of a single symbol would waste a
 /// bit string and some decoders refuse it, so that at least two symbols get one.
 void codeLengths(const VekHuffEntry* counts, uint32_t count, uint32_t limit, uint8_t* lengths) {
@@ -115,7 +118,8 @@ void codeLengths(const VekHuffEntry* counts, uint32_t count, uint32_t limit, uin
     std::sort(leaves.begin(), leaves.begin() + used, [](const Leaf& a, const Leaf& b) {
         return a.weight != b.weight ? a.weight < b.weight : a.symbol < b.symbol;
     });
-    for (uint32_t least = 1; buildLengths(leaves.data(), used, least, lengths) > limit;) least *= 2;
+    if (buildLengths(leaves.data(), used, lengths) > limit)
+        limitLengths(leaves.data(), used, limit, lengths);
 }
 
 /// Behind the last symbol that has a code, at least `least`.
@@ -127,15 +131,6 @@ uint32_t usedCount(const uint8_t* lengths, uint32_t count, uint32_t least) {
 }  // namespace
 
 constexpr DeflateTables kFixedCodes = makeFixedCodes();
-
-void countSymbol(VekHuffEntry& entry) {
-    const uint32_t value = frequency(entry) + 1;
-    std::memcpy(&entry, &value, sizeof(value));
-}
-
-uint32_t lengthSymbol(uint32_t length) {
-    return kLengthSymbolTable[length];
-}
 
 bool literalsAreText(const DeflateTables& counts) {
     constexpr uint32_t notInTexts = 0xF3FFC07F;  // 0 to 6, 14 to 25, 28 to 31

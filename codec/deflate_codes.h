@@ -8,7 +8,9 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
+#include <cstring>
 
 #include "vekdc.h"
 
@@ -28,10 +30,48 @@ struct DeflateTables {
 
 extern const DeflateTables kFixedCodes;
 
+constexpr uint32_t lengthExtraBits(uint32_t symbol) {
+    const uint32_t code = symbol - 257;
+    return code < 8 || code == 28 ? 0 : code / 4 - 1;
+}
+constexpr uint32_t distanceExtraBits(uint32_t symbol) {
+    return symbol < 4 ? 0 : symbol / 2 - 1;
+}
+
+constexpr auto kSymbolOfLength = [] {
+    std::array<uint16_t, kMaxMatch + 1> symbols{};
+    uint32_t length = kMinMatch;
+    for (uint16_t symbol = 257; symbol < 285; ++symbol)
+        for (uint32_t i = 0; i < 1U << lengthExtraBits(symbol); ++i) symbols[length++] = symbol;
+    symbols[kMaxMatch] = 285;
+    return symbols;
+}();
+
+/// The symbols of a match's length and distance.
+constexpr uint32_t lengthSymbol(uint32_t length) {
+    return kSymbolOfLength[length];
+}
+constexpr uint32_t distanceSymbol(uint32_t distance) {
+    const uint32_t before = distance - 1;
+    if (before < 4) return before;
+    const auto log = static_cast<uint32_t>(std::bit_width(before)) - 1;
+    return 2 * log + ((before >> (log - 1)) & 1);
+}
+
+/// How often a symbol was counted.
+inline uint32_t frequency(const VekHuffEntry& entry) {
+    uint32_t value;
+    std::memcpy(&value, &entry, sizeof(value));
+    return value;
+}
+inline void addFrequency(VekHuffEntry& entry, uint32_t more) {
+    const uint32_t value = frequency(entry) + more;
+    std::memcpy(&entry, &value, sizeof(value));
+}
 /// Counts a symbol once more.
-void countSymbol(VekHuffEntry& entry);
-/// The symbol of a match's length.
-uint32_t lengthSymbol(uint32_t length);
+inline void countSymbol(VekHuffEntry& entry) {
+    addFrequency(entry, 1);
+}
 
 /// Bits that a block's pairs and its end take with the given codes.
 uint64_t codedBits(const DeflateTables& counts, const DeflateTables& codes);

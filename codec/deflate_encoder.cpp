@@ -1,12 +1,11 @@
 // An encoder of raw deflate streams, composed of the library's stages.
 //
-// A block is what the matcher makes of up to 256 KiB of input, or of as much as gives 65535 pairs.
-// Large blocks share one code and one header among many pairs; what a smaller block would gain by a
-// code of its own is less, in most data, than its header costs and its construction takes. When a
-// block is full, its size is known exactly for each of the format's three ways (dynamic code, fixed
-// code, stored) from the frequencies and the code lengths alone, without coding it; the cheapest is
-// written. So data that does not compress grows by a few bytes a block. (65535 pairs are at least
-// as many bytes, and a stored block holds no more than that.)
+// The matcher is run over up to 256 KiB of input, or as much as gives 65535 pairs, which become one
+// block or several, where their statistics change (deflate_blocks.h). A block's size is known
+// exactly for each of the format's three ways (dynamic code, fixed code, stored) from the
+// frequencies and the code lengths alone, without coding it; the cheapest is written. So data that
+// does not compress grows by a few bytes a block. (65535 pairs are at least as many bytes, and a
+// stored block holds no more than that.)
 //
 // The matcher is given long stretches, since each of its calls begins with the history apart from
 // the source and ends all matches: straight from the caller's memory where that holds enough, or
@@ -20,16 +19,22 @@
 // coded. Matching takes three quarters of the time at level 1 and nearly all of it from level 5 on,
 // codes and headers less than a twentieth. The head table is as large as the matcher allows: fewer
 // positions of other bytes under the same hash save more time than the larger table's cache misses
-// take. Levels are tuned for speed against the usual encoders' same levels, at sizes within a
-// hundredth of theirs.
+// take. From level 4 on, and at every level where there is little, the matchers' pairs are refined
+// once a block's statistics are known (deflate_refine.h); that and the parameters make each level
+// smaller than the one before, and than the usual encoders' same level.
+//
+// The best level finds the cheapest of all parses instead (deflate_parser.h).
 //
 // The fastest level takes a single pass with a code made beforehand, in pieces that know nothing of
-// each other. Nothing here splits blocks by content or looks for the best parse.
+// each other.
 #include "codec/deflate_encoder.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <utility>
+
+#include "codec/deflate_refine.h"
 
 namespace vekdc::codec {
 namespace {
@@ -39,11 +44,18 @@ namespace {
 constexpr int kFirstLazyLevel = 5;
 constexpr int kMaxLevel = 9;
 constexpr int32_t kLevelParameters[kMaxLevel][4] = {
-    {1, 8, 8, 8},    {4, 16, 16, 9},    {16, 32, 32, 258},   {48, 32, 32, 16},   {12, 6, 16, 8},
-    {16, 6, 32, 12}, {120, 7, 256, 16}, {192, 32, 258, 128}, {256, 32, 258, 258}};
+    {1, 8, 8, 8},       {4, 16, 16, 16},     {16, 32, 32, 258},
+    {20, 32, 64, 258},  {32, 12, 64, 16},    {64, 32, 128, 32},
+    {128, 32, 258, 64}, {512, 64, 258, 128}, {1024, 128, 258, 258}};
 constexpr int32_t kLiteralsOnly[4] = {0, 4, 4, 4};
 
+constexpr int kFirstRefinedLevel = 4;
+constexpr size_t kSmall = 16 << 10;
+constexpr DeflateEffort kBestEffort = {150, 258, 4, 256 << 10};
+
 constexpr uint32_t kBlockPairs = 65535;
+/// With less room for pairs than this no parse is begun.
+constexpr uint32_t kLeastParse = 4096;
 constexpr size_t kBlockBytes = 256 << 10;
 constexpr size_t kMaxStored = 65535;
 /// Input of at least this size is taken where it stands.
@@ -68,6 +80,8 @@ DeflateEncoder::DeflateEncoder(const DeflateOptions& options, const Allocator& a
       prev_(allocator),
       lits_(allocator),
       dists_(allocator),
+      latest_(allocator),
+      parser_(allocator),
       coded_(allocator) {
     state_.options = options;
 }
@@ -89,17 +103,41 @@ void DeflateEncoder::tune(int level, DeflateStrategy strategy) {
 
 Status DeflateEncoder::setHistory(Bytes history) {
     state_.matching = false;
-    if (method() != Method::Match) return Status::Going;
-    if (!prepareMatcher(0)) return Status::NoMemory;
-    if (history.size() > state_.windowSize) history = history.last(state_.windowSize);
-    if (history.empty()) return Status::Going;
+    state_.method = method();
+    return enterHistory(history) ? Status::Going : Status::NoMemory;
+}
+
+/// Makes the bytes all that matches may refer to, where they are sought.
+bool DeflateEncoder::enterHistory(Bytes history) {
+    State& s = state_;
+    if (s.method == Method::Parse) {
+        if (!prepareParser(0) || !parser_.prepareParse(kBestEffort, 0)) return false;
+        parser_.setHistory(history);
+    }
+    if (s.method != Method::Match) return true;
+    if (!prepareMatcher(0)) return false;
+    if (history.size() > s.windowSize) history = history.last(s.windowSize);
+    if (history.empty()) return true;
     std::memcpy(window_.data(), history.data(), history.size());
-    state_.position = static_cast<int32_t>(history.size());
+    s.position = static_cast<int32_t>(history.size());
     // Where the matcher looks whether its source was placed in the window: it was not.
-    window_[history.size() % state_.windowSize] = static_cast<uint8_t>(~history.front());
-    veksDeflateUpdateHash_8u(history.data(), 0, state_.position, head_.data(), state_.hashSize,
-                             prev_.data(), state_.windowSize, 1);
-    return Status::Going;
+    window_[history.size() % s.windowSize] = static_cast<uint8_t>(~history.front());
+    veksDeflateUpdateHash_8u(history.data(), 0, s.position, head_.data(), s.hashSize, prev_.data(),
+                             s.windowSize, 1);
+    return true;
+}
+
+/// Goes on by another method; what one that seeks matches has seen, another one may refer to.
+bool DeflateEncoder::changeMethod(Method to) {
+    State& s = state_;
+    const Method from = std::exchange(s.method, to);
+    if (!std::exchange(s.matching, false)) return true;
+    if (from == Method::Parse) return enterHistory(parser_.history());
+    const auto position = static_cast<uint32_t>(s.position);
+    if (position > s.windowSize)
+        std::rotate(window_.data(), window_.data() + position % s.windowSize,
+                    window_.data() + s.windowSize);
+    return enterHistory({window_.data(), std::min(position, s.windowSize)});
 }
 
 size_t DeflateEncoder::copyHistory(uint8_t* to) const {
@@ -108,10 +146,15 @@ size_t DeflateEncoder::copyHistory(uint8_t* to) const {
     // What is matched stands in the matcher's window, the rest in the block's buffer.
     const size_t ahead = std::min(s.end - s.matched, window);
     const auto position = static_cast<uint32_t>(s.position);
-    const size_t behind =
-        s.matching ? std::min<size_t>({position, s.windowSize, window - ahead}) : 0;
+    const bool parsed = s.method == Method::Parse;
+    const size_t kept = !s.matching ? 0
+                        : parsed    ? parser_.history().size()
+                                    : std::min(position, s.windowSize);
+    const size_t behind = std::min(kept, window - ahead);
     if (to == nullptr) return ahead + behind;
-    for (size_t i = 0; i < behind; ++i) to[i] = window_[(position - behind + i) % s.windowSize];
+    for (size_t i = 0; i < behind; ++i)
+        to[i] = parsed ? parser_.history()[kept - behind + i]
+                       : window_[(position - behind + i) % s.windowSize];
     if (ahead != 0) std::memcpy(to + behind, raw_.data() + s.end - ahead, ahead);
     return ahead + behind;
 }
@@ -123,26 +166,18 @@ bool DeflateEncoder::prime(uint32_t value, uint32_t count) {
     return true;
 }
 
-namespace {
-
-/// What `from` holds, as far as it is used.
-template <class T>
-bool copyMemory(Memory<T>& to, const Memory<T>& from, size_t used) {
-    if (!to.reserve(used)) return false;
-    if (used != 0) std::memcpy(to.data(), from.data(), used * sizeof(T));
-    return true;
-}
-
-}  // namespace
-
 Status DeflateEncoder::copyFrom(const DeflateEncoder& other) {
     const State& from = other.state_;
-    const size_t window = from.matching ? from.windowSize : 0;
-    if (!copyMemory(raw_, other.raw_, from.end) || !copyMemory(window_, other.window_, window) ||
-        !copyMemory(head_, other.head_, from.matching ? from.hashSize : 0) ||
-        !copyMemory(prev_, other.prev_, window) || !copyMemory(lits_, other.lits_, from.pairs) ||
-        !copyMemory(dists_, other.dists_, from.pairs) ||
-        !copyMemory(coded_, other.coded_, from.rest == Rest::Coded ? from.stop : 0)) {
+    const bool tables = from.matching && from.method == Method::Match;
+    const size_t window = tables ? from.windowSize : 0;
+    const size_t pairs = from.pairs == 0 ? 0 : kSpare + from.pairs;
+    if (!raw_.copyFrom(other.raw_, from.end) || !window_.copyFrom(other.window_, window) ||
+        !head_.copyFrom(other.head_, tables ? from.hashSize : 0) ||
+        !prev_.copyFrom(other.prev_, window) || !lits_.copyFrom(other.lits_, pairs) ||
+        !dists_.copyFrom(other.dists_, pairs) ||
+        !latest_.copyFrom(other.latest_, other.latest_.room()) ||
+        (from.matching && !tables && !parser_.copyFrom(other.parser_)) ||
+        !coded_.copyFrom(other.coded_, from.rest == Rest::Coded ? from.stop : 0)) {
         reset();
         return Status::NoMemory;
     }
@@ -181,7 +216,7 @@ Status DeflateEncoder::work(Input& in, Output& out, Directive directive) {
             if (status != Status::Going) return status;
         } else if (s.matched != s.begin) {
             s.last = directive == Directive::Finish;
-            beginBlock(raw_.data() + s.begin, s.matched - s.begin, out);
+            beginBlocks(s.matched - s.begin);
         } else if (directive > s.done) {
             endFlush(directive);
         } else {
@@ -196,7 +231,9 @@ DeflateEncoder::Method DeflateEncoder::method() const {
     if (options.strategy == DeflateStrategy::RunLength) return Method::RunLength;
     if (options.level == kDeflateFastest && options.strategy == DeflateStrategy::Usual)
         return Method::Fastest;
-    return Method::Match;
+    return options.level == kDeflateBest && options.strategy != DeflateStrategy::HuffmanOnly
+               ? Method::Parse
+               : Method::Match;
 }
 
 // --- input --------------------------------------------------------------------------------------
@@ -239,11 +276,10 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
         // What is matched belongs to a block of its own.
         if (held != 0) {
             s.last = false;
-            beginBlock(raw_.data() + s.begin, held, out);
+            beginBlocks(held);
             return Status::Going;
         }
-        s.method = now;
-        s.matching = s.matching && now == Method::Match;
+        if (!changeMethod(now)) return Status::NoMemory;
     }
 
     const bool whole = directive != Directive::Go && (direct || in.left == 0);
@@ -251,22 +287,31 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
     const bool ending = whole && piece.size() == ahead.size();
     // A block that begins and ends in the caller's memory needs no copy, unless it may have to be
     // stored and there is no room for it. This comes first: behind it nothing fails.
+    // Behind refined pairs it is not certain that several blocks are smaller than one.
+    const uint64_t roomForBlocks =
+        bound(piece.size()) +
+        (refines(piece.size()) ? 6 * (piece.size() / DeflateBlocks::kUnit) : 0);
     const bool inPlace =
-        direct && held == 0 && directive != Directive::Go && out.left >= bound(piece.size());
+        direct && held == 0 && directive != Directive::Go && out.left >= roomForBlocks;
     if (direct && !inPlace && !reserveRaw(held + piece.size())) return Status::NoMemory;
     const bool allThere = ending && directive == Directive::Finish;
-    if (now == Method::Match && !prepareMatcher(allThere ? piece.size() : 0))
+    const size_t known = allThere ? piece.size() : 0;
+    if (now == Method::Match && !prepareMatcher(known)) return Status::NoMemory;
+    if (now == Method::Parse &&
+        (!prepareParser(known) || !parser_.prepareParse(kBestEffort, piece.size())))
         return Status::NoMemory;
-    const bool paired = now == Method::Match || now == Method::RunLength;
+    const bool paired = now != Method::Fastest && now != Method::Stored;
     if (paired && !reservePairs(piece.size())) return Status::NoMemory;
     if (now == Method::Fastest && !reserveFastest(piece.size(), out)) return Status::NoMemory;
 
     const size_t consumed = now == Method::Match       ? match(piece, ending)
+                            : now == Method::Parse     ? parse(piece)
                             : now == Method::RunLength ? matchRuns(piece)
                                                        : piece.size();
     const size_t size = held + consumed;
     const bool atEnd = whole && consumed == ahead.size();
-    const bool full = !paired || s.pairs == kBlockPairs || size == kBlockBytes;
+    const bool full =
+        !paired || consumed != piece.size() || s.pairs == kBlockPairs || size == kBlockBytes;
     if (direct) {
         if (!inPlace) {
             std::memcpy(raw_.data() + s.end, in.next, consumed);
@@ -278,9 +323,10 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
     if (!inPlace) s.matched += consumed;
     if (!full && !atEnd) return Status::Going;
     s.last = atEnd && directive == Directive::Finish;
+    s.inPlace = inPlace ? piece.data() : nullptr;
     const uint8_t* const bytes = inPlace ? piece.data() : raw_.data() + s.begin;
     if (now == Method::Fastest && codeFastest(Bytes(bytes, size), out)) return Status::Going;
-    beginBlock(bytes, size, out);
+    beginBlocks(size);
     return Status::Going;
 }
 
@@ -309,10 +355,30 @@ bool DeflateEncoder::prepareMatcher(size_t whole) {
     return true;
 }
 
+bool DeflateEncoder::prepareParser(size_t whole) {
+    State& s = state_;
+    s.matching = s.matching || parser_.prepare(s.options.windowBits, whole);
+    return s.matching;
+}
+
+/// Whether the pairs of so many bytes are made cheaper before they are coded: at the fast levels
+/// where they are few, and near matches all that there is.
+bool DeflateEncoder::refines(size_t size) const {
+    return state_.method == Method::Match &&
+           (state_.options.level >= kFirstRefinedLevel || size <= kSmall) &&
+           state_.options.strategy == DeflateStrategy::Usual;
+}
+
+uint32_t DeflateEncoder::mostPairs() const {
+    return state_.options.level == kDeflateBest ? static_cast<uint32_t>(kBlockBytes) : kBlockPairs;
+}
+
 /// Room for the pairs of `count` more bytes, as many as a block takes.
 bool DeflateEncoder::reservePairs(size_t count) {
-    const size_t wanted = std::min<size_t>(kBlockPairs, state_.pairs + count);
-    return lits_.reserve(wanted, state_.pairs) && dists_.reserve(wanted, state_.pairs);
+    const size_t wanted = std::min<size_t>(mostPairs(), state_.pairs + count);
+    const size_t held = state_.pairs == 0 ? 0 : kSpare + state_.pairs;
+    return lits_.reserve(kSpare + wanted, held) && dists_.reserve(kSpare + wanted, held) &&
+           latest_.reserve(kRefineTable);
 }
 
 /// Finds pairs from the start of the piece on, until it or the room is used up; returns how far.
@@ -329,10 +395,23 @@ size_t DeflateEncoder::match(Bytes piece, bool last) {
         static_cast<uint32_t>(std::min<size_t>(kBlockPairs, s.pairs + piece.size()) - s.pairs);
     uint32_t roomLeft = room;
     matcher(&src, &left, &s.position, window_.data(), s.windowSize, head_.data(), prev_.data(),
-            s.hashSize, s.counts.lit, s.counts.dist, lits_.data() + s.pairs,
-            dists_.data() + s.pairs, &roomLeft, parameters, last ? 2 : 0);
+            s.hashSize, s.counts.lit, s.counts.dist, lits_.data() + kSpare + s.pairs,
+            dists_.data() + kSpare + s.pairs, &roomLeft, parameters, last ? 2 : 0);
     s.pairs += room - roomLeft;
     return piece.size() - static_cast<size_t>(left);
+}
+
+/// Likewise, with the best pairs.
+size_t DeflateEncoder::parse(Bytes piece) {
+    State& s = state_;
+    size_t at = 0;
+    while (at != piece.size()) {
+        const uint32_t room = mostPairs() - std::min(mostPairs(), s.pairs);
+        if (room < std::min<size_t>(kLeastParse, piece.size() - at)) break;
+        at += parser_.parse(piece.subspan(at), room, lits_.data() + kSpare, dists_.data() + kSpare,
+                            s.pairs, s.counts);
+    }
+    return at;
 }
 
 /// Likewise, with no pairs but literals and repetitions of the byte before.
@@ -346,14 +425,14 @@ size_t DeflateEncoder::matchRuns(Bytes piece) {
             while (run < most && piece[at + run] == piece[at - 1]) ++run;
         }
         if (run >= kMinMatch) {
-            lits_[s.pairs] = static_cast<uint8_t>(run - kMinMatch);
-            dists_[s.pairs] = 1;
+            lits_[kSpare + s.pairs] = static_cast<uint8_t>(run - kMinMatch);
+            dists_[kSpare + s.pairs] = 1;
             countSymbol(s.counts.lit[lengthSymbol(static_cast<uint32_t>(run))]);
             countSymbol(s.counts.dist[0]);
             at += run;
         } else {
-            lits_[s.pairs] = piece[at];
-            dists_[s.pairs] = 0;
+            lits_[kSpare + s.pairs] = piece[at];
+            dists_[kSpare + s.pairs] = 0;
             countSymbol(s.counts.lit[piece[at++]]);
         }
     }
@@ -418,44 +497,112 @@ bool DeflateEncoder::codeFastest(Bytes piece, Output& out) {
 
 // --- blocks -------------------------------------------------------------------------------------
 
-/// Begins to write the block under way in the cheapest of the three ways.
-void DeflateEncoder::beginBlock(const uint8_t* bytes, size_t size, Output& out) {
+/// Begins to write the blocks under way, of `size` bytes.
+void DeflateEncoder::beginBlocks(size_t size) {
     State& s = state_;
-    if (s.pairs == 0) return beginStored(bytes, size, out);
+    s.block = 0;
+    s.coded = 0;
+    s.wholeSize = size;
+    if (s.pairs == 0) {
+        s.blocks.join(0);
+        return beginStored(size);
+    }
     if (!s.kindKnown) {
         s.kindKnown = true;
         s.text = literalsAreText(s.counts);
     }
-    countSymbol(s.counts.lit[kEndOfBlock]);
+    s.blocks.split(pairs(), s.pairs,
+                   s.method == Method::Parse ? DeflateBlocks::kFineUnit : DeflateBlocks::kUnit);
+    if (s.blocks.count() != 1 && !splitPays(size)) s.blocks.join(s.pairs);
+    if (refines(size)) std::fill_n(latest_.data(), kRefineTable, 0U);
+    beginBlock();
+}
+
+namespace {
+
+struct BlockBits {
+    uint64_t fixed;
+    uint64_t dynamic;
+};
+
+/// Sizes of a block in the two ways that code it. The counts must hold its end.
+BlockBits blockBits(const DeflateTables& counts, const DynamicCode& own) {
+    return {3 + codedBits(counts, kFixedCodes), own.headerBits() + codedBits(counts, own.codes())};
+}
+
+}  // namespace
+
+/// Whether the blocks are no larger than one would be, with the worst of padding, so that a
+/// stream's bound holds. Where much is saved anyway that does not matter.
+bool DeflateEncoder::splitPays(size_t size) const {
+    const State& s = state_;
+    constexpr uint32_t padding = 7;
+    uint64_t bits = 0;
+    uint32_t begin = 0;
+    const auto leastBits = [&](DeflateTables counts, uint64_t stored) {
+        countSymbol(counts.lit[kEndOfBlock]);
+        const BlockBits coded = blockBits(counts, DynamicCode(counts));
+        return std::min({stored, coded.fixed, coded.dynamic});
+    };
+    for (uint32_t block = 0; block < s.blocks.count(); begin = s.blocks.end(block++)) {
+        DeflateTables counts{};
+        const uint32_t bytes = countPairs(pairs(), begin, s.blocks.end(block), counts);
+        bits += leastBits(counts, storedBits(bytes) + padding);
+    }
+    return bits <= leastBits(s.counts, storedBits(size));
+}
+
+/// Begins to write the next block in the cheapest of the three ways.
+void DeflateEncoder::beginBlock() {
+    State& s = state_;
+    const uint32_t begin = s.block == 0 ? 0 : s.blocks.end(s.block - 1);
+    const uint32_t end = s.blocks.end(s.block);
+    DeflateTables counts{};
+    size_t size = s.wholeSize;
+    if (s.blocks.count() == 1) {
+        counts = s.counts;
+    } else {
+        size = countPairs(pairs(), begin, end, counts);
+    }
+    s.at = kSpare + begin;
+    s.stop = kSpare + end;
+    // Much that hardly compresses has no near matches that pay.
+    if (refines(s.wholeSize) &&
+        (size <= kSmall ||
+         estimatedBits(counts, static_cast<uint32_t>(size)) < storedBits(size) / 16 * 15)) {
+        const Bytes bytes(blockBytes(), s.coded + size);
+        s.stop = refinePairs(pairs(), begin, end, bytes, static_cast<uint32_t>(s.coded),
+                             1U << s.options.windowBits, counts, latest_.data(), lits_.data(),
+                             dists_.data());
+        s.at = 0;
+        counts = {};
+        countPairs({lits_.data(), dists_.data()}, 0, static_cast<uint32_t>(s.stop), counts);
+    }
+    countSymbol(counts.lit[kEndOfBlock]);
     const uint64_t stored = storedBits(size);
-    const uint64_t fixed = 3 + codedBits(s.counts, kFixedCodes);
-    const DynamicCode own(s.counts);
-    const uint64_t dynamic = s.options.strategy == DeflateStrategy::FixedCodes
-                                 ? UINT64_MAX
-                                 : own.headerBits() + codedBits(s.counts, own.codes());
-    if (stored < dynamic && stored < fixed) return beginStored(bytes, size, out);
+    const DynamicCode own(counts);
+    auto [fixed, dynamic] = blockBits(counts, own);
+    if (s.options.strategy == DeflateStrategy::FixedCodes) dynamic = UINT64_MAX;
+    if (stored < dynamic && stored < fixed) return beginStored(size);
+    s.coded += size;
     if (fixed <= dynamic) {
-        putBits((s.last ? 1U : 0U) | 1U << 1, 3);
+        putBits((inLastBlock() ? 1U : 0U) | 1U << 1, 3);
         s.codes = kFixedCodes;
     } else {
-        own.putHeader(s.last, [&](uint32_t bits, uint32_t count) { putBits(bits, count); });
+        own.putHeader(inLastBlock(), [&](uint32_t bits, uint32_t count) { putBits(bits, count); });
         s.codes = own.codes();
     }
     s.rest = Rest::Pairs;
-    s.at = 0;
-    s.stop = s.pairs;
 }
 
-/// From the caller's memory a block is stored only where there is room for all of it.
-void DeflateEncoder::beginStored(const uint8_t* bytes, size_t size, Output& out) {
+/// From the caller's memory blocks are written only where there is room for all of them.
+void DeflateEncoder::beginStored(size_t size) {
     State& s = state_;
     s.rest = Rest::Stored;
     s.storedLeft = 0;
-    const bool inRaw = s.matched != s.begin;
-    s.at = inRaw ? s.begin : 0;
-    s.stop = s.at + size;
-    if (inRaw) return;
-    while (s.rest == Rest::Stored && s.staged.drain(out)) writeStored(bytes, out);
+    s.at = s.coded;
+    s.coded += size;
+    s.stop = s.coded;
 }
 
 /// Bits that storing the block under way takes, padding included.
@@ -465,10 +612,16 @@ uint64_t DeflateEncoder::storedBits(size_t size) const {
     return 8 * uint64_t{size} + blocks * 40 - 5 + padding;
 }
 
-/// The block is written: its bytes are not needed any more.
+/// The block is written. Behind the last one their bytes are not needed any more.
 void DeflateEncoder::endBlock() {
     State& s = state_;
+    if (s.block + 1 < s.blocks.count()) {
+        ++s.block;
+        s.rest = Rest::Block;
+        return;
+    }
     s.rest = Rest::Nothing;
+    s.inPlace = nullptr;
     s.pairs = 0;
     s.counts = DeflateTables{};
     s.begin = s.matched;
@@ -517,11 +670,14 @@ bool DeflateEncoder::drain(Output& out) {
         switch (s.rest) {
             case Rest::Nothing:
                 return true;
+            case Rest::Block:
+                beginBlock();
+                break;
             case Rest::Pairs:
                 writePairs(out);
                 break;
             case Rest::Stored:
-                writeStored(raw_.data(), out);
+                writeStored(out);
                 break;
             case Rest::Coded: {
                 Input coded{coded_.data() + s.at, s.stop - s.at};
@@ -561,10 +717,10 @@ void DeflateEncoder::writePairs(Output& out) {
 }
 
 /// Copies stored bytes, or makes the next block's header of them.
-void DeflateEncoder::writeStored(const uint8_t* bytes, Output& out) {
+void DeflateEncoder::writeStored(Output& out) {
     State& s = state_;
     if (s.storedLeft != 0) {
-        Input stored{bytes + s.at, s.storedLeft};
+        Input stored{blockBytes() + s.at, s.storedLeft};
         const size_t count = copyAcross(stored, out);
         s.at += count;
         s.storedLeft -= count;
@@ -572,7 +728,7 @@ void DeflateEncoder::writeStored(const uint8_t* bytes, Output& out) {
         return;
     }
     s.storedLeft = std::min(s.stop - s.at, kMaxStored);
-    putBits(s.last && s.storedLeft == s.stop - s.at ? 1 : 0, 3);
+    putBits(inLastBlock() && s.storedLeft == s.stop - s.at ? 1 : 0, 3);
     alignToByte();
     const auto size = static_cast<uint32_t>(s.storedLeft);
     putLittleEndian(s.staged.add(4), size | (size ^ 0xFFFF) << 16, 4);

@@ -4,7 +4,9 @@
 #include <cstdint>
 
 #include "codec/codec.h"
+#include "codec/deflate_blocks.h"
 #include "codec/deflate_codes.h"
+#include "codec/deflate_parser.h"
 #include "codec/fields.h"
 #include "codec/memory.h"
 
@@ -19,12 +21,13 @@ enum class DeflateStrategy {
 };
 
 struct DeflateOptions {
-    int level = 6;  ///< 1 (fast) to 9 (small), or one of the two below.
+    int level = 6;  ///< 1 (fast) to 9 (small), or one of those below.
     DeflateStrategy strategy = DeflateStrategy::Usual;
     unsigned windowBits = 15;  ///< Distances stay below 1 << windowBits: 8 to 15.
 };
 constexpr int kDeflateStored = 0;
 constexpr int kDeflateFastest = -1;  ///< A single pass, with a code made beforehand.
+constexpr int kDeflateBest = 10;     ///< All that can be had; takes time, and 12 MiB.
 
 /// One stream, or a part of one, in pieces of any size. Memory is taken when it is needed: a few
 /// times the size of a short stream that comes whole, about 900 KiB at most, and half of that more
@@ -88,11 +91,13 @@ class DeflateEncoder {
 
  private:
     static constexpr size_t kStagedBytes = 2048;
+    /// Room before the pairs, for those that some of them become.
+    static constexpr uint32_t kSpare = 1024;
 
     /// How stretches of input become blocks.
-    enum class Method : uint8_t { Match, RunLength, Fastest, Stored };
+    enum class Method : uint8_t { Match, Parse, RunLength, Fastest, Stored };
     /// What of a block is still to be written.
-    enum class Rest : uint8_t { Nothing, Pairs, Stored, Coded };
+    enum class Rest : uint8_t { Nothing, Block, Pairs, Stored, Coded };
 
     struct State {
         DeflateOptions options;
@@ -115,16 +120,21 @@ class DeflateEncoder {
         size_t matched = 0;
         size_t end = 0;
 
-        // The block under way, and then what of it is written.
+        // The blocks under way, and then what of them is written.
         Method method = Method::Match;
         uint32_t pairs = 0;
         DeflateTables counts{};
+        DeflateBlocks blocks;
+        uint32_t block = 0;                ///< The one that is written, or the next one.
+        const uint8_t* inPlace = nullptr;  ///< The bytes, where they are the caller's.
         DeflateTables codes{};
         Rest rest = Rest::Nothing;
         size_t at = 0;  ///< The next pair, stored byte or coded byte.
         size_t stop = 0;
         size_t storedLeft = 0;  ///< Of a stored block.
-        bool last = false;
+        size_t coded = 0;       ///< Bytes of the blocks up to this one.
+        size_t wholeSize = 0;   ///< Bytes of all blocks.
+        bool last = false;      ///< The stream ends with the last of the blocks.
         bool kindKnown = false;
         bool text = false;
         bool ended = false;
@@ -138,17 +148,31 @@ class DeflateEncoder {
     bool reserveRaw(size_t count);
 
     Status codeStretch(Bytes ahead, bool direct, Input& in, Output& out, Directive directive);
+    bool enterHistory(Bytes history);
+    bool changeMethod(Method to);
     bool prepareMatcher(size_t whole);
+    bool prepareParser(size_t whole);
+    uint32_t mostPairs() const;
     bool reservePairs(size_t count);
     size_t match(Bytes piece, bool last);
+    size_t parse(Bytes piece);
     size_t matchRuns(Bytes piece);
     static uint32_t fastestRoom(size_t size);
     static uint32_t fastestHashSize(size_t size);
     bool reserveFastest(size_t size, const Output& out);
     bool codeFastest(Bytes piece, Output& out);
 
-    void beginBlock(const uint8_t* bytes, size_t size, Output& out);
-    void beginStored(const uint8_t* bytes, size_t size, Output& out);
+    DeflatePairs pairs() const { return {lits_.data() + kSpare, dists_.data() + kSpare}; }
+    /// The bytes of the blocks under way.
+    const uint8_t* blockBytes() const {
+        return state_.inPlace != nullptr ? state_.inPlace : raw_.data() + state_.begin;
+    }
+    void beginBlocks(size_t size);
+    bool splitPays(size_t size) const;
+    void beginBlock();
+    bool refines(size_t size) const;
+    void beginStored(size_t size);
+    bool inLastBlock() const { return state_.last && state_.block + 1 == state_.blocks.count(); }
     uint64_t storedBits(size_t size) const;
     void endBlock();
     void endFlush(Directive directive);
@@ -156,7 +180,7 @@ class DeflateEncoder {
 
     bool drain(Output& out);
     void writePairs(Output& out);
-    void writeStored(const uint8_t* bytes, Output& out);
+    void writeStored(Output& out);
     void putBits(uint32_t bits, uint32_t count);
     void alignToByte();
 
@@ -167,6 +191,8 @@ class DeflateEncoder {
     Memory<int32_t> prev_;
     Memory<uint8_t> lits_;
     Memory<uint16_t> dists_;
+    Memory<uint32_t> latest_;  ///< Of what refines pairs.
+    DeflateParser parser_;
     Memory<uint8_t> coded_;  ///< What the fastest level coded where there was no room.
 };
 

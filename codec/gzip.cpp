@@ -39,7 +39,7 @@ void append(GzipField* to, Bytes bytes) {
 }  // namespace
 
 uint8_t gzipHints(int level) {
-    return level == 9 ? 2 : level == 1 || level == kDeflateFastest ? 4 : 0;
+    return level >= 9 ? 2 : level == 1 || level == kDeflateFastest ? 4 : 0;
 }
 
 bool startsGzip(Bytes bytes) {

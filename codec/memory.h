@@ -51,6 +51,13 @@ class Memory {
         return true;
     }
 
+    /// Becomes a copy of the other's first `used` values.
+    [[nodiscard]] bool copyFrom(const Memory& other, size_t used) {
+        if (!reserve(used)) return false;
+        if (used != 0) std::memcpy(data_, other.data_, used * sizeof(T));
+        return true;
+    }
+
     void release() {
         if (data_ != nullptr) allocator_.release(allocator_.opaque, data_);
         data_ = nullptr;

@@ -458,7 +458,7 @@ TEST_F(Program, Habits) {
             // Without a command.
             "vekdc x; vekdc -t x.gz; vekdc -dc x.gz | cmp - x; vekdc -l x.gz | grep -q crc-32",
             "vekdc -k9 x; vekdc -fd x.gz; vekdc -z -c x | vekdc -d | cmp - x",
-            "[ $(vekdc -nc --best x | wc -c) = $(vekdc -9c < x | wc -c) ]",
+            "[ $(vekdc -nc --best x | wc -c) -lt $(vekdc -9c < x | wc -c) ]",
             "cmp <(vekdc -nc --fast x) <(vekdc -1 --no-name --to-stdout x)",
             "vekdc --format lz4 --fast 8 -c x | cmp - <(vekdc compress --format lz4 --fast=8 -c x)",
             "vekdc --rm x; [ ! -e x ]; vekdc -d --rm x.gz; [ ! -e x.gz ]; [ -e x ]",

@@ -100,8 +100,9 @@ void addOutputOptions(CLI::App& app, CommandLine& line) {
 }
 
 void addLevels(CLI::App& app, CommandLine& line) {
-    app.add_flag("-1{1},-2{2},-3{3},-4{4},-5{5},-6{6},-7{7},-8{8},-9{9},--best{9}", line.levels,
-                 "Effort, from fast to small; 6 unless given; --best is -9");
+    app.add_flag(
+        "-1{1},-2{2},-3{3},-4{4},-5{5},-6{6},-7{7},-8{8},-9{9},--best{10}", line.levels,
+        "Effort, from fast to small; 6 unless given; --best: all that the format can, at least -9");
     app.add_flag("--fastest", line.work.settings.fastest, "Faster than -1, and larger");
 }
 
@@ -144,7 +145,10 @@ void addTasks(CLI::App& app, CommandLine& line) {
 void complete(CommandLine& line) {
     WorkOptions& work = line.work;
     if (line.paths.empty() && line.readsStdin) line.paths.emplace_back(kStdin);
-    if (!line.levels.empty()) work.settings.level = line.levels.back();
+    if (!line.levels.empty()) {
+        work.settings.level = std::min(line.levels.back(), kMaxLevel);
+        work.settings.best = line.levels.back() > kMaxLevel;
+    }
     if (!line.format.empty()) {
         work.format = formatByName(line.format);
         work.formatGiven = true;

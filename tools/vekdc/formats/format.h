@@ -30,9 +30,12 @@ struct Stored {
     uint32_t modified = 0;  ///< 0: not known.
 };
 
+constexpr int kMaxLevel = 9;
+
 /// How to code; a format takes from it what it has a use for.
 struct Settings {
-    int level = 6;                           ///< 1 to 9.
+    int level = 6;                           ///< 1 to kMaxLevel.
+    bool best = false;                       ///< Smaller than level 9, where there is a way.
     bool fastest = false;                    ///< Faster than level 1.
     unsigned jobs = 1;                       ///< Threads, at least 1.
     std::string name;                        ///< Name to store; empty: none.

@@ -1,0 +1,149 @@
+// Logarithms come from a table over the leading bits; units and blocks add and subtract the same
+// errors, which are far below a header's size.
+#include "codec/deflate_blocks.h"
+
+#include <algorithm>
+
+namespace vekdc::codec {
+namespace {
+
+constexpr uint32_t kLogBits = 8;
+
+/// log2(1 + i / 2^kLogBits) in units, by repeated squaring.
+constexpr auto kLogs = [] {
+    std::array<uint16_t, 1U << kLogBits> logs{};
+    for (uint32_t i = 0; i < logs.size(); ++i) {
+        uint64_t x = ((uint64_t{1} << kLogBits) + i) << (30 - kLogBits);  // 1 is 1 << 30
+        uint32_t log = 0;
+        for (uint32_t bit = 0; bit < kLogFraction; ++bit) {
+            x = x * x >> 30;
+            log = 2 * log + static_cast<uint32_t>(x >> 31);
+            x >>= x >> 31;
+        }
+        logs[i] = static_cast<uint16_t>(log);
+    }
+    return logs;
+}();
+
+/// n log2(n), in units.
+uint64_t selfInformation(uint32_t n) {
+    return n < 2 ? 0 : uint64_t{n} * fixedLog2(n);
+}
+
+/// What one alphabet's symbols take: their code, and what the header says of it.
+template <class ExtraBits>
+uint64_t alphabetBits(const VekHuffEntry* counts, uint32_t count, ExtraBits extraBits) {
+    constexpr uint64_t headerBits = 3;  // A code length's code, in most headers.
+    constexpr uint64_t gapBits = 7;     // That of a run of symbols that do not occur.
+    uint64_t sum = 0;
+    uint64_t units = 0;
+    uint64_t bits = 0;
+    bool occurred = true;
+    for (uint32_t s = 0; s < count; ++s) {
+        const uint32_t n = frequency(counts[s]);
+        if (n == 0) {
+            bits += occurred ? gapBits : 0;
+        } else {
+            bits += headerBits + uint64_t{n} * extraBits(s);
+            sum += n;
+            units += selfInformation(n);
+        }
+        occurred = n != 0;
+    }
+    return bits + ((selfInformation(static_cast<uint32_t>(sum)) - units) >> kLogFraction);
+}
+
+/// The symbols of distances up to 256, then those of each 128 more; none of 65536, which is 0.
+constexpr auto kDistanceSymbols = [] {
+    std::array<uint8_t, 256 + 512> symbols{};
+    for (uint32_t i = 0; i < 256; ++i) symbols[i] = static_cast<uint8_t>(distanceSymbol(i + 1));
+    for (uint32_t i = 0; i < 256; ++i)
+        symbols[256 + i] = static_cast<uint8_t>(distanceSymbol((i << 7) + 1));
+    symbols.back() = kDistSymbols;
+    return symbols;
+}();
+
+void addCounts(VekHuffEntry* to, const VekHuffEntry* more, uint32_t count) {
+    for (uint32_t s = 0; s < count; ++s) addFrequency(to[s], frequency(more[s]));
+}
+
+/// Adds the other's counts.
+void addCounts(DeflateTables& to, const DeflateTables& more) {
+    addCounts(to.lit, more.lit, kLitSymbols);
+    addCounts(to.dist, more.dist, kDistSymbols);
+}
+
+}  // namespace
+
+uint32_t fixedLog2(uint32_t n) {
+    const auto log = static_cast<uint32_t>(std::bit_width(n)) - 1;
+    const uint32_t leading = log >= kLogBits ? n >> (log - kLogBits) : n << (kLogBits - log);
+    return (log << kLogFraction) + kLogs[leading - (1U << kLogBits)];
+}
+
+// Without a branch that tells literals from matches, which could not be predicted: lengths are
+// counted one by one beside the literals, and a symbol behind the others stands for no distance.
+uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts) {
+    std::array<std::array<uint32_t, 256>, 2> lits{};
+    std::array<std::array<uint32_t, kDistSymbols + 1>, 4>
+        dists{};  // One alone would be waited for.
+    for (uint32_t i = from; i < to; ++i) {
+        const uint32_t distance = pairs.dists[i];
+        ++lits[distance != 0][pairs.lits[i]];
+        const uint32_t before = (distance - 1) & 0xFFFF;
+        ++dists[i % 4][kDistanceSymbols[before < 256 ? before : 256 + (before >> 7)]];
+    }
+    uint32_t bytes = 0;
+    for (uint32_t i = 0; i < 256; ++i) {
+        bytes += lits[0][i] + lits[1][i] * (i + kMinMatch);
+        addFrequency(counts.lit[i], lits[0][i]);
+        addFrequency(counts.lit[lengthSymbol(i + kMinMatch)], lits[1][i]);
+    }
+    for (const auto& some : dists)
+        for (uint32_t i = 0; i < kDistSymbols; ++i) addFrequency(counts.dist[i], some[i]);
+    return bytes;
+}
+
+uint64_t estimatedBits(const DeflateTables& counts, uint32_t bytes) {
+    constexpr uint64_t headerBits = 60;  // The counts of codes, and the code lengths' own code.
+    constexpr uint64_t storedBits = 40;
+    const uint64_t coded =
+        headerBits +
+        alphabetBits(counts.lit, kLitSymbols,
+                     [](uint32_t s) { return s < 257 ? 0 : lengthExtraBits(s); }) +
+        alphabetBits(counts.dist, kDistSymbols, distanceExtraBits);
+    return std::min(coded, storedBits + 8 * uint64_t{bytes});
+}
+
+void DeflateBlocks::split(const DeflatePairs& pairs, uint32_t count, uint32_t unit) {
+    count_ = 0;
+    if (count >= 2 * unit) {
+        DeflateTables block{};
+        uint32_t end = unit;
+        uint32_t bytes = countPairs(pairs, 0, end, block);
+        uint64_t bits = estimatedBits(block, bytes);
+        while (end != count) {
+            const uint32_t behind = count - end < unit + unit / 2 ? count : end + unit;
+            DeflateTables next{};
+            const uint32_t nextBytes = countPairs(pairs, end, behind, next);
+            const uint64_t nextBits = estimatedBits(next, nextBytes);
+            DeflateTables joined = block;
+            addCounts(joined, next);
+            const uint64_t joinedBits = estimatedBits(joined, bytes + nextBytes);
+            if (bits + nextBits < joinedBits) {
+                ends_[count_++] = end;
+                block = next;
+                bytes = nextBytes;
+                bits = nextBits;
+            } else {
+                block = joined;
+                bytes += nextBytes;
+                bits = joinedBits;
+            }
+            end = behind;
+        }
+    }
+    ends_[count_++] = count;
+}
+
+}  // namespace vekdc::codec

@@ -1,0 +1,56 @@
+// Where one deflate block is to end and the next to begin.
+//
+// A block's code fits its own symbols, so that two blocks are smaller than one where what they hold
+// differs by more than a header. The pairs are looked at in units. A unit joins the block before it
+// unless both apart are smaller; what they take is estimated by their symbols' entropy, which is
+// within a hundredth of what codes reach and takes a fraction of the time that making them does.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+#include "codec/deflate_codes.h"
+
+namespace vekdc::codec {
+
+/// Literals, with a distance of 0, and matches, as the library's matchers write them.
+struct DeflatePairs {
+    const uint8_t* lits;
+    const uint16_t* dists;
+};
+
+/// log2(n), n being at least 1, in units of 1 / 2^kLogFraction; too small by less than one of them.
+constexpr uint32_t kLogFraction = 8;
+uint32_t fixedLog2(uint32_t n);
+
+/// Counts the symbols of the pairs [from, to) and returns how many bytes they stand for.
+uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts);
+
+/// Bits, about, that a block of such counts takes in its cheapest form, `bytes` bytes being coded.
+uint64_t estimatedBits(const DeflateTables& counts, uint32_t bytes);
+
+/// A run of pairs that becomes one block or more.
+class DeflateBlocks {
+ public:
+    static constexpr uint32_t kUnit = 2048;
+    static constexpr uint32_t kFineUnit = 512;  ///< Takes four times as long.
+    static constexpr uint32_t kMostPairs = 256 << 10;
+    static constexpr uint32_t kMost = kMostPairs / kFineUnit;
+
+    void split(const DeflatePairs& pairs, uint32_t count, uint32_t unit = kUnit);
+    /// All pairs in one block.
+    void join(uint32_t count) {
+        ends_[0] = count;
+        count_ = 1;
+    }
+
+    uint32_t count() const { return count_; }
+    /// Behind the block's last pair.
+    uint32_t end(uint32_t block) const { return ends_[block]; }
+
+ private:
+    std::array<uint32_t, kMost> ends_{};
+    uint32_t count_ = 0;
+};
+
+}  // namespace vekdc::codec

@@ -1,0 +1,123 @@
+#include "codec/deflate_refine.h"
+
+#include <cstring>
+
+#include "codec/deflate_prices.h"
+
+namespace vekdc::codec {
+namespace {
+
+constexpr uint32_t kTableBits = 12;
+static_assert(kRefineTable == 1U << kTableBits);
+/// Longer matches are always cheaper than literals.
+constexpr uint32_t kLongestDoubted = 6;
+/// Of three bytes at most.
+constexpr uint32_t kFarthest = 8192;
+
+/// The bytes at p, of which four are read.
+uint32_t threeBytes(const uint8_t* p) {
+    uint32_t four;
+    std::memcpy(&four, p, sizeof(four));
+    return four & 0xFFFFFF;
+}
+
+class Refinement {
+ public:
+    Refinement(const DeflatePairs& pairs, Bytes bytes, const DeflatePrices& prices,
+               uint32_t farthest, uint32_t* latest, uint8_t* lits, uint16_t* dists)
+        : pairs_(pairs),
+          bytes_(bytes.data()),
+          end_(static_cast<uint32_t>(bytes.size())),
+          prices_(prices),
+          farthest_(farthest),
+          latest_(latest),
+          lits_(lits),
+          dists_(dists) {}
+
+    uint32_t run(uint32_t from, uint32_t to, uint32_t at) {
+        for (uint32_t i = from; i < to;) {
+            const uint32_t distance = pairs_.dists[i];
+            const uint32_t length =
+                distance != 0 ? pairs_.lits[i] + kMinMatch
+                : to - i >= kMinMatch && pairs_.dists[i + 1] == 0 && pairs_.dists[i + 2] == 0
+                    ? kMinMatch
+                    : 1;
+            ++i;
+            const uint32_t near = enter(at);
+            if (distance != 0) {
+                if (length <= kLongestDoubted && lits_ + size_ + length <= pairs_.lits + i &&
+                    price(length, distance) > literals(at, length)) {
+                    for (uint32_t k = 0; k < length; ++k) put(bytes_[at + k], 0);
+                } else {
+                    put(length - kMinMatch, distance);
+                }
+            } else if (length == kMinMatch && near != 0 &&
+                       price(kMinMatch, near) < literals(at, kMinMatch)) {
+                put(0, near);
+                i += kMinMatch - 1;
+            } else {
+                put(bytes_[at++], 0);
+                continue;
+            }
+            for (uint32_t k = 1; k < length; ++k) enter(at + k);
+            at += length;
+        }
+        return size_;
+    }
+
+ private:
+    /// Enters a position, and returns how far before it the same three bytes stand, or 0.
+    uint32_t enter(uint32_t at) {
+        if (at + kMinMatch >= end_) return 0;
+        const uint32_t three = threeBytes(bytes_ + at);
+        uint32_t& latest = latest_[three * 0x9E3779B1U >> (32 - kTableBits)];
+        const uint32_t before = latest;
+        latest = at + 1;
+        const uint32_t distance = at + 1 - before;
+        return before != 0 && distance <= farthest_ && threeBytes(bytes_ + before - 1) == three
+                   ? distance
+                   : 0;
+    }
+
+    uint32_t price(uint32_t length, uint32_t distance) const {
+        return prices_.length(length) + prices_.distance(distance);
+    }
+    uint32_t literals(uint32_t at, uint32_t length) const {
+        uint32_t sum = 0;
+        for (uint32_t k = 0; k < length; ++k) sum += prices_.literal(bytes_[at + k]);
+        return sum;
+    }
+
+    void put(uint32_t lit, uint32_t distance) {
+        lits_[size_] = static_cast<uint8_t>(lit);
+        dists_[size_++] = static_cast<uint16_t>(distance);
+    }
+
+    const DeflatePairs pairs_;
+    const uint8_t* const bytes_;
+    const uint32_t end_;
+    const DeflatePrices& prices_;
+    const uint32_t farthest_;
+    uint32_t* const latest_;
+    uint8_t* const lits_;
+    uint16_t* const dists_;
+    uint32_t size_ = 0;
+};
+
+}  // namespace
+
+uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Bytes bytes,
+                     uint32_t at, uint32_t window, const DeflateTables& counts, uint32_t* latest,
+                     uint8_t* lits, uint16_t* dists) {
+    // In a short block it is the fixed code that counts.
+    const uint64_t own = estimatedBits(counts, UINT32_MAX);
+    const bool fixed = codedBits(counts, kFixedCodes) < own + own / 16;
+    // Matches of three bytes would be about as frequent as those of four.
+    DeflateTables assumed = fixed ? kFixedCodes : counts;
+    if (!fixed) assumed.lit[lengthSymbol(kMinMatch)] = assumed.lit[lengthSymbol(kMinMatch + 1)];
+    const DeflatePrices prices(assumed, fixed);
+    return Refinement(pairs, bytes, prices, std::min(window, kFarthest), latest, lits, dists)
+        .run(from, to, at);
+}
+
+}  // namespace vekdc::codec

@@ -1,0 +1,27 @@
+// Makes a block's pairs cheaper once its statistics are known.
+//
+// The library's matchers seek matches of four bytes and more, and take what is long. Here three
+// literals become a match where the same three bytes are near and that is cheaper, and a short
+// match becomes literals where its distance costs more than they do. One walk over the block's
+// bytes with a small table of the latest positions does it, in a small part of the time that
+// matching takes, and saves up to a twentieth where data consists of short records.
+#pragma once
+
+#include <cstdint>
+
+#include "codec/codec.h"
+#include "codec/deflate_blocks.h"
+
+namespace vekdc::codec {
+
+constexpr uint32_t kRefineTable = 4096;
+
+/// Refines the pairs [from, to), which stand for the bytes from `at` to the end, and writes what
+/// comes of them to `lits` and `dists`, which may begin before them in the same arrays: never
+/// beyond what is read. `latest` has kRefineTable positions of earlier bytes, all 0 at first.
+/// Returns how many pairs there are then.
+uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Bytes bytes,
+                     uint32_t at, uint32_t window, const DeflateTables& counts, uint32_t* latest,
+                     uint8_t* lits, uint16_t* dists);
+
+}  // namespace vekdc::codec
