@@ -93,7 +93,7 @@ Outcome unpack(const Bz2& by, const Bytes& packed, uint32_t seed, int small = 0)
         room.resize(room.size() - stream.avail_out);
         const bool moved = piece.size() != stream.avail_in || !room.empty();
         still = moved || at != packed.size() ? 0 : still + 1;
-        outcome.bytes = outcome.bytes + room;
+        outcome.bytes.insert(outcome.bytes.end(), room.begin(), room.end());
     }
     outcome.taken = static_cast<uint64_t>(stream.total_in_hi32) << 32 | stream.total_in_lo32;
     EXPECT_EQ(static_cast<uint64_t>(stream.total_out_hi32) << 32 | stream.total_out_lo32,
