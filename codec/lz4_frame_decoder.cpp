@@ -9,6 +9,31 @@ uint32_t wordAt(const uint8_t* from) {
     return static_cast<uint32_t>(getLittleEndian(from, 4));
 }
 
+/// Whether a match of a block that decodes is at a distance of 0: the decoder lets it repeat what
+/// its room held before, which is nobody's to see and differs from call to call. Blocks without two
+/// zeros in a row, as those of text, need no walk through their sequences.
+bool refersToItself(Bytes coded) {
+    const uint8_t* in = coded.data();
+    const uint8_t* const end = in + coded.size();
+    if (std::search_n(in, end, 2, uint8_t{0}) == end) return false;
+    const auto extended = [&](size_t nibble) {
+        size_t length = nibble;
+        for (uint8_t byte = 255; nibble == 15 && byte == 255 && in != end; length += byte)
+            byte = *in++;
+        return length;
+    };
+    while (in != end) {
+        const unsigned token = *in++;
+        const size_t literals = extended(token >> 4);
+        if (static_cast<size_t>(end - in) < literals + 2) return false;
+        in += literals;
+        if (in[0] == 0 && in[1] == 0) return true;
+        in += 2;
+        extended(token & 15U);
+    }
+    return false;
+}
+
 }  // namespace
 
 Status Lz4FrameDecoder::run(Input& in, Output& out) {
@@ -245,7 +270,8 @@ VekStatus Lz4FrameDecoder::decode(Bytes coded, bool stored, Bytes history, uint8
                                                   history.data(), index);
     size = static_cast<size_t>(written);
     if (status != vekStatusOk) return status;
-    return static_cast<size_t>(consumed) == coded.size() ? vekStatusOk : vekStatusSourceIncomplete;
+    const bool whole = static_cast<size_t>(consumed) == coded.size() && !refersToItself(coded);
+    return whole ? vekStatusOk : vekStatusSourceIncomplete;
 }
 
 void Lz4FrameDecoder::setDictionary(Bytes dictionary) {

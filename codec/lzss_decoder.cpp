@@ -96,6 +96,8 @@ bool LzssDecoder::readBlock(Input& in, Output& out) {
 Status LzssDecoder::decodeStream(Bytes stream, uint8_t* to, size_t size) {
     void* const record = record_.get();
     if (record == nullptr) return Status::NoMemory;
+    // A broken stream's match at a distance of 0 leaves what is there: the same wherever that is.
+    std::memset(to, 0, size);
     const uint8_t* from = stream.data();
     auto left = static_cast<int32_t>(stream.size());
     auto room = static_cast<int32_t>(size);

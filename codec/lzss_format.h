@@ -30,12 +30,16 @@ class LzssRecord {
  public:
     explicit LzssRecord(const Allocator& allocator) : memory_(allocator) {}
 
-    /// Null when there is no memory.
+    /// Null when there is no memory. Zeros at first: what a broken stream refers to in front of its
+    /// first byte is never memory of someone else.
     void* get() {
         int32_t size = 0;
         veksLZSSGetSize_8u(&size);
         const size_t words = static_cast<size_t>(size) / sizeof(void*) + 1;
-        return memory_.reserve(words) ? memory_.data() : nullptr;
+        if (words <= memory_.room()) return memory_.data();
+        if (!memory_.reserve(words)) return nullptr;
+        std::memset(memory_.data(), 0, words * sizeof(void*));
+        return memory_.data();
     }
 
  private:

@@ -52,19 +52,19 @@ bool GzFile::compress(int flush) {
     if (between) {
         if (stream.avail_in == 0) return true;
         deflateReset(&stream);
+        deflateParams(&stream, level, strategy);
         between = false;
     }
-    for (;;) {
+    for (bool progress = true; progress;) {
         const unsigned room = stream.avail_out;
         if (deflate(&stream, flush) == Z_STREAM_ERROR)
             return fail(Z_STREAM_ERROR, "internal error: deflate stream corrupt");
-        const bool progress = stream.avail_out != room;
+        progress = stream.avail_out != room;
         if (stream.avail_out == 0 || (flush != Z_NO_FLUSH && !progress)) {
             if (!put(output.data(), size - stream.avail_out)) return false;
             stream.next_out = output.data();
             stream.avail_out = size;
         }
-        if (!progress) break;
     }
     between = flush == Z_FINISH;
     return true;
@@ -199,8 +199,9 @@ int gzsetparams(gzFile handle, int level, int strategy) {
     if (file == nullptr || !file->writable() || file->direct) return Z_STREAM_ERROR;
     if (level == file->level && strategy == file->strategy) return Z_OK;
     if (!file->fillAhead()) return file->error;
-    if (file->started) {
-        if (file->stream.avail_in != 0 && !file->compress(Z_BLOCK)) return file->error;
+    // All is written first: what deflateParams itself could find no room for would be lost.
+    if (file->started && !file->between) {
+        if (!file->compress(Z_BLOCK)) return file->error;
         deflateParams(&file->stream, level, strategy);
     }
     file->level = level;

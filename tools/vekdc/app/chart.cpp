@@ -113,9 +113,10 @@ void drawPlot(const std::vector<Measured>& rows, const std::string& path) {
         std::fputs("EOD\n", pipe.get());
         const std::string data = "$" + first.format;
         const std::string colour = " lc " + std::to_string(names.size());
-        plots += (plots.empty() ? "plot " : ", ") + data + " using 1:2 with linespoints pt 7" +
-                 colour + " title '" + first.format + "', " + data +
-                 " using 1:2:3 with labels offset 0,0.7 font ',8' notitle";
+        plots.append(plots.empty() ? "plot " : ", ");
+        plots.append(data).append(" using 1:2 with linespoints pt 7").append(colour);
+        plots.append(" title '").append(first.format).append("', ");
+        plots.append(data).append(" using 1:2:3 with labels offset 0,0.7 font ',8' notitle");
     }
     std::fprintf(pipe.get(), "%s\n", plots.c_str());
     if (pclose(pipe.release()) != 0) throw Failure("gnuplot could not draw it");
