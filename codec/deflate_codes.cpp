@@ -33,13 +33,13 @@ constexpr void numberCodes(VekHuffEntry* codes, const uint8_t* lengths, uint32_t
 /// The fixed code (RFC 1951, 3.2.6).
 constexpr DeflateTables makeFixedCodes() {
     DeflateTables codes{};
-    std::array<uint8_t, 288> lengths{};
-    for (uint32_t s = 0; s < lengths.size(); ++s)
-        lengths[s] = s < 144 ? 8 : s < 256 ? 9 : s < 280 ? 7 : 8;
-    std::array<VekHuffEntry, 288> all{};
+    std::array<uint8_t, kFixedLits> lengths{};
+    for (uint32_t s = 0; s < kFixedLits; ++s) lengths[s] = fixedLitLength(s);
+    std::array<VekHuffEntry, kFixedLits> all{};
     numberCodes(all.data(), lengths.data(), all.size());
     for (uint32_t s = 0; s < kLitSymbols; ++s) codes.lit[s] = all[s];
-    for (uint32_t s = 0; s < kDistSymbols; ++s) codes.dist[s] = {reversed(s, 5), 5};
+    for (uint32_t s = 0; s < kDistSymbols; ++s)
+        codes.dist[s] = {reversed(s, kFixedDistLength), kFixedDistLength};
     return codes;
 }
 

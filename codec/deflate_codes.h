@@ -30,6 +30,14 @@ struct DeflateTables {
 
 extern const DeflateTables kFixedCodes;
 
+// The fixed codes have symbols besides that never occur.
+constexpr uint32_t kFixedLits = 288;
+constexpr uint32_t kFixedDists = 32;
+constexpr uint8_t fixedLitLength(uint32_t symbol) {
+    return symbol < 144 ? 8 : symbol < 256 ? 9 : symbol < 280 ? 7 : 8;
+}
+constexpr uint8_t kFixedDistLength = 5;
+
 constexpr uint32_t lengthExtraBits(uint32_t symbol) {
     const uint32_t code = symbol - 257;
     return code < 8 || code == 28 ? 0 : code / 4 - 1;

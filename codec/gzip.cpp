@@ -120,42 +120,37 @@ GzipHeader GzipEncoder::plainHeader(const DeflateOptions& options) {
 
 GzipEncoder::GzipEncoder(const DeflateOptions& options, const Allocator& allocator)
     : options_(options), deflate_(options, allocator) {
-    header_.start(plainHeader(options));
+    state_.header.start(plainHeader(options));
 }
 
 Status GzipEncoder::reset() {
-    header_.start(plainHeader(options_));
-    crc_ = kCrc32.initial;
-    coded_ = false;
-    trailer_ = {};
+    state_ = State();
+    state_.header.start(plainHeader(options_));
     return deflate_.reset(options_);
 }
 
 Status GzipEncoder::copyFrom(const GzipEncoder& other) {
     options_ = other.options_;
     const Status status = deflate_.copyFrom(other.deflate_);
-    if (status != Status::Going) {
+    if (status == Status::Going)
+        state_ = other.state_;
+    else
         reset();
-        return status;
-    }
-    header_ = other.header_;
-    crc_ = other.crc_;
-    coded_ = other.coded_;
-    trailer_ = other.trailer_;
     return status;
 }
 
 Status GzipEncoder::run(Input& in, Output& out, Directive directive) {
-    if (!header_.run(out)) return Status::Going;
-    if (!coded_) {
+    State& s = state_;
+    if (!s.header.run(out)) return Status::Going;
+    if (!s.coded) {
         const Input before = in;
         const Status status = deflate_.run(in, out, directive);
-        crc_ = kCrc32.update(crc_, {before.next, before.left - in.left});
+        s.crc = kCrc32.update(s.crc, {before.next, before.left - in.left});
         if (status != Status::Ended) return status;
-        coded_ = true;
-        putGzipTrailer(trailer_.add(kGzipTrailer), crc_, deflate_.totalIn());
+        s.coded = true;
+        putGzipTrailer(s.trailer.add(kGzipTrailer), s.crc, deflate_.totalIn());
     }
-    return trailer_.drain(out) ? Status::Ended : Status::Going;
+    return s.trailer.drain(out) ? Status::Ended : Status::Going;
 }
 
 // --- reading ------------------------------------------------------------------------------------

@@ -71,7 +71,7 @@ class GzipEncoder {
     explicit GzipEncoder(const DeflateOptions& options = {}, const Allocator& allocator = {});
 
     /// Before the first run(); what the fields point to must stay until the header is written.
-    void setHeader(const GzipHeader& header) { header_.start(header); }
+    void setHeader(const GzipHeader& header) { state_.header.start(header); }
 
     Status run(Input& in, Output& out, Directive directive);
     Fault fault() const { return {}; }
@@ -80,16 +80,20 @@ class GzipEncoder {
 
     DeflateEncoder& deflate() { return deflate_; }
     const DeflateEncoder& deflate() const { return deflate_; }
-    uint32_t crc() const { return crc_; }
+    uint32_t crc() const { return state_.crc; }
 
  private:
     static GzipHeader plainHeader(const DeflateOptions& options);
 
+    struct State {
+        GzipHeaderWriter header;
+        uint32_t crc = kCrc32.initial;
+        bool coded = false;
+        FieldsOut<kGzipTrailer> trailer;
+    };
+
     DeflateOptions options_;
-    GzipHeaderWriter header_;
-    uint32_t crc_ = 0;
-    bool coded_ = false;
-    FieldsOut<kGzipTrailer> trailer_;
+    State state_;
     DeflateEncoder deflate_;
 };
 

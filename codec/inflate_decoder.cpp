@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "codec/deflate_codes.h"
 #include "codec/fields.h"
 
 namespace vekdc::codec {
@@ -37,6 +38,13 @@ constexpr uint32_t kStepDistanceExtra = 4;
 constexpr uint32_t kStepCopy = 5;
 constexpr uint32_t kStepLiteral = 6;
 constexpr int32_t kInside = 2;
+
+constexpr auto kFixedLengths = [] {
+    std::array<uint16_t, kFixedLits + kFixedDists> lengths{};
+    for (uint32_t s = 0; s < kFixedLits; ++s) lengths[s] = fixedLitLength(s);
+    for (uint32_t s = 0; s < kFixedDists; ++s) lengths[kFixedLits + s] = kFixedDistLength;
+    return lengths;
+}();
 
 /// Whether a code uses up every bit string; or has one symbol with a single bit, or none.
 bool completeCode(const uint16_t* lengths, uint32_t count) {
@@ -110,7 +118,7 @@ class SlowCode {
 
  private:
     std::array<uint16_t, 16> counts_{};
-    std::array<uint16_t, 288> symbols_{};
+    std::array<uint16_t, kFixedLits> symbols_{};
     bool complete_;
 };
 
@@ -521,16 +529,10 @@ bool InflateDecoder::brokenCode() {
 bool InflateDecoder::brokenData(Input& in, const Output& out, const Position& start) {
     State& s = state_;
     const bool fixed = s.library.tableKind == 0;
-    std::array<uint16_t, 288 + 32> lengths;
-    if (fixed) {
-        for (size_t i = 0; i < 288; ++i) lengths[i] = i < 144 ? 8 : i < 256 ? 9 : i < 280 ? 7 : 8;
-        std::fill_n(lengths.begin() + 288, 32, uint16_t{5});
-    } else {
-        std::copy(s.lengths.begin(), s.lengths.end(), lengths.begin());
-    }
-    const uint32_t litCount = fixed ? 288 : s.litCount;
-    const SlowCode lits(lengths.data(), litCount);
-    const SlowCode dists(lengths.data() + litCount, fixed ? 32 : s.distCount);
+    const uint16_t* const lengths = fixed ? kFixedLengths.data() : s.lengths.data();
+    const uint32_t litCount = fixed ? kFixedLits : s.litCount;
+    const SlowCode lits(lengths, litCount);
+    const SlowCode dists(lengths + litCount, fixed ? kFixedDists : s.distCount);
 
     SlowBits bits{start.in, start.bits, start.bitCount};
     uint64_t reach = start.reach;
@@ -552,7 +554,7 @@ bool InflateDecoder::brokenData(Input& in, const Output& out, const Position& st
                     break;
                 }
                 const auto code = static_cast<uint32_t>(symbol);
-                extra = code < 4 ? 0 : code / 2 - 1;
+                extra = distanceExtraBits(code);
                 distance = code < 4 ? code + 1 : ((2 + code % 2) << extra) + 1;
                 step = kStepDistanceExtra;
                 break;
@@ -578,7 +580,7 @@ bool InflateDecoder::brokenData(Input& in, const Output& out, const Position& st
                     step = kStepLiteral;
                 } else {
                     const auto code = static_cast<uint32_t>(symbol) - 257;
-                    extra = code < 8 || code == 28 ? 0 : code / 4 - 1;
+                    extra = lengthExtraBits(static_cast<uint32_t>(symbol));
                     length = code == 28 ? 258
                              : code < 8 ? code + 3
                                         : ((4U + code % 4) << extra) + 3;

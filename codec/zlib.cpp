@@ -43,51 +43,45 @@ ZlibEncoder::ZlibEncoder(const DeflateOptions& options, const Allocator& allocat
 Status ZlibEncoder::setDictionary(Bytes dictionary) {
     const Status status = deflate_.setHistory(dictionary);
     if (status != Status::Going) return status;
-    dictionaryAdler_ = kAdler32.update(kAdler32.initial, dictionary);
-    hasDictionary_ = true;
+    state_.dictionaryAdler = kAdler32.update(kAdler32.initial, dictionary);
+    state_.hasDictionary = true;
     return status;
 }
 
 Status ZlibEncoder::reset() {
-    adler_ = dictionaryAdler_ = kAdler32.initial;
-    hasDictionary_ = begun_ = coded_ = false;
-    frame_ = {};
+    state_ = State();
     return deflate_.reset(options_);
 }
 
 Status ZlibEncoder::copyFrom(const ZlibEncoder& other) {
     options_ = other.options_;
     const Status status = deflate_.copyFrom(other.deflate_);
-    if (status != Status::Going) {
+    if (status == Status::Going)
+        state_ = other.state_;
+    else
         reset();
-        return status;
-    }
-    adler_ = other.adler_;
-    dictionaryAdler_ = other.dictionaryAdler_;
-    hasDictionary_ = other.hasDictionary_;
-    begun_ = other.begun_;
-    coded_ = other.coded_;
-    frame_ = other.frame_;
     return status;
 }
 
 void ZlibEncoder::begin() {
-    begun_ = true;
-    putZlibHeader(frame_.add(kZlibHeader), options_, hasDictionary_);
-    if (hasDictionary_) putBigEndian(frame_.add(4), dictionaryAdler_, 4);
+    State& s = state_;
+    s.begun = true;
+    putZlibHeader(s.frame.add(kZlibHeader), options_, s.hasDictionary);
+    if (s.hasDictionary) putBigEndian(s.frame.add(4), s.dictionaryAdler, 4);
 }
 
 Status ZlibEncoder::run(Input& in, Output& out, Directive directive) {
-    if (!begun_) begin();
-    if (!frame_.drain(out)) return Status::Going;
-    if (coded_) return Status::Ended;
+    State& s = state_;
+    if (!s.begun) begin();
+    if (!s.frame.drain(out)) return Status::Going;
+    if (s.coded) return Status::Ended;
     const Input before = in;
     const Status status = deflate_.run(in, out, directive);
-    adler_ = kAdler32.update(adler_, {before.next, before.left - in.left});
+    s.adler = kAdler32.update(s.adler, {before.next, before.left - in.left});
     if (status != Status::Ended) return status;
-    coded_ = true;
-    putBigEndian(frame_.add(kZlibTrailer), adler_, kZlibTrailer);
-    return frame_.drain(out) ? Status::Ended : Status::Going;
+    s.coded = true;
+    putBigEndian(s.frame.add(kZlibTrailer), s.adler, kZlibTrailer);
+    return s.frame.drain(out) ? Status::Ended : Status::Going;
 }
 
 // --- reading ------------------------------------------------------------------------------------

@@ -34,18 +34,22 @@ class ZlibEncoder {
     DeflateEncoder& deflate() { return deflate_; }
     const DeflateEncoder& deflate() const { return deflate_; }
     /// Of the input so far; before it, of the dictionary, and 1 where there is none.
-    uint32_t adler() const { return begun_ ? adler_ : dictionaryAdler_; }
+    uint32_t adler() const { return state_.begun ? state_.adler : state_.dictionaryAdler; }
 
  private:
     void begin();
 
+    struct State {
+        uint32_t adler = kAdler32.initial;
+        uint32_t dictionaryAdler = kAdler32.initial;
+        bool hasDictionary = false;
+        bool begun = false;
+        bool coded = false;
+        FieldsOut<kZlibLongHeader> frame;  ///< The header, and later the trailer.
+    };
+
     DeflateOptions options_;
-    uint32_t adler_ = kAdler32.initial;
-    uint32_t dictionaryAdler_ = kAdler32.initial;
-    bool hasDictionary_ = false;
-    bool begun_ = false;
-    bool coded_ = false;
-    FieldsOut<kZlibLongHeader> frame_;  ///< The header, and later the trailer.
+    State state_;
     DeflateEncoder deflate_;
 };
 
