@@ -463,7 +463,8 @@ TEST_F(Program, Habits) {
             "[ $(vekdc -nc --best x | wc -c) -lt $(vekdc -9c < x | wc -c) ]",
             "cmp <(vekdc -nc --fast x) <(vekdc -1 --no-name --to-stdout x)",
             "cmp <(vekdc -nc --fastest -9 x) <(vekdc -n9c x)",
-            "vekdc --format lz4 --fast 8 -c x | cmp - <(vekdc compress --format lz4 --fast=8 -c x)",
+            "vekdc --format lz4 --fast 1k -c x | cmp - <(vekdc compress --format lz4 --fast=1024 "
+            "-c x)",
             "vekdc --rm x; [ ! -e x ]; vekdc -d --rm x.gz; [ ! -e x.gz ]; [ -e x ]",
             "vekdc -T2 -S .Z9 x; mv x y; vekdc -d -S .z9 x.Z9; cmp x y",
             "tar -I vekdc -cf t.tgz x; cp x y; rm x; tar -I vekdc -xf t.tgz; cmp x y",

@@ -240,7 +240,7 @@ std::vector<std::string> normalised(const std::vector<std::string>& words) {
             throw UsageError(word + " is no level; they are -1 to -9");
         if (word != "--fast") {
             out.push_back(word);
-        } else if (i + 1 < words.size() && isDigits(words[i + 1])) {
+        } else if (i + 1 < words.size() && numberFrom(words[i + 1])) {
             out.push_back("--fast=" + words[++i]);
         } else {
             out.emplace_back("-1");
