@@ -7,8 +7,9 @@
 // Matches come from chains of earlier places with the same 4 bytes, nearest first, so the first one
 // of a length is the cheapest of that length; and from the latest places with the same 3 and 2
 // bytes, as these pay only where they are near. The level says how many candidates are looked at,
-// and from which length on a match is taken without a look at what lies inside it. Inside shorter
-// ones most places are passed over too: to search there made the output smaller by a thousandth.
+// and from which length on a match, the longest of them, is taken without a look at what lies
+// inside it. Inside shorter ones most places are passed over too: to search there made the output
+// smaller by a thousandth.
 #include "codec/lzo_deep_encoder.h"
 
 #include <algorithm>
@@ -207,6 +208,7 @@ class Parser {
             offer(at, at - latest, kShortest, kShortest);
         }
         uint32_t candidate = head_[hash<kHeadBits>(word)];
+        uint32_t farthest = 0;  // Of the candidates taken.
         for (uint32_t left = effort_.candidates; left != 0 && best < limit; --left) {
             const uint32_t distance = at - candidate;
             if (distance - 1 >= kFarDistance) break;
@@ -216,18 +218,16 @@ class Parser {
             if (load4(there + decisive) == load4(here + decisive) && load4(there) == word) {
                 const uint32_t length = commonLength(here, there, limit);
                 if (length > best) {
-                    if (length >= effort_.enough) {
-                        offer(at, distance, length, length);
-                        return length;
-                    }
-                    offer(at, distance, best + 1, length);
+                    if (length < effort_.enough) offer(at, distance, best + 1, length);
                     best = length;
+                    farthest = distance;
                 }
             }
             const uint32_t older = chain_[candidate % kChain];
             if (older >= candidate) break;
             candidate = older;
         }
+        if (best >= effort_.enough) offer(at, farthest, best, best);
         return best;
     }
 

@@ -3,6 +3,13 @@
 #include "vekdc.h"
 
 namespace vekdc::codec {
+namespace {
+
+// The library's two methods. Which of them makes the smaller stream depends on the data.
+constexpr int32_t kUsualMethod = 0;
+constexpr int32_t kFastMethod = 2;
+
+}  // namespace
 
 size_t putLzopHeader(const LzopOptions& options, uint8_t* to) {
     uint8_t* next = std::copy(kLzopMagic.begin(), kLzopMagic.end(), to);
@@ -43,12 +50,23 @@ bool LzopBlockEncoder::encodeStream(Bytes data, uint8_t* stream, uint32_t& size)
         size = static_cast<uint32_t>(written);
         return true;
     }
+    if (!encodeBy(kFastMethod, data, stream, size)) return false;
+    if (isFast_) return true;
+    uint32_t other = 0;
+    if (!other_.reserve(vekLZOEncodeBound(static_cast<uint32_t>(data.size()))) ||
+        !encodeBy(kUsualMethod, data, other_.data(), other))
+        return false;
+    if (other < size) std::memcpy(stream, other_.data(), size = other);
+    return true;
+}
+
+bool LzopBlockEncoder::encodeBy(int32_t method, Bytes data, uint8_t* stream, uint32_t& size) {
     const auto length = static_cast<uint32_t>(data.size());
     uint32_t stateSize = 0;
-    veksEncodeLZOGetSize(method_, 0, &stateSize);
+    veksEncodeLZOGetSize(method, 0, &stateSize);
     if (!state_.reserve((stateSize + 3) / 4)) return false;
     size = vekLZOEncodeBound(length);
-    veksEncodeLZOInit_8u(method_, 0, state_.data());
+    veksEncodeLZOInit_8u(method, 0, state_.data());
     veksEncodeLZO_8u(data.data(), length, stream, &size, state_.data());
     return true;
 }

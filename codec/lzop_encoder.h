@@ -9,7 +9,7 @@
 namespace vekdc::codec {
 
 struct LzopOptions {
-    bool fast = false;                              ///< Larger and faster.
+    bool fast = false;                              ///< One method; else the better of two.
     uint8_t deep = 0;                               ///< LzoDeepEncoder's level, 7 to 9, or 0.
     uint32_t flags = kLzopUnix | kLzopAdlerOfData;  ///< LzopFlag; without extra field and filter.
     uint32_t mode = 0;                              ///< File type and permissions.
@@ -28,10 +28,11 @@ constexpr size_t kLzopEnd = 4;
 class LzopBlockEncoder {
  public:
     explicit LzopBlockEncoder(const LzopOptions& options, const Allocator& allocator = {})
-        : method_(options.fast ? 2 : 0),
+        : isFast_(options.fast),
           isDeep_(options.deep != 0),
           flags_(options.flags),
           state_(allocator),
+          other_(allocator),
           deep_(options.deep, allocator) {}
 
     /// The room that a block of `length` bytes needs.
@@ -42,11 +43,13 @@ class LzopBlockEncoder {
  private:
     /// Codes the block as a stream of `size` bytes.
     bool encodeStream(Bytes data, uint8_t* stream, uint32_t& size);
+    bool encodeBy(int32_t method, Bytes data, uint8_t* stream, uint32_t& size);
 
-    int32_t method_;
+    bool isFast_;
     bool isDeep_;
     uint32_t flags_;
     Memory<uint32_t> state_;
+    Memory<uint8_t> other_;
     LzoDeepEncoder deep_;
 };
 

@@ -74,7 +74,7 @@ bool wantsShortMatches(const uint8_t* src, uint32_t length) {
     constexpr uint32_t samples = 1024;
     constexpr int manyValues = 128;
     std::array<uint8_t, 256> seen{};
-    const uint32_t step = length / samples + 1;
+    const uint32_t step = length / samples | 1;
     for (uint32_t i = 0; i < length; i += step) seen[src[i]] = 1;
     return std::accumulate(seen.begin(), seen.end(), 0) > manyValues;
 }

@@ -365,6 +365,28 @@ TEST(DeflateLz77, SearchesAreCutToAQuarterOfTheChainGiven) {
     }
 }
 
+TEST(DeflateLz77, RecordsWhoseFirstByteIsTheSameAreNoText) {
+    // Records of 16 bytes that hold the same three bytes twice, in a source of such a size that
+    // every 256th byte was looked at: the lazy matcher takes them, as the other bytes are of all
+    // values.
+    Random random(3);
+    Bytes data;
+    for (int record = 0; record < 255 * 64; ++record) {
+        Bytes bytes(16, 0);
+        std::generate(bytes.begin() + 1, bytes.end(),
+                      [&] { return pick<uint8_t>(random, 0, 255); });
+        std::copy_n(bytes.begin() + 1, 3, bytes.begin() + 8);
+        data = std::move(data) + bytes;
+    }
+    State state(32768, 65536);
+    const Params params = {16, 8, 32, 16};
+    const Pairs pairs =
+        encode(state, data, random, {data.size(), 5000, false, true}, {0, true, &params});
+    ASSERT_EQ(decode(pairs, state), data);
+    EXPECT_TRUE(
+        std::any_of(pairs.begin(), pairs.begin() + 1000, [](Pair pair) { return pair.dist == 7; }));
+}
+
 TEST(DeflateLz77, EmptiedTablesLeaveNoHistory) {
     Random random(37);
     for (size_t round = 0; round < effort(600); ++round) {

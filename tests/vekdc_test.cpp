@@ -437,12 +437,14 @@ TEST_F(Program, CommandLineMistakes) {
           {"vekdc -0 x", "-0 is no level; they are -1 to -9"},
           {"vekdc -c -12 x", "-12 is no level; .*"},
           {"vekdc --format rar x", "there is no format rar, only .*"},
+          {"vekdc --format '' x", "--format takes a name, .*"},
           {"vekdc -o '' x", "--output takes a name, which is empty here"},
           {"vekdc -S '' x", "--suffix takes a name, .*"},
           {"vekdc -S a/b x", "--suffix takes no name with a slash"}})
         bad(command, complaint + std::string(" \\(see vekdc --help\\)"));
     for (const auto& [command, complaint] :
          {std::pair{"vekdc -c --dict x x", "--dict is an option of lz4, not of gz"},
+          {"vekdc -c --format lz4 --rsyncable x", "--rsyncable is an option of gz, not of lz4"},
           {"vekdc -o y.lz4 --crc32 x", "--crc32 is an option of lzo, not of lz4"},
           {"vekdc --fast=3 -c x", "--fast is an option of lz4, not of gz"},
           {"vgzip -o y.bz2 x", "the output's suffix is that of bz2; use --format .*"},
@@ -460,7 +462,9 @@ TEST_F(Program, Habits) {
             "vekdc -k9 x; vekdc -fd x.gz; vekdc -z -c x | vekdc -d | cmp - x",
             "[ $(vekdc -nc --best x | wc -c) -lt $(vekdc -9c < x | wc -c) ]",
             "cmp <(vekdc -nc --fast x) <(vekdc -1 --no-name --to-stdout x)",
-            "vekdc --format lz4 --fast 8 -c x | cmp - <(vekdc compress --format lz4 --fast=8 -c x)",
+            "cmp <(vekdc -nc --fastest -9 x) <(vekdc -n9c x)",
+            "vekdc --format lz4 --fast 1k -c x | cmp - <(vekdc compress --format lz4 --fast=1024 "
+            "-c x)",
             "vekdc --rm x; [ ! -e x ]; vekdc -d --rm x.gz; [ ! -e x.gz ]; [ -e x ]",
             "vekdc -T2 -S .Z9 x; mv x y; vekdc -d -S .z9 x.Z9; cmp x y",
             "tar -I vekdc -cf t.tgz x; cp x y; rm x; tar -I vekdc -xf t.tgz; cmp x y",
@@ -490,13 +494,22 @@ TEST_F(Program, Habits) {
             "vekdc -dr --output-dir q o/p/d; cmp q/d/e/b x",
             // Zeros take no room.
             "(cat x; head -c 9000000 /dev/zero; cat x; head -c 5000000 /dev/zero) > y; vekdc y; "
-            "vekdc -d -o z y.gz; cmp y z; [ $(du -k z | cut -f 1) -lt 1000 ]",
+            "vekdc -d -o z y.gz; cmp y z; [ $(du -k z | cut -f 1) -lt 1000 ]; "
+            "vekdc -fd --no-sparse y.gz; cmp y z; [ $(du -k y | cut -f 1) -gt 9000 ]",
+            // Behind a change at the front, the same comes out.
+            "for i in 1 2 3 4; do cat x; done > y; vekdc -nc --rsyncable y > a; "
+            "vekdc -nc --rsyncable -j 3 y | cmp a; vekdc -dc a | cmp - y; "
+            "end() { tail -c $(($(wc -c < a) * 3 / 4)) | head -c -8; }; "
+            "(echo; cat y) | vekdc -nc --rsyncable | end | cmp - <(end < a)",
             // Names and times that are stored.
             "touch -d @1000000000 x; vekdc -o y.gz x; touch y.gz; mv x z; vekdc -dN y.gz; cmp x z; "
             "[ $(stat -c %Y x) = 1000000000 ]",
             "vekdc -n -o y.gz x; vekdc -dN y.gz; cmp x y",
-            "mkdir d; cp x d/a; echo b > d/b; vekdc --format lzo -c d/a d/b > d/y.lzo; rm d/[ab]; "
-            "vekdc -d --name d/y.lzo; cmp d/a x; grep -q b d/b; [ ! -e d/y ]",
+            "mkdir d; cp x d/a; echo b > d/b; vekdc --format lzo -c d/a d/b > d/y.lzo; "
+            "vekdc -dc d/y.lzo | cmp - <(cat x d/b); for o in -N -f; do rm d/[ab]; "
+            "vekdc -d $o d/y.lzo; cmp d/a x; grep -q b d/b; [ ! -e d/y ]; done",
+            "vekdc --format lzo -nc x x | vekdc -d | cmp - <(cat x x); vekdc --format lzo -o y.lzo "
+            "x; vekdc -d y.lzo; cmp x y",
         }) {
         write("x", plain_);
         good("set -e; " + std::string(command));

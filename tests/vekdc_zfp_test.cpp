@@ -119,6 +119,7 @@ TEST_F(ZfpFormat, SaysWhatIsWrongWithAFile) {
     const Bytes plain = asArrayOf<uint8_t>(makeField(270));
     const Bytes rate = compress(plain, {{"dims", "9x6x5"}, {"rate", "8"}});
     const Bytes expert = compress(plain, {{"dims", "9x6x5"}, {"expert", "0,200,20,-10"}});
+    EXPECT_EQ(compress(Bytes(4096), {{"dims", "1kx1"}}), compress(Bytes(4096), {{"dims", "1024"}}));
     const auto with = [](Bytes file, const std::map<size_t, uint8_t>& changes) {
         for (const auto& [at, value] : changes) file[at] = value;
         return file;
@@ -174,7 +175,7 @@ TEST_F(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
         EXPECT_TRUE(contains(text, std::string("^") + c.message)) << text;
     }
     const std::pair<const char*, std::vector<const char*>> wrong[] = {
-        {"dims", {"", "x", "0", "9x", "9x6x5x1", "65537", "9,6,5", "-1x3", "99999999999"}},
+        {"dims", {"", "x", "0", "9x", "9x6x5x1", "65537", "2Mx1", "9,6,5", "-1x3", "99999999999"}},
         {"rate", {"", "0.1", "65", "nan", "8x"}},
         {"precision", {"0", "33", "x"}},
         {"accuracy", {"-1", "inf", "x"}},

@@ -127,11 +127,10 @@ inline std::string info(const vekdc::Format& format, const Bytes& packed,
 
 using Options = std::map<std::string, std::string>;
 
-/// Level 0 is the fastest one; `own` are the format's own options.
+/// The level as Settings::setLevel() takes it; `own` are the format's own options.
 inline vekdc::Settings settingsOf(int level, unsigned jobs = 1, const Options& own = {}) {
     vekdc::Settings settings;
-    settings.fastest = level == 0;
-    settings.level = std::max(level, 1);
+    settings.setLevel(level);
     settings.jobs = jobs;
     settings.name = "name";
     settings.own = own;

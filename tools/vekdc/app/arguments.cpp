@@ -30,7 +30,7 @@ void addHabits(CLI::App& app, CommandLine& line) {
     addInputOptions(app, line);
     addOutputOptions(app, line);
     addLevels(app, line);
-    addKeepPartial(app, line);
+    addDecoding(app, line);
     addFormatOptions(app, line);
     runOnFiles(line);
 }
@@ -47,7 +47,7 @@ void addDecompress(CLI::App& app, CommandLine& line) {
     line.work.task = Task::Decompress;
     addInputOptions(app, line);
     addOutputOptions(app, line);
-    addKeepPartial(app, line);
+    addDecoding(app, line);
     addFormatOptions(app, line);
     runOnFiles(line);
 }
@@ -240,7 +240,7 @@ std::vector<std::string> normalised(const std::vector<std::string>& words) {
             throw UsageError(word + " is no level; they are -1 to -9");
         if (word != "--fast") {
             out.push_back(word);
-        } else if (i + 1 < words.size() && isDigits(words[i + 1])) {
+        } else if (i + 1 < words.size() && numberFrom(words[i + 1])) {
             out.push_back("--fast=" + words[++i]);
         } else {
             out.emplace_back("-1");
@@ -268,13 +268,14 @@ std::string footer(bool listsCommands) {
     return text + "Exit status: 0 when all went well, 1 after a failure, 2 after a warning.";
 }
 
-// The nine levels are one option; its name says so more shortly than CLI11 would. What excludes
-// what is said when it matters.
+// The levels are one option; its name says so more shortly than CLI11 would. What excludes what is
+// said when it matters, and what a word without a value stands for is of no use.
 class HelpFormatter : public CLI::Formatter {
  public:
     std::string make_option_name(const CLI::Option* option, bool isPositional) const override {
-        return option->check_name("-9") ? "-1 .. -9,--best"
-                                        : CLI::Formatter::make_option_name(option, isPositional);
+        if (option->check_name("-9")) return "--fastest,-1 .. -9,--best";
+        const std::string name = CLI::Formatter::make_option_name(option, isPositional);
+        return name.substr(0, name.find('{'));
     }
     std::string make_option_opts(const CLI::Option* option) const override {
         if (option->get_positional()) return " ...";

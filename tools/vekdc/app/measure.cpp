@@ -63,9 +63,11 @@ std::vector<Way> waysOf(const Format& format, const std::vector<int>& levels,
     std::vector<Way> ways;
     if (format.codesAnyBytes()) {
         for (const int level : levels) {
-            ways.push_back({&format, level == 0 ? "fastest" : std::to_string(level), base});
-            ways.back().settings.fastest = level == 0;
-            ways.back().settings.level = std::max(level, 1);
+            const std::string label = level == kFastest ? "fastest"
+                                      : level == kBest  ? "best"
+                                                        : std::to_string(level);
+            ways.push_back({&format, label, base});
+            ways.back().settings.setLevel(level);
         }
     } else if (base.own.size() > 1) {
         ways.push_back({&format, "given", base});

@@ -30,8 +30,7 @@ struct Measured {
     double decompressRate() const { return static_cast<double>(plain) / 1e6 / decompressSeconds; }
 };
 
-/// Level 0 of these lists is --fastest.
-inline const std::vector<int> kAllLevels = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9};
+inline const std::vector<int> kAllLevels = {kFastest, 1, 2, 3, 4, 5, 6, 7, 8, 9, kBest};
 
 /// The levels of a format; of one that codes fields of numbers, some rates, unless the settings say
 /// which. Of the settings it takes those options that it has.

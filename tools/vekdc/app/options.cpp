@@ -44,7 +44,8 @@ void addFiles(CLI::App& app, CommandLine& line) {
 }
 
 void addFormat(CLI::App& app, CommandLine& line) {
-    app.add_option("--format", line.format, "Format of the data: " + formatNames())
+    const auto set = [&line](const std::string& name) { line.format = notEmpty("--format", name); };
+    app.add_option_function<std::string>("--format", set, "Format of the data: " + formatNames())
         ->type_name("NAME");
 }
 
@@ -101,14 +102,16 @@ void addOutputOptions(CLI::App& app, CommandLine& line) {
 
 void addLevels(CLI::App& app, CommandLine& line) {
     app.add_flag(
-        "-1{1},-2{2},-3{3},-4{4},-5{5},-6{6},-7{7},-8{8},-9{9},--best{10}", line.levels,
+        "--fastest{0},-1{1},-2{2},-3{3},-4{4},-5{5},-6{6},-7{7},-8{8},-9{9},--best{10}",
+        line.levels,
         "Effort, from fast to small; 6 unless given; --best: all that the format can, at least -9");
-    app.add_flag("--fastest", line.work.settings.fastest, "Faster than -1, and larger");
 }
 
-void addKeepPartial(CLI::App& app, CommandLine& line) {
+void addDecoding(CLI::App& app, CommandLine& line) {
     app.add_flag("--keep-partial", line.work.keepPartial,
                  "Keep what was decoded of a broken file before its fault");
+    app.add_flag("--sparse,!--no-sparse", line.work.sparse,
+                 "Zeros in new files become holes (the default), or do not");
 }
 
 void addFormatOptions(CLI::App& app, CommandLine& line) {
@@ -145,10 +148,7 @@ void addTasks(CLI::App& app, CommandLine& line) {
 void complete(CommandLine& line) {
     WorkOptions& work = line.work;
     if (line.paths.empty() && line.readsStdin) line.paths.emplace_back(kStdin);
-    if (!line.levels.empty()) {
-        work.settings.level = std::min(line.levels.back(), kMaxLevel);
-        work.settings.best = line.levels.back() > kMaxLevel;
-    }
+    if (!line.levels.empty()) work.settings.setLevel(line.levels.back());
     if (!line.format.empty()) {
         work.format = formatByName(line.format);
         work.formatGiven = true;

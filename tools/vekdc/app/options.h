@@ -39,7 +39,7 @@ void addFormat(CLI::App& app, CommandLine& line);
 void addInputOptions(CLI::App& app, CommandLine& line);
 void addOutputOptions(CLI::App& app, CommandLine& line);
 void addLevels(CLI::App& app, CommandLine& line);
-void addKeepPartial(CLI::App& app, CommandLine& line);
+void addDecoding(CLI::App& app, CommandLine& line);
 /// Those that not all formats have.
 void addFormatOptions(CLI::App& app, CommandLine& line);
 

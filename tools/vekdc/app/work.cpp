@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <utility>
 
 #include "tools/vekdc/app/names.h"
 #include "tools/vekdc/app/walk.h"
@@ -85,7 +86,7 @@ class FileWork {
             return;
         }
         output_ = std::make_unique<OutputFile>(path, mayReplace(path), input_);
-        if (options_.task == Task::Decompress) output_->leaveHoles();
+        if (options_.task == Task::Decompress && options_.sparse) output_->leaveHoles();
     }
 
     bool removes() const { return options_.remove && !input_.isStdin() && !toStdout() && !warned_; }
@@ -155,13 +156,18 @@ class FileWork {
 
     void openPlain() { open(toStdout() ? "" : plainPath(options_, found_)); }
 
-    // A part that keeps a name begins an output of that name; it stays in the folder that it would
-    // go to without.
-    void restore(const Stored& stored) {
+    // With --name each part that keeps a name begins an output of that name, in the folder that it
+    // would go to without. Otherwise the second such part does, as in an archive of several files;
+    // what came before gets its own name then.
+    void beginPart(const Stored& stored) {
         const std::string name = baseName(stored.name);
         const bool named = !name.empty() && name != "." && name != "..";
-        if (output_ && !named) return;
-        if (output_) {
+        const bool first = parts_++ == 0;
+        if (first) first_ = {named ? placedPath(options_, found_, name) : "", stored.modified};
+        if (first && !options_.restoreName) return;
+        if (!first && !named) return;
+        if (!first) {
+            if (!options_.restoreName) nameFirst();
             output_->commit(removes());
             before_ += output_->written();
         }
@@ -171,6 +177,13 @@ class FileWork {
             openPlain();
         }
         if (stored.modified != 0) output_->setModified(stored.modified);
+    }
+
+    void nameFirst() {
+        const Stored first = std::exchange(first_, {});
+        if (first.name.empty()) return;
+        output_->renameTo(first.name, mayReplace(first.name));
+        if (first.modified != 0) output_->setModified(first.modified);
     }
 
     // Writes to the output that is open, or opens it.
@@ -191,18 +204,15 @@ class FileWork {
 
     void decompress() {
         ToOutput sink(*this);
-        const bool restores = options_.restoreName && !toStdout() && options_.output.empty();
+        const bool named = !toStdout() && options_.output.empty();
         if (options_.force && toStdout() && recognised() == nullptr) {
             copy(sink);
             return;
         }
         const Format& format = recognise();
         Settings own = settings();
-        if (restores) {
-            own.stored = [this](const Stored& stored) { restore(stored); };
-        } else {
-            sink.open();
-        }
+        if (named) own.stored = [this](const Stored& stored) { beginPart(stored); };
+        if (!named || !options_.restoreName) sink.open();
         try {
             format.decompress(source_, sink, own);
         } catch (const FormatError&) {
@@ -248,6 +258,8 @@ class FileWork {
     Progress progress_;
     Source source_;
     std::unique_ptr<OutputFile> output_;
+    uint64_t parts_ = 0;   // That said what is stored of them.
+    Stored first_;         // What the first part's output becomes if others follow, by its path.
     uint64_t before_ = 0;  // Bytes in outputs that are complete, of a file that makes several.
     bool warned_ = false;
 };

@@ -28,6 +28,7 @@ struct WorkOptions {
     bool storeName = true;     ///< Keep name and time stamp in the file.
     bool restoreName = false;  ///< Give outputs the name and time stamp that the file keeps.
     bool keepPartial = false;  ///< Keep what was good of a broken file.
+    bool sparse = true;        ///< Leave holes in what is decompressed.
     bool quiet = false;        ///< No progress, no warnings.
     bool verbose = false;      ///< A line for every file done.
     Progress::When progress = Progress::When::OnTerminal;

@@ -7,6 +7,9 @@
 
 namespace vekdc {
 
+/// The option by which blocks end by their content, on one thread too.
+inline const std::string kRsyncable = "rsyncable";
+
 /// Those that the settings mean.
 codec::DeflateOptions deflateOptions(const Settings& settings);
 

@@ -4,6 +4,7 @@
 // named in registry.cpp. Everything about files, names, progress and exit statuses is elsewhere.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <optional>
@@ -30,7 +31,10 @@ struct Stored {
     uint32_t modified = 0;  ///< 0: not known.
 };
 
+/// Levels as commands and tables number them: beside 1 to 9 that of --fastest and that of --best.
+constexpr int kFastest = 0;
 constexpr int kMaxLevel = 9;
+constexpr int kBest = 10;
 
 /// How to code; a format takes from it what it has a use for.
 struct Settings {
@@ -45,6 +49,12 @@ struct Settings {
     Print warn = [](const std::string&) {};  ///< Takes what is odd but no failure.
     /// Takes what is stored, where it is set, before the data that it belongs to is decoded.
     std::function<void(const Stored&)> stored;
+
+    void setLevel(int number) {
+        level = std::clamp(number, 1, kMaxLevel);
+        best = number == kBest;
+        fastest = number == kFastest;
+    }
 };
 
 /// A file name suffix, and what replaces it when the file is decompressed (".tgz" to ".tar").

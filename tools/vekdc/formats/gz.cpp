@@ -86,6 +86,10 @@ class Gz : public Format {
         return start.size() >= 2 && codec::startsGzip(start);
     }
 
+    std::vector<FormatOption> options() const override {
+        return {{kRsyncable.c_str(), nullptr, "let what is the same remain so behind a change"}};
+    }
+
     void compress(Source& source, Sink& sink, const Settings& settings) const override {
         const codec::DeflateOptions options = deflateOptions(settings);
         std::string name = settings.name;
@@ -96,7 +100,7 @@ class Gz : public Format {
         header.name.present = !name.empty();
         header.name.data = reinterpret_cast<uint8_t*>(name.data());
         header.name.size = name.size();
-        if (settings.jobs == 1) {
+        if (settings.jobs == 1 && !settings.own.contains(kRsyncable)) {
             codec::GzipEncoder encoder(options);
             encoder.setHeader(header);
             pumpEncoder(encoder, source, sink);

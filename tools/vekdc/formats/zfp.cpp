@@ -61,6 +61,14 @@ bool parse(std::string_view text, Number& value) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
+/// Whole numbers may have a unit.
+bool parse(std::string_view text, int32_t& value) {
+    const std::optional<uint64_t> number = numberFrom(text);
+    if (!number || *number > INT32_MAX) return parse<int32_t>(text, value);
+    value = static_cast<int32_t>(*number);
+    return true;
+}
+
 /// Numbers between separators; empty when one is none.
 std::vector<int32_t> numbers(std::string_view text, char separator) {
     std::vector<int32_t> values;

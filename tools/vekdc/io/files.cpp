@@ -144,8 +144,7 @@ OutputFile::OutputFile(const std::string& path, bool force, const InputFile& lik
     struct stat existing {};
     if (stat(path.c_str(), &existing) == 0) {
         if (S_ISDIR(existing.st_mode)) throw SystemFailure(path, EISDIR);
-        if (existing.st_dev == like_.st_dev && existing.st_ino == like_.st_ino)
-            throw Failure("input and output are the same file");
+        requireOther(existing);
         if (const int behind = descriptorBehind(path); behind >= 0) {
             descriptor_ = fcntl(behind, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
             if (descriptor_ < 0) throw SystemFailure(path, errno);
@@ -162,6 +161,22 @@ OutputFile::OutputFile(const std::string& path, bool force, const InputFile& lik
         }
     }
     createTemporary();
+}
+
+void OutputFile::requireOther(const struct stat& existing) const {
+    if (existing.st_dev == like_.st_dev && existing.st_ino == like_.st_ino)
+        throw Failure("input and output are the same file");
+}
+
+void OutputFile::renameTo(const std::string& path, bool force) {
+    struct stat existing {};
+    if (stat(path.c_str(), &existing) == 0) {
+        requireOther(existing);
+        if (!force || !S_ISREG(existing.st_mode)) throw SystemFailure(path, EEXIST);
+    }
+    if (temporary_.empty()) throw SystemFailure(path, EACCES);
+    path_ = path;
+    force_ = force;
 }
 
 void OutputFile::openInPlace(int flags) {

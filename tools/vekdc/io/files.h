@@ -70,6 +70,9 @@ class OutputFile : public Sink {
 
     /// Stretches of zeros become holes from here on, where a new file is written.
     void leaveHoles() { leavesHoles_ = !temporary_.empty(); }
+    /// Lets a new file have another name in the end. A regular file there is refused unless
+    /// `force`, and anything else.
+    void renameTo(const std::string& path, bool force);
     /// The time stamp that it gets, in place of the input's.
     void setModified(uint32_t seconds) { like_.st_mtim = {static_cast<time_t>(seconds), 0}; }
 
@@ -88,6 +91,7 @@ class OutputFile : public Sink {
     void writeAll(Bytes bytes);
     void skip(size_t zeros);
     void createTemporary();
+    void requireOther(const struct stat& existing) const;
     void openInPlace(int flags);
     void copyAttributes();
     void rename();
