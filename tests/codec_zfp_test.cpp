@@ -29,15 +29,8 @@ const std::vector<Field>& fields() {
                                      {{1, 1, 1}, {32768, 32768, 64, 0}},
                                      {{260, 257, 9}, ZfpParameters::ofAccuracy(1e-2)},
                                      {{1021, 601, 1}, ZfpParameters::ofRate(7.3)}};
-        Random random(3);
         for (Field& field : fields) {
-            for (uint64_t i = 0; i < field.dims.values(); ++i) {
-                const float noise = static_cast<float>(random() % 2001) / 1e6F;
-                const float wave = std::sin(static_cast<float>(i) * 0.07F) * 5 + noise;
-                const float value = i % 997 > 700 ? 0 : wave;
-                field.plain.resize(field.plain.size() + sizeof(value));
-                std::memcpy(&*(field.plain.end() - sizeof(value)), &value, sizeof(value));
-            }
+            field.plain = vektest::field(field.dims.values());
             ZfpFieldEncoder encoder(field.dims, field.parameters);
             field.packed = codeInPieces(encoder, field.plain).bytes;
         }

@@ -253,19 +253,6 @@ TEST(Bz2Format, StreamsFollowEachOther) {
 
 using Bz2Program = Program;
 
-TEST_F(Bz2Program, ExchangesFilesWithTheTool) {
-    write("x", plain_);
-    good(
-        "vekdc compress --format bz2 -1 -j 2 x && vekdc test -j 2 x.bz2 && "
-        "vekdc decompress -o y x.bz2 && cmp x y && cp x.bz2 z.tbz2 && "
-        "vekdc decompress z.tbz2 && cmp x z.tar");
-    if (haveTool("bzip2")) {
-        good(
-            "bzip2 -t x.bz2 && bzip2 -dc x.bz2 | cmp - x && "
-            "(bzip2 -c x; bzip2 -c9 x) | vekdc decompress -j 2 >y && cat x x | cmp - y");
-    }
-}
-
 TEST_F(Bz2Program, KeepsWhatWasGoodOnlyWhenAskedTo) {
     const Bytes plain = sample(350000);
     Bytes broken = compress(plain, 1);

@@ -12,13 +12,17 @@ using namespace vektest;
 void big(Bytes& to, uint64_t value, int count = 4) {
     while (--count >= 0) to.push_back(static_cast<uint8_t>(value >> (8 * count)));
 }
-void little(Bytes& to, uint64_t value, int count = 4) {
-    for (int i = 0; i < count; ++i) to.push_back(static_cast<uint8_t>(value >> (8 * i)));
-}
 template <int bytes = 4, class... Numbers>
 Bytes bigs(Numbers... values) {
     Bytes out;
     (big(out, values, bytes), ...);
+    return out;
+}
+template <int bytes = 4, class... Numbers>
+Bytes littles(Numbers... values) {
+    Bytes out;
+    for (const uint64_t value : {uint64_t{values}...})
+        for (int i = 0; i < bytes; ++i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
     return out;
 }
 uint32_t adler(const Bytes& bytes) {
@@ -217,26 +221,15 @@ TEST(Lzss, SaysWhatIsWrongAndWhere) {
     const auto sumOf = [](const Bytes& bytes) {
         return ~vekdc::codec::kCrc32c.update(0xFFFFFFFF, bytes);
     };
-    const auto header = [&](uint32_t version, uint32_t bits, uint64_t length) {
-        Bytes out = {0x89, 'L', 'Z', 'S', 'S', 0x0D, 0x0A, 0x1A};
-        little(out, version, 1);
-        little(out, bits, 1);
-        little(out, length, 8);
-        little(out, sumOf(out));
-        return out;
+    const auto header = [&](uint8_t version, uint8_t bits, uint64_t length) {
+        const Bytes out =
+            Bytes{0x89, 'L', 'Z', 'S', 'S', 0x0D, 0x0A, 0x1A, version, bits} + littles<8>(length);
+        return out + littles(sumOf(out));
     };
     const auto block = [&](size_t size, const Bytes& coded, uint32_t sum) {
-        Bytes out;
-        little(out, size);
-        little(out, coded.size());
-        little(out, sum);
-        return out + coded;
+        return littles(size, coded.size(), sum) + coded;
     };
-    const auto end = [](uint64_t length) {
-        Bytes out(4, 0);
-        little(out, length, 8);
-        return out;
-    };
+    const auto end = [](uint64_t length) { return Bytes(4, 0) + littles<8>(length); };
     const Bytes good = header(1, 12, ~uint64_t{0});
     const Bytes plain = Bytes(9, 'a');
     // A literal and a match of 8 at distance 1; then the same with one more literal begun.

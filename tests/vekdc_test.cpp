@@ -406,6 +406,8 @@ TEST_F(Program, Habits) {
             "cp x y; vgzip x; [ ! -e x ]; vgzcat x.gz | cmp - y; vgunzip x.gz; [ ! -e x.gz ]",
             "cp x y; vbzip2 x; vbzcat x | cmp - y; vbunzip2 x; vbzip2 -k x; vbzcat x.bz2 | cmp - "
             "y; rm x; vbunzip2 x.bz2; cmp x y",
+            "vbzip2 -1 -T2 x; cp x.bz2 z.tbz2; vekdc -tT2 z.tbz2; vekdc -d -T2 x.bz2 z.tbz2; cmp x "
+            "z.tar",
             "vlz4 x; [ -e x ]; vlz4cat x.lz4 | cmp - x; mv x y; vunlz4 x.lz4; cmp x y",
             // Names, formats and numbers.
             "vekdc --format gzip -o y x; vekdc --format .GZ -o - x | vekdc -d | cmp - x",
