@@ -65,17 +65,6 @@ TEST_F(Lz4Format, WritesWhatTheLibraryAndItselfRead) {
     }
 }
 
-TEST_F(Lz4Format, AccelerationTakesThePlaceOfTheLevel) {
-    const Bytes plain = sample(100000);
-    const auto packed = [&](int level, const char* fast) {
-        return compress(lz4(), plain, settingsOf(level, 1, {{"fast", fast}}));
-    };
-    const Bytes level1 = compress(lz4(), plain, settingsOf(1));
-    EXPECT_EQ(packed(9, "1"), level1);
-    EXPECT_EQ(packed(9, "5"), packed(1, "5"));
-    EXPECT_GT(packed(1, "5").size(), level1.size());
-}
-
 TEST_F(Lz4Format, LinkedBlocksAndDictionariesPay) {
     const Bytes plain = shapes()[4].make(300000, 3);
     write("dictionary", plain);

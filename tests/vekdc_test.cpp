@@ -395,6 +395,10 @@ TEST_F(Program, Habits) {
             "[ $(vekdc -nc --best x | wc -c) -lt $(vekdc -9c < x | wc -c) ]",
             "cmp <(vekdc -nc --fast x) <(vekdc -1 --no-name --to-stdout x)",
             "vekdc --format lz4 --fast 8 -c x | cmp - <(vekdc compress --format lz4 --fast=8 -c x)",
+            "for n in 1 5; do vekdc --format lz4 -9 --fast=$n -c x; done | cmp - <(vekdc --format "
+            "lz4 -1 -c x; vekdc --format lz4 -1 --fast=5 -c x)",
+            "[ $(vekdc --format lz4 --fast=5 -c x | wc -c) -gt $(vekdc --format lz4 -1c x | wc -c) "
+            "]",
             "vekdc --rm x; [ ! -e x ]; vekdc -d --rm x.gz; [ ! -e x.gz ]; [ -e x ]",
             "vekdc -T2 -S .Z9 x; mv x y; vekdc -d -S .z9 x.Z9; cmp x y",
             "tar -I vekdc -cf t.tgz x; cp x y; rm x; tar -I vekdc -xf t.tgz; cmp x y",
