@@ -110,7 +110,7 @@ void expectSame(const Bytes& packed, uint32_t seed, int small = 0, bool isDamage
 
 TEST(DropinBzip2, EachReadsWhatTheOtherWrites) {
     EXPECT_STREQ(ours.bzlibVersion(), theirs.bzlibVersion());
-    std::vector<Sample> samples = everyShape({1, 99, 100, 4000, 99899, 99900, effort(120000)});
+    std::vector<Sample> samples = everyShape({1, 99, 100, 4000, 99900});
     for (const Bytes& plain :
          {Bytes(), sample(effort(900000)), Bytes(effort(2000000), 'y') + sample(99)})
         samples.push_back({"sample", plain});
