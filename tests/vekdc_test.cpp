@@ -216,7 +216,7 @@ TEST_F(Program, ASignalRemovesTheTemporary) {
                 "kill -" +
                 name + " $!; wait $!; kill -l $?");
         EXPECT_EQ(outcome.out, name + "\n") << outcome.err;
-        EXPECT_EQ(files(), std::set<std::string>{"fifo"});
+        ASSERT_EQ(files(), std::set<std::string>{"fifo"});
     }
 }
 
