@@ -1,5 +1,5 @@
-// The tool's bz2 format on any number of threads; files composed field by field, for what no encoder
-// writes; and what is wrong with broken ones.
+// The tool's bz2 format on any number of threads; files composed field by field, for what no
+// encoder writes; and what is wrong with broken ones.
 #include "codec/checksums.h"
 #include "support/tool.h"
 
