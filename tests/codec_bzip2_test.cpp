@@ -14,7 +14,7 @@ using vekdc::codec::Status;
 
 Bytes encode(const Bytes& plain, int level = 1) {
     Bzip2Encoder encoder(level);
-    return encodeInPieces(encoder, plain).bytes;
+    return codeInPieces(encoder, plain).bytes;
 }
 
 TEST(Bzip2Codec, ComesToTheSameInAnyPieces) {
@@ -28,9 +28,9 @@ TEST(Bzip2Codec, ComesToTheSameInAnyPieces) {
         for (const auto& [in, out] : {std::pair<size_t, size_t>{1, 1}, {1, 999}, {301, 7}}) {
             if (plain.size() > 1000000 && in == 1) continue;
             ASSERT_EQ(encoder.reset(), Status::Going);
-            expectAll(encodeInPieces(encoder, plain, in, out), packed);
+            expectAll(codeInPieces(encoder, plain, in, out), packed);
             ASSERT_EQ(decoder.reset(), Status::Going);
-            expectAll(decodeInPieces(decoder, packed + tail, in, out), plain, tail.size());
+            expectAll(codeInPieces(decoder, packed + tail, in, out), plain, tail.size());
             EXPECT_EQ(decoder.taken(), packed.size());
         }
         // The end needs no room.
@@ -40,7 +40,7 @@ TEST(Bzip2Codec, ComesToTheSameInAnyPieces) {
         decoder.reset();
         EXPECT_EQ(decoder.run(in, out), Status::Ended);
         EXPECT_TRUE(room == plain);
-        expectAll(decodeInPieces(decoder, tail), {}, tail.size());
+        expectAll(codeInPieces(decoder, tail), {}, tail.size());
     }
 }
 
@@ -60,7 +60,7 @@ TEST(Bzip2Codec, FlushesEndBlocks) {
         EXPECT_GT(packed.size(), 500U);
         packed = packed + run(plain, Directive::Finish, 4000).bytes;
         Bzip2Decoder decoder;
-        expectAll(decodeInPieces(decoder, packed), plain + plain);
+        expectAll(codeInPieces(decoder, packed), plain + plain);
         EXPECT_EQ(decoder.blockCount(), 2U);
         EXPECT_EQ(decoder.level(), 9);
     }
@@ -80,13 +80,12 @@ TEST(Bzip2Codec, GoesOnOnceThereIsMemory) {
 
 TEST(Bzip2Codec, TakesLittleMemoryForLittleInput) {
     const Bytes plain = sample(1000);
-    CountingMemory encoding;
-    CountingMemory decoding;
-    Bzip2Encoder encoder(9, encoding.allocator());
-    Bzip2Decoder decoder(decoding.allocator());
-    expectAll(decodeInPieces(decoder, encodeInPieces(encoder, plain).bytes), plain);
-    EXPECT_LT(encoding.given(), 60000U);
-    EXPECT_LT(decoding.given(), 80000U);
+    Supply encoding, decoding;
+    Bzip2Encoder encoder(9, allocator(encoding));
+    Bzip2Decoder decoder(allocator(decoding));
+    expectAll(codeInPieces(decoder, codeInPieces(encoder, plain).bytes), plain);
+    EXPECT_LT(encoding.given, 60000U);
+    EXPECT_LT(decoding.given, 80000U);
 }
 
 }  // namespace

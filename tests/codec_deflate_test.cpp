@@ -80,7 +80,7 @@ TEST(DeflateEncoder, ByteByByteIsWhole) {
         const Bytes in = shapes()[4].make(70001, 1);
         const Bytes whole = encode(encoder, in);
         encoder.reset();
-        const CodecResult result = encodeInPieces(encoder, in, 1, 1);
+        const CodecResult result = codeInPieces(encoder, in, 1, 1);
         EXPECT_EQ(result.status, Status::Ended);
         EXPECT_EQ(zlibInflate(result.bytes, -15, in.size()), in);
         EXPECT_LE(result.bytes.size(), whole.size() + whole.size() / 50);
@@ -132,7 +132,7 @@ TEST(DeflateEncoder, BlocksFollowTheData) {
             const Bytes out = encode(encoder, c.in);
             ASSERT_EQ(zlibInflate(out, -15, c.in.size()), c.in);
             InflateDecoder decoder;
-            EXPECT_EQ(decodeInPieces(decoder, out).bytes, c.in);
+            EXPECT_EQ(codeInPieces(decoder, out).bytes, c.in);
             const auto& blocks = decoder.blocks();
             for (size_t kind = 0; kind < 3; ++kind) EXPECT_GE(blocks[kind], c.least[kind]) << kind;
             EXPECT_LE(blocks[0] + blocks[1] + blocks[2], c.most);
@@ -148,7 +148,7 @@ TEST(DeflateEncoder, FlushesEndAsTheyPromise) {
     const auto inflatesTo = [&](const Bytes& part, size_t size, const Bytes& history) {
         InflateDecoder decoder;
         EXPECT_EQ(decoder.setHistory(history), Status::Going);
-        const CodecResult result = decodeInPieces(decoder, part);
+        const CodecResult result = codeInPieces(decoder, part);
         EXPECT_EQ(result.unread, 0U);
         return result.status == Status::Going && result.bytes.size() == size;
     };
@@ -171,7 +171,7 @@ TEST(DeflateEncoder, FlushesEndAsTheyPromise) {
         EXPECT_TRUE(encoder.prime(2, 10));
         const Bytes rest = encode(encoder, {});
         InflateDecoder alone;
-        EXPECT_EQ(decodeInPieces(alone, third + rest).bytes, text);
+        EXPECT_EQ(codeInPieces(alone, third + rest).bytes, text);
         EXPECT_EQ(zlibInflate(Bytes(1, 0) + marker + first + second + third + rest, -15, 15000),
                   text + text + text);
     }
@@ -204,7 +204,7 @@ TEST(DeflateEncoder, NoPeriodHidesTheHistory) {
         for (const int level : {3, 6, 9}) {
             if (level != 6 && effort(100) < 50) continue;
             DeflateEncoder encoder({level});
-            const Bytes out = encodeInPieces(encoder, in, 128 << 10).bytes;
+            const Bytes out = codeInPieces(encoder, in, 128 << 10).bytes;
             ASSERT_EQ(zlibInflate(out, -15, in.size()), in);
             EXPECT_LE(out.size(), period + in.size() / 100) << period << " at level " << level;
             // Behind history, as parts on threads are.
@@ -236,7 +236,7 @@ void decodesInAnyPieces(int windowBits) {
                 if (inPiece < 4096 && (outPiece == 1 || outPiece > 5000)) continue;
                 SCOPED_TRACE(testing::Message() << inPiece << " in, " << outPiece << " out");
                 decoder.reset();
-                expectAll(decodeInPieces(decoder, packed + behind, inPiece, outPiece), plain,
+                expectAll(codeInPieces(decoder, packed + behind, inPiece, outPiece), plain,
                           behind.size());
                 ASSERT_EQ(decoder.totalIn(), packed.size());
             }
@@ -253,37 +253,11 @@ TEST(InflateDecoder, DamageAndTruncation) {
     const Bytes plain = shapes()[4].make(600, 3) + shapes()[1].make(100, 3);
     for (const int strategy : {Z_DEFAULT_STRATEGY, Z_FIXED})
         survivesDamage([] { return InflateDecoder(); }, zlibDeflate(plain, {-15, strategy}));
-    survivesDamage([] { return GzipDecoder(); }, zlibDeflate(plain, {15 + kGzipMode}));
-    survivesDamage([] { return ZlibDecoder(); }, zlibDeflate(plain, {}));
-}
-
-TEST(InflateDecoder, PausesBetweenBlocksAndTellsTheBit) {
-    const Bytes text = shapes()[4].make(30000, 5);
-    const Bytes packed = zlibDeflate(text, {-15, Z_DEFAULT_STRATEGY, Z_PARTIAL_FLUSH, 6, 1});
-    InflateDecoder decoder;
-    decoder.pauseAt(InflatePause::Codes);
-    Input in{packed.data(), packed.size()};
-    Bytes out(text.size());
-    Output room{out.data(), out.size()};
-    uint64_t pauses = 0;
-    while (decoder.run(in, room) == Status::Going) {
-        ASSERT_TRUE(decoder.paused());
-        ++pauses;
-        // From any block's end another decoder goes on, given the bits of the byte it began in.
-        InflateDecoder other;
-        EXPECT_EQ(other.setHistory(View(out).first(out.size() - room.left)), Status::Going);
-        const uint8_t held = packed.size() == in.left ? 0 : *(in.next - 1);
-        EXPECT_TRUE(other.prime(held >> (8 - decoder.unusedBits()), decoder.unusedBits()));
-        if (pauses % 2 != 0 || decoder.inLastBlock()) continue;
-        const Bytes rest(in.next, in.next + in.left);
-        const CodecResult result = decodeInPieces(other, rest);
-        EXPECT_EQ(result.status, Status::Ended);
-        EXPECT_EQ(result.bytes.size(), room.left);
-    }
-    EXPECT_EQ(room.left, 0U);
-    EXPECT_EQ(out, text);
-    const auto& blocks = decoder.blocks();
-    EXPECT_EQ(pauses, 2 * (blocks[0] + blocks[1] + blocks[2]));
+    // A gzip header's time stamp, hints and text flag, and bits that only pad, say nothing.
+    EXPECT_LT(
+        survivesDamage([] { return GzipDecoder(); }, zlibDeflate(plain, {15 + kGzipMode}), &plain),
+        80U);
+    EXPECT_LT(survivesDamage([] { return ZlibDecoder(); }, zlibDeflate(plain, {}), &plain), 80U);
 }
 
 // --- formats ------------------------------------------------------------------------------------
@@ -293,7 +267,7 @@ GzipField fieldOf(Bytes& bytes, bool present) {
 }
 
 TEST(Gzip, EveryHeaderFieldThereAndBack) {
-    Bytes texts[] = {Bytes(70, 'x'), {'n', 'a', 'm', 'e'}, Bytes(300, 'c')};
+    Bytes texts[] = {Bytes(300, 'x'), {'n', 'a', 'm', 'e'}, Bytes(300, 'c')};
     const Bytes plain = shapes()[4].make(1000, 1);
     for (unsigned flags = 0; flags < 32; ++flags) {
         const GzipHeader header = {(flags & 1) != 0,
@@ -306,17 +280,17 @@ TEST(Gzip, EveryHeaderFieldThereAndBack) {
                                    fieldOf(texts[2], (flags & 16) != 0)};
         GzipEncoder encoder;
         encoder.setHeader(header);
-        const CodecResult packed = encodeInPieces(encoder, plain, 100, 1 + flags);
+        const CodecResult packed = codeInPieces(encoder, plain, 100, 1 + flags);
         ASSERT_EQ(zlibInflate(packed.bytes, 15 + kGzipMode, plain.size()), plain);
         for (const size_t piece : {1, 50, 5000}) {
-            Bytes kept[3] = {Bytes(70), Bytes(9), Bytes(50)};  // One just fits, one does not.
+            Bytes kept[3] = {Bytes(300), Bytes(9), Bytes(50)};  // One just fits, one does not.
             GzipHeader read;
             read.extra = {false, kept[0].data(), 0, kept[0].size()};
             read.name = {false, kept[1].data(), 0, kept[1].size()};
             read.comment = {false, kept[2].data(), 0, kept[2].size()};
             GzipDecoder decoder;
             decoder.headerTo(&read);
-            ASSERT_EQ(decodeInPieces(decoder, packed.bytes, piece).bytes, plain);
+            ASSERT_EQ(codeInPieces(decoder, packed.bytes, piece).bytes, plain);
             EXPECT_EQ(decoder.flags(), flags);
             EXPECT_EQ(std::tuple(read.text, read.summed, read.modified, read.hints, read.system),
                       std::tuple(header.text, header.summed, header.modified, 2, 7));
@@ -353,46 +327,27 @@ TEST(Zlib, DictionariesAndWindows) {
     }
 }
 
-// A copy made anywhere, the memory of which fails at first, ends as the original does.
-template <class Codec>
-void copiesGoOn(const Bytes& input, const std::function<std::unique_ptr<Codec>()>& make,
-                const std::function<Status(Codec&, Input&, Output&, bool)>& run) {
-    Bytes whole(2 * input.size() + 300000);
+// A copy made anywhere ends as the original does.
+template <class Codec, class... Options>
+void copiesGoOn(const Bytes& input, const Options&... options) {
     for (const size_t cut : {size_t{0}, size_t{5}, input.size() / 3, input.size() - 1}) {
-        const auto codec = make();
+        Codec codec(options...), copy(options...);
+        Bytes room(input.size() / 7);
         Input in{input.data(), cut};
-        Output out{whole.data(), whole.size() / 7};
-        run(*codec, in, out, false);
-        const size_t before = whole.size() / 7 - out.left;
-        in.left += input.size() - cut;
-        const auto copy = make();
-        EXPECT_EQ(copy->copyFrom(*codec), Status::Going);
-        Bytes ends[2];
-        Codec* const both[] = {codec.get(), copy.get()};
-        for (int i = 0; i < 2; ++i) {
-            Bytes room(whole.size());
-            Input from = in;
-            Output to{room.data(), room.size()};
-            EXPECT_EQ(run(*both[i], from, to, true), Status::Ended) << before;
-            room.resize(room.size() - to.left);
-            ends[i] = room;
-        }
-        EXPECT_EQ(ends[0], ends[1]) << cut;
+        Output out{room.data(), room.size()};
+        run(codec, in, out, false);
+        EXPECT_EQ(copy.copyFrom(codec), Status::Going);
+        const Bytes rest(in.next, input.data() + input.size());
+        const CodecResult expected = codeInPieces(codec, rest);
+        expectAll(codeInPieces(copy, rest), expected.bytes);
+        EXPECT_EQ(expected.status, Status::Ended) << cut;
     }
 }
 
 TEST(Copies, GoOnAsTheOriginal) {
     const Bytes plain = shapes()[4].make(400000, 6);
-    for (const DeflateOptions& options : ways())
-        copiesGoOn<GzipEncoder>(
-            plain, [&] { return std::make_unique<GzipEncoder>(options); },
-            [](GzipEncoder& encoder, Input& in, Output& out, bool last) {
-                return encoder.run(in, out, last ? Directive::Finish : Directive::Go);
-            });
-    const Bytes packed = zlibDeflate(plain, {15, 0, Z_NO_FLUSH, 6, 1});
-    copiesGoOn<ZlibDecoder>(
-        packed, [] { return std::make_unique<ZlibDecoder>(); },
-        [](ZlibDecoder& decoder, Input& in, Output& out, bool) { return decoder.run(in, out); });
+    for (const DeflateOptions& options : ways()) copiesGoOn<GzipEncoder>(plain, options);
+    copiesGoOn<ZlibDecoder>(zlibDeflate(plain, {15, 0, Z_NO_FLUSH, 6, 1}));
 }
 
 // Every allocation may fail: the call says so, and where it may go on it does.
@@ -400,21 +355,18 @@ TEST(Memory, FailuresAreSurvived) {
     const Bytes plain = shapes()[4].make(100000, 6);
     for (const int level : {kDeflateFastest, kDeflateStored, 6})
         for (size_t limit = 0;; ++limit) {
-            CountingMemory memory(limit);
-            DeflateEncoder encoder({level}, memory.allocator());
-            if (encodeInPieces(encoder, plain, 30000, 1000).status == Status::Ended) break;
-            EXPECT_TRUE(memory.exhausted());
+            Supply memory{limit};
+            DeflateEncoder encoder({level}, allocator(memory));
+            if (codeInPieces(encoder, plain, 30000, 1000).status == Status::Ended) break;
+            EXPECT_TRUE(memory.refused);
         }
     const Bytes packed = zlibDeflate(plain, {-15, 0, Z_NO_FLUSH, 6, 1});
-    for (const size_t limit : {0U, 1U}) {
-        CountingMemory memory(limit);
-        InflateDecoder decoder(memory.allocator());
-        EXPECT_EQ(decodeInPieces(decoder, packed, 100, 100).status,
-                  limit == 0 ? Status::NoMemory : Status::Ended);
-        // Decoded by one call a stream takes none.
-        decoder.reset();
-        EXPECT_EQ(decodeInPieces(decoder, packed, packed.size(), plain.size()).bytes, plain);
-    }
+    Supply none{0};
+    InflateDecoder decoder(allocator(none));
+    EXPECT_EQ(codeInPieces(decoder, packed, 100, 100).status, Status::NoMemory);
+    // Decoded by one call a stream takes none.
+    decoder.reset();
+    EXPECT_EQ(codeInPieces(decoder, packed, packed.size(), plain.size()).bytes, plain);
 }
 
 }  // namespace

@@ -80,10 +80,10 @@ TEST(CodecLz, PiecesOfAnySizeGiveTheSame) {
         for (const size_t size : {0U, 1U, 2000U, 65536U, 300000U, 1300000U}) {
             SCOPED_TRACE(pair.name + std::to_string(size));
             const Bytes plain = sample(size);
-            const Bytes packed = encodeInPieces(encoder, plain).bytes;
+            const Bytes packed = codeInPieces(encoder, plain).bytes;
             const size_t few = size / 3000 + 1;
             encoder.reset();
-            const CodecResult again = encodeInPieces(encoder, plain, few, few + 5);
+            const CodecResult again = codeInPieces(encoder, plain, few, few + 5);
             expectAll(again, packed);
             encoder.reset();
             // Room for next to nothing, for some blocks and part of one, for all.
@@ -94,10 +94,10 @@ TEST(CodecLz, PiecesOfAnySizeGiveTheSame) {
                                               {all, size + 70000}}) {
                 decoder.reset();
                 const CodecResult back =
-                    decodeInPieces(decoder, packed + Bytes{1, 2, 3, 4}, piece, room);
+                    codeInPieces(decoder, packed + Bytes{1, 2, 3, 4}, piece, room);
                 expectAll(back, plain, 4);
                 EXPECT_EQ(decoder.info().plain, size);
-                ASSERT_EQ(decodeInPieces(decoder, {}).status, Status::Ended);
+                ASSERT_EQ(codeInPieces(decoder, {}).status, Status::Ended);
             }
         }
     });
@@ -108,7 +108,7 @@ TEST(CodecLz, CutsAndDamageAreNoticed) {
         SCOPED_TRACE(pair.name);
         const Bytes plain = sample(1500);
         auto encoder = pair.encoder({});
-        const Bytes packed = encodeInPieces(encoder, plain).bytes;
+        const Bytes packed = codeInPieces(encoder, plain).bytes;
         // Another distance may be as good.
         EXPECT_LT(survivesDamage([&] { return pair.decoder({}); }, packed, &plain), 100U);
     });
@@ -119,7 +119,7 @@ TEST(CodecLz, EveryFailureOfMemoryCanBeMadeGood) {
     forAll([&](const auto& pair) {
         SCOPED_TRACE(pair.name);
         auto reference = pair.encoder({});
-        const Bytes packed = encodeInPieces(reference, plain).bytes;
+        const Bytes packed = codeInPieces(reference, plain).bytes;
         goesOnOnceThereIsMemory(pair.encoder, plain, packed);
         goesOnOnceThereIsMemory([&](auto from) { return pair.decoder(from); }, packed, plain);
     });
@@ -143,7 +143,7 @@ TEST(CodecLz, FlushedDataCanBeDecodedAtOnce) {
                 EXPECT_EQ(status == Status::Ended, directive == Directive::Finish);
                 room.resize(room.size() - out.left);
                 EXPECT_EQ(room.empty(), size == 0);
-                const CodecResult result = decodeInPieces(decoder, room);
+                const CodecResult result = codeInPieces(decoder, room);
                 EXPECT_EQ(result.status, status);
                 back = back + result.bytes;
                 at += size;
@@ -163,19 +163,19 @@ TEST(CodecLz, AHeaderThatLiesIsAnError) {
         lz4.reset(chosen);
         LzssEncoder lzss(size);
         const Status expected = size == 1000 ? Status::Ended : Status::Broken;
-        EXPECT_EQ(encodeInPieces(lz4, plain).status, expected);
-        EXPECT_EQ(encodeInPieces(lzss, plain).status, expected);
+        EXPECT_EQ(codeInPieces(lz4, plain).status, expected);
+        EXPECT_EQ(codeInPieces(lzss, plain).status, expected);
     }
     // A frame that holds more than it says is decoded to its end, whatever the room.
     Lz4FrameEncoder encoder({});
-    Bytes packed = encodeInPieces(encoder, plain).bytes;
+    Bytes packed = codeInPieces(encoder, plain).bytes;
     const Bytes stated = {0x6C, 0x70, 10, 0, 0, 0, 0, 0, 0, 0};
     packed.erase(packed.begin() + 4, packed.begin() + 7);
     packed.insert(packed.begin() + 4, static_cast<uint8_t>(lz4Hash(stated) >> 8));
     packed.insert(packed.begin() + 4, stated.begin(), stated.end());
     for (const size_t room : {1U, 10U, 999U, 5000U}) {
         Lz4FrameDecoder decoder;
-        const CodecResult result = decodeInPieces(decoder, packed, packed.size(), room);
+        const CodecResult result = codeInPieces(decoder, packed, packed.size(), room);
         EXPECT_EQ(result.status, Status::Broken);
         EXPECT_TRUE(result.bytes == plain) << room;
         EXPECT_EQ(decoder.fault().offset, packed.size() - 4);  // In front of the checksum.
@@ -185,7 +185,7 @@ TEST(CodecLz, AHeaderThatLiesIsAnError) {
 TEST(CodecLz, ADictionaryCanBeGivenWhenItIsAskedFor) {
     Lz4FrameEncoder encoder(options(1, 4, true, true));
     const Bytes plain = part(kDictionary, 20500, 3000);  // text
-    const Bytes packed = encodeInPieces(encoder, plain).bytes;
+    const Bytes packed = codeInPieces(encoder, plain).bytes;
     EXPECT_LT(packed.size(), 100U);
     for (const size_t piece : {size_t{1}, packed.size()}) {
         Lz4FrameDecoder decoder;
@@ -208,18 +208,18 @@ TEST(CodecLz, SkippedAndLegacyFramesEndWhereTheyDo) {
     const Bytes legacy = Bytes{0x02, 0x21, 0x4C, 0x18} + block + block;
     for (const size_t piece : {1U, 3U, 100U}) {
         Lz4FrameDecoder decoder;
-        const CodecResult nothing = decodeInPieces(decoder, skipped + legacy, piece);
+        const CodecResult nothing = codeInPieces(decoder, skipped + legacy, piece);
         EXPECT_EQ(nothing.status, Status::Ended);
         EXPECT_EQ(nothing.unread, legacy.size());
         decoder.reset();
-        const CodecResult all = decodeInPieces(decoder, legacy + skipped, piece);
+        const CodecResult all = codeInPieces(decoder, legacy + skipped, piece);
         EXPECT_EQ(all.status, Status::Ended);
         EXPECT_EQ(all.bytes, (Bytes{'a', 'b', 'a', 'b'}));
         EXPECT_EQ(all.unread + decoder.overrun(), skipped.size());
         for (size_t cut = 4; cut <= legacy.size(); ++cut) {
             decoder.reset();
             const Bytes begun = part(legacy, 0, cut);
-            EXPECT_EQ(decodeInPieces(decoder, begun, piece).status, Status::Going);
+            EXPECT_EQ(codeInPieces(decoder, begun, piece).status, Status::Going);
             EXPECT_EQ(decoder.mayEnd(), cut % block.size() == 4) << cut;
         }
     }

@@ -213,9 +213,7 @@ TEST(Limits, Lz4) {
                            ? veksEncodeLZ4Safe_8u(src, &length, dst, size, work)
                            : veksEncodeLZ4HC_8u(src, 0, &length, dst, size, tables, nullptr, 0, 1);
             },
-            [](const uint8_t* src, int32_t size, uint8_t* dst, int32_t* room) {
-                return veksDecodeLZ4_8u(src, size, dst, room);
-            });
+            veksDecodeLZ4_8u);
     }
     // Positions up to 2^32 - 2, behind a dictionary far away.
     const Mapping zeros;

@@ -41,14 +41,12 @@ Result encode(const Bytes& data, State& state, size_t capacity, size_t slack = 0
     return {status, length, Bytes(dst.data(), dst.data() + length)};
 }
 
-Bytes encode(const Bytes& data, State& state) {
+template <class AnyState>
+Bytes encode(const Bytes& data, AnyState&& state) {
     const auto bound = vekLZOEncodeBound(static_cast<uint32_t>(data.size())) + 16 * 32;
     const Result r = encode(data, state, bound);
     EXPECT_EQ(r.status, vekStatusOk);
     return r.bytes;
-}
-Bytes encode(const Bytes& data, State&& state) {
-    return encode(data, state);
 }
 
 using DecodeFunction = VekStatus(const uint8_t*, uint32_t, uint8_t*, uint32_t*);

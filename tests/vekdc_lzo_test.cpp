@@ -8,17 +8,19 @@ namespace {
 using vekdc::Settings;
 using namespace vektest;
 
-/// Appends a number.
-void big(Bytes& to, uint64_t value, int count = 4) {
-    while (--count >= 0) to.push_back(static_cast<uint8_t>(value >> (8 * count)));
-}
-void little(Bytes& to, uint64_t value, int count = 4) {
-    for (int i = 0; i < count; ++i) to.push_back(static_cast<uint8_t>(value >> (8 * i)));
-}
+/// Numbers of so many bytes each, the highest or the lowest byte first.
 template <int bytes = 4, class... Numbers>
 Bytes bigs(Numbers... values) {
     Bytes out;
-    (big(out, values, bytes), ...);
+    for (const auto value : {static_cast<uint64_t>(values)...})
+        for (int i = bytes; i-- > 0;) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
+    return out;
+}
+template <int bytes = 4, class... Numbers>
+Bytes littles(Numbers... values) {
+    Bytes out;
+    for (const auto value : {static_cast<uint64_t>(values)...})
+        for (int i = 0; i < bytes; ++i) out.push_back(static_cast<uint8_t>(value >> (8 * i)));
     return out;
 }
 uint32_t adler(const Bytes& bytes) {
@@ -37,15 +39,14 @@ struct LzoPart {
     Bytes header() const {
         const bool isNew = version >= 0x0940;
         Bytes out = bigs<2>(version, 0x20A0);
-        if (isNew) big(out, needed, 2);
-        big(out, method, 1);
-        if (isNew) big(out, 5, 1);
-        big(out, flags);
-        if ((flags & 0x800) != 0) big(out, filter);
+        if (isNew) out = out + bigs<2>(needed);
+        out = out + bigs<1>(method);
+        if (isNew) out = out + bigs<1>(5);
+        out = out + bigs(flags);
+        if ((flags & 0x800) != 0) out = out + bigs(filter);
         out = out + bigs(0100644, 981173106);
-        if (isNew) big(out, 0);
-        big(out, name.size(), 1);
-        out = out + bytesOf(name);
+        if (isNew) out = out + bigs(0);
+        out = out + bigs<1>(name.size()) + bytesOf(name);
         const auto sum = [&](const Bytes& of) {
             return bigs((flags & 0x1000) != 0 ? crc(of) : adler(of));
         };
@@ -59,10 +60,10 @@ struct LzoPart {
     Bytes block(const Bytes& sums, const Bytes& stream = {}) const {
         const Bytes& coded = stream.empty() ? sums : stream;
         Bytes out = bigs(sums.size(), coded.size());
-        if ((flags & 1) != 0) big(out, adler(sums));
-        if ((flags & 0x100) != 0) big(out, crc(sums));
-        if (!stream.empty() && (flags & 2) != 0) big(out, adler(stream));
-        if (!stream.empty() && (flags & 0x200) != 0) big(out, crc(stream));
+        if ((flags & 1) != 0) out = out + bigs(adler(sums));
+        if ((flags & 0x100) != 0) out = out + bigs(crc(sums));
+        if (!stream.empty() && (flags & 2) != 0) out = out + bigs(adler(stream));
+        if (!stream.empty() && (flags & 0x200) != 0) out = out + bigs(crc(stream));
         return out + coded;
     }
 
@@ -220,26 +221,15 @@ TEST(Lzss, SaysWhatIsWrongAndWhere) {
     const auto sumOf = [](const Bytes& bytes) {
         return ~vekdc::codec::kCrc32c.update(0xFFFFFFFF, bytes);
     };
-    const auto header = [&](uint32_t version, uint32_t bits, uint64_t length) {
-        Bytes out = {0x89, 'L', 'Z', 'S', 'S', 0x0D, 0x0A, 0x1A};
-        little(out, version, 1);
-        little(out, bits, 1);
-        little(out, length, 8);
-        little(out, sumOf(out));
-        return out;
+    const auto header = [&](uint8_t version, uint8_t bits, uint64_t length) {
+        const Bytes out =
+            Bytes{0x89, 'L', 'Z', 'S', 'S', 0x0D, 0x0A, 0x1A, version, bits} + littles<8>(length);
+        return out + littles(sumOf(out));
     };
     const auto block = [&](size_t size, const Bytes& coded, uint32_t sum) {
-        Bytes out;
-        little(out, size);
-        little(out, coded.size());
-        little(out, sum);
-        return out + coded;
+        return littles(size, coded.size(), sum) + coded;
     };
-    const auto end = [](uint64_t length) {
-        Bytes out(4, 0);
-        little(out, length, 8);
-        return out;
-    };
+    const auto end = [](uint64_t length) { return Bytes(4, 0) + littles<8>(length); };
     const Bytes good = header(1, 12, ~uint64_t{0});
     const Bytes plain = Bytes(9, 'a');
     // A literal and a match of 8 at distance 1; then the same with one more literal begun.

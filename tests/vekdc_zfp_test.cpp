@@ -39,18 +39,6 @@ std::vector<To> asArrayOf(const std::vector<From>& from) {
     return to;
 }
 
-/// Waves, some noise, and a stretch of zeros.
-std::vector<float> makeField(size_t count) {
-    vektest::Random random(7);
-    std::vector<float> field(count);
-    for (size_t i = 0; i < count; ++i) {
-        const auto x = static_cast<float>(i);
-        const float noise = static_cast<float>(random() % 2001) / 1e6F;
-        field[i] = i % 997 > 700 ? 0 : std::sin(x * 0.07F) * std::cos(x * 0.0013F) * 5 + noise;
-    }
-    return field;
-}
-
 struct Mode {
     const char* theirs;
     Options ours;
@@ -78,17 +66,16 @@ class ZfpFormat : public Program {
         own["dims"] = dims;
         std::array<unsigned, 3> sides = {1, 1, 1};
         std::sscanf(dims, "%ux%ux%u", &sides[0], &sides[1], &sides[2]);
-        const std::vector<float> field = makeField(size_t{sides[0]} * sides[1] * sides[2]);
-        const Bytes plain = asArrayOf<uint8_t>(field);
+        const Bytes plain = field(size_t{sides[0]} * sides[1] * sides[2]);
         const Bytes packed = compress(plain, own);
         ASSERT_EQ(packed.size() % 8, 0U);
         EXPECT_TRUE(compress(plain, own, 3) == packed);
         const Bytes decoded = decompress(packed);
         ASSERT_EQ(decoded.size(), plain.size());
         EXPECT_TRUE(decompress(packed, 3) == decoded);
-        const std::vector<float> after = asArrayOf<float>(decoded);
-        for (size_t i = 0; i < field.size() && mode.tolerance != 0; ++i)
-            ASSERT_NEAR(field[i], after[i], mode.tolerance) << i;
+        const auto before = asArrayOf<float>(plain), after = asArrayOf<float>(decoded);
+        for (size_t i = 0; i < before.size() && mode.tolerance != 0; ++i)
+            ASSERT_NEAR(before[i], after[i], mode.tolerance) << i;
         if (static const bool have = haveTool("zfp"); !have) return;
         write("raw", plain);
         write("ours", packed);
@@ -116,7 +103,7 @@ TEST_F(ZfpFormat, LargeFieldsGoInChunksOfPlanesOrRows) {
 }
 
 TEST_F(ZfpFormat, SaysWhatIsWrongWithAFile) {
-    const Bytes plain = asArrayOf<uint8_t>(makeField(270));
+    const Bytes plain = field(270);
     const Bytes rate = compress(plain, {{"dims", "9x6x5"}, {"rate", "8"}});
     const Bytes expert = compress(plain, {{"dims", "9x6x5"}, {"expert", "0,200,20,-10"}});
     EXPECT_EQ(compress(Bytes(4096), {{"dims", "1kx1"}}), compress(Bytes(4096), {{"dims", "1024"}}));
@@ -192,7 +179,7 @@ TEST_F(ZfpFormat, RefusesFieldsAndOptionsThatDoNotFit) {
 }
 
 TEST_F(ZfpFormat, InfoTellsParametersAndErrors) {
-    const Bytes plain = asArrayOf<uint8_t>(makeField(270));
+    const Bytes plain = field(270);
     const Bytes packed = compress(plain, {{"dims", "9x6x5"}, {"rate", "8"}});
     const auto against = [&](const std::vector<float>& original) {
         write("original", asArrayOf<uint8_t>(original));

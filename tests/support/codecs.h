@@ -3,42 +3,14 @@
 
 #include "codec/codec.h"
 #include "codec/memory.h"
+#include "support/supply.h"
 #include "support/test.h"
 
 namespace vektest {
 
-/// An allocator that counts what is out, and gives nothing from its `limit`th call on.
-class CountingMemory {
- public:
-    explicit CountingMemory(size_t limit = static_cast<size_t>(-1)) : left_(limit) {}
-    ~CountingMemory() { EXPECT_EQ(out_, 0U) << "memory was not released"; }
-    CountingMemory(const CountingMemory&) = delete;
-    CountingMemory& operator=(const CountingMemory&) = delete;
-
-    vekdc::codec::Allocator allocator() {
-        return {[](void* self, size_t bytes) -> void* {
-                    auto& memory = *static_cast<CountingMemory*>(self);
-                    if (memory.left_ == 0) return nullptr;
-                    --memory.left_;
-                    ++memory.out_;
-                    memory.given_ += bytes;
-                    return std::malloc(bytes);
-                },
-                [](void* self, void* block) {
-                    --static_cast<CountingMemory*>(self)->out_;
-                    std::free(block);
-                },
-                this};
-    }
-    bool exhausted() const { return left_ == 0; }
-    /// Gives whatever is asked for from now on.
-    void lift() { left_ = static_cast<size_t>(-1); }
-    /// Bytes that were given in all.
-    size_t given() const { return given_; }
-
- private:
-    size_t left_, out_ = 0, given_ = 0;
-};
+inline vekdc::codec::Allocator allocator(Supply& supply) {
+    return {Supply::give, Supply::take, &supply};
+}
 
 /// What a codec made of its input, and how it ended.
 struct CodecResult {
@@ -72,20 +44,22 @@ CodecResult runInPieces(const Bytes& input, size_t inPiece, size_t outPiece, Run
     }
 }
 
-template <class Decoder>
-CodecResult decodeInPieces(Decoder& decoder, const Bytes& input, size_t inPiece = SIZE_MAX / 2,
-                           size_t outPiece = 1 << 16) {
-    return runInPieces(input, inPiece, outPiece,
-                       [&](auto& in, auto& out, bool) { return decoder.run(in, out); });
+/// Runs a decoder, or an encoder, which finishes with the last piece.
+template <class Codec>
+vekdc::codec::Status run(Codec& codec, vekdc::codec::Input& in, vekdc::codec::Output& out,
+                         bool last) {
+    using vekdc::codec::Directive;
+    if constexpr (requires { codec.run(in, out); })
+        return codec.run(in, out);
+    else
+        return codec.run(in, out, last ? Directive::Finish : Directive::Go);
 }
 
-template <class Encoder>
-CodecResult encodeInPieces(Encoder& encoder, const Bytes& input, size_t inPiece = SIZE_MAX / 2,
-                           size_t outPiece = 1 << 16) {
-    return runInPieces(input, inPiece, outPiece, [&](auto& in, auto& out, bool last) {
-        using vekdc::codec::Directive;
-        return encoder.run(in, out, last ? Directive::Finish : Directive::Go);
-    });
+template <class Codec>
+CodecResult codeInPieces(Codec& codec, const Bytes& input, size_t inPiece = SIZE_MAX / 2,
+                         size_t outPiece = 1 << 16) {
+    return runInPieces(input, inPiece, outPiece,
+                       [&](auto& in, auto& out, bool last) { return run(codec, in, out, last); });
 }
 
 inline void expectAll(const CodecResult& result, const Bytes& bytes, size_t unread = 0) {
@@ -101,7 +75,7 @@ size_t survivesDamage(Make make, Bytes packed, const Bytes* plain = nullptr) {
     using vekdc::codec::Status;
     for (size_t size = 0; size < packed.size(); ++size) {
         auto decoder = make();
-        const CodecResult result = decodeInPieces(decoder, part(packed, 0, size), 1 + size % 40);
+        const CodecResult result = codeInPieces(decoder, part(packed, 0, size), 1 + size % 40);
         EXPECT_TRUE(result.status == Status::Going && result.unread == 0) << "cut at " << size;
         EXPECT_TRUE(plain == nullptr || result.bytes == part(*plain, 0, result.bytes.size()));
     }
@@ -112,8 +86,8 @@ size_t survivesDamage(Make make, Bytes packed, const Bytes* plain = nullptr) {
         flip(packed, bit);
         auto whole = make();
         auto pieces = make();
-        const CodecResult a = decodeInPieces(whole, packed, packed.size(), 4096);
-        const CodecResult b = decodeInPieces(pieces, packed, 1 + bit % 99, 1 + bit % 277);
+        const CodecResult a = codeInPieces(whole, packed, packed.size(), 4096);
+        const CodecResult b = codeInPieces(pieces, packed, 1 + bit % 99, 1 + bit % 277);
         EXPECT_EQ(a.status, b.status);
         EXPECT_EQ(a.bytes, b.bytes);
         EXPECT_TRUE((a.status == Status::Broken) == (whole.fault().reason != nullptr) ||
@@ -123,7 +97,7 @@ size_t survivesDamage(Make make, Bytes packed, const Bytes* plain = nullptr) {
         EXPECT_TRUE(a.status != Status::Ended || plain == nullptr || a.bytes == *plain);
         if (a.status == Status::Ended) ++harmless;
         if (a.status == Status::Broken) {
-            EXPECT_EQ(decodeInPieces(whole, packed).status, Status::Broken);
+            EXPECT_EQ(codeInPieces(whole, packed).status, Status::Broken);
         }
         flip(packed, bit);
     }
@@ -138,24 +112,18 @@ void goesOnOnceThereIsMemory(Make make, const Bytes& input, const Bytes& expecte
     size_t limit = 0;
     for (bool failed = true; failed && !testing::Test::HasFailure(); ++limit) {
         SCOPED_TRACE(limit);
-        CountingMemory memory(limit);
-        auto codec = make(memory.allocator());
+        Supply memory{limit};
+        auto codec = make(allocator(memory));
         failed = false;
-        const auto run = [&](Input& in, Output& out, bool last) {
-            if constexpr (requires { codec.run(in, out); })
-                return codec.run(in, out);
-            else
-                return codec.run(in, out, last ? Directive::Finish : Directive::Go);
-        };
         const CodecResult result =
             runInPieces(input, 999, 9000, [&](Input& in, Output& out, bool last) {
-                const Status status = run(in, out, last);
+                const Status status = run(codec, in, out, last);
                 if (status != Status::NoMemory) return status;
-                EXPECT_TRUE(memory.exhausted());
-                EXPECT_EQ(run(in, out, last), Status::NoMemory);
-                memory.lift();
+                EXPECT_TRUE(memory.refused);
+                EXPECT_EQ(run(codec, in, out, last), Status::NoMemory);
+                memory.left = SIZE_MAX;
                 failed = true;
-                return run(in, out, last);
+                return run(codec, in, out, last);
             });
         EXPECT_LT(result.unread, 8U);  // Padding.
         expectAll(result, expected, result.unread);

@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace vektest {
@@ -186,6 +188,19 @@ Bytes sample(size_t size, uint32_t seed) {
     for (const auto& shape : shapes()) all = all + shape.make(size / shapes().size() + 1, seed);
     all.resize(size);
     return all;
+}
+
+Bytes field(size_t count, uint32_t seed) {
+    Random random(seed);
+    Bytes bytes(count * sizeof(float));
+    for (size_t i = 0; i < count; ++i) {
+        const auto x = static_cast<float>(i);
+        const float noise = static_cast<float>(random() % 2001) / 1e6F;
+        const float wave = std::sin(x * 0.07F) * std::cos(x * 0.0013F) * 5 + noise;
+        const float value = i % 997 > 700 ? 0 : wave;
+        std::memcpy(&bytes[i * sizeof(value)], &value, sizeof(value));
+    }
+    return bytes;
 }
 
 }  // namespace vektest

@@ -53,6 +53,9 @@ std::vector<Sample> everyShape(const std::vector<size_t>& sizes, uint32_t seed =
 /// All of them, one behind the other.
 Bytes sample(size_t size, uint32_t seed = 1);
 
+/// Floats as a field of measurements has them: waves, some noise, and stretches of zeros.
+Bytes field(size_t count, uint32_t seed = 7);
+
 /// `rounds` scaled by VEK_TEST_EFFORT (percent, 100 when unset), at least 1: random loops run
 /// shorter under tools that slow everything down.
 size_t effort(size_t rounds);

@@ -6,6 +6,7 @@
 
 #include <sstream>
 
+#include "support/supply.h"
 #include "support/test.h"
 
 namespace vektest {
@@ -30,6 +31,10 @@ class Library {
  private:
     void* handle_;  // Stays open: the program's end closes it.
 };
+
+inline char* chars(Bytes& bytes) {
+    return reinterpret_cast<char*>(bytes.data());
+}
 
 /// The values as one text.
 template <class... Values>

@@ -137,28 +137,6 @@ inline vekdc::Settings settingsOf(int level, unsigned jobs = 1, const Options& o
     return settings;
 }
 
-/// Cuts a file everywhere, which must be refused, and flips every bit of it: that must be refused
-/// or decode to the very same, or to what `others`, weak checksums and all, decode it to. Returns
-/// how many of the flipped bits went unnoticed.
-inline size_t damage(const vekdc::Format& format, Bytes packed,
-                     Bytes (*others)(const Bytes&) = nullptr) {
-    const Bytes plain = decompress(format, packed);
-    for (size_t size = 0; size < packed.size(); ++size)
-        EXPECT_NE(complaint(format, part(packed, 0, size)), "") << format.name() << " " << size;
-    size_t unnoticed = 0;
-    for (size_t bit = 0; bit < packed.size() * 8; bit += effort(100) == 100 ? 1 : 50) {
-        flip(packed, bit);
-        const Decoded out = decode(format, packed);
-        if (out.complaint.empty()) {
-            const Bytes good = out.plain == plain || others == nullptr ? plain : others(packed);
-            EXPECT_EQ(out.plain, good) << format.name() << " bit " << bit;
-            ++unnoticed;
-        }
-        flip(packed, bit);
-    }
-    return unnoticed;
-}
-
 /// Runs the built program by bash in a folder of its own, which must hold exactly the expected
 /// files afterwards: nothing half-written, no temporary.
 class Program : public testing::Test {
