@@ -214,8 +214,8 @@ template <class Tables, class... Args>
         const bool wide = dst <= dstWide;
         dstPass = wide ? dstWide : dstSafe;
         const ptrdiff_t reach = wide ? dst - run.dstStart : 0;
-        wideSpan =
-            static_cast<size_t>(std::max<ptrdiff_t>(reach - (ptrdiff_t{passDistance} - 1), 0));
+        constexpr ptrdiff_t least = passDistance - 1;
+        wideSpan = static_cast<size_t>(std::max<ptrdiff_t>(reach - least, 0));
     };
     reachFurther();
 

@@ -335,7 +335,7 @@ int deflateGetDictionary(z_streamp strm, Bytef* dictionary, uInt* dictLength) {
 
 int deflateSetHeader(z_streamp strm, gz_headerp head) {
     Deflater* const state = stateOf(strm);
-    if (state == nullptr || state->wrap != Wrap::Gzip) return Z_STREAM_ERROR;
+    if (state == nullptr || state->wrap != Wrap::Gzip || state->trailed) return Z_STREAM_ERROR;
     state->gzip = head;
     return Z_OK;
 }
