@@ -1,0 +1,107 @@
+// The drop-in liblz4 and the distribution's on hostile blocks and frames: where both decode, they
+// give the same, in pieces of any size; and what theirs decodes whole ours refuses only where a
+// match refers to itself.
+//
+// Input: what it is and a seed for the pieces (3 bytes), room for a block (2 bytes), bytes.
+#include <lz4.h>
+#include <lz4frame.h>
+
+#include "fuzz/dropin.h"
+
+namespace {
+
+using namespace vekfuzz;
+
+struct Lz4 : Library {
+    using Library::Library;
+    VEK_MEMBER(decode, LZ4_decompress_safe)
+    VEK_MEMBER(decodePart, LZ4_decompress_safe_partial)
+    VEK_MEMBER(decodeBehind, LZ4_decompress_safe_usingDict)
+    VEK_MEMBER(create, LZ4F_createDecompressionContext)
+    VEK_MEMBER(destroy, LZ4F_freeDecompressionContext)
+    VEK_MEMBER(decodeFrame, LZ4F_decompress)
+    VEK_MEMBER(isError, LZ4F_isError)
+};
+
+const Lz4 ours(VEK_OURS);
+const Lz4 stock(VEK_STOCK);
+
+constexpr int mostCalls = 1000;
+
+struct Outcome {
+    bool good = false;
+    int calls = 0;
+    Data plain;
+};
+
+const char* chars(std::span<const uint8_t> bytes) {
+    return reinterpret_cast<const char*>(bytes.data());
+}
+
+Outcome decodeBlock(const Lz4& by, std::span<const uint8_t> packed, int how, size_t room) {
+    // Copies of their own, so that what is touched behind them shows.
+    const Data in(packed.begin(), packed.end());
+    Data out(room);
+    const Data dictionary(300, 'd');
+    auto* const to = reinterpret_cast<char*>(out.data());
+    const auto size = static_cast<int>(in.size());
+    const auto most = static_cast<int>(room);
+    const int got = how == 0   ? by.decode(chars(in), to, size, most)
+                    : how == 1 ? by.decodePart(chars(in), to, size, most / 2, most)
+                               : by.decodeBehind(chars(in), to, size, most, chars(dictionary), 300);
+    out.resize(got < 0 ? 0 : static_cast<size_t>(got));
+    return {got >= 0, 1, out};
+}
+
+/// As far as one frame goes. It is good where its end is reached.
+Outcome decodeFrame(const Lz4& by, std::span<const uint8_t> packed, uint32_t seed) {
+    constexpr size_t most[] = {1, 30, 2000, 100000};
+    Outcome outcome;
+    Sizes sizes(seed);
+    LZ4F_dctx* context = nullptr;
+    if (by.isError(by.create(&context, LZ4F_VERSION)) != 0) abort();
+    size_t at = 0;
+    for (int idle = 0; idle < 3 && outcome.calls < mostCalls; ++outcome.calls) {
+        size_t in = std::min(packed.size() - at, sizes.upTo(most[seed % 4]));
+        Data room(sizes.upTo(most[seed / 4 % 4]));
+        size_t out = room.size();
+        const Data piece(packed.begin() + static_cast<ptrdiff_t>(at),
+                         packed.begin() + static_cast<ptrdiff_t>(at + in));
+        const size_t hint = by.decodeFrame(context, room.data(), &out, piece.data(), &in, nullptr);
+        if (by.isError(hint) != 0) break;
+        at += in;
+        outcome.plain.insert(outcome.plain.end(), room.begin(),
+                             room.begin() + static_cast<ptrdiff_t>(out));
+        outcome.good = hint == 0 && at != 0;
+        if (outcome.good) break;
+        idle = out == 0 && at == packed.size() ? idle + 1 : 0;
+    }
+    by.destroy(context);
+    return outcome;
+}
+
+/// Whether two zeros, the distance of a match with itself, stand anywhere in the bytes.
+bool mayReferToItself(std::span<const uint8_t> packed) {
+    constexpr uint8_t zeros[2] = {};
+    return std::search(packed.begin(), packed.end(), zeros, zeros + 2) != packed.end();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    Choices choices({data, size});
+    const int how = choices.byte() % 8;
+    const uint32_t seed = choices.byte() * 256U + choices.byte();
+    const size_t room = choices.byte() * 256U + choices.byte();
+    const auto packed = choices.rest();
+    const auto decoded = [&](const Lz4& by) {
+        return how < 3 ? decodeBlock(by, packed, how, room) : decodeFrame(by, packed, seed);
+    };
+    const Outcome mine = decoded(ours);
+    const Outcome theirs = decoded(stock);
+    if (mine.calls == mostCalls || theirs.calls == mostCalls) return 0;
+    if (mine.good && theirs.good && mine.plain != theirs.plain) abort();
+    // The beginning of a block that is cut short is for theirs alone.
+    if (theirs.good && !mine.good && how != 1 && !mayReferToItself(packed)) abort();
+    return 0;
+}
