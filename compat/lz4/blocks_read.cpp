@@ -35,7 +35,9 @@ int decode(const char* src, char* dst, int srcSize, int room, const Behind& behi
     if (src == nullptr || room < 0) return kBroken;
     if (partial && room == 0) return 0;
     if (srcSize < 1) return kBroken;
-    if (srcSize == 1 || room == 0) return srcSize == 1 && *src == 0 ? 0 : kBroken;
+    // A block of nothing; the length of a match that never comes does not matter, if there is room.
+    if (srcSize == 1 || room == 0)
+        return srcSize == 1 && (room == 0 ? *src : *src & 0xF0) == 0 ? 0 : kBroken;
     const size_t inPlace = std::min<size_t>(behind.inPlace, kWindow);
     const size_t elsewhere = std::min<size_t>(behind.elsewhereSize, kWindow);
     const auto index = static_cast<int>(inPlace + elsewhere);
