@@ -191,6 +191,15 @@ TEST(DropinLz4, BeginningsAndDamageAreReadAlike) {
     theirs.freeStream(stream);
 }
 
+TEST(DropinLz4, BlocksOfOneTokenAreEmptyOrBroken) {
+    char room[9];
+    for (const char token : {'\0', '\1', '\xF', '\x10'})
+        for (const int most : {0, 1, 9})
+            EXPECT_EQ(ours.decompress_safe(&token, room, 1, most) < 0,
+                      theirs.decompress_safe(&token, room, 1, most) < 0)
+                << int{token} << " " << most;
+}
+
 /// A stream of blocks from one place to the next: behind each other, in turn in two buffers, around
 /// a ring, saved elsewhere. The decoder follows with the same moves.
 struct Mover {
