@@ -1,42 +1,48 @@
 // The readers of bits whose first one is the lowest of its byte, as deflate and ZFP have them.
 //
-// LsbReader holds bits that it took from the source byte by byte: it stops at any byte, and goes on
-// with bits that a caller kept. LsbCursor reads where the bits stand, and asks for readable bytes
-// behind them instead of looking for the end. (Inflate's kernel has a third way, a register of the
-// machine's width refilled by one load, whose parts have to be variables of its loop.)
+// LsbReader holds bits that were taken from the source byte by byte: reading stops at any byte, and
+// goes on with bits that a caller kept. The record is the same type for every instruction set, so
+// that it may be given to the kernel of another; what is done with it is compiled for each.
+// LsbCursor reads where the bits stand, and asks for readable bytes behind them instead of looking
+// for the end. (Inflate's kernel has a third way, a register of the machine's width refilled by one
+// load, whose parts have to be variables of its loop.)
 #pragma once
 
 #include <cstdint>
 
 #include "bytes/words.h"
 
-namespace vek::inline VEK_LEVEL {
+namespace vek {
 
 struct LsbReader {
     const uint8_t* src;
     const uint8_t* srcEnd;
     uint32_t bits;  ///< Bits above nBits are 0.
     uint32_t nBits;
-
-    /// The most bits that can be asked of fill(): one more byte still fits above fewer.
-    static constexpr uint32_t mostFilled = 32 - 7;
-
-    /// Adds source bytes until `count` bits, at most mostFilled, are held or the source is used up.
-    void fill(uint32_t count) {
-        while (nBits < count && src != srcEnd) {
-            bits |= static_cast<uint32_t>(*src++) << nBits;
-            nBits += 8;
-        }
-    }
-
-    /// Takes `count` bits, fewer than 32, that are held.
-    uint32_t take(uint32_t count) {
-        const uint32_t taken = bits & ((1U << count) - 1);
-        bits >>= count;
-        nBits -= count;
-        return taken;
-    }
 };
+
+}  // namespace vek
+
+namespace vek::inline VEK_LEVEL {
+
+/// The most bits that can be asked of fill(): one more byte still fits above fewer.
+constexpr uint32_t mostFilled = 32 - 7;
+
+/// Adds source bytes until `count` bits, at most mostFilled, are held or the source is used up.
+inline void fill(LsbReader& in, uint32_t count) {
+    while (in.nBits < count && in.src != in.srcEnd) {
+        in.bits |= static_cast<uint32_t>(*in.src++) << in.nBits;
+        in.nBits += 8;
+    }
+}
+
+/// Takes `count` bits, fewer than 32, that are held.
+inline uint32_t take(LsbReader& in, uint32_t count) {
+    const uint32_t taken = in.bits & ((1U << count) - 1);
+    in.bits >>= count;
+    in.nBits -= count;
+    return taken;
+}
 
 /// Reads bits from memory; up to 8 bytes from the position's byte on must be readable.
 class LsbCursor {

@@ -43,6 +43,11 @@ inline uint32_t copyFromWindow(const Run& run, uint8_t* dst, uint32_t back, uint
     return total;
 }
 
+/// True when bytes may be run over wherever there is room.
+inline bool mayRunOver(const Run& run) {
+    return run.overEnd == run.dstEnd;
+}
+
 /// True when a match at `distance` starts within the history.
 inline bool reachable(const Run& run, const uint8_t* dst, uint32_t distance) {
     const auto written = static_cast<size_t>(dst - run.dstStart);

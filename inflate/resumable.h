@@ -19,7 +19,7 @@
 
 namespace vek::inline VEK_LEVEL::inflate {
 
-static_assert(maxCodeLength <= LsbReader::mostFilled && maxExtraBits <= LsbReader::mostFilled);
+static_assert(maxCodeLength <= mostFilled && maxExtraBits <= mostFilled);
 
 /// Decodes until the call must end; `kernel` runs the fast kernel over `run`.
 template <class Tables, class Kernel>
@@ -33,11 +33,11 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                     kernel();
                     if (run.step != stepSymbol) break;
                 }
-                run.fill(maxCodeLength);
+                fill(run, maxCodeLength);
                 const Entry entry = tables.lit(run.bits);
                 if (entry.codeLen() == 0) return Stop::corrupt;
                 if (entry.codeLen() > run.nBits) return Stop::needInput;
-                run.take(entry.codeLen());
+                take(run, entry.codeLen());
                 run.value = entry.value;
                 if (entry.isLiteral()) {
                     run.step = stepLiteral;
@@ -53,17 +53,17 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                 break;
             }
             case stepLengthExtra:
-                run.fill(run.extraBits);
+                fill(run, run.extraBits);
                 if (run.extraBits > run.nBits) return Stop::inside;
-                run.value += run.take(run.extraBits);
+                run.value += take(run, run.extraBits);
                 run.step = stepDistance;
                 break;
             case stepDistance: {
-                run.fill(maxCodeLength);
+                fill(run, maxCodeLength);
                 const Entry entry = tables.dist(run.bits);
                 if (entry.codeLen() == 0) return Stop::corrupt;
                 if (entry.codeLen() > run.nBits) return Stop::inside;
-                run.take(entry.codeLen());
+                take(run, entry.codeLen());
                 if (!entry.isDistance()) return Stop::corrupt;
                 run.distance = entry.value;
                 run.extraBits = entry.distanceExtra();
@@ -71,9 +71,9 @@ Stop runSteps(Run& run, const Tables& tables, Kernel kernel) {
                 break;
             }
             case stepDistanceExtra:
-                run.fill(run.extraBits);
+                fill(run, run.extraBits);
                 if (run.extraBits > run.nBits) return Stop::inside;
-                run.distance += run.take(run.extraBits);
+                run.distance += take(run, run.extraBits);
                 run.step = stepCopy;
                 break;
             case stepCopy: {

@@ -36,6 +36,29 @@
 #define ownsInflateLong_avx2 VEK_INTERNAL(ownsInflateLong_avx2)
 #define fixedCodeTables VEK_INTERNAL(fixedCodeTables)
 
+/// What goes from a call to the kernel of any level, and is one type for all of them.
+namespace vek::inflate_call {
+
+/// Why a call ends; the first three are the modes that it reports.
+enum class Stop : int32_t { endOfBlock = 0, needInput = 1, inside = 2, corrupt };
+
+/// A stream's position and surroundings while a call works on it.
+struct Run : LsbReader {
+    uint8_t* dst;
+    uint8_t* dstEnd;
+    uint8_t* overEnd;         ///< Up to here bytes behind the output may be run over.
+    const uint8_t* dstStart;  ///< Start of the history in the output buffer.
+    const uint8_t* window;
+    uint32_t windowSize;  ///< 0 when there is no window.
+    uint32_t winIdx;
+    uint32_t step;
+    uint32_t value;
+    uint32_t extraBits;
+    uint32_t distance;
+};
+
+}  // namespace vek::inflate_call
+
 namespace vek::inline VEK_LEVEL::inflate {
 
 #if !defined(__x86_64__)
@@ -53,6 +76,7 @@ static_assert(offsetof(VekInflateState, tables) == 40);
 #endif
 
 using namespace deflate_format;
+using namespace inflate_call;
 
 enum TableKind : uint32_t { fixedTables = 0, twoLevelTables = 1, singleLevelTables = 2 };
 
@@ -88,37 +112,19 @@ enum Step : uint32_t {
     stepLiteral = 6,
 };
 
-/// Why a call ends; the first three are the modes that it reports.
-enum class Stop : int32_t { endOfBlock = 0, needInput = 1, inside = 2, corrupt };
-
-/// A stream's position and surroundings while a call works on it.
-struct Run : LsbReader {
-    uint8_t* dst;
-    uint8_t* dstEnd;
-    uint8_t* overEnd;         ///< Up to here bytes behind the output may be run over.
-    const uint8_t* dstStart;  ///< Start of the history in the output buffer.
-    const uint8_t* window;
-    uint32_t windowSize;  ///< 0 when there is no window.
-    uint32_t winIdx;
-    uint32_t step;
-    uint32_t value;
-    uint32_t extraBits;
-    uint32_t distance;
-
-    bool mayRunOver() const { return overEnd == dstEnd; }
-};
-
 }  // namespace vek::inline VEK_LEVEL::inflate
 
 extern "C" {
 
 /// Decodes with the state's single-level tables.
-vek::inflate::Stop ownsInflateShort_8u(vek::inflate::Run& run, const VekInflateState& state);
-vek::inflate::Stop ownsInflateShort_avx2(vek::inflate::Run& run, const VekInflateState& state);
+vek::inflate_call::Stop ownsInflateShort_8u(vek::inflate_call::Run& run,
+                                            const VekInflateState& state);
+vek::inflate_call::Stop ownsInflateShort_avx2(vek::inflate_call::Run& run,
+                                              const VekInflateState& state);
 
 /// Decodes with the two-level tables at `tables`.
-vek::inflate::Stop ownsInflateLong_8u(vek::inflate::Run& run, const uint8_t* tables);
-vek::inflate::Stop ownsInflateLong_avx2(vek::inflate::Run& run, const uint8_t* tables);
+vek::inflate_call::Stop ownsInflateLong_8u(vek::inflate_call::Run& run, const uint8_t* tables);
+vek::inflate_call::Stop ownsInflateLong_avx2(vek::inflate_call::Run& run, const uint8_t* tables);
 
 /// The fixed code of RFC 1951, 3.2.6, in the two-level layout.
 // NOLINTNEXTLINE(bugprone-dynamic-static-initializers): it is constexpr where it is defined.

@@ -173,7 +173,7 @@ inline Stop decodeLong(Run& run, const uint8_t* tables) {
         const ptrdiff_t source = run.srcEnd - run.src;
         const ptrdiff_t room = run.dstEnd - run.dst;
         // Pairs are written as two bytes, also where the second is none.
-        if (run.mayRunOver() && source >= pairSource && room >= pairRoom &&
+        if (mayRunOver(run) && source >= pairSource && room >= pairRoom &&
             countPairs(tables) >= enoughPairs) {
             runFast<Packed<true>>(run, plain, tables);
         } else if (source >= packedSource && room >= packedRoom) {
