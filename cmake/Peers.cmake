@@ -45,6 +45,16 @@ vek_peer(lzo2 lzo/lzo1x.h lzo2)
 vek_peer(zfp zfp.h zfp)
 vek_peer(benchmark benchmark/benchmark.h benchmark)
 
+# The distribution's libraries that the drop-in ones stand in for: VEK_STOCK_<name>, the path of the
+# one of that soname.
+function(vek_stock_library name soname)
+  find_file(VEK_STOCK_${name} ${soname} PATHS ${_peer_libs} ${VEK_PEERS_DIR}/lib/i386-linux-gnu NO_DEFAULT_PATH)
+endfunction()
+
+vek_stock_library(bzip2 libbz2.so.1.0)
+vek_stock_library(lz4 liblz4.so.1)
+vek_stock_library(zlib libz.so.1)
+
 # vek_peer_program(<name>): PEER_<name>, the path of a program to compare with, where there is one.
 function(vek_peer_program name)
   if("${VEK_WITHOUT_PEERS}" STREQUAL "ALL" OR name IN_LIST VEK_WITHOUT_PEERS)

@@ -1,44 +1,23 @@
-// What the targets of drop-in libraries share: ours and the distribution's in one program, each
-// opened by its path and called by its functions' names; and choices taken from the input.
+// What the targets of drop-in libraries share: choices taken from the input, and the end of the run
+// where ours and the distribution's differ.
 #pragma once
-
-#include <dlfcn.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <span>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/library.h"
+
 namespace vekfuzz {
 
+using vektest::Library;
+using vektest::text;
+
 using Data = std::vector<uint8_t>;
-
-class Library {
- public:
-    explicit Library(const char* path) : handle_(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
-        if (handle_ == nullptr) fail(dlerror(), path);
-    }
-
-    /// A function by its name; `sample` is only for its type: the header's declaration.
-    template <class Function>
-    Function* get(const char* name, Function*) const {
-        void* const found = dlsym(handle_, name + std::strspn(name, ":"));
-        if (found == nullptr) fail("no such function", name);
-        return reinterpret_cast<Function*>(found);
-    }
-
- private:
-    [[noreturn]] static void fail(const char* what, const char* name) {
-        std::fprintf(stderr, "%s: %s\n", what, name);
-        abort();
-    }
-    void* handle_;
-};
 
 /// The input's next bytes as choices; zeros once it is used up.
 class Choices {
@@ -76,14 +55,6 @@ class Sizes {
     uint32_t state_;
 };
 
-/// The values as one text.
-template <class... Values>
-std::string text(const Values&... values) {
-    std::ostringstream out;
-    ((out << values << ' '), ...);
-    return out.str();
-}
-
 /// Ends the run where the two libraries differ.
 inline void same(const std::string& mine, const std::string& theirs, const std::string& when) {
     if (mine == theirs) return;
@@ -93,7 +64,3 @@ inline void same(const std::string& mine, const std::string& theirs, const std::
 }
 
 }  // namespace vekfuzz
-
-/// A member for a function of the library, of the type that its header declares it with.
-#define VEK_MEMBER(name, function) \
-    decltype(&function) name = get(#function, static_cast<decltype(&function)>(nullptr));
