@@ -3,9 +3,9 @@
 // Preparing takes a few hundred steps, which large blocks repay. The loop then takes two table
 // entries a pair, puts both without asking what the pair is, and stores eight bytes of which the
 // complete ones count. A pair has one bit at the least, so while enough pairs follow, the bytes
-// that a store touches beyond the complete ones are still to be written. Where eight literals stand
-// in a row, as they do for long stretches of data that hardly compresses, they go without the
-// empty distances between them.
+// that a store touches beyond the complete ones are still to be written. Whether eight pairs are
+// all literals, as they are for long stretches of data that hardly compresses, is asked once for
+// the eight: then they go without the empty distances between them.
 
 #include "deflate/coder_batch.h"
 
@@ -19,7 +19,7 @@ static_assert(maxSymbolBits + maxDistanceBits <= vek::LsbWriter::freeBits);
 
 namespace {
 
-constexpr uint32_t literalsAtOnce = 8;
+constexpr uint32_t pairsAtOnce = 8;
 constexpr uint32_t literalsPerFlush = 3;
 
 static_assert(literalsPerFlush * maxCodeLength <= vek::LsbWriter::freeBits);
@@ -34,7 +34,7 @@ bool nextAreLiterals(const uint16_t* dist) {
 uint32_t ownsDeflateHuff_8u(const uint8_t* lit, const uint16_t* dist, uint32_t count,
                             const VekHuffEntry* litTable, const VekHuffEntry* distTable,
                             vek::LsbWriter& sink) {
-    constexpr uint32_t pairsForAStore = 64 + literalsAtOnce;  // at least as many bits
+    constexpr uint32_t pairsForAStore = 64 + pairsAtOnce;  // at least as many bits
     if (count <= pairsForAStore) return 0;
     const PairCodes codes(litTable, distTable);
     vek::LsbWriter local = sink;
@@ -42,19 +42,21 @@ uint32_t ownsDeflateHuff_8u(const uint8_t* lit, const uint16_t* dist, uint32_t c
     uint32_t i = 0;
     while (i < count - pairsForAStore) {
         if (nextAreLiterals(dist + i)) {
-            for (uint32_t k = 0; k < literalsAtOnce; ++k) {
+#pragma GCC unroll 8
+            for (uint32_t k = 0; k < pairsAtOnce; ++k) {
                 local.put(codes.literal(lit[i + k]));
                 if (k % literalsPerFlush == literalsPerFlush - 1) local.flushWide();
             }
             local.flushWide();
-            i += literalsAtOnce;
+            i += pairsAtOnce;
             continue;
         }
-        const uint32_t distance = dist[i];
-        local.put(codes.symbol(lit[i], distance));
-        local.put(codes.distance(distance));
-        local.flushWide();
-        ++i;
+        for (const uint32_t end = i + pairsAtOnce; i != end; ++i) {
+            const uint32_t distance = dist[i];
+            local.put(codes.symbol(lit[i], distance));
+            local.put(codes.distance(distance));
+            local.flushWide();
+        }
     }
     sink = local;
     return i;

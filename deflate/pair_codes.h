@@ -4,9 +4,11 @@
 // 256 has extra bits left to add, under a mask that is 0 in the entries of all others. Entry 0 of
 // the distances is empty, so that a literal, whose distance is 0, takes the same path as a match,
 // and a near distance the same as a far one: which of them comes next cannot be predicted, and a
-// branch on it would cost more than the empty entry.
+// branch on it would cost more than the empty entry. The slots are laid out so that the smaller of
+// a distance and its far slot is the one to take.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "deflate/canonical_codes.h"
@@ -25,8 +27,8 @@ class PairCodes {
  public:
     PairCodes(const VekHuffEntry* litTable, const VekHuffEntry* distTable) {
         for (uint32_t i = 0; i < 256; ++i) {
-            symbols_[i] = literalBits(litTable, i);
-            symbols_[256 + i] = lengthBits(litTable, i);
+            symbols_[i] = lengthBits(litTable, i);
+            symbols_[firstLiteral + i] = literalBits(litTable, i);
         }
         distances_[0] = {0, 0, 0, 0};
         for (uint32_t d = 1; d <= shortDistances; ++d) {
@@ -43,17 +45,16 @@ class PairCodes {
         }
     }
 
-    CodedBits literal(uint32_t byte) const { return symbols_[byte]; }
-    CodedBits length(uint32_t lengthMinus3) const { return symbols_[256 + lengthMinus3]; }
+    CodedBits literal(uint32_t byte) const { return symbols_[firstLiteral + byte]; }
+    CodedBits length(uint32_t lengthMinus3) const { return symbols_[lengthMinus3]; }
     /// A literal, or the length of a match, whose distance is not 0.
     CodedBits symbol(uint32_t value, uint32_t distance) const {
-        return symbols_[value + (distance != 0 ? 256U : 0U)];
+        return symbols_[value + (((distance - 1) >> 16) & firstLiteral)];
     }
 
     CodedBits distance(uint32_t value) const {
         const uint32_t farSlot = firstLong + (((value - 1) >> longShift) & (longSlots - 1));
-        const uint32_t far = 0U - ((shortDistances - value) >> 31);  // all ones or none: no branch
-        const DistanceCode& entry = distances_[(farSlot & far) | (value & ~far)];
+        const DistanceCode& entry = distances_[std::min(value, farSlot)];
         return {entry.bits | (((value - 1) & entry.extraMask) << entry.codeLength), entry.count};
     }
 
@@ -63,7 +64,8 @@ class PairCodes {
     static constexpr uint32_t longSlots = 256;
     static constexpr uint32_t firstLong = shortDistances - 1;  // the first two slots are short
 
-    CodedBits symbols_[512];  // literals by byte, then lengths by length - 3
+    static constexpr uint32_t firstLiteral = 256;
+    CodedBits symbols_[2 * firstLiteral];  // lengths by length - 3, then literals by byte
     DistanceCode distances_[firstLong + longSlots];
 };
 
