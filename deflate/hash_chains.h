@@ -6,11 +6,10 @@
 // keeps the longest match, the nearest of equals.
 //
 // Positions count from the start of the stream, and the caller keeps only the last `winSize` bytes,
-// in a ring. The source of the running call is not copied there first: candidates at or behind the
-// call's start are read from the source, older ones from a copy of the ring in which the oldest
-// byte comes first, so that no match is divided by the ring's end. Once a call has come a window's
-// length into its source, every candidate within reach is in the source; from there on the search
-// is compiled without the ring (`Ring` below).
+// in a ring. The source of the running call is not copied there first. Its beginning is matched in
+// a copy that has the ring's bytes in front, the oldest first, so that nothing has to ask where a
+// candidate is; once a call has come a ring's length into its source, every candidate within reach
+// is in the source itself.
 //
 // The tables are the caller's, and may hold anything. A candidate is used only if its distance is
 // 1 .. winSize - 1 and its bytes are still there, which one unsigned comparison says; then its
@@ -92,6 +91,13 @@ struct HashChains {
     /// The latest position under `hash`.
     uint32_t latest(uint32_t hash) const { return static_cast<uint32_t>(head[hash & hashMask]); }
 
+    /// Takes back the insertion of `position`, the latest one, whose slot held `older`.
+    void remove(uint32_t hash, uint32_t position, int32_t older) const {
+        int32_t& slot = prev[position & ringMask];
+        head[hash & hashMask] = slot;
+        slot = older;
+    }
+
     /// Fetches the entry of `hash` ahead of its use.
     void prefetch(uint32_t hash) const {
         _mm_prefetch(reinterpret_cast<const char*>(head + (hash & hashMask)), _MM_HINT_T0);
@@ -116,6 +122,14 @@ struct PairWriter {
         counts.literal(byte);
     }
 
+    void literals(const uint8_t* bytes, uint32_t count) {
+        std::memcpy(lit, bytes, count);
+        std::memset(dist, 0, count * sizeof *dist);
+        lit += count;
+        dist += count;
+        counts.literals(bytes, bytes + count);
+    }
+
     void match(uint32_t length, uint32_t distance) {
         put(length - minMatch, distance);
         counts.match(length, distance);
@@ -133,98 +147,49 @@ struct Match {
     uint32_t distance;
 };
 
-/// The source of one call and the history before it.
+/// The bytes to be matched, those of before right in front of them.
 struct History {
     const uint8_t* src;
-    const uint8_t* before;  ///< End of a copy of what the ring holds; a few source bytes follow.
-    uint32_t start;         ///< Position of src[0].
-    uint32_t oldest;        ///< Position of the oldest byte that the ring still holds.
+    uint32_t start;   ///< Position of src[0].
+    uint32_t oldest;  ///< Position of the oldest byte of history.
     uint32_t ringMask;
 
-    /// Distances from `position` below or at this are within reach. Without `Ring`, all of them are
-    /// in the source.
-    template <bool Ring>
-    uint32_t reach(uint32_t position) const {
-        return Ring ? std::min(ringMask, position - oldest) : ringMask;
-    }
+    /// Distances from `position` below or at this are within reach.
+    uint32_t reach(uint32_t position) const { return std::min(ringMask, position - oldest); }
 
-    /// The byte `back` + 1 before src[at], and a few behind it.
-    template <bool Ring>
-    const uint8_t* place(uint32_t at, uint32_t back) const {
-        if (!Ring) return src + (at - 1 - back);
-        return (back < at ? src : before) + static_cast<int32_t>(at - 1 - back);
-    }
+    /// The byte `back` + 1 before src[at], and those behind it.
+    const uint8_t* place(uint32_t at, uint32_t back) const { return src + at - 1 - back; }
 
     /// Length, up to `limit`, of the match of src[at] with the bytes `back` + 1 before it.
-    template <bool Ring>
     uint32_t matchAt(uint32_t at, uint32_t back, uint32_t limit) const {
-        const uint8_t* const current = src + at;
-        const uint8_t* const bytes = place<Ring>(at, back);
-        if (!Ring || back < at) return static_cast<uint32_t>(matchLength(current, bytes, limit));
-        const uint32_t toSource = std::min(back + 1 - at, limit);
-        auto length = static_cast<uint32_t>(matchLength(current, bytes, toSource));
-        if (length == toSource)
-            length += static_cast<uint32_t>(matchLength(current + length, src, limit - length));
-        return length;
+        return static_cast<uint32_t>(matchLength(src + at, place(at, back), limit));
     }
 
     /// Whether a match of `length` bytes, at least four, of src[at] with what is `back` + 1 before
     /// it ends in the same four bytes.
-    template <bool Ring>
     bool endsAlike(uint32_t at, uint32_t back, uint32_t length) const {
-        const uint32_t tail = at + length - hashBytes;
-        return load<uint32_t>(place<Ring>(tail, back)) == load<uint32_t>(src + tail);
+        const uint8_t* const tail = src + at + length - hashBytes;
+        return load<uint32_t>(tail - 1 - back) == load<uint32_t>(tail);
     }
 };
-
-/// Bytes of the source that follow the copy of the ring: a match may be looked at that far.
-constexpr uint32_t wideBytes = 16;
-
-/// What the first places of a chain say.
-struct Glance {
-    bool matches;  ///< Whether there may be a match of four bytes.
-    bool ended;    ///< Whether the chain has no more places.
-};
-
-/// Looks at the first `Count` places from `candidate` on for the four bytes of src[at].
-///
-/// Nearly all candidates fail in data that hardly compresses, and whether one is in reach cannot be
-/// predicted. So it is not asked where the chain ends: a place out of reach gives way to one at the
-/// reach's end, which leads on to any other; it can not be told wrongly that there is no match.
-template <bool Ring, uint32_t Count>
-[[gnu::always_inline]] inline Glance glance(const History& history, const HashChains& chains,
-                                            uint32_t at, uint32_t candidate) {
-    const uint32_t last = history.start + at - 1;
-    const uint32_t reach = history.reach<Ring>(last + 1);
-    Glance seen{false, false};
-#pragma GCC unroll 4
-    for (uint32_t k = 0; k < Count; ++k) {
-        const uint32_t back = std::min(last - candidate, reach);
-        seen.matches |= history.endsAlike<Ring>(at, back, hashBytes);
-        seen.ended |= back == reach;
-        if (k + 1 < Count) candidate = chains.next(last - back);
-    }
-    return seen;
-}
 
 /// Looks along the chain from `candidate` for a match longer than `found` at source offset `at`, of
 /// at most `limit` bytes (found.length < limit), and returns the best.
 ///
 /// `budget` candidates are looked at; once a match has goodLength bytes, reducedChain in all; one
 /// of niceLength bytes ends the search.
-template <bool Ring>
 [[gnu::always_inline]] inline Match search(const History& history, const HashChains& chains,
                                            const MatchParameters& params, uint32_t at,
                                            uint32_t limit, uint32_t candidate, Match found,
                                            uint32_t budget) {
     const uint32_t position = history.start + at;
-    const uint32_t reach = history.reach<Ring>(position);
+    const uint32_t reach = history.reach(position);
     const uint32_t nice = std::min(params.niceLength, limit);
     for (uint32_t steps = 0; steps < budget; ++steps) {
         const uint32_t back = position - 1 - candidate;
         if (back >= reach) break;
-        if (history.endsAlike<Ring>(at, back, found.length + 1)) {
-            const uint32_t length = history.matchAt<Ring>(at, back, limit);
+        if (history.endsAlike(at, back, found.length + 1)) {
+            const uint32_t length = history.matchAt(at, back, limit);
             if (length > found.length) {
                 found = {length, back + 1};
                 if (length >= nice) break;

@@ -4,6 +4,7 @@
 // maxInsert it enters no positions, which is most of its speed. Where many positions in a row have
 // no match, and chains are short, a whole chain costs one branch.
 #include <algorithm>
+#include <array>
 #include <cstdint>
 
 #include "deflate/matcher.h"
@@ -14,7 +15,7 @@ using namespace vek::deflate;
 
 /// Matches greedily from offset `at` until `stop`, `length` or the room is reached. `ShortChain` is
 /// params.maxChain if that is at most 4, or else 0.
-template <bool Ring, uint32_t ShortChain>
+template <uint32_t ShortChain>
 uint32_t parseGreedy(const History& sharedHistory, const HashChains& sharedChains,
                      const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
                      PairWriter& sharedPairs) {
@@ -25,16 +26,14 @@ uint32_t parseGreedy(const History& sharedHistory, const HashChains& sharedChain
     uint32_t misses = 0;
     while (at < stop && pairs.left() != 0) {
         if (ShortChain != 0 && misses >= manyMisses) {
-            at = passMisses(history, chains, at, stop, pairs, [](const auto&... place) {
-                return !glance<Ring, std::max(ShortChain, 1U)>(place...).matches;
-            });
+            at = passMisses<ShortChain, false>(history, chains, at, stop, pairs);
             misses = 0;
             continue;
         }
         const uint32_t candidate = enter(history, chains, at, hashable);
         const Match match =
-            search<Ring>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
-                         candidate, {hashBytes - 1, 0}, params.maxChain);
+            search(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
+                   candidate, {hashBytes - 1, 0}, params.maxChain);
         if (match.distance == 0) {
             pairs.literal(history.src[at]);
             ++at;
@@ -51,24 +50,15 @@ uint32_t parseGreedy(const History& sharedHistory, const HashChains& sharedChain
     return at;
 }
 
-template <uint32_t ShortChain>
-constexpr auto parseInBoth =
-    parseSource<parseGreedy<true, ShortChain>, parseGreedy<false, ShortChain>>;
-
-uint32_t parseSourceGreedily(const History& history, const HashChains& chains,
+uint32_t parseSourceGreedily(const History& lead, const uint8_t* src, const HashChains& chains,
                              const MatchParameters& params, uint32_t length, PairWriter& pairs) {
-    switch (params.maxChain) {
-        case 1:
-            return parseInBoth<1>(history, chains, params, length, pairs);
-        case 2:
-            return parseInBoth<2>(history, chains, params, length, pairs);
-        case 3:
-            return parseInBoth<3>(history, chains, params, length, pairs);
-        case 4:
-            return parseInBoth<4>(history, chains, params, length, pairs);
-        default:
-            return parseInBoth<0>(history, chains, params, length, pairs);
-    }
+    constexpr std::array parsers{parseGreedy<0>, parseGreedy<1>, parseGreedy<2>, parseGreedy<3>,
+                                 parseGreedy<4>};
+    const auto parser = parsers[params.maxChain < parsers.size() ? params.maxChain : 0];
+    return parseSource(lead, src, chains, params, length, pairs,
+                       [&](const History& history, uint32_t at, uint32_t stop, uint32_t end) {
+                           return parser(history, chains, params, at, stop, end, pairs);
+                       });
 }
 
 }  // namespace

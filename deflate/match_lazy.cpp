@@ -31,14 +31,15 @@ struct Chain {
 ///
 /// A match longer than the one in hand is on the chain of each four bytes that it would hold: where
 /// one of these chains leads on to a place farther back, what the others have before that need not
-/// be looked at.
+/// be looked at. Where a match begins was entered with the rest of the source; in older history it
+/// might be what the caller has taken out of the tables.
 inline Match searchRarest(const History& history, const HashChains& chains,
                           const MatchParameters& params, uint32_t at, uint32_t limit,
                           uint32_t candidate, Match found, uint32_t budget) {
     constexpr uint32_t mostOffsets = 16;
     const uint8_t* const current = history.src + at;
     const uint32_t last = history.start + at - 1;
-    const uint32_t reach = history.reach<false>(last + 1);
+    const uint32_t reach = history.reach(last + 1);
     const uint32_t nice = std::min(params.niceLength, limit);
     const auto newest = [&](uint32_t offset) {
         return Chain{offset, last + offset - chains.latest(hash4(current + offset))};
@@ -46,8 +47,8 @@ inline Match searchRarest(const History& history, const HashChains& chains,
     Chain chain{0, last - candidate};
     if (found.length >= hashBytes) chain.preferFarther(newest(found.length - 3));
     for (uint32_t steps = 0; steps < budget && chain.back < reach; ++steps) {
-        if (history.endsAlike<false>(at, chain.back, found.length + 1)) {
-            const uint32_t length = history.matchAt<false>(at, chain.back, limit);
+        if (history.endsAlike(at, chain.back, found.length + 1)) {
+            const uint32_t length = history.matchAt(at, chain.back, limit);
             if (length > found.length) {
                 found = {length, chain.back + 1};
                 if (length >= nice) break;
@@ -65,8 +66,8 @@ inline Match searchRarest(const History& history, const HashChains& chains,
     return found;
 }
 
-template <bool Ring>
-constexpr auto look = Ring ? search<true> : searchRarest;
+template <bool InSource>
+constexpr auto look = InSource ? searchRarest : search;
 
 /// Whether the source has so many different bytes, as programs have, that three literals cost more
 /// than a match of three. Text has fewer, and its literals are cheap.
@@ -85,9 +86,8 @@ bool wantsShortMatches(const uint8_t* src, uint32_t length) {
 /// half of a source offset, and what it names is verified.
 class ShortMatches {
  public:
-    ShortMatches(const History& history, uint32_t length)
-        : reach_(wantsShortMatches(history.src, length) ? std::min(maxReach, history.ringMask)
-                                                        : 0) {
+    ShortMatches(const uint8_t* src, uint32_t length, uint32_t ringMask)
+        : reach_(wantsShortMatches(src, length) ? std::min(maxReach, ringMask) : 0) {
         if (reach_ != 0) latest_.fill(0);
     }
 
@@ -114,31 +114,28 @@ class ShortMatches {
     std::array<uint16_t, entries> latest_;
 };
 
-/// Matches lazily from offset `at` until `stop`, `length` or the room is reached.
-template <bool Ring>
+/// Matches lazily from offset `at` until `stop`, `length` or the room is reached. `InSource` says
+/// that all candidates are in the source.
+template <bool InSource>
 uint32_t parseLazy(const History& sharedHistory, const HashChains& sharedChains,
                    const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
-                   PairWriter& sharedPairs) {
+                   ShortMatches& shortMatches, PairWriter& sharedPairs) {
     const History history = sharedHistory;
     const HashChains chains = sharedChains;
     PairWriter pairs = sharedPairs;
-    ShortMatches shortMatches(history, length);
     const uint32_t hashable = length - hashBytes + 1;
     uint32_t misses = 0;
     while (at < stop && pairs.left() != 0) {
         if (misses >= manyMisses) {
-            at = passMisses(history, chains, at, stop, pairs, [&](const auto&... place) {
-                const Glance seen = glance<Ring, 4>(place...);
-                return !seen.matches && seen.ended;
-            });
+            at = passMisses<3, true>(history, chains, at, stop, pairs);
             misses = 0;
             continue;
         }
         uint32_t candidate = enter(history, chains, at, hashable);
         const uint32_t nearby = shortMatches.enter(history.src, at);
         Match match =
-            look<Ring>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
-                       candidate, {hashBytes - 1, 0}, params.maxChain);
+            look<InSource>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
+                           candidate, {hashBytes - 1, 0}, params.maxChain);
         if (match.distance == 0) match.distance = nearby;
         if (match.distance == 0) {
             pairs.literal(history.src[at]);
@@ -156,8 +153,8 @@ uint32_t parseLazy(const History& sharedHistory, const HashChains& sharedChains,
             if (match.length >= limit) break;
             const uint32_t budget =
                 match.length >= params.goodLength ? params.reducedChain : params.maxChain;
-            const Match next = look<Ring>(history, chains, params, at + 1, limit, candidate,
-                                          {match.length, 0}, budget);
+            const Match next = look<InSource>(history, chains, params, at + 1, limit, candidate,
+                                              {match.length, 0}, budget);
             if (next.distance == 0) break;
             pairs.literal(history.src[at]);
             ++at;
@@ -171,6 +168,17 @@ uint32_t parseLazy(const History& sharedHistory, const HashChains& sharedChains,
     return at;
 }
 
+uint32_t parseSourceLazily(const History& lead, const uint8_t* src, const HashChains& chains,
+                           const MatchParameters& params, uint32_t length, PairWriter& pairs) {
+    ShortMatches shortMatches(src, length, chains.ringMask);
+    return parseSource(lead, src, chains, params, length, pairs,
+                       [&](const History& history, uint32_t at, uint32_t stop, uint32_t end) {
+                           const auto parse = at == 0 ? parseLazy<false> : parseLazy<true>;
+                           return parse(history, chains, params, at, stop, end, shortMatches,
+                                        pairs);
+                       });
+}
+
 }  // namespace
 
 VekStatus veksDeflateLZ77Slow_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_t* pSrcIdx,
@@ -181,5 +189,5 @@ VekStatus veksDeflateLZ77Slow_8u(const uint8_t** ppSrc, int32_t* pSrcLen, int32_
     const MatcherCall call{ppSrc,     pSrcLen,   pSrcIdx,  pWindow,       winSize,
                            pHashHead, pHashPrev, hashSize, pLitFreqTable, pDistFreqTable,
                            pLitDst,   pDistDst,  pDstLen,  pParams};
-    return runMatcher(call, parseSource<parseLazy<true>, parseLazy<false>>);
+    return runMatcher(call, parseSourceLazily);
 }

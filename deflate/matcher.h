@@ -16,6 +16,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "bytes/match_length.h"
 #include "deflate/hash_chains.h"
@@ -128,7 +129,7 @@ inline void enterHeldBack(const History& history, const HashChains& chains, uint
     bool named = false;
     for (uint32_t back = std::min(history.start - history.oldest, hashBytes); back != 0; --back) {
         if (available + back < hashBytes) return;
-        const uint32_t hash = hash4(history.before - back);
+        const uint32_t hash = hash4(history.src - back);
         const uint32_t position = history.start - back;
         if (isEntered(chains, hash, position, history.start)) {
             named = true;
@@ -148,22 +149,26 @@ inline void holdBack(const History& history, const HashChains& chains, uint32_t 
 }
 
 /// The history of a call, the oldest byte first, and the beginning of its source behind it.
-class RingCopy {
+class Lead {
  public:
-    RingCopy(const MatcherCall& call, const uint8_t* src, uint32_t length, uint32_t start,
-             uint32_t held) {
+    Lead(const MatcherCall& call, const uint8_t* src, uint32_t length, uint32_t start,
+         uint32_t held) {
         const uint32_t ring = ringSize(call.winSize);
         const uint32_t at = (start - held) & (ring - 1);
         const uint32_t toEdge = std::min(held, ring - at);
         std::memcpy(&bytes_[maxDistance - held], call.pWindow + at, toEdge);
         std::memcpy(&bytes_[maxDistance - held + toEdge], call.pWindow, held - toEdge);
-        std::memcpy(&bytes_[maxDistance], src, std::min(length, wideBytes));
+        std::memcpy(&bytes_[maxDistance], src, std::min(length, ring + overlap));
     }
 
-    const uint8_t* end() const { return &bytes_[maxDistance]; }
+    const uint8_t* src() const { return &bytes_[maxDistance]; }
+
+    /// Bytes of the source behind a ring's length of it that matching may touch before it goes on
+    /// in the source: what a match may be deferred, the match, what is compared at once.
+    static constexpr uint32_t overlap = 3 * maxMatch;
 
  private:
-    std::array<uint8_t, maxDistance + wideBytes> bytes_;
+    std::array<uint8_t, 2 * maxDistance + overlap> bytes_;
 };
 
 /// Stores the `length` bytes that a call consumed, from position `start` on, in the ring.
@@ -189,8 +194,9 @@ inline void spoilNext(const MatcherCall& call, uint32_t position) {
     }
 }
 
-/// Runs a matcher over the source: `parse(history, chains, params, length, pairs)` matches the
-/// source until `length` bytes or the room for pairs is used up and returns the bytes consumed.
+/// Runs a matcher over the source: `parse(lead, src, chains, params, length, pairs)` matches the
+/// source, whose beginning is in `lead` too, until `length` bytes or the room for pairs is used up
+/// and returns the bytes consumed.
 template <class Parse>
 VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     if (const VekStatus status = check(call); status != vekStatusOk) return status;
@@ -210,10 +216,10 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
         const uint32_t placed = placedInRing(call, src, position, left);
         const uint32_t kept = chains.ringMask + 1 - placed;
         const uint32_t held = std::min(position, kept);
-        const RingCopy ring(call, src, piece, position, params.maxChain == 0 ? 0 : held);
-        const History history{src, ring.end(), position, position - held, chains.ringMask};
+        const Lead lead(call, src, piece, position, held);
+        const History history{lead.src(), position, position - held, chains.ringMask};
         enterHeldBack(history, chains, piece);
-        const uint32_t consumed = parse(history, chains, params, piece, pairs);
+        const uint32_t consumed = parse(history, src, chains, params, piece, pairs);
         fillRing(call, src, position, consumed);
         if (consumed >= placed) spoilNext(call, position + consumed);
         src += consumed;
@@ -229,8 +235,9 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
 
 /// Makes literals of the source from offset `at` on, as far as `length` and the room go.
 inline uint32_t writeLiterals(const uint8_t* src, uint32_t at, uint32_t length, PairWriter& pairs) {
-    for (; at < length && pairs.left() != 0; ++at) pairs.literal(src[at]);
-    return at;
+    const uint32_t count = std::min(length - at, pairs.left());
+    pairs.literals(src + at, count);
+    return at + count;
 }
 
 /// How far ahead of its use an entry of the head table is fetched.
@@ -255,36 +262,90 @@ inline void enterRange(const History& history, const HashChains& chains, uint32_
 /// Misses in a row after which it pays to expect more of them.
 constexpr uint32_t manyMisses = 16;
 
+/// Positions that passMisses() takes at once.
+constexpr uint32_t missBatch = 32;
+
+/// How many of the `missBatch` positions from source offset `at` on, which it enters, have no match
+/// of four bytes among the first `Places` places of their chains and, with `Whole`, no more places.
+///
+/// Whether a place is in reach cannot be predicted, and in data that hardly compresses most are
+/// not. So all positions are entered first, and those whose place is in reach go to a list, without
+/// a branch; the list is gone through for each further place, and shortens soon. Places whose slots
+/// the entries of the same batch may have taken count as matches: the caller looks again.
+template <uint32_t Places, bool Whole>
+[[gnu::always_inline]] inline uint32_t enterMisses(const History& history, const HashChains& chains,
+                                                   uint32_t at) {
+    struct Place {
+        uint32_t i;
+        uint32_t back;
+    };
+    std::array<Place, missBatch> places;
+    std::array<int32_t, missBatch> older;
+    const uint8_t* const src = history.src + at;
+    const uint32_t position = history.start + at;
+    uint32_t inReach = 0;
+    const auto listIfInReach = [&](uint32_t i, uint32_t candidate) {
+        const uint32_t back = position + i - 1 - candidate;
+        places[inReach] = {i, back};
+        inReach += static_cast<uint32_t>(back < history.reach(position + i));
+    };
+    for (uint32_t i = 0; i < missBatch; ++i) {
+        older[i] = static_cast<int32_t>(chains.next(position + i));
+        listIfInReach(i, chains.insert(hash4(src + i), position + i));
+    }
+    uint32_t misses = missBatch;
+    for (uint32_t k = 0; k < Places; ++k) {
+        const uint32_t listed = std::exchange(inReach, 0);
+        for (uint32_t n = 0; n < listed; ++n) {
+            const auto [i, back] = places[n];
+            const uint8_t* const current = src + i;
+            const bool matches = load<uint32_t>(current) == load<uint32_t>(current - 1 - back);
+            misses = matches || back > chains.ringMask - missBatch ? std::min(misses, i) : misses;
+            if (Whole || k + 1 < Places) listIfInReach(i, chains.next(position + i - 1 - back));
+        }
+    }
+    if (inReach != 0) misses = std::min(misses, places[0].i);
+    for (uint32_t i = missBatch; i-- > misses;)
+        chains.remove(hash4(src + i), position + i, older[i]);
+    return misses;
+}
+
 /// Makes literals of the source from offset `at` on and enters them, as far as `stop`, the room and
-/// `misses(at, candidate)` go; the positions that it refuses are not entered.
-template <class Misses>
+/// enterMisses() go.
+template <uint32_t Places, bool Whole>
 [[gnu::noinline]] uint32_t passMisses(History history, HashChains chains, uint32_t at,
-                                      uint32_t stop, PairWriter& pairs, Misses misses) {
+                                      uint32_t stop, PairWriter& pairs) {
     const uint32_t from = at;
     stop = std::min(stop, at + pairs.left());
-    for (; at < stop; ++at) {
-        const uint32_t hash = hash4(history.src + at);
-        if (!misses(history, chains, at, chains.latest(hash))) break;
-        chains.insert(hash, history.start + at);
+    while (stop - at >= missBatch) {
+        const uint32_t misses = enterMisses<Places, Whole>(history, chains, at);
+        at += misses;
+        if (misses < missBatch) break;
     }
     return writeLiterals(history.src, from, at, pairs);
 }
 
-/// Matches a source with `WithRing` while the ring is in reach, with `InSource` from there on.
-template <auto WithRing, auto InSource>
-uint32_t parseSource(const History& history, const HashChains& chains,
-                     const MatchParameters& params, uint32_t length, PairWriter& pairs) {
-    if (params.maxChain == 0) return writeLiterals(history.src, 0, length, pairs);
+/// Matches a source: `parse(history, at, stop, length)` matches the first `length` bytes of what is
+/// in `history` from offset `at` until `stop`, `length` or the room is reached, and returns where.
+template <class Parse>
+uint32_t parseSource(const History& lead, const uint8_t* src, const HashChains& chains,
+                     const MatchParameters& params, uint32_t length, PairWriter& pairs,
+                     Parse parse) {
+    if (params.maxChain == 0) return writeLiterals(src, 0, length, pairs);
     uint32_t hashable = 0;
     uint32_t at = 0;
     if (length >= hashBytes) {
         hashable = length - hashBytes + 1;
-        const uint32_t ringReach = std::min(chains.ringMask + 1, hashable);
-        at = WithRing(history, chains, params, at, ringReach, length, pairs);
-        if (at < hashable) at = InSource(history, chains, params, at, hashable, length, pairs);
+        const uint32_t ring = chains.ringMask + 1;
+        at = parse(lead, at, std::min(ring, hashable), std::min(length, ring + Lead::overlap));
+        if (at < hashable) {
+            History history = lead;
+            history.src = src;
+            at = parse(history, at, hashable, length);
+        }
     }
-    const uint32_t end = writeLiterals(history.src, at, length, pairs);
-    holdBack(history, chains, std::max(at, hashable), end);
+    const uint32_t end = writeLiterals(src, at, length, pairs);
+    holdBack(lead, chains, std::max(at, hashable), end);
     return end;
 }
 
