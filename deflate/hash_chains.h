@@ -125,9 +125,13 @@ struct PairWriter {
     void literals(const uint8_t* bytes, uint32_t count) {
         std::memcpy(lit, bytes, count);
         std::memset(dist, 0, count * sizeof *dist);
+        skip(count);
+        counts.literals(bytes, bytes + count);
+    }
+
+    void skip(uint32_t count) {
         lit += count;
         dist += count;
-        counts.literals(bytes, bytes + count);
     }
 
     void match(uint32_t length, uint32_t distance) {
@@ -182,18 +186,25 @@ struct History {
                                            const MatchParameters& params, uint32_t at,
                                            uint32_t limit, uint32_t candidate, Match found,
                                            uint32_t budget) {
+    const uint8_t* const current = history.src + at;
     const uint32_t position = history.start + at;
     const uint32_t reach = history.reach(position);
     const uint32_t nice = std::min(params.niceLength, limit);
+    // The last four bytes of a match that is longer.
+    const uint8_t* tail = current + found.length + 1 - hashBytes;
+    auto tailBytes = load<uint32_t>(tail);
     for (uint32_t steps = 0; steps < budget; ++steps) {
-        const uint32_t back = position - 1 - candidate;
-        if (back >= reach) break;
-        if (history.endsAlike(at, back, found.length + 1)) {
-            const uint32_t length = history.matchAt(at, back, limit);
+        const uint32_t distance = position - candidate;
+        if (distance - 1 >= reach) break;
+        if (load<uint32_t>(tail - distance) == tailBytes) {
+            const auto length =
+                static_cast<uint32_t>(matchLength(current, current - distance, limit));
             if (length > found.length) {
-                found = {length, back + 1};
+                found = {length, distance};
                 if (length >= nice) break;
                 if (length >= params.goodLength) budget = params.reducedChain;
+                tail = current + length + 1 - hashBytes;
+                tailBytes = load<uint32_t>(tail);
             }
         }
         candidate = chains.next(candidate);

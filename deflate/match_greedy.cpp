@@ -17,33 +17,41 @@ using namespace vek::deflate;
 /// params.maxChain if that is at most 4, or else 0.
 template <uint32_t ShortChain>
 uint32_t parseGreedy(const History& sharedHistory, const HashChains& sharedChains,
-                     const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
-                     PairWriter& sharedPairs) {
+                     const MatchParameters& sharedParams, uint32_t at, uint32_t stop,
+                     uint32_t length, PairWriter& sharedPairs) {
     const History history = sharedHistory;
     const HashChains chains = sharedChains;
     PairWriter pairs = sharedPairs;
+    MatchParameters params = sharedParams;
+    if (ShortChain != 0) {
+        // A match of goodLength bytes leaves one place at the most: it ends the search.
+        params.maxChain = ShortChain;
+        params.niceLength = std::min(params.niceLength, params.goodLength);
+        params.goodLength = maxMatch + 1;
+    }
     const uint32_t hashable = length - hashBytes + 1;
     uint32_t misses = 0;
     while (at < stop && pairs.left() != 0) {
-        if (ShortChain != 0 && misses >= manyMisses) {
-            at = passMisses<ShortChain, false>(history, chains, at, stop, pairs);
-            misses = 0;
-            continue;
-        }
-        const uint32_t candidate = enter(history, chains, at, hashable);
+        const uint32_t candidate = chains.insert(hash4(history.src + at), history.start + at);
         const Match match =
             search(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
                    candidate, {hashBytes - 1, 0}, params.maxChain);
         if (match.distance == 0) {
             pairs.literal(history.src[at]);
             ++at;
-            ++misses;
+            if (++misses >= manyMisses && ShortChain != 0) {
+                const uint32_t passed =
+                    passMisses<ShortChain, false>(history, chains, at, stop, pairs);
+                pairs.skip(passed);
+                at += passed;
+                misses = 0;
+            }
             continue;
         }
         misses = 0;
         pairs.match(match.length, match.distance);
         if (match.length <= params.lengthLimit)
-            enterRange(history, chains, at + 1, std::min(at + match.length, hashable), hashable);
+            insertRange(history, chains, at + 1, std::min(at + match.length, hashable));
         at += match.length;
     }
     sharedPairs = pairs;

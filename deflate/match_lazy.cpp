@@ -114,6 +114,25 @@ class ShortMatches {
     std::array<uint16_t, entries> latest_;
 };
 
+/// How far ahead of its use an entry of the head table is fetched.
+constexpr uint32_t headsAhead = 12;
+
+/// Enters the position of source offset `at` and returns the one that it hides. Of the `hashable`
+/// positions, one some way ahead is made ready.
+inline uint32_t enter(const History& history, const HashChains& chains, uint32_t at,
+                      uint32_t hashable) {
+    chains.prefetch(hash4(history.src + std::min(at + headsAhead, hashable - 1)));
+    return chains.insert(hash4(history.src + at), history.start + at);
+}
+
+/// Enters the positions of the source offsets [from, to); what is behind them is made ready.
+inline void enterRange(const History& history, const HashChains& chains, uint32_t from, uint32_t to,
+                       uint32_t hashable) {
+    const uint32_t fetching = std::max(from, to - std::min(to, headsAhead));
+    insertRange(history, chains, from, fetching);
+    for (from = fetching; from < to; ++from) enter(history, chains, from, hashable);
+}
+
 /// Matches lazily from offset `at` until `stop`, `length` or the room is reached. `InSource` says
 /// that all candidates are in the source.
 template <bool InSource>
@@ -127,7 +146,9 @@ uint32_t parseLazy(const History& sharedHistory, const HashChains& sharedChains,
     uint32_t misses = 0;
     while (at < stop && pairs.left() != 0) {
         if (misses >= manyMisses) {
-            at = passMisses<3, true>(history, chains, at, stop, pairs);
+            const uint32_t passed = passMisses<3, true>(history, chains, at, stop, pairs);
+            pairs.skip(passed);
+            at += passed;
             misses = 0;
             continue;
         }

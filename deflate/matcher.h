@@ -240,23 +240,10 @@ inline uint32_t writeLiterals(const uint8_t* src, uint32_t at, uint32_t length, 
     return at + count;
 }
 
-/// How far ahead of its use an entry of the head table is fetched.
-constexpr uint32_t headsAhead = 12;
-
-/// Enters the position of source offset `at` and returns the one that it hides. Of the `hashable`
-/// positions, one some way ahead is made ready.
-inline uint32_t enter(const History& history, const HashChains& chains, uint32_t at,
-                      uint32_t hashable) {
-    chains.prefetch(hash4(history.src + std::min(at + headsAhead, hashable - 1)));
-    return chains.insert(hash4(history.src + at), history.start + at);
-}
-
-/// Enters the positions of the source offsets [from, to); what is behind them is made ready.
-inline void enterRange(const History& history, const HashChains& chains, uint32_t from, uint32_t to,
-                       uint32_t hashable) {
-    for (; from + headsAhead < to; ++from)
-        chains.insert(hash4(history.src + from), history.start + from);
-    for (; from < to; ++from) enter(history, chains, from, hashable);
+/// Enters the positions of the source offsets [from, to).
+inline void insertRange(const History& history, const HashChains& chains, uint32_t from,
+                        uint32_t to) {
+    for (; from < to; ++from) chains.insert(hash4(history.src + from), history.start + from);
 }
 
 /// Misses in a row after which it pays to expect more of them.
@@ -311,10 +298,10 @@ template <uint32_t Places, bool Whole>
 }
 
 /// Makes literals of the source from offset `at` on and enters them, as far as `stop`, the room and
-/// enterMisses() go.
+/// enterMisses() go. Returns how many; `pairs`, which the caller keeps in registers, is not moved.
 template <uint32_t Places, bool Whole>
 [[gnu::noinline]] uint32_t passMisses(History history, HashChains chains, uint32_t at,
-                                      uint32_t stop, PairWriter& pairs) {
+                                      uint32_t stop, PairWriter pairs) {
     const uint32_t from = at;
     stop = std::min(stop, at + pairs.left());
     while (stop - at >= missBatch) {
@@ -322,7 +309,8 @@ template <uint32_t Places, bool Whole>
         at += misses;
         if (misses < missBatch) break;
     }
-    return writeLiterals(history.src, from, at, pairs);
+    pairs.literals(history.src + from, at - from);
+    return at - from;
 }
 
 /// Matches a source: `parse(history, at, stop, length)` matches the first `length` bytes of what is
