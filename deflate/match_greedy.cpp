@@ -2,7 +2,7 @@
 //
 // It takes the longest match that its search finds at each position; inside a match longer than
 // maxInsert it enters no positions, which is most of its speed. Where many positions in a row have
-// no match, and chains are short, a whole chain costs one branch.
+// no match, and chains are short, they are passed in batches.
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -12,6 +12,9 @@
 namespace {
 
 using namespace vek::deflate;
+
+/// Misses in a row after which it pays to expect more of them.
+constexpr uint32_t manyMisses = 32;
 
 /// Matches greedily from offset `at` until `stop`, `length` or the room is reached. `ShortChain` is
 /// params.maxChain if that is at most 4, or else 0.

@@ -133,6 +133,9 @@ inline void enterRange(const History& history, const HashChains& chains, uint32_
     for (from = fetching; from < to; ++from) enter(history, chains, from, hashable);
 }
 
+/// Misses in a row after which it pays to expect more of them.
+constexpr uint32_t manyMisses = 16;
+
 /// Matches lazily from offset `at` until `stop`, `length` or the room is reached. `InSource` says
 /// that all candidates are in the source.
 template <bool InSource>

@@ -246,9 +246,6 @@ inline void insertRange(const History& history, const HashChains& chains, uint32
     for (; from < to; ++from) chains.insert(hash4(history.src + from), history.start + from);
 }
 
-/// Misses in a row after which it pays to expect more of them.
-constexpr uint32_t manyMisses = 16;
-
 /// Positions that passMisses() takes at once.
 constexpr uint32_t missBatch = 32;
 
