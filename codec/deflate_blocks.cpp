@@ -32,24 +32,21 @@ uint64_t selfInformation(uint32_t n) {
 
 /// What one alphabet's symbols take: their code, and what the header says of it.
 template <class ExtraBits>
-uint64_t alphabetBits(const VekHuffEntry* counts, uint32_t count, ExtraBits extraBits) {
+uint64_t alphabetBits(const UsedSymbols& used, uint32_t count, ExtraBits extraBits) {
     constexpr uint64_t headerBits = 3;  // A code length's code, in most headers.
     constexpr uint64_t gapBits = 7;     // That of a run of symbols that do not occur.
     uint64_t sum = 0;
     uint64_t units = 0;
     uint64_t bits = 0;
-    bool occurred = true;
-    for (uint32_t s = 0; s < count; ++s) {
-        const uint32_t n = frequency(counts[s]);
-        if (n == 0) {
-            bits += occurred ? gapBits : 0;
-        } else {
-            bits += headerBits + uint64_t{n} * extraBits(s);
-            sum += n;
-            units += selfInformation(n);
-        }
-        occurred = n != 0;
+    uint32_t behind = 0;
+    for (const auto [symbol, n] : used) {
+        if (n == 0) continue;
+        bits += headerBits + uint64_t{n} * extraBits(symbol) + (symbol != behind ? gapBits : 0);
+        sum += n;
+        units += selfInformation(n);
+        behind = symbol + 1;
     }
+    bits += behind != count ? gapBits : 0;
     return bits + ((selfInformation(static_cast<uint32_t>(sum)) - units) >> kLogFraction);
 }
 
@@ -62,6 +59,11 @@ constexpr auto kDistanceSymbols = [] {
     symbols.back() = kDistSymbols;
     return symbols;
 }();
+
+uint32_t tabledDistanceSymbol(uint32_t distance) {
+    const uint32_t before = (distance - 1) & 0xFFFF;
+    return kDistanceSymbols[before < 256 ? before : 256 + (before >> 7)];
+}
 
 void addCounts(VekHuffEntry* to, const VekHuffEntry* more, uint32_t count) {
     for (uint32_t s = 0; s < count; ++s) addFrequency(to[s], frequency(more[s]));
@@ -81,17 +83,38 @@ uint32_t fixedLog2(uint32_t n) {
     return (log << kLogFraction) + kLogs[leading - (1U << kLogBits)];
 }
 
+namespace {
+
+/// With fewer pairs than this, counters of their own take longer than those of the symbols.
+constexpr uint32_t kFewPairs = 512;
+
+uint32_t countFew(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts) {
+    std::array<uint32_t, kDistSymbols + 1> dists{};
+    uint32_t bytes = 0;
+    for (uint32_t i = from; i < to; ++i) {
+        const uint32_t distance = pairs.dists[i];
+        const uint32_t length = pairs.lits[i] + kMinMatch;
+        countSymbol(counts.lit[distance != 0 ? lengthSymbol(length) : pairs.lits[i]]);
+        ++dists[tabledDistanceSymbol(distance)];
+        bytes += distance != 0 ? length : 1;
+    }
+    for (uint32_t i = 0; i < kDistSymbols; ++i) addFrequency(counts.dist[i], dists[i]);
+    return bytes;
+}
+
+}  // namespace
+
 // Without a branch that tells literals from matches, which could not be predicted: lengths are
 // counted one by one beside the literals, and a symbol behind the others stands for no distance.
 uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts) {
+    if (to - from < kFewPairs) return countFew(pairs, from, to, counts);
     std::array<std::array<uint32_t, 256>, 2> lits{};
     std::array<std::array<uint32_t, kDistSymbols + 1>, 4>
         dists{};  // One alone would be waited for.
     for (uint32_t i = from; i < to; ++i) {
         const uint32_t distance = pairs.dists[i];
         ++lits[distance != 0][pairs.lits[i]];
-        const uint32_t before = (distance - 1) & 0xFFFF;
-        ++dists[i % 4][kDistanceSymbols[before < 256 ? before : 256 + (before >> 7)]];
+        ++dists[i % 4][tabledDistanceSymbol(distance)];
     }
     uint32_t bytes = 0;
     for (uint32_t i = 0; i < 256; ++i) {
@@ -104,14 +127,14 @@ uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Defla
     return bytes;
 }
 
-uint64_t estimatedBits(const DeflateTables& counts, uint32_t bytes) {
+uint64_t estimatedBits(const BlockSymbols& symbols, uint32_t bytes) {
     constexpr uint64_t headerBits = 60;  // The counts of codes, and the code lengths' own code.
     constexpr uint64_t storedBits = 40;
     const uint64_t coded =
         headerBits +
-        alphabetBits(counts.lit, kLitSymbols,
+        alphabetBits(symbols.lit, kLitSymbols,
                      [](uint32_t s) { return s < 257 ? 0 : lengthExtraBits(s); }) +
-        alphabetBits(counts.dist, kDistSymbols, distanceExtraBits);
+        alphabetBits(symbols.dist, kDistSymbols, distanceExtraBits);
     return std::min(coded, storedBits + 8 * uint64_t{bytes});
 }
 
@@ -121,15 +144,15 @@ void DeflateBlocks::split(const DeflatePairs& pairs, uint32_t count, uint32_t un
         DeflateTables block{};
         uint32_t end = unit;
         uint32_t bytes = countPairs(pairs, 0, end, block);
-        uint64_t bits = estimatedBits(block, bytes);
+        uint64_t bits = estimatedBits(BlockSymbols(block), bytes);
         while (end != count) {
             const uint32_t behind = count - end < unit + unit / 2 ? count : end + unit;
             DeflateTables next{};
             const uint32_t nextBytes = countPairs(pairs, end, behind, next);
-            const uint64_t nextBits = estimatedBits(next, nextBytes);
+            const uint64_t nextBits = estimatedBits(BlockSymbols(next), nextBytes);
             DeflateTables joined = block;
             addCounts(joined, next);
-            const uint64_t joinedBits = estimatedBits(joined, bytes + nextBytes);
+            const uint64_t joinedBits = estimatedBits(BlockSymbols(joined), bytes + nextBytes);
             if (bits + nextBits < joinedBits) {
                 ends_[count_++] = end;
                 block = next;

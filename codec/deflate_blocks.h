@@ -27,7 +27,7 @@ uint32_t fixedLog2(uint32_t n);
 uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts);
 
 /// Bits, about, that a block of such counts takes in its cheapest form, `bytes` bytes being coded.
-uint64_t estimatedBits(const DeflateTables& counts, uint32_t bytes);
+uint64_t estimatedBits(const BlockSymbols& symbols, uint32_t bytes);
 
 /// A run of pairs that becomes one block or more.
 class DeflateBlocks {

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <bitset>
+#include <numeric>
+#include <utility>
 
 namespace vekdc::codec {
 namespace {
@@ -13,21 +15,23 @@ constexpr uint32_t kMaxCodeLength = 15;
 constexpr uint32_t kMaxLengthCodeLength = 7;
 
 constexpr uint16_t reversed(uint32_t code, uint32_t length) {
-    uint32_t result = 0;
-    for (uint32_t i = 0; i < length; ++i) result |= ((code >> i) & 1) << (length - 1 - i);
-    return static_cast<uint16_t>(result);
+    code = (code & 0x5555) << 1 | (code >> 1 & 0x5555);
+    code = (code & 0x3333) << 2 | (code >> 2 & 0x3333);
+    code = (code & 0x0F0F) << 4 | (code >> 4 & 0x0F0F);
+    code = (code & 0x00FF) << 8 | code >> 8;
+    return static_cast<uint16_t>(code >> (16 - length));
 }
 
-/// Numbers the codes of given lengths (RFC 1951, 3.2.2), their first bits lowest.
+/// Numbers the codes of given lengths (RFC 1951, 3.2.2), their first bits lowest. Entries of
+/// symbols without one stay as they are.
 constexpr void numberCodes(VekHuffEntry* codes, const uint8_t* lengths, uint32_t count) {
     std::array<uint32_t, kMaxCodeLength + 2> next{};
-    for (uint32_t s = 0; s < count; ++s)
-        if (lengths[s] != 0) ++next[lengths[s] + 1U];
+    for (uint32_t s = 0; s < count; ++s) ++next[lengths[s] + 1U];
+    next[1] = 0;
     for (uint32_t length = 1; length < next.size(); ++length)
         next[length] = (next[length] + next[length - 1]) << 1;
     for (uint32_t s = 0; s < count; ++s)
-        codes[s] = {lengths[s] == 0 ? uint16_t{0} : reversed(next[lengths[s]]++, lengths[s]),
-                    lengths[s]};
+        if (lengths[s] != 0) codes[s] = {reversed(next[lengths[s]]++, lengths[s]), lengths[s]};
 }
 
 /// The fixed code (RFC 1951, 3.2.6).
@@ -43,42 +47,58 @@ constexpr DeflateTables makeFixedCodes() {
     return codes;
 }
 
-struct Leaf {
-    uint32_t weight;
-    uint32_t symbol;
-};
+/// Sorts the symbols by frequency. Small frequencies, which most have, are sorted by counting them.
+void sortByCount(const UsedSymbols& used, SymbolCount* sorted) {
+    constexpr uint32_t large = 63;  // All of these are in one place.
+    std::array<uint32_t, large + 2> places{};
+    for (const SymbolCount& symbol : used) ++places[std::min(symbol.count, large) + 1];
+    std::partial_sum(places.begin(), places.end(), places.begin());
+    SymbolCount* const firstLarge = sorted + places[large];
+    for (const SymbolCount& symbol : used) sorted[places[std::min(symbol.count, large)]++] = symbol;
+    std::sort(firstLarge, sorted + used.size(), [](const SymbolCount& a, const SymbolCount& b) {
+        return a.count != b.count ? a.count < b.count : a.symbol < b.symbol;
+    });
+}
 
 /// Lengths of an optimal code for sorted leaves, at least two; returns the greatest.
-uint32_t buildLengths(const Leaf* leaves, uint32_t count, uint8_t* lengths) {
-    // Nodes 0 .. count - 1 are the leaves, the others are merged; the last one is the root.
-    std::array<uint32_t, 2 * kLitSymbols> weight;
-    std::array<uint16_t, 2 * kLitSymbols> parent;
-    for (uint32_t i = 0; i < count; ++i) weight[i] = leaves[i].weight;
-    const uint32_t root = 2 * count - 2;
+uint32_t buildLengths(const SymbolCount* leaves, uint32_t count, uint8_t* lengths) {
+    // Of merged nodes, in order of weight; the last one is the root. Behind the leaves and the
+    // nodes that are there stands one that is never taken.
+    constexpr uint32_t none = UINT32_MAX;
+    std::array<uint32_t, kLitSymbols + 1> leafWeight;
+    std::array<uint32_t, kLitSymbols> weight;
+    std::array<uint16_t, kLitSymbols> leafParent;
+    std::array<uint16_t, kLitSymbols> parent;
+    for (uint32_t i = 0; i < count; ++i) leafWeight[i] = leaves[i].count;
+    leafWeight[count] = none;
+    const uint32_t root = count - 2;
     uint32_t leaf = 0;
-    uint32_t merged = count;
-    for (uint32_t node = count; node <= root; ++node) {
-        weight[node] = 0;
+    uint32_t merged = 0;
+    for (uint32_t node = 0; node <= root; ++node) {
+        weight[node] = none;
+        uint32_t sum = 0;
         for (int child = 0; child < 2; ++child) {
-            const bool takeLeaf =
-                leaf < count && (merged == node || weight[leaf] <= weight[merged]);
-            const uint32_t taken = takeLeaf ? leaf++ : merged++;
-            weight[node] += weight[taken];
-            parent[taken] = static_cast<uint16_t>(node);
+            const bool takeLeaf = leafWeight[leaf] <= weight[merged];
+            sum += std::min(leafWeight[leaf], weight[merged]);
+            (takeLeaf ? leafParent[leaf] : parent[merged]) = static_cast<uint16_t>(node);
+            leaf += takeLeaf ? 1 : 0;
+            merged += takeLeaf ? 0 : 1;
         }
+        weight[node] = sum;
     }
-    std::array<uint8_t, 2 * kLitSymbols> depth;
+    std::array<uint8_t, kLitSymbols> depth;
     depth[root] = 0;
     for (uint32_t node = root; node-- != 0;)
         depth[node] = static_cast<uint8_t>(depth[parent[node]] + 1);
-    for (uint32_t i = 0; i < count; ++i) lengths[leaves[i].symbol] = depth[i];
-    return depth[0];  // The lightest leaf is deepest.
+    for (uint32_t i = 0; i < count; ++i)
+        lengths[leaves[i].symbol] = static_cast<uint8_t>(depth[leafParent[i]] + 1);
+    return lengths[leaves[0].symbol];  // The lightest leaf is deepest.
 }
 
 /// Lengths of an optimal code of at most `limit` bits for sorted leaves: `limit` rounds of pairing
 /// the leaves with the pairs of the round before, of which the cheapest 2 * count - 2 are taken. A
 /// leaf's length is in how many rounds it is among those.
-void limitLengths(const Leaf* leaves, uint32_t count, uint32_t limit, uint8_t* lengths) {
+void limitLengths(const SymbolCount* leaves, uint32_t count, uint32_t limit, uint8_t* lengths) {
     constexpr uint32_t mostNodes = 2 * kLitSymbols;
     std::array<std::bitset<mostNodes>, kMaxCodeLength> isLeaf;
     std::array<uint32_t, mostNodes> before;
@@ -91,8 +111,8 @@ void limitLengths(const Leaf* leaves, uint32_t count, uint32_t limit, uint8_t* l
         uint32_t package = 0;
         for (size = 0; size < count + packages; ++size) {
             isLeaf[round][size] =
-                package == packages || (leaf < count && leaves[leaf].weight <= before[package]);
-            weight[size] = isLeaf[round][size] ? leaves[leaf++].weight : before[package++];
+                package == packages || (leaf < count && leaves[leaf].count <= before[package]);
+            weight[size] = isLeaf[round][size] ? leaves[leaf++].count : before[package++];
         }
     }
     for (uint32_t i = 0; i < count; ++i) lengths[leaves[i].symbol] = 0;
@@ -105,27 +125,25 @@ void limitLengths(const Leaf* leaves, uint32_t count, uint32_t limit, uint8_t* l
     }
 }
 
-/// Code lengths up to `limit` for the symbols that occur. A code of a single symbol would waste a
-/// bit string and some decoders refuse it, so that at least two symbols get one.
-void codeLengths(const VekHuffEntry* counts, uint32_t count, uint32_t limit, uint8_t* lengths) {
+/// Code lengths up to `limit` for the used ones of `count` symbols.
+void codeLengths(const UsedSymbols& used, uint32_t count, uint32_t limit, uint8_t* lengths) {
     std::fill_n(lengths, count, uint8_t{0});
-    std::array<Leaf, kLitSymbols> leaves;
-    uint32_t used = 0;
-    for (uint32_t s = 0; s < count; ++s)
-        if (frequency(counts[s]) != 0) leaves[used++] = {frequency(counts[s]), s};
-    for (uint32_t s = 0; used < 2; ++s)
-        if (frequency(counts[s]) == 0) leaves[used++] = {1, s};
-    std::sort(leaves.begin(), leaves.begin() + used, [](const Leaf& a, const Leaf& b) {
-        return a.weight != b.weight ? a.weight < b.weight : a.symbol < b.symbol;
-    });
-    if (buildLengths(leaves.data(), used, lengths) > limit)
-        limitLengths(leaves.data(), used, limit, lengths);
+    std::array<SymbolCount, kLitSymbols> leaves;
+    sortByCount(used, leaves.data());
+    if (buildLengths(leaves.data(), used.size(), lengths) > limit)
+        limitLengths(leaves.data(), used.size(), limit, lengths);
 }
 
-/// Behind the last symbol that has a code, at least `least`.
-uint32_t usedCount(const uint8_t* lengths, uint32_t count, uint32_t least) {
-    while (count > least && lengths[count - 1] == 0) --count;
-    return count;
+constexpr uint32_t litExtraBits(uint32_t symbol) {
+    return symbol <= kEndOfBlock ? 0 : lengthExtraBits(symbol);
+}
+
+/// Bits that the symbols take; `bits(symbol)` of each.
+template <class Bits>
+uint64_t sumBits(const UsedSymbols& used, Bits bits) {
+    uint64_t sum = 0;
+    for (const SymbolCount& symbol : used) sum += uint64_t{symbol.count} * bits(symbol.symbol);
+    return sum;
 }
 
 }  // namespace
@@ -143,70 +161,105 @@ bool literalsAreText(const DeflateTables& counts) {
     return false;
 }
 
-uint64_t codedBits(const DeflateTables& counts, const DeflateTables& codes) {
-    uint64_t bits = 0;
-    for (uint32_t s = 0; s < kLitSymbols; ++s) {
-        const uint32_t extra = s < 257 ? 0 : lengthExtraBits(s);
-        bits += uint64_t{frequency(counts.lit[s])} * (codes.lit[s].length + extra);
+UsedSymbols::UsedSymbols(const VekHuffEntry* counts, uint32_t count) {
+    SymbolCount* next = used_.data();
+    for (uint32_t s = 0; s < count; ++s) {
+        const uint32_t n = frequency(counts[s]);
+        *next = {s, n};
+        next += n != 0 ? 1 : 0;
     }
-    for (uint32_t s = 0; s < kDistSymbols; ++s)
-        bits += uint64_t{frequency(counts.dist[s])} * (codes.dist[s].length + distanceExtraBits(s));
-    return bits;
+    size_ = static_cast<uint32_t>(next - used_.data());
+    if (size_ == 0) used_[size_++] = {0, 0};
+    if (size_ == 1) {
+        used_[size_++] = {used_[0].symbol == 0 ? 1U : 0U, 0};
+        if (last() == 0) std::swap(used_[0], used_[1]);
+    }
 }
 
-DynamicCode::DynamicCode(const DeflateTables& counts) {
-    std::array<uint8_t, kLitSymbols + kDistSymbols> lengths;
-    codeLengths(counts.lit, kLitSymbols, kMaxCodeLength, lengths.data());
-    litCount_ = usedCount(lengths.data(), kLitSymbols, 257);
-    numberCodes(codes_.lit, lengths.data(), kLitSymbols);
-    // The two alphabets' lengths stand side by side, and runs go across.
-    uint8_t* const distLengths = lengths.data() + litCount_;
-    codeLengths(counts.dist, kDistSymbols, kMaxCodeLength, distLengths);
-    distCount_ = usedCount(distLengths, kDistSymbols, 1);
-    numberCodes(codes_.dist, distLengths, kDistSymbols);
-    // The library codes large blocks faster by tables that have something for every symbol; of
-    // those that do not occur it does not matter what.
-    for (VekHuffEntry& entry : codes_.lit)
-        if (entry.length == 0) entry = {0, 1};
-    addRuns(lengths.data(), litCount_ + distCount_);
+uint64_t codedBits(const BlockSymbols& symbols, const DeflateTables& codes) {
+    return sumBits(symbols.lit, [&](uint32_t s) { return codes.lit[s].length + litExtraBits(s); }) +
+           sumBits(symbols.dist,
+                   [&](uint32_t s) { return codes.dist[s].length + distanceExtraBits(s); });
+}
+
+DynamicCode::DynamicCode(const BlockSymbols& symbols)
+    : litCount_(std::max(symbols.lit.last(), kEndOfBlock) + 1),
+      distCount_(symbols.dist.last() + 1) {
+    uint8_t* const distLengths = lengths_.data() + litCount_;
+    codeLengths(symbols.lit, litCount_, kMaxCodeLength, lengths_.data());
+    codeLengths(symbols.dist, distCount_, kMaxCodeLength, distLengths);
+    addRuns(symbols);
 
     std::array<VekHuffEntry, kLengthSymbols> runCounts{};
     for (uint32_t i = 0; i < runCount_; ++i) countSymbol(runCounts[runs_[i].symbol]);
-    std::array<uint8_t, kLengthSymbols> runLengths;
-    codeLengths(runCounts.data(), kLengthSymbols, kMaxLengthCodeLength, runLengths.data());
-    numberCodes(lengthCodes_.data(), runLengths.data(), kLengthSymbols);
-    lengthCodeCount_ = kLengthSymbols;
-    while (lengthCodeCount_ > 4 && runLengths[kOrder[lengthCodeCount_ - 1]] == 0)
+    const UsedSymbols runs(runCounts.data(), kLengthSymbols);
+    codeLengths(runs, kLengthSymbols, kMaxLengthCodeLength, runLengths_.data());
+    while (lengthCodeCount_ > 4 && runLengths_[kOrder[lengthCodeCount_ - 1]] == 0)
         --lengthCodeCount_;
-    putHeader(false, [&](uint32_t, uint32_t count) { headerBits_ += count; });
+    constexpr uint32_t beforeRuns = 3 + 5 + 5 + 4;
+    bits_ =
+        beforeRuns + 3 * lengthCodeCount_ +
+        sumBits(runs, [&](uint32_t s) { return runLengths_[s] + runExtraBits(s); }) +
+        sumBits(symbols.lit, [&](uint32_t s) { return lengths_[s] + litExtraBits(s); }) +
+        sumBits(symbols.dist, [&](uint32_t s) { return distLengths[s] + distanceExtraBits(s); });
 }
 
-void DynamicCode::addRuns(const uint8_t* lengths, uint32_t count) {
+DeflateTables DynamicCode::codes() const {
+    DeflateTables codes{};
+    // The library codes large blocks faster by tables that have something for every symbol; of
+    // those that do not occur it does not matter what.
+    std::fill_n(codes.lit, kLitSymbols, VekHuffEntry{0, 1});
+    numberCodes(codes.lit, lengths_.data(), litCount_);
+    numberCodes(codes.dist, lengths_.data() + litCount_, distCount_);
+    return codes;
+}
+
+auto DynamicCode::runCodes() const -> std::array<VekHuffEntry, kLengthSymbols> {
+    std::array<VekHuffEntry, kLengthSymbols> codes{};
+    numberCodes(codes.data(), runLengths_.data(), kLengthSymbols);
+    return codes;
+}
+
+/// Makes runs of the lengths, across both alphabets.
+void DynamicCode::addRuns(const BlockSymbols& symbols) {
+    uint32_t behind = 0;  // What comes before it is in runs, or in the one under way.
+    uint32_t length = 0;
+    uint32_t run = 0;
+    const auto go = [&](uint32_t at) {
+        if (at != behind || lengths_[at] != length) {
+            addRun(length, run);
+            addRun(0, at - behind);
+            length = lengths_[at];
+            run = 0;
+        }
+        ++run;
+        behind = at + 1;
+    };
+    for (const SymbolCount& symbol : symbols.lit) go(symbol.symbol);
+    for (const SymbolCount& symbol : symbols.dist) go(litCount_ + symbol.symbol);
+    addRun(length, run);
+}
+
+void DynamicCode::addRun(uint32_t length, uint32_t run) {
     const auto add = [&](uint32_t symbol, uint32_t extra) {
         runs_[runCount_++] = {static_cast<uint8_t>(symbol), static_cast<uint8_t>(extra)};
     };
-    for (uint32_t i = 0; i < count;) {
-        const uint8_t length = lengths[i];
-        uint32_t run = 1;
-        while (i + run < count && lengths[i + run] == length) ++run;
-        i += run;
-        if (length != 0) {
-            add(length, 0);
-            --run;
-        }
-        while (run >= 3) {
-            const uint32_t taken = std::min(run, length != 0 ? 6U : 138U);
-            if (length != 0) {
-                add(16, taken - 3);
-            } else if (taken < 11) {
-                add(17, taken - 3);
-            } else {
-                add(18, taken - 11);
-            }
-            run -= taken;
-        }
-        for (; run != 0; --run) add(length, 0);
+    if (length != 0) {
+        add(length, 0);
+        --run;
     }
+    while (run >= 3) {
+        const uint32_t taken = std::min(run, length != 0 ? 6U : 138U);
+        if (length != 0) {
+            add(16, taken - 3);
+        } else if (taken < 11) {
+            add(17, taken - 3);
+        } else {
+            add(18, taken - 11);
+        }
+        run -= taken;
+    }
+    for (; run != 0; --run) add(length, 0);
 }
 
 }  // namespace vekdc::codec

@@ -81,8 +81,41 @@ inline void countSymbol(VekHuffEntry& entry) {
     addFrequency(entry, 1);
 }
 
+struct SymbolCount {
+    uint32_t symbol;
+    uint32_t count;
+};
+
+/// The symbols of an alphabet that occur, in their order. In a small block they are few of many,
+/// and what is done for each symbol is done for them alone.
+///
+/// Where fewer than two occur the first others stand here too, with a count of 0: a code of a
+/// single symbol would waste a bit string, and some decoders refuse it.
+class UsedSymbols {
+ public:
+    UsedSymbols(const VekHuffEntry* counts, uint32_t count);
+
+    const SymbolCount* begin() const { return used_.data(); }
+    const SymbolCount* end() const { return used_.data() + size_; }
+    uint32_t size() const { return size_; }
+    uint32_t last() const { return used_[size_ - 1].symbol; }
+
+ private:
+    std::array<SymbolCount, kLitSymbols> used_;
+    uint32_t size_ = 0;
+};
+
+/// Those of a block.
+struct BlockSymbols {
+    explicit BlockSymbols(const DeflateTables& counts)
+        : lit(counts.lit, kLitSymbols), dist(counts.dist, kDistSymbols) {}
+
+    UsedSymbols lit;
+    UsedSymbols dist;
+};
+
 /// Bits that a block's pairs and its end take with the given codes.
-uint64_t codedBits(const DeflateTables& counts, const DeflateTables& codes);
+uint64_t codedBits(const BlockSymbols& symbols, const DeflateTables& codes);
 
 /// Whether literals look like text: no control characters but those that texts have, and a
 /// printable one, or a line's end.
@@ -91,12 +124,12 @@ bool literalsAreText(const DeflateTables& counts);
 /// The code of one block, and what its header says of it. The counts must hold an end of block.
 class DynamicCode {
  public:
-    explicit DynamicCode(const DeflateTables& counts);
+    explicit DynamicCode(const BlockSymbols& symbols);
 
+    /// What the block takes: header, pairs and end.
+    uint64_t bits() const { return bits_; }
     /// Symbols that do not occur have entries without a meaning.
-    const DeflateTables& codes() const { return codes_; }
-    /// Of the header, from BFINAL to the last code length.
-    uint64_t headerBits() const { return headerBits_; }
+    DeflateTables codes() const;
 
     /// Calls put(bits, count), count at most 16, for each part of the header.
     template <class Put>
@@ -105,11 +138,12 @@ class DynamicCode {
         put(litCount_ - 257, 5);
         put(distCount_ - 1, 5);
         put(lengthCodeCount_ - 4, 4);
-        for (uint32_t i = 0; i < lengthCodeCount_; ++i) put(lengthCodes_[kOrder[i]].length, 3);
+        for (uint32_t i = 0; i < lengthCodeCount_; ++i) put(runLengths_[kOrder[i]], 3);
+        const auto runCodes = this->runCodes();
         for (uint32_t i = 0; i < runCount_; ++i) {
             const Run run = runs_[i];
-            put(lengthCodes_[run.symbol].code, lengthCodes_[run.symbol].length);
-            if (run.symbol >= 16) put(run.extra, kRunBits[run.symbol - 16]);
+            put(runCodes[run.symbol].code, runCodes[run.symbol].length);
+            if (run.symbol >= 16) put(run.extra, runExtraBits(run.symbol));
         }
     }
 
@@ -117,7 +151,10 @@ class DynamicCode {
     static constexpr uint32_t kLengthSymbols = 19;
     static constexpr std::array<uint8_t, kLengthSymbols> kOrder = {
         16, 17, 18, 0, 8, 7, 9, 6, 10, 5, 11, 4, 12, 3, 13, 2, 14, 1, 15};
-    static constexpr std::array<uint8_t, 3> kRunBits = {2, 3, 7};
+    static constexpr uint32_t runExtraBits(uint32_t symbol) {
+        constexpr std::array<uint8_t, 3> bits = {2, 3, 7};
+        return symbol < 16 ? 0 : bits[symbol - 16];
+    }
 
     /// A code length, or (16: of the length before, 17 and 18: of zeros) a run of them.
     struct Run {
@@ -125,16 +162,18 @@ class DynamicCode {
         uint8_t extra;
     };
 
-    void addRuns(const uint8_t* lengths, uint32_t count);
+    void addRuns(const BlockSymbols& symbols);
+    void addRun(uint32_t length, uint32_t run);
+    std::array<VekHuffEntry, kLengthSymbols> runCodes() const;
 
-    DeflateTables codes_{};
-    std::array<VekHuffEntry, kLengthSymbols> lengthCodes_{};
+    uint32_t litCount_;
+    uint32_t distCount_;
+    std::array<uint8_t, kLitSymbols + kDistSymbols> lengths_;  ///< Those of distances behind.
     std::array<Run, kLitSymbols + kDistSymbols> runs_;
     uint32_t runCount_ = 0;
-    uint32_t litCount_ = 0;
-    uint32_t distCount_ = 0;
-    uint32_t lengthCodeCount_ = 0;
-    uint64_t headerBits_ = 0;
+    std::array<uint8_t, kLengthSymbols> runLengths_;
+    uint32_t lengthCodeCount_ = kLengthSymbols;
+    uint64_t bits_ = 0;
 };
 
 }  // namespace vekdc::codec

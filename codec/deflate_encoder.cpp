@@ -520,14 +520,9 @@ void DeflateEncoder::beginBlocks(size_t size) {
 
 namespace {
 
-struct BlockBits {
-    uint64_t fixed;
-    uint64_t dynamic;
-};
-
-/// Sizes of a block in the two ways that code it. The counts must hold its end.
-BlockBits blockBits(const DeflateTables& counts, const DynamicCode& own) {
-    return {3 + codedBits(counts, kFixedCodes), own.headerBits() + codedBits(counts, own.codes())};
+/// Bits of a block in the fixed code. The counts must hold its end.
+uint64_t fixedBits(const BlockSymbols& symbols) {
+    return 3 + codedBits(symbols, kFixedCodes);
 }
 
 }  // namespace
@@ -541,8 +536,8 @@ bool DeflateEncoder::splitPays(size_t size) const {
     uint32_t begin = 0;
     const auto leastBits = [&](DeflateTables counts, uint64_t stored) {
         countSymbol(counts.lit[kEndOfBlock]);
-        const BlockBits coded = blockBits(counts, DynamicCode(counts));
-        return std::min({stored, coded.fixed, coded.dynamic});
+        const BlockSymbols symbols(counts);
+        return std::min({stored, fixedBits(symbols), DynamicCode(symbols).bits()});
     };
     for (uint32_t block = 0; block < s.blocks.count(); begin = s.blocks.end(block++)) {
         DeflateTables counts{};
@@ -568,8 +563,8 @@ void DeflateEncoder::beginBlock() {
     s.stop = kSpare + end;
     // Much that hardly compresses has no near matches that pay.
     if (refines(s.wholeSize) &&
-        (size <= kSmall ||
-         estimatedBits(counts, static_cast<uint32_t>(size)) < storedBits(size) / 16 * 15)) {
+        (size <= kSmall || estimatedBits(BlockSymbols(counts), static_cast<uint32_t>(size)) <
+                               storedBits(size) / 16 * 15)) {
         const Bytes bytes(blockBytes(), s.coded + size);
         s.stop = refinePairs(pairs(), begin, end, bytes, static_cast<uint32_t>(s.coded),
                              1U << s.options.windowBits, counts, latest_.data(), lits_.data(),
@@ -580,9 +575,11 @@ void DeflateEncoder::beginBlock() {
     }
     countSymbol(counts.lit[kEndOfBlock]);
     const uint64_t stored = storedBits(size);
-    const DynamicCode own(counts);
-    auto [fixed, dynamic] = blockBits(counts, own);
-    if (s.options.strategy == DeflateStrategy::FixedCodes) dynamic = UINT64_MAX;
+    const BlockSymbols symbols(counts);
+    const uint64_t fixed = fixedBits(symbols);
+    const DynamicCode own(symbols);
+    const uint64_t dynamic =
+        s.options.strategy == DeflateStrategy::FixedCodes ? UINT64_MAX : own.bits();
     if (stored < dynamic && stored < fixed) return beginStored(size);
     s.coded += size;
     if (fixed <= dynamic) {

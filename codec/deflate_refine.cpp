@@ -110,8 +110,9 @@ uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Byte
                      uint32_t at, uint32_t window, const DeflateTables& counts, uint32_t* latest,
                      uint8_t* lits, uint16_t* dists) {
     // In a short block it is the fixed code that counts.
-    const uint64_t own = estimatedBits(counts, UINT32_MAX);
-    const bool fixed = codedBits(counts, kFixedCodes) < own + own / 16;
+    const BlockSymbols symbols(counts);
+    const uint64_t own = estimatedBits(symbols, UINT32_MAX);
+    const bool fixed = codedBits(symbols, kFixedCodes) < own + own / 16;
     // Matches of three bytes would be about as frequent as those of four.
     DeflateTables assumed = fixed ? kFixedCodes : counts;
     if (!fixed) assumed.lit[lengthSymbol(kMinMatch)] = assumed.lit[lengthSymbol(kMinMatch + 1)];
