@@ -7,27 +7,16 @@
 namespace vekdc::codec {
 namespace {
 
-constexpr uint32_t kLogBits = 8;
-
-/// log2(1 + i / 2^kLogBits) in units, by repeated squaring.
-constexpr auto kLogs = [] {
-    std::array<uint16_t, 1U << kLogBits> logs{};
-    for (uint32_t i = 0; i < logs.size(); ++i) {
-        uint64_t x = ((uint64_t{1} << kLogBits) + i) << (30 - kLogBits);  // 1 is 1 << 30
-        uint32_t log = 0;
-        for (uint32_t bit = 0; bit < kLogFraction; ++bit) {
-            x = x * x >> 30;
-            log = 2 * log + static_cast<uint32_t>(x >> 31);
-            x >>= x >> 31;
-        }
-        logs[i] = static_cast<uint16_t>(log);
-    }
-    return logs;
+/// n log2(n), in units, of small n.
+constexpr auto kSelfInformation = [] {
+    std::array<uint32_t, 256> information{};
+    for (uint32_t n = 2; n < information.size(); ++n) information[n] = n * fixedLog2(n);
+    return information;
 }();
 
-/// n log2(n), in units.
+/// And of any.
 uint64_t selfInformation(uint32_t n) {
-    return n < 2 ? 0 : uint64_t{n} * fixedLog2(n);
+    return n < kSelfInformation.size() ? kSelfInformation[n] : uint64_t{n} * fixedLog2(n);
 }
 
 /// What one alphabet's symbols take: their code, and what the header says of it.
@@ -76,12 +65,6 @@ void addCounts(DeflateTables& to, const DeflateTables& more) {
 }
 
 }  // namespace
-
-uint32_t fixedLog2(uint32_t n) {
-    const auto log = static_cast<uint32_t>(std::bit_width(n)) - 1;
-    const uint32_t leading = log >= kLogBits ? n >> (log - kLogBits) : n << (kLogBits - log);
-    return (log << kLogFraction) + kLogs[leading - (1U << kLogBits)];
-}
 
 namespace {
 

@@ -19,9 +19,32 @@ struct DeflatePairs {
     const uint16_t* dists;
 };
 
-/// log2(n), n being at least 1, in units of 1 / 2^kLogFraction; too small by less than one of them.
+/// Logarithms are in units of 1 / 2^kLogFraction of a bit.
 constexpr uint32_t kLogFraction = 8;
-uint32_t fixedLog2(uint32_t n);
+constexpr uint32_t kLogBits = 8;
+
+/// log2(1 + i / 2^kLogBits) in units, by repeated squaring.
+inline constexpr auto kLogs = [] {
+    std::array<uint16_t, 1U << kLogBits> logs{};
+    for (uint32_t i = 0; i < logs.size(); ++i) {
+        uint64_t x = ((uint64_t{1} << kLogBits) + i) << (30 - kLogBits);  // 1 is 1 << 30
+        uint32_t log = 0;
+        for (uint32_t bit = 0; bit < kLogFraction; ++bit) {
+            x = x * x >> 30;
+            log = 2 * log + static_cast<uint32_t>(x >> 31);
+            x >>= x >> 31;
+        }
+        logs[i] = static_cast<uint16_t>(log);
+    }
+    return logs;
+}();
+
+/// log2(n), n being at least 1, in units; too small by less than one of them.
+constexpr uint32_t fixedLog2(uint32_t n) {
+    const auto log = static_cast<uint32_t>(std::bit_width(n)) - 1;
+    const uint32_t leading = log >= kLogBits ? n >> (log - kLogBits) : n << (kLogBits - log);
+    return (log << kLogFraction) + kLogs[leading - (1U << kLogBits)];
+}
 
 /// Counts the symbols of the pairs [from, to) and returns how many bytes they stand for.
 uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts);

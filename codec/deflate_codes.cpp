@@ -22,16 +22,27 @@ constexpr uint16_t reversed(uint32_t code, uint32_t length) {
     return static_cast<uint16_t>(code >> (16 - length));
 }
 
-/// Numbers the codes of given lengths (RFC 1951, 3.2.2), their first bits lowest. Entries of
-/// symbols without one stay as they are.
-constexpr void numberCodes(VekHuffEntry* codes, const uint8_t* lengths, uint32_t count) {
+/// Every symbol of an alphabet.
+template <uint32_t Count>
+constexpr auto kAllSymbols = [] {
+    std::array<SymbolCount, Count> symbols{};
+    for (uint32_t s = 0; s < Count; ++s) symbols[s].symbol = s;
+    return symbols;
+}();
+
+/// Numbers the codes of those symbols that have a length (RFC 1951, 3.2.2), their first bits
+/// lowest.
+template <class Symbols>
+constexpr void numberCodes(VekHuffEntry* codes, const uint8_t* lengths, const Symbols& symbols) {
     std::array<uint32_t, kMaxCodeLength + 2> next{};
-    for (uint32_t s = 0; s < count; ++s) ++next[lengths[s] + 1U];
+    for (const SymbolCount& symbol : symbols) ++next[lengths[symbol.symbol] + 1U];
     next[1] = 0;
     for (uint32_t length = 1; length < next.size(); ++length)
         next[length] = (next[length] + next[length - 1]) << 1;
-    for (uint32_t s = 0; s < count; ++s)
-        if (lengths[s] != 0) codes[s] = {reversed(next[lengths[s]]++, lengths[s]), lengths[s]};
+    for (const SymbolCount& symbol : symbols) {
+        const uint8_t length = lengths[symbol.symbol];
+        if (length != 0) codes[symbol.symbol] = {reversed(next[length]++, length), length};
+    }
 }
 
 /// The fixed code (RFC 1951, 3.2.6).
@@ -40,7 +51,7 @@ constexpr DeflateTables makeFixedCodes() {
     std::array<uint8_t, kFixedLits> lengths{};
     for (uint32_t s = 0; s < kFixedLits; ++s) lengths[s] = fixedLitLength(s);
     std::array<VekHuffEntry, kFixedLits> all{};
-    numberCodes(all.data(), lengths.data(), all.size());
+    numberCodes(all.data(), lengths.data(), kAllSymbols<kFixedLits>);
     for (uint32_t s = 0; s < kLitSymbols; ++s) codes.lit[s] = all[s];
     for (uint32_t s = 0; s < kDistSymbols; ++s)
         codes.dist[s] = {reversed(s, kFixedDistLength), kFixedDistLength};
@@ -204,19 +215,19 @@ DynamicCode::DynamicCode(const BlockSymbols& symbols)
         sumBits(symbols.dist, [&](uint32_t s) { return distLengths[s] + distanceExtraBits(s); });
 }
 
-DeflateTables DynamicCode::codes() const {
+DeflateTables DynamicCode::codes(const BlockSymbols& symbols) const {
     DeflateTables codes{};
     // The library codes large blocks faster by tables that have something for every symbol; of
     // those that do not occur it does not matter what.
     std::fill_n(codes.lit, kLitSymbols, VekHuffEntry{0, 1});
-    numberCodes(codes.lit, lengths_.data(), litCount_);
-    numberCodes(codes.dist, lengths_.data() + litCount_, distCount_);
+    numberCodes(codes.lit, lengths_.data(), symbols.lit);
+    numberCodes(codes.dist, lengths_.data() + litCount_, symbols.dist);
     return codes;
 }
 
 auto DynamicCode::runCodes() const -> std::array<VekHuffEntry, kLengthSymbols> {
     std::array<VekHuffEntry, kLengthSymbols> codes{};
-    numberCodes(codes.data(), runLengths_.data(), kLengthSymbols);
+    numberCodes(codes.data(), runLengths_.data(), kAllSymbols<kLengthSymbols>);
     return codes;
 }
 

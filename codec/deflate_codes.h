@@ -129,7 +129,7 @@ class DynamicCode {
     /// What the block takes: header, pairs and end.
     uint64_t bits() const { return bits_; }
     /// Symbols that do not occur have entries without a meaning.
-    DeflateTables codes() const;
+    DeflateTables codes(const BlockSymbols& symbols) const;
 
     /// Calls put(bits, count), count at most 16, for each part of the header.
     template <class Put>

@@ -14,14 +14,15 @@
 // room, as many as fit, in stretches of a small buffer at the least.
 //
 // A short stream that comes whole gets a window and tables of its own size, so that it costs no
-// more to begin than to code. The matcher runs through a window of 32 KiB otherwise; history (of
-// the stream's part before this one, or of another thread's block) is entered there without being
-// coded. Matching takes three quarters of the time at level 1 and nearly all of it from level 5 on,
-// codes and headers less than a twentieth. The head table is as large as the matcher allows: fewer
-// positions of other bytes under the same hash save more time than the larger table's cache misses
-// take. From level 4 on, and at every level where there is little, the matchers' pairs are refined
-// once a block's statistics are known (deflate_refine.h); that and the parameters make each level
-// smaller than the one before, and than the usual encoders' same level.
+// more to begin than to code; a very short one a search of its own (deflate_short.h). The matcher
+// runs through a window of 32 KiB otherwise; history (of the stream's part before this one, or of
+// another thread's block) is entered there without being coded. Matching takes three quarters of
+// the time at level 1 and nearly all of it from level 5 on, codes and headers less than a
+// twentieth. The head table is as large as the matcher allows: fewer positions of other bytes under
+// the same hash save more time than the larger table's cache misses take. From level 4 on, and at
+// every level where there is little, the matchers' pairs are refined once a block's statistics are
+// known (deflate_refine.h); that and the parameters make each level smaller than the one before,
+// and than the usual encoders' same level.
 //
 // The best level finds the cheapest of all parses instead (deflate_parser.h).
 //
@@ -35,6 +36,7 @@
 #include <utility>
 
 #include "codec/deflate_refine.h"
+#include "codec/deflate_short.h"
 
 namespace vekdc::codec {
 namespace {
@@ -47,6 +49,7 @@ constexpr int32_t kLevelParameters[kMaxLevel][4] = {
     {1, 8, 8, 8},       {4, 16, 16, 16},     {16, 32, 32, 258},
     {20, 32, 64, 258},  {32, 12, 64, 16},    {64, 32, 128, 32},
     {128, 32, 258, 64}, {512, 64, 258, 128}, {1024, 128, 258, 258}};
+constexpr uint32_t kShortDepth[kMaxLevel] = {4, 8, 12, 16, 16, 24, 32, 64, 128};
 constexpr int32_t kLiteralsOnly[4] = {0, 4, 4, 4};
 
 constexpr int kFirstRefinedLevel = 4;
@@ -65,7 +68,8 @@ constexpr size_t kLeastRaw = 4 << 10;
 constexpr uint32_t kLeastTable = 256;
 constexpr uint32_t kMaxHashSize = 65536;
 constexpr uint32_t kFastestHashSize = 32768;  // smaller: it is cleared for each piece
-constexpr int32_t kNoPosition = -32768;
+/// Of positions farther back than any window reaches.
+constexpr int kNoPositionByte = 0x80;
 
 /// Pairs that are coded at once at the least; more where their code goes straight to the caller.
 constexpr uint32_t kStagedPairs = 256;
@@ -168,15 +172,16 @@ bool DeflateEncoder::prime(uint32_t value, uint32_t count) {
 
 Status DeflateEncoder::copyFrom(const DeflateEncoder& other) {
     const State& from = other.state_;
+    const bool parsed = from.matching && from.method == Method::Parse;
     const bool tables = from.matching && from.method == Method::Match;
-    const size_t window = tables ? from.windowSize : 0;
+    const size_t window = from.matching && !parsed ? from.windowSize : 0;
     const size_t pairs = from.pairs == 0 ? 0 : kSpare + from.pairs;
     if (!raw_.copyFrom(other.raw_, from.end) || !window_.copyFrom(other.window_, window) ||
         !head_.copyFrom(other.head_, tables ? from.hashSize : 0) ||
-        !prev_.copyFrom(other.prev_, window) || !lits_.copyFrom(other.lits_, pairs) ||
+        !prev_.copyFrom(other.prev_, tables ? window : 0) || !lits_.copyFrom(other.lits_, pairs) ||
         !dists_.copyFrom(other.dists_, pairs) ||
         !latest_.copyFrom(other.latest_, other.latest_.room()) ||
-        (from.matching && !tables && !parser_.copyFrom(other.parser_)) ||
+        (parsed && !parser_.copyFrom(other.parser_)) ||
         !coded_.copyFrom(other.coded_, from.rest == Rest::Coded ? from.stop : 0)) {
         reset();
         return Status::NoMemory;
@@ -271,7 +276,12 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
                                    Directive directive) {
     State& s = state_;
     const size_t held = s.matched - s.begin;
-    const Method now = method();
+    const bool whole = directive != Directive::Go && (direct || in.left == 0);
+    const Bytes piece = ahead.first(std::min(ahead.size(), kBlockBytes - held));
+    const bool ending = whole && piece.size() == ahead.size();
+    const bool allThere = ending && directive == Directive::Finish;
+    const size_t known = allThere ? piece.size() : 0;
+    const Method now = isShort(known) ? Method::Short : method();
     if (now != s.method) {
         // What is matched belongs to a block of its own.
         if (held != 0) {
@@ -282,9 +292,6 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
         if (!changeMethod(now)) return Status::NoMemory;
     }
 
-    const bool whole = directive != Directive::Go && (direct || in.left == 0);
-    const Bytes piece = ahead.first(std::min(ahead.size(), kBlockBytes - held));
-    const bool ending = whole && piece.size() == ahead.size();
     // A block that begins and ends in the caller's memory needs no copy, unless it may have to be
     // stored and there is no room for it. This comes first: behind it nothing fails.
     // Behind refined pairs it is not certain that several blocks are smaller than one.
@@ -294,8 +301,8 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
     const bool inPlace =
         direct && held == 0 && directive != Directive::Go && out.left >= roomForBlocks;
     if (direct && !inPlace && !reserveRaw(held + piece.size())) return Status::NoMemory;
-    const bool allThere = ending && directive == Directive::Finish;
-    const size_t known = allThere ? piece.size() : 0;
+    if (now == Method::Short && !window_.reserve(kMostShort + kBehindShort))
+        return Status::NoMemory;
     if (now == Method::Match && !prepareMatcher(known)) return Status::NoMemory;
     if (now == Method::Parse &&
         (!prepareParser(known) || !parser_.prepareParse(kBestEffort, piece.size())))
@@ -305,6 +312,7 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
     if (now == Method::Fastest && !reserveFastest(piece.size(), out)) return Status::NoMemory;
 
     const size_t consumed = now == Method::Match       ? match(piece, ending)
+                            : now == Method::Short     ? matchShort(piece)
                             : now == Method::Parse     ? parse(piece)
                             : now == Method::RunLength ? matchRuns(piece)
                                                        : piece.size();
@@ -347,8 +355,8 @@ bool DeflateEncoder::prepareMatcher(size_t whole) {
     if (!window_.reserve(s.windowSize) || !prev_.reserve(s.windowSize) ||
         !head_.reserve(s.hashSize))
         return false;
-    std::fill_n(head_.data(), s.hashSize, kNoPosition);
-    std::fill_n(prev_.data(), s.windowSize, kNoPosition);
+    std::memset(head_.data(), kNoPositionByte, s.hashSize * sizeof(int32_t));
+    std::memset(prev_.data(), kNoPositionByte, s.windowSize * sizeof(int32_t));
     std::memset(window_.data(), 0, s.windowSize);
     s.position = 0;
     s.matching = true;
@@ -359,6 +367,14 @@ bool DeflateEncoder::prepareParser(size_t whole) {
     State& s = state_;
     s.matching = s.matching || parser_.prepare(s.options.windowBits, whole);
     return s.matching;
+}
+
+/// Whether a stream of `whole` bytes that are all there takes the search for short ones.
+bool DeflateEncoder::isShort(size_t whole) const {
+    const State& s = state_;
+    return whole != 0 && whole <= std::min(kMostShort, size_t{1} << s.options.windowBits) &&
+           method() == Method::Match && s.options.strategy == DeflateStrategy::Usual &&
+           !s.matching && s.matched == s.begin;
 }
 
 /// Whether the pairs of so many bytes are made cheaper before they are coded: at the fast levels
@@ -378,7 +394,7 @@ bool DeflateEncoder::reservePairs(size_t count) {
     const size_t wanted = std::min<size_t>(mostPairs(), state_.pairs + count);
     const size_t held = state_.pairs == 0 ? 0 : kSpare + state_.pairs;
     return lits_.reserve(kSpare + wanted, held) && dists_.reserve(kSpare + wanted, held) &&
-           latest_.reserve(kRefineTable);
+           (state_.method == Method::Short || latest_.reserve(kRefineTable));
 }
 
 /// Finds pairs from the start of the piece on, until it or the room is used up; returns how far.
@@ -399,6 +415,20 @@ size_t DeflateEncoder::match(Bytes piece, bool last) {
             dists_.data() + kSpare + s.pairs, &roomLeft, parameters, last ? 2 : 0);
     s.pairs += room - roomLeft;
     return piece.size() - static_cast<size_t>(left);
+}
+
+/// Likewise, with those of a short stream. It stands in the window afterwards, without tables.
+size_t DeflateEncoder::matchShort(Bytes piece) {
+    State& s = state_;
+    std::memcpy(window_.data(), piece.data(), piece.size());
+    const Bytes kept(window_.data(), piece.size());
+    s.windowSize = kMostShort;
+    s.hashSize = 0;
+    s.position = static_cast<int32_t>(piece.size());
+    s.matching = true;
+    s.pairs = parseShort(kept, kShortDepth[std::clamp(s.options.level, 1, kMaxLevel) - 1],
+                         lits_.data() + kSpare, dists_.data() + kSpare, s.counts);
+    return piece.size();
 }
 
 /// Likewise, with the best pairs.
@@ -587,7 +617,7 @@ void DeflateEncoder::beginBlock() {
         s.codes = kFixedCodes;
     } else {
         own.putHeader(inLastBlock(), [&](uint32_t bits, uint32_t count) { putBits(bits, count); });
-        s.codes = own.codes();
+        s.codes = own.codes(symbols);
     }
     s.rest = Rest::Pairs;
 }

@@ -95,7 +95,7 @@ class DeflateEncoder {
     static constexpr uint32_t kSpare = 1024;
 
     /// How stretches of input become blocks.
-    enum class Method : uint8_t { Match, Parse, RunLength, Fastest, Stored };
+    enum class Method : uint8_t { Match, Short, Parse, RunLength, Fastest, Stored };
     /// What of a block is still to be written.
     enum class Rest : uint8_t { Nothing, Block, Pairs, Stored, Coded };
 
@@ -152,10 +152,12 @@ class DeflateEncoder {
     bool changeMethod(Method to);
     bool prepareMatcher(size_t whole);
     bool prepareParser(size_t whole);
+    bool isShort(size_t whole) const;
     uint32_t mostPairs() const;
     bool reservePairs(size_t count);
     size_t match(Bytes piece, bool last);
     size_t parse(Bytes piece);
+    size_t matchShort(Bytes piece);
     size_t matchRuns(Bytes piece);
     static uint32_t fastestRoom(size_t size);
     static uint32_t fastestHashSize(size_t size);

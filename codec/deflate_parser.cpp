@@ -1,10 +1,10 @@
 #include "codec/deflate_parser.h"
 
 #include <algorithm>
-#include <bit>
 #include <cstring>
 
 #include "codec/deflate_prices.h"
+#include "codec/match_length.h"
 
 namespace vekdc::codec {
 namespace {
@@ -24,20 +24,6 @@ uint32_t load32(const uint8_t* p) {
 
 uint32_t hashOf(uint32_t bytes, uint32_t bits) {
     return (bytes * 0x9E3779B1U) >> (32 - bits);
-}
-
-/// How many bytes from `length` on are the same, up to `limit` in all.
-uint32_t matchLength(const uint8_t* a, const uint8_t* b, uint32_t length, uint32_t limit) {
-    while (length + sizeof(size_t) <= limit) {
-        size_t x;
-        size_t y;
-        std::memcpy(&x, a + length, sizeof(x));
-        std::memcpy(&y, b + length, sizeof(y));
-        if (x != y) return length + static_cast<uint32_t>(std::countr_zero(x ^ y)) / 8;
-        length += sizeof(size_t);
-    }
-    while (length < limit && a[length] == b[length]) ++length;
-    return length;
 }
 
 }  // namespace
@@ -281,7 +267,7 @@ uint32_t DeflateParser::refine(const uint8_t* input, uint32_t from, uint32_t to,
                                uint16_t* dists) {
     uint32_t count = 0;
     for (uint32_t round = 0; round < effort_.rounds; ++round) {
-        findCheapest(input, from, to, matches, DeflatePrices(counts));
+        findCheapest(input, from, to, matches, DeflatePrices(BlockSymbols(counts)));
         count = write(input, from, to, lits, dists);
         counts = {};
         countPairs({lits, dists}, 0, count, counts);

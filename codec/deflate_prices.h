@@ -13,18 +13,23 @@ namespace vekdc::codec {
 /// In units of 1 / 2^kLogFraction of a bit.
 class DeflatePrices {
  public:
-    /// Of a code for such counts, or, `coded`, of given codes.
-    explicit DeflatePrices(const DeflateTables& tables, bool coded = false) {
-        const auto setPrices = coded ? pricesByCode : pricesByCount;
-        std::array<uint32_t, kLitSymbols> symbols;
-        setPrices(tables.lit, kLitSymbols, symbols.data());
-        std::copy_n(symbols.begin(), literal_.size(), literal_.begin());
-        for (uint32_t i = kMinMatch; i <= kMaxMatch; ++i)
-            length_[i] =
-                symbols[lengthSymbol(i)] + (lengthExtraBits(lengthSymbol(i)) << kLogFraction);
-        setPrices(tables.dist, kDistSymbols, distance_.data());
-        for (uint32_t s = 0; s < kDistSymbols; ++s)
-            distance_[s] += distanceExtraBits(s) << kLogFraction;
+    /// Of a code for such a block. `longest` is the longest match of which the price is asked.
+    explicit DeflatePrices(const BlockSymbols& symbols, uint32_t longest = kMaxMatch) {
+        std::array<uint32_t, kLitSymbols> lits;
+        setPrices(symbols.lit, kLitSymbols, lits.data());
+        setPrices(symbols.dist, kDistSymbols, distance_.data());
+        addExtraBits(lits, longest);
+    }
+
+    /// Of the fixed codes.
+    static constexpr DeflatePrices fixed() {
+        DeflatePrices prices{};
+        std::array<uint32_t, kLitSymbols> lits{};
+        for (uint32_t s = 0; s < kLitSymbols; ++s)
+            lits[s] = uint32_t{fixedLitLength(s)} << kLogFraction;
+        prices.distance_.fill(uint32_t{kFixedDistLength} << kLogFraction);
+        prices.addExtraBits(lits, kMaxMatch);
+        return prices;
     }
 
     uint32_t literal(uint8_t byte) const { return literal_[byte]; }
@@ -32,19 +37,27 @@ class DeflatePrices {
     uint32_t distance(uint32_t distance) const { return distance_[distanceSymbol(distance)]; }
 
  private:
+    constexpr DeflatePrices() : literal_{}, length_{}, distance_{} {}
+
     /// Symbols that do not occur are taken for half as frequent as those that occur once.
-    static void pricesByCount(const VekHuffEntry* counts, uint32_t count, uint32_t* prices) {
+    static void setPrices(const UsedSymbols& used, uint32_t count, uint32_t* prices) {
         uint32_t sum = 1;
-        for (uint32_t s = 0; s < count; ++s) sum += frequency(counts[s]);
+        for (const SymbolCount& symbol : used) sum += symbol.count;
         const uint32_t all = fixedLog2(2 * sum);
-        for (uint32_t s = 0; s < count; ++s) {
-            const uint32_t price = all - fixedLog2(std::max(2 * frequency(counts[s]), 1U));
-            prices[s] = std::clamp(price, 1U << kLogFraction, 15U << kLogFraction);
-        }
+        const auto price = [all](uint32_t n) {
+            return std::clamp(all - fixedLog2(n), 1U << kLogFraction, 15U << kLogFraction);
+        };
+        std::fill_n(prices, count, price(1));
+        for (const SymbolCount& symbol : used)
+            prices[symbol.symbol] = price(std::max(2 * symbol.count, 1U));
     }
 
-    static void pricesByCode(const VekHuffEntry* codes, uint32_t count, uint32_t* prices) {
-        for (uint32_t s = 0; s < count; ++s) prices[s] = uint32_t{codes[s].length} << kLogFraction;
+    constexpr void addExtraBits(const std::array<uint32_t, kLitSymbols>& lits, uint32_t longest) {
+        std::copy_n(lits.begin(), literal_.size(), literal_.begin());
+        for (uint32_t i = kMinMatch; i <= longest; ++i)
+            length_[i] = lits[lengthSymbol(i)] + (lengthExtraBits(lengthSymbol(i)) << kLogFraction);
+        for (uint32_t s = 0; s < kDistSymbols; ++s)
+            distance_[s] += distanceExtraBits(s) << kLogFraction;
     }
 
     std::array<uint32_t, 256> literal_;

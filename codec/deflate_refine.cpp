@@ -14,6 +14,8 @@ constexpr uint32_t kLongestDoubted = 6;
 /// Of three bytes at most.
 constexpr uint32_t kFarthest = 8192;
 
+constexpr DeflatePrices kFixedPrices = DeflatePrices::fixed();
+
 /// The bytes at p, of which four are read.
 uint32_t threeBytes(const uint8_t* p) {
     uint32_t four;
@@ -109,16 +111,19 @@ class Refinement {
 uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Bytes bytes,
                      uint32_t at, uint32_t window, const DeflateTables& counts, uint32_t* latest,
                      uint8_t* lits, uint16_t* dists) {
+    const auto refine = [&](const DeflatePrices& prices) {
+        return Refinement(pairs, bytes, prices, std::min(window, kFarthest), latest, lits, dists)
+            .run(from, to, at);
+    };
     // In a short block it is the fixed code that counts.
     const BlockSymbols symbols(counts);
     const uint64_t own = estimatedBits(symbols, UINT32_MAX);
     const bool fixed = codedBits(symbols, kFixedCodes) < own + own / 16;
+    if (fixed) return refine(kFixedPrices);
     // Matches of three bytes would be about as frequent as those of four.
-    DeflateTables assumed = fixed ? kFixedCodes : counts;
-    if (!fixed) assumed.lit[lengthSymbol(kMinMatch)] = assumed.lit[lengthSymbol(kMinMatch + 1)];
-    const DeflatePrices prices(assumed, fixed);
-    return Refinement(pairs, bytes, prices, std::min(window, kFarthest), latest, lits, dists)
-        .run(from, to, at);
+    DeflateTables assumed = counts;
+    assumed.lit[lengthSymbol(kMinMatch)] = counts.lit[lengthSymbol(kMinMatch + 1)];
+    return refine(DeflatePrices(BlockSymbols(assumed), kLongestDoubted));
 }
 
 }  // namespace vekdc::codec
