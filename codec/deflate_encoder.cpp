@@ -159,6 +159,8 @@ size_t DeflateEncoder::copyHistory(uint8_t* to) const {
     for (size_t i = 0; i < behind; ++i)
         to[i] = parsed ? parser_.history()[kept - behind + i]
                        : window_[(position - behind + i) % s.windowSize];
+    // The matcher inverts the byte that has come out of its reach.
+    if (s.method == Method::Match && behind == s.windowSize) to[0] = static_cast<uint8_t>(~to[0]);
     if (ahead != 0) std::memcpy(to + behind, raw_.data() + s.end - ahead, ahead);
     return ahead + behind;
 }

@@ -62,6 +62,7 @@ TEST(DeflateEncoder, ZlibReadsEveryWay) {
             EXPECT_EQ(encoder.totalOut(), whole.size());
             Bytes history(size_t{1} << options.windowBits);
             history.resize(encoder.copyHistory(history.data()));
+            EXPECT_EQ(history, part(in, in.size() - history.size()));
             EXPECT_TRUE(!history.empty() || in.empty() || options.level < 1 ||
                         options.strategy == DeflateStrategy::RunLength);
             const size_t most = pick(random, 1, 1 + in.size() / 5);
