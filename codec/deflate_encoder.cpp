@@ -49,7 +49,15 @@ constexpr int32_t kLevelParameters[kMaxLevel][4] = {
     {1, 8, 8, 8},       {4, 16, 16, 16},     {16, 32, 32, 258},
     {20, 32, 64, 258},  {32, 12, 64, 16},    {64, 32, 128, 32},
     {128, 32, 258, 64}, {512, 64, 258, 128}, {1024, 128, 258, 258}};
-constexpr uint32_t kShortDepth[kMaxLevel] = {4, 8, 12, 16, 16, 24, 32, 64, 128};
+/// Up to which size a whole stream takes the search for short ones, and how many places that looks
+/// at: as long as its pairs are as small as the level's own.
+struct ShortSearch {
+    size_t longest;
+    uint32_t depth;
+};
+constexpr ShortSearch kShortSearches[kMaxLevel] = {
+    {kMostShort, 4}, {kMostShort, 8}, {kMostShort, 12}, {kMostShort, 16}, {1024, 16},
+    {1024, 24},      {1024, 32},      {1024, 64},       {1024, 128}};
 constexpr int32_t kLiteralsOnly[4] = {0, 4, 4, 4};
 
 constexpr int kFirstRefinedLevel = 4;
@@ -365,6 +373,11 @@ bool DeflateEncoder::prepareMatcher(size_t whole) {
     return true;
 }
 
+/// The nearest of the levels that have parameters.
+int DeflateEncoder::usualLevel() const {
+    return std::clamp(state_.options.level, 1, kMaxLevel);
+}
+
 bool DeflateEncoder::prepareParser(size_t whole) {
     State& s = state_;
     s.matching = s.matching || parser_.prepare(s.options.windowBits, whole);
@@ -374,7 +387,8 @@ bool DeflateEncoder::prepareParser(size_t whole) {
 /// Whether a stream of `whole` bytes that are all there takes the search for short ones.
 bool DeflateEncoder::isShort(size_t whole) const {
     const State& s = state_;
-    return whole != 0 && whole <= std::min(kMostShort, size_t{1} << s.options.windowBits) &&
+    const size_t longest = kShortSearches[usualLevel() - 1].longest;
+    return whole != 0 && whole <= std::min(longest, size_t{1} << s.options.windowBits) &&
            method() == Method::Match && s.options.strategy == DeflateStrategy::Usual &&
            !s.matching && s.matched == s.begin;
 }
@@ -402,7 +416,7 @@ bool DeflateEncoder::reservePairs(size_t count) {
 /// Finds pairs from the start of the piece on, until it or the room is used up; returns how far.
 size_t DeflateEncoder::match(Bytes piece, bool last) {
     State& s = state_;
-    const int level = std::clamp(s.options.level, 1, kMaxLevel);
+    const int level = usualLevel();
     const int32_t* const parameters = s.options.strategy == DeflateStrategy::HuffmanOnly
                                           ? kLiteralsOnly
                                           : kLevelParameters[level - 1];
@@ -428,8 +442,8 @@ size_t DeflateEncoder::matchShort(Bytes piece) {
     s.hashSize = 0;
     s.position = static_cast<int32_t>(piece.size());
     s.matching = true;
-    s.pairs = parseShort(kept, kShortDepth[std::clamp(s.options.level, 1, kMaxLevel) - 1],
-                         lits_.data() + kSpare, dists_.data() + kSpare, s.counts);
+    s.pairs = parseShort(kept, kShortSearches[usualLevel() - 1].depth, lits_.data() + kSpare,
+                         dists_.data() + kSpare, s.counts);
     return piece.size();
 }
 

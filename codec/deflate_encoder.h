@@ -152,6 +152,7 @@ class DeflateEncoder {
     bool changeMethod(Method to);
     bool prepareMatcher(size_t whole);
     bool prepareParser(size_t whole);
+    int usualLevel() const;
     bool isShort(size_t whole) const;
     uint32_t mostPairs() const;
     bool reservePairs(size_t count);

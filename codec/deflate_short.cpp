@@ -8,9 +8,10 @@
 namespace vekdc::codec {
 namespace {
 
-constexpr uint32_t kByteWeight = 3;
+constexpr uint32_t kByteWeight = 4;
 /// With less than that a match is dearer than its bytes.
-constexpr uint32_t kLeastWeight = 4;
+constexpr uint32_t kLeastWeight = 6;
+static_assert(kByteWeight * kMinMatch >= distanceExtraBits(distanceSymbol(kMostShort)));
 /// A match of this length ends a search.
 constexpr uint32_t kNice = 32;
 

@@ -1,9 +1,10 @@
 // The pairs of a short stream that is all there.
 //
 // Of a few hundred bytes the usual matcher's preparations, and the refinement behind it, take
-// longer than the search. Here one lazy search of matches from three bytes on does it all. A byte
-// weighs three bits, which is what one costs of those that matches replace, and of two matches the
-// one is taken that weighs more beside its distance. The tables are as large as the stream wants
+// longer than the search. Here one lazy search of matches from three bytes on does it all, and of a
+// few thousand finds more than the fast levels do. A byte weighs four bits, which is about what one
+// costs of those that matches replace, and of two matches the one is taken that weighs more beside
+// its distance. The tables are as large as the stream wants
 // them, and stand on the stack.
 #pragma once
 
@@ -15,7 +16,7 @@
 namespace vekdc::codec {
 
 /// The longest such stream.
-constexpr size_t kMostShort = 1024;
+constexpr size_t kMostShort = 4096;
 /// How far beyond its end is read.
 constexpr size_t kBehindShort = 8;
 

@@ -49,7 +49,7 @@ TEST(DeflateEncoder, ZlibReadsEveryWay) {
         for (size_t i = 0; i < 2 * shapes().size(); ++i) {
             const Shape& shape = shapes()[i / 2];
             // Short streams have a search of their own.
-            const Bytes in = shape.make(pick(random, 0, i % 2 != 0 ? 1100 : effort(120000)), 3);
+            const Bytes in = shape.make(pick(random, 0, i % 2 != 0 ? 4400 : effort(120000)), 3);
             SCOPED_TRACE(std::string(shape.name) + ", level " + std::to_string(options.level) +
                          ", window " + std::to_string(window));
             encoder.reset();
