@@ -60,7 +60,7 @@ constexpr DeflateTables makeFixedCodes() {
 
 /// Sorts the symbols by frequency. Small frequencies, which most have, are sorted by counting them.
 void sortByCount(const UsedSymbols& used, SymbolCount* sorted) {
-    constexpr uint32_t large = 63;  // All of these are in one place.
+    constexpr uint32_t large = 31;  // All of these are in one place.
     std::array<uint32_t, large + 2> places{};
     for (const SymbolCount& symbol : used) ++places[std::min(symbol.count, large) + 1];
     std::partial_sum(places.begin(), places.end(), places.begin());
@@ -239,7 +239,7 @@ void DynamicCode::addRuns(const BlockSymbols& symbols) {
     const auto go = [&](uint32_t at) {
         if (at != behind || lengths_[at] != length) {
             addRun(length, run);
-            addRun(0, at - behind);
+            if (at != behind) addRun(0, at - behind);
             length = lengths_[at];
             run = 0;
         }

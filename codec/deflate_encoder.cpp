@@ -33,6 +33,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <memory>
 #include <utility>
 
 #include "codec/deflate_refine.h"
@@ -103,7 +104,7 @@ Status DeflateEncoder::reset() {
 }
 
 Status DeflateEncoder::reset(DeflateOptions options) {
-    state_ = State();
+    std::construct_at(&state_);
     state_.options = options;
     return Status::Going;
 }
