@@ -6,6 +6,7 @@
 // within a hundredth of what codes reach and takes a fraction of the time that making them does.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 
@@ -39,8 +40,9 @@ inline constexpr auto kLogs = [] {
     return logs;
 }();
 
-/// log2(n), n being at least 1, in units; too small by less than one of them.
+/// log2(n) in units, that of 0 being taken for that of 1; too small by less than one of them.
 constexpr uint32_t fixedLog2(uint32_t n) {
+    n = std::max(n, 1U);
     const auto log = static_cast<uint32_t>(std::bit_width(n)) - 1;
     const uint32_t leading = log >= kLogBits ? n >> (log - kLogBits) : n << (kLogBits - log);
     return (log << kLogFraction) + kLogs[leading - (1U << kLogBits)];

@@ -48,8 +48,7 @@ class DeflatePrices {
             return std::clamp(all - fixedLog2(n), 1U << kLogFraction, 15U << kLogFraction);
         };
         std::fill_n(prices, count, price(1));
-        for (const SymbolCount& symbol : used)
-            prices[symbol.symbol] = price(std::max(2 * symbol.count, 1U));
+        for (const SymbolCount& symbol : used) prices[symbol.symbol] = price(2 * symbol.count);
     }
 
     constexpr void addExtraBits(const std::array<uint32_t, kLitSymbols>& lits, uint32_t longest) {
