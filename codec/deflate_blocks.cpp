@@ -64,10 +64,6 @@ void addCounts(DeflateTables& to, const DeflateTables& more) {
     addCounts(to.dist, more.dist, kDistSymbols);
 }
 
-}  // namespace
-
-namespace {
-
 /// With fewer pairs than this, counters of their own take longer than those of the symbols.
 constexpr uint32_t kFewPairs = 512;
 

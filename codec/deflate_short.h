@@ -4,8 +4,7 @@
 // longer than the search. Here one lazy search of matches from three bytes on does it all, and of a
 // few thousand finds more than the fast levels do. A byte weighs four bits, which is about what one
 // costs of those that matches replace, and of two matches the one is taken that weighs more beside
-// its distance. The tables are as large as the stream wants
-// them, and stand on the stack.
+// its distance. The tables are as large as the stream wants them, and stand on the stack.
 #pragma once
 
 #include <cstdint>
