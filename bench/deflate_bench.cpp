@@ -204,13 +204,16 @@ void registerBenchmarks() {
         addHuffman(input);
     }
     vekbench::goal("deflate vekdc --fastest", "vekdc -1", 2);
+    const bool is32 = sizeof(void*) == 4;
+    vekbench::goal("deflate level 1", "libdeflate", is32 ? 1.25 : 1);
+    vekbench::goal("deflate level 6", "libdeflate", 1);
+    vekbench::goal("deflate level 9", "libdeflate", 1.5);
     for (const std::string level : {"1", "6", "9"}) {
-        vekbench::goal("deflate level " + level, "libdeflate", level == "9" ? 1.4 : 1);
         vekbench::goal("deflate level " + level, "zlib", {.worstSize = 1.03});
     }
-    for (const std::string level : {"1", "6"}) {
+    for (const std::string level : {"1", "6"})
         vekbench::goal("deflate vekdc -" + level, "libdeflate", 1);
-        vekbench::goal("deflate vekdc -" + level, "zlib", 0, 1.01);
-    }
-    vekbench::goal("deflate vekdc -9", "zlib", 1.5, 1.005);
+    vekbench::goal("deflate vekdc -1", "zlib", 0, 1.01);
+    vekbench::goal("deflate vekdc -6", "zlib", 0, 0.995);
+    vekbench::goal("deflate vekdc -9", "zlib", 2.2, 1.0);
 }

@@ -411,7 +411,7 @@ typedef struct VekHuffEntry {
  * (the greedy levels know no length below 4) and counts them in the two frequency tables: a
  * literal by its value, a match by 257 + its length code and by its distance code. A count is an
  * entry's two halves as one 32-bit number. Counts are added to what the tables hold, so the caller
- * clears all entries before each block. The end-of-block symbol is not counted. Up to 48 KiB of
+ * clears all entries before each block. The end-of-block symbol is not counted. Up to 80 KiB of
  * stack are used.
  *
  * The match state belongs to the caller: window, head table and chain table. Position p of the
