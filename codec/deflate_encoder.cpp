@@ -19,10 +19,9 @@
 // another thread's block) is entered there without being coded. Matching takes three quarters of
 // the time at level 1 and nearly all of it from level 5 on, codes and headers less than a
 // twentieth. The head table is as large as the matcher allows: fewer positions of other bytes under
-// the same hash save more time than the larger table's cache misses take. From level 4 on, and at
-// every level where there is little, the matchers' pairs are refined once a block's statistics are
-// known (deflate_refine.h); that and the parameters make each level smaller than the one before,
-// and than the usual encoders' same level.
+// the same hash save more time than the larger table's cache misses take. Where it pays, the
+// matchers' pairs are refined once a block's statistics are known (deflate_refine.h); that and the
+// parameters make each level smaller than the one before, and than the usual encoders' same level.
 //
 // The best level finds the cheapest of all parses instead (deflate_parser.h).
 //
@@ -42,27 +41,38 @@
 namespace vekdc::codec {
 namespace {
 
-/// The matchers' parameters at levels 1 to 9. Levels up to 4 take the greedy matcher, the others
-/// the lazy one.
+constexpr size_t kSmall = 16 << 10;
+
+/// Which blocks' pairs are refined: small ones, those of more than ASCII text, or all. The greedy
+/// matcher knows no matches of three bytes, so behind it that saves up to a twentieth, of small
+/// blocks of anything. Behind the lazy one it saves a hundredth of images and databases, but
+/// nothing of text, and takes a quarter of the time.
+enum class Refined : uint8_t { Small, Binary, All };
+
+/// What the levels 1 to 9 do.
+struct Level {
+    /// The matcher's.
+    int32_t parameters[4];
+    /// Up to which size a whole stream takes the search for short ones, and how many places that
+    /// looks at: as long as its pairs are as small as the level's own.
+    size_t longestShort;
+    uint32_t shortDepth;
+    Refined refined;
+};
+/// Levels up to 4 take the greedy matcher, the others the lazy one.
 constexpr int kFirstLazyLevel = 5;
 constexpr int kMaxLevel = 9;
-constexpr int32_t kLevelParameters[kMaxLevel][4] = {
-    {1, 8, 8, 8},       {4, 16, 16, 16},     {16, 32, 32, 258},
-    {20, 32, 64, 258},  {32, 12, 64, 16},    {64, 32, 128, 32},
-    {128, 32, 258, 64}, {512, 64, 258, 128}, {1024, 128, 258, 258}};
-/// Up to which size a whole stream takes the search for short ones, and how many places that looks
-/// at: as long as its pairs are as small as the level's own.
-struct ShortSearch {
-    size_t longest;
-    uint32_t depth;
-};
-constexpr ShortSearch kShortSearches[kMaxLevel] = {
-    {kMostShort, 4}, {kMostShort, 8}, {kMostShort, 12}, {kMostShort, 16}, {1024, 16},
-    {1024, 24},      {1024, 32},      {1024, 64},       {1024, 128}};
+constexpr Level kLevels[kMaxLevel] = {{{1, 8, 8, 8}, kMostShort, 4, Refined::Small},
+                                      {{4, 16, 16, 16}, kMostShort, 8, Refined::Small},
+                                      {{16, 32, 32, 258}, kMostShort, 12, Refined::Small},
+                                      {{20, 32, 64, 258}, kMostShort, 16, Refined::All},
+                                      {{32, 12, 64, 16}, 1024, 16, Refined::Binary},
+                                      {{64, 32, 128, 32}, 1024, 24, Refined::Binary},
+                                      {{128, 32, 258, 64}, 1024, 32, Refined::Binary},
+                                      {{512, 64, 258, 128}, 1024, 64, Refined::Binary},
+                                      {{1024, 128, 258, 258}, 1024, 128, Refined::Binary}};
 constexpr int32_t kLiteralsOnly[4] = {0, 4, 4, 4};
 
-constexpr int kFirstRefinedLevel = 4;
-constexpr size_t kSmall = 16 << 10;
 constexpr DeflateEffort kBestEffort = {150, 258, 4, 256 << 10};
 
 constexpr uint32_t kBlockPairs = 65535;
@@ -83,6 +93,17 @@ constexpr int kNoPositionByte = 0x80;
 /// Pairs that are coded at once at the least; more where their code goes straight to the caller.
 constexpr uint32_t kStagedPairs = 256;
 constexpr uint32_t kPairBytes = 6;
+
+/// Whether nearly all literals are ASCII.
+bool isAscii(const DeflateTables& counts) {
+    uint32_t ascii = 0;
+    uint32_t other = 0;
+    for (uint32_t byte = 0; byte < 128; ++byte) {
+        ascii += frequency(counts.lit[byte]);
+        other += frequency(counts.lit[128 + byte]);
+    }
+    return other < ascii / 16;
+}
 
 }  // namespace
 
@@ -308,7 +329,7 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
     // Behind refined pairs it is not certain that several blocks are smaller than one.
     const uint64_t roomForBlocks =
         bound(piece.size()) +
-        (refines(piece.size()) ? 6 * (piece.size() / DeflateBlocks::kUnit) : 0);
+        (mayRefine(piece.size()) ? 6 * (piece.size() / DeflateBlocks::kUnit) : 0);
     const bool inPlace =
         direct && held == 0 && directive != Directive::Go && out.left >= roomForBlocks;
     if (direct && !inPlace && !reserveRaw(held + piece.size())) return Status::NoMemory;
@@ -388,18 +409,25 @@ bool DeflateEncoder::prepareParser(size_t whole) {
 /// Whether a stream of `whole` bytes that are all there takes the search for short ones.
 bool DeflateEncoder::isShort(size_t whole) const {
     const State& s = state_;
-    const size_t longest = kShortSearches[usualLevel() - 1].longest;
+    const size_t longest = kLevels[usualLevel() - 1].longestShort;
     return whole != 0 && whole <= std::min(longest, size_t{1} << s.options.windowBits) &&
            method() == Method::Match && s.options.strategy == DeflateStrategy::Usual &&
            !s.matching && s.matched == s.begin;
 }
 
-/// Whether the pairs of so many bytes are made cheaper before they are coded: at the fast levels
-/// where they are few, and near matches all that there is.
-bool DeflateEncoder::refines(size_t size) const {
-    return state_.method == Method::Match &&
-           (state_.options.level >= kFirstRefinedLevel || size <= kSmall) &&
-           state_.options.strategy == DeflateStrategy::Usual;
+/// Whether the pairs of so many bytes may be made cheaper before they are coded.
+bool DeflateEncoder::mayRefine(size_t size) const {
+    return state_.method == Method::Match && state_.options.strategy == DeflateStrategy::Usual &&
+           (size <= kSmall || kLevels[usualLevel() - 1].refined != Refined::Small);
+}
+
+/// Whether those of a block of such counts are.
+bool DeflateEncoder::refines(const DeflateTables& counts, size_t size) const {
+    if (!mayRefine(state_.wholeSize)) return false;
+    if (kLevels[usualLevel() - 1].refined == Refined::Binary && isAscii(counts)) return false;
+    // Much that hardly compresses has no near matches that pay.
+    return size <= kSmall || estimatedBits(BlockSymbols(counts), static_cast<uint32_t>(size)) <
+                                 storedBits(size) / 16 * 15;
 }
 
 uint32_t DeflateEncoder::mostPairs() const {
@@ -420,7 +448,7 @@ size_t DeflateEncoder::match(Bytes piece, bool last) {
     const int level = usualLevel();
     const int32_t* const parameters = s.options.strategy == DeflateStrategy::HuffmanOnly
                                           ? kLiteralsOnly
-                                          : kLevelParameters[level - 1];
+                                          : kLevels[level - 1].parameters;
     const auto matcher = level >= kFirstLazyLevel ? veksDeflateLZ77Slow_8u : veksDeflateLZ77Fast_8u;
     const uint8_t* src = piece.data();
     auto left = static_cast<int32_t>(piece.size());
@@ -443,7 +471,7 @@ size_t DeflateEncoder::matchShort(Bytes piece) {
     s.hashSize = 0;
     s.position = static_cast<int32_t>(piece.size());
     s.matching = true;
-    s.pairs = parseShort(kept, kShortSearches[usualLevel() - 1].depth, lits_.data() + kSpare,
+    s.pairs = parseShort(kept, kLevels[usualLevel() - 1].shortDepth, lits_.data() + kSpare,
                          dists_.data() + kSpare, s.counts);
     return piece.size();
 }
@@ -561,7 +589,7 @@ void DeflateEncoder::beginBlocks(size_t size) {
     s.blocks.split(pairs(), s.pairs,
                    s.method == Method::Parse ? DeflateBlocks::kFineUnit : DeflateBlocks::kUnit);
     if (s.blocks.count() != 1 && !splitPays(size)) s.blocks.join(s.pairs);
-    if (refines(size)) std::fill_n(latest_.data(), kRefineTable, 0U);
+    if (mayRefine(size)) std::fill_n(latest_.data(), kRefineTable, 0U);
     beginBlock();
 }
 
@@ -608,10 +636,7 @@ void DeflateEncoder::beginBlock() {
     }
     s.at = kSpare + begin;
     s.stop = kSpare + end;
-    // Much that hardly compresses has no near matches that pay.
-    if (refines(s.wholeSize) &&
-        (size <= kSmall || estimatedBits(BlockSymbols(counts), static_cast<uint32_t>(size)) <
-                               storedBits(size) / 16 * 15)) {
+    if (refines(counts, size)) {
         const Bytes bytes(blockBytes(), s.coded + size);
         s.stop = refinePairs(pairs(), begin, end, bytes, static_cast<uint32_t>(s.coded),
                              1U << s.options.windowBits, counts, latest_.data(), lits_.data(),

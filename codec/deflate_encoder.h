@@ -173,7 +173,8 @@ class DeflateEncoder {
     void beginBlocks(size_t size);
     bool splitPays(size_t size) const;
     void beginBlock();
-    bool refines(size_t size) const;
+    bool mayRefine(size_t size) const;
+    bool refines(const DeflateTables& counts, size_t size) const;
     void beginStored(size_t size);
     bool inLastBlock() const { return state_.last && state_.block + 1 == state_.blocks.count(); }
     uint64_t storedBits(size_t size) const;

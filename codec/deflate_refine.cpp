@@ -1,6 +1,7 @@
 #include "codec/deflate_refine.h"
 
 #include <cstring>
+#include <utility>
 
 #include "codec/deflate_prices.h"
 
@@ -29,7 +30,8 @@ class Refinement {
                uint32_t farthest, uint32_t* latest, uint8_t* lits, uint16_t* dists)
         : pairs_(pairs),
           bytes_(bytes.data()),
-          end_(static_cast<uint32_t>(bytes.size())),
+          hashable_(
+              static_cast<uint32_t>(bytes.size() - std::min<size_t>(bytes.size(), kMinMatch))),
           prices_(prices),
           farthest_(farthest),
           latest_(latest),
@@ -45,7 +47,7 @@ class Refinement {
                     ? kMinMatch
                     : 1;
             ++i;
-            const uint32_t near = enter(at);
+            const uint32_t before = enter(at);
             if (distance != 0) {
                 if (length <= kLongestDoubted && lits_ + size_ + length <= pairs_.lits + i &&
                     price(length, distance) > literals(at, length)) {
@@ -53,30 +55,37 @@ class Refinement {
                 } else {
                     put(length - kMinMatch, distance);
                 }
-            } else if (length == kMinMatch && near != 0 &&
-                       price(kMinMatch, near) < literals(at, kMinMatch)) {
+            } else if (const uint32_t near = length == kMinMatch ? distanceTo(before, at) : 0;
+                       near != 0 && price(kMinMatch, near) < literals(at, kMinMatch)) {
                 put(0, near);
                 i += kMinMatch - 1;
             } else {
                 put(bytes_[at++], 0);
                 continue;
             }
-            for (uint32_t k = 1; k < length; ++k) enter(at + k);
-            at += length;
+            const uint32_t behind = at + length;
+            for (const uint32_t stop = std::min(behind, hashable_); ++at < stop;)
+                latest_[hash(at)] = at + 1;
+            at = behind;
         }
         return size_;
     }
 
  private:
-    /// Enters a position, and returns how far before it the same three bytes stand, or 0.
+    /// Enters a position, and returns the one of the same hash before it. 0 stands for none.
     uint32_t enter(uint32_t at) {
-        if (at + kMinMatch >= end_) return 0;
-        const uint32_t three = threeBytes(bytes_ + at);
-        uint32_t& latest = latest_[three * 0x9E3779B1U >> (32 - kTableBits)];
-        const uint32_t before = latest;
-        latest = at + 1;
+        return at < hashable_ ? std::exchange(latest_[hash(at)], at + 1) : 0;
+    }
+
+    uint32_t hash(uint32_t at) const {
+        return threeBytes(bytes_ + at) * 0x9E3779B1U >> (32 - kTableBits);
+    }
+
+    /// How far before the position that one is where the same three bytes stand, or 0.
+    uint32_t distanceTo(uint32_t before, uint32_t at) const {
         const uint32_t distance = at + 1 - before;
-        return before != 0 && distance <= farthest_ && threeBytes(bytes_ + before - 1) == three
+        return before != 0 && distance <= farthest_ &&
+                       threeBytes(bytes_ + before - 1) == threeBytes(bytes_ + at)
                    ? distance
                    : 0;
     }
@@ -97,7 +106,7 @@ class Refinement {
 
     const DeflatePairs pairs_;
     const uint8_t* const bytes_;
-    const uint32_t end_;
+    const uint32_t hashable_;  ///< Positions at which four bytes can be read.
     const DeflatePrices& prices_;
     const uint32_t farthest_;
     uint32_t* const latest_;
