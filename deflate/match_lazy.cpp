@@ -27,15 +27,16 @@ struct Chain {
     }
 };
 
-/// What search() does where all candidates are in the source, along the rarest chain that it knows.
+/// What search() does, along the rarest chain that it knows.
 ///
 /// A match longer than the one in hand is on the chain of each four bytes that it would hold: where
 /// one of these chains leads on to a place farther back, what the others have before that need not
-/// be looked at. Where a match begins was entered with the rest of the source; in older history it
-/// might be what the caller has taken out of the tables.
+/// be looked at. Where a match begins may then be older than all that the tables name, as the
+/// caller may have emptied them. So `oldest` is the oldest position that its own chain has led to,
+/// the source's first at the least, and no match begins before it.
 inline Match searchRarest(const History& history, const HashChains& chains,
                           const MatchParameters& params, uint32_t at, uint32_t limit,
-                          uint32_t candidate, Match found, uint32_t budget) {
+                          uint32_t candidate, Match found, uint32_t budget, uint32_t& oldest) {
     constexpr uint32_t mostOffsets = 16;
     const uint8_t* const current = history.src + at;
     const uint32_t last = history.start + at - 1;
@@ -49,7 +50,8 @@ inline Match searchRarest(const History& history, const HashChains& chains,
     for (uint32_t steps = 0; steps < budget && chain.back < reach; ++steps) {
         if (history.endsAlike(at, chain.back, found.length + 1)) {
             const uint32_t length = history.matchAt(at, chain.back, limit);
-            if (length > found.length) {
+            if (chain.offset == 0) oldest = std::min(oldest, last - chain.back);
+            if (length > found.length && last - chain.back >= oldest) {
                 found = {length, chain.back + 1};
                 if (length >= nice) break;
                 if (length >= params.goodLength) budget = params.reducedChain;
@@ -65,9 +67,6 @@ inline Match searchRarest(const History& history, const HashChains& chains,
     }
     return found;
 }
-
-template <bool InSource>
-constexpr auto look = InSource ? searchRarest : search;
 
 /// Whether the source has so many different bytes, as programs have, that three literals cost more
 /// than a match of three. Text has fewer, and its literals are cheap.
@@ -136,12 +135,11 @@ inline void enterRange(const History& history, const HashChains& chains, uint32_
 /// Misses in a row after which it pays to expect more of them.
 constexpr uint32_t manyMisses = 16;
 
-/// Matches lazily from offset `at` until `stop`, `length` or the room is reached. `InSource` says
-/// that all candidates are in the source.
-template <bool InSource>
+/// Matches lazily from offset `at` until `stop`, `length` or the room is reached. `oldest` is that
+/// of searchRarest().
 uint32_t parseLazy(const History& sharedHistory, const HashChains& sharedChains,
                    const MatchParameters& params, uint32_t at, uint32_t stop, uint32_t length,
-                   ShortMatches& shortMatches, PairWriter& sharedPairs) {
+                   ShortMatches& shortMatches, uint32_t& oldest, PairWriter& sharedPairs) {
     const History history = sharedHistory;
     const HashChains chains = sharedChains;
     PairWriter pairs = sharedPairs;
@@ -158,8 +156,8 @@ uint32_t parseLazy(const History& sharedHistory, const HashChains& sharedChains,
         uint32_t candidate = enter(history, chains, at, hashable);
         const uint32_t nearby = shortMatches.enter(history.src, at);
         Match match =
-            look<InSource>(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
-                           candidate, {hashBytes - 1, 0}, params.maxChain);
+            searchRarest(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
+                         candidate, {hashBytes - 1, 0}, params.maxChain, oldest);
         if (match.distance == 0) match.distance = nearby;
         if (match.distance == 0) {
             pairs.literal(history.src[at]);
@@ -177,8 +175,8 @@ uint32_t parseLazy(const History& sharedHistory, const HashChains& sharedChains,
             if (match.length >= limit) break;
             const uint32_t budget =
                 match.length >= params.goodLength ? params.reducedChain : params.maxChain;
-            const Match next = look<InSource>(history, chains, params, at + 1, limit, candidate,
-                                              {match.length, 0}, budget);
+            const Match next = searchRarest(history, chains, params, at + 1, limit, candidate,
+                                            {match.length, 0}, budget, oldest);
             if (next.distance == 0) break;
             pairs.literal(history.src[at]);
             ++at;
@@ -195,11 +193,11 @@ uint32_t parseLazy(const History& sharedHistory, const HashChains& sharedChains,
 uint32_t parseSourceLazily(const History& lead, const uint8_t* src, const HashChains& chains,
                            const MatchParameters& params, uint32_t length, PairWriter& pairs) {
     ShortMatches shortMatches(src, length, chains.ringMask);
+    uint32_t oldest = lead.start;
     return parseSource(lead, src, chains, params, length, pairs,
                        [&](const History& history, uint32_t at, uint32_t stop, uint32_t end) {
-                           const auto parse = at == 0 ? parseLazy<false> : parseLazy<true>;
-                           return parse(history, chains, params, at, stop, end, shortMatches,
-                                        pairs);
+                           return parseLazy(history, chains, params, at, stop, end, shortMatches,
+                                            oldest, pairs);
                        });
 }
 
