@@ -177,39 +177,4 @@ struct History {
     }
 };
 
-/// Looks along the chain from `candidate` for a match longer than `found` at source offset `at`, of
-/// at most `limit` bytes (found.length < limit), and returns the best.
-///
-/// `budget` candidates are looked at; once a match has goodLength bytes, reducedChain in all; one
-/// of niceLength bytes ends the search.
-[[gnu::always_inline]] inline Match search(const History& history, const HashChains& chains,
-                                           const MatchParameters& params, uint32_t at,
-                                           uint32_t limit, uint32_t candidate, Match found,
-                                           uint32_t budget) {
-    const uint8_t* const current = history.src + at;
-    const uint32_t position = history.start + at;
-    const uint32_t reach = history.reach(position);
-    const uint32_t nice = std::min(params.niceLength, limit);
-    // The last four bytes of a match that is longer.
-    const uint8_t* tail = current + found.length + 1 - hashBytes;
-    auto tailBytes = load<uint32_t>(tail);
-    for (uint32_t steps = 0; steps < budget; ++steps) {
-        const uint32_t distance = position - candidate;
-        if (distance - 1 >= reach) break;
-        if (load<uint32_t>(tail - distance) == tailBytes) {
-            const auto length =
-                static_cast<uint32_t>(matchLength(current, current - distance, limit));
-            if (length > found.length) {
-                found = {length, distance};
-                if (length >= nice) break;
-                if (length >= params.goodLength) budget = params.reducedChain;
-                tail = current + length + 1 - hashBytes;
-                tailBytes = load<uint32_t>(tail);
-            }
-        }
-        candidate = chains.next(candidate);
-    }
-    return found;
-}
-
 }  // namespace vek::inline VEK_LEVEL::deflate

@@ -12,6 +12,44 @@
 namespace {
 
 using namespace vek::deflate;
+using vek::load;
+using vek::matchLength;
+
+/// Looks along the chain from `candidate` for a match at source offset `at`, of at most `limit`
+/// bytes, and returns the longest.
+///
+/// maxChain candidates are looked at; once a match has goodLength bytes, reducedChain in all; one
+/// of niceLength bytes ends the search.
+[[gnu::always_inline]] inline Match search(const History& history, const HashChains& chains,
+                                           const MatchParameters& params, uint32_t at,
+                                           uint32_t limit, uint32_t candidate) {
+    const uint8_t* const current = history.src + at;
+    const uint32_t position = history.start + at;
+    const uint32_t reach = history.reach(position);
+    const uint32_t nice = std::min(params.niceLength, limit);
+    uint32_t budget = params.maxChain;
+    Match found{hashBytes - 1, 0};
+    // The last four bytes of a match that is longer.
+    const uint8_t* tail = current;
+    auto tailBytes = load<uint32_t>(tail);
+    for (uint32_t steps = 0; steps < budget; ++steps) {
+        const uint32_t distance = position - candidate;
+        if (distance - 1 >= reach) break;
+        if (load<uint32_t>(tail - distance) == tailBytes) {
+            const auto length =
+                static_cast<uint32_t>(matchLength(current, current - distance, limit));
+            if (length > found.length) {
+                found = {length, distance};
+                if (length >= nice) break;
+                if (length >= params.goodLength) budget = params.reducedChain;
+                tail = current + length + 1 - hashBytes;
+                tailBytes = load<uint32_t>(tail);
+            }
+        }
+        candidate = chains.next(candidate);
+    }
+    return found;
+}
 
 /// Misses in a row after which it pays to expect more of them.
 constexpr uint32_t manyMisses = 32;
@@ -36,9 +74,8 @@ uint32_t parseGreedy(const History& sharedHistory, const HashChains& sharedChain
     uint32_t misses = 0;
     while (at < stop && pairs.left() != 0) {
         const uint32_t candidate = chains.insert(hash4(history.src + at), history.start + at);
-        const Match match =
-            search(history, chains, params, at, std::min<uint32_t>(maxMatch, length - at),
-                   candidate, {hashBytes - 1, 0}, params.maxChain);
+        const Match match = search(history, chains, params, at,
+                                   std::min<uint32_t>(maxMatch, length - at), candidate);
         if (match.distance == 0) {
             pairs.literal(history.src[at]);
             ++at;

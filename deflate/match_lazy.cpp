@@ -27,8 +27,11 @@ struct Chain {
     }
 };
 
-/// What search() does, along the rarest chain that it knows.
+/// Looks for a match longer than `found` at source offset `at`, of at most `limit` bytes, and
+/// returns the best. `budget` candidates are looked at; once a match has goodLength bytes,
+/// reducedChain in all; one of niceLength bytes ends the search.
 ///
+/// The chain is the rarest that it knows, `candidate` being the first place on the position's own.
 /// A match longer than the one in hand is on the chain of each four bytes that it would hold: where
 /// one of these chains leads on to a place farther back, what the others have before that need not
 /// be looked at. Where a match begins may then be older than all that the tables name, as the
