@@ -14,13 +14,14 @@
 #include "codec/bzip2_decoder.h"
 #include "tools/vekdc/formats/bz2_stream.h"
 #include "tools/vekdc/formats/pump.h"
+#include "tools/vekdc/io/buffer.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc::bz2 {
 namespace {
 
 using namespace codec::bzip2;
-using Data = std::vector<uint8_t>;
+using Data = Buffer;
 using UseStream = std::function<void(const Stream&)>;
 
 /// Where in the bytes, in bits, a block's magic number first shows at or behind the bit `from`.

@@ -3,6 +3,7 @@
 #include "codec/bzip2_encoder.h"
 #include "tools/vekdc/formats/bz2_stream.h"
 #include "tools/vekdc/formats/pump.h"
+#include "tools/vekdc/io/buffer.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc::bz2 {
@@ -11,7 +12,7 @@ namespace {
 /// A block on its way into the file.
 struct Block {
     codec::Bzip2Block plain;
-    std::vector<uint8_t> coded;  ///< With room for one more byte.
+    Buffer coded;  ///< With room for one more byte.
     uint64_t bits = 0;
 };
 

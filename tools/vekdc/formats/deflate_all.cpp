@@ -12,6 +12,7 @@
 #include <deque>
 
 #include "tools/vekdc/formats/pump.h"
+#include "tools/vekdc/io/buffer.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc {
@@ -21,11 +22,11 @@ constexpr size_t kHistory = 32 << 10;
 constexpr size_t kBlock = 512 << 10;
 
 struct Block {
-    std::vector<uint8_t> data;  // History, then the block.
+    Buffer data;  // History, then the block.
     size_t history = 0;
     bool last = false;
     uint32_t check = 0;
-    std::vector<uint8_t> coded;
+    Buffer coded;
 
     Bytes before() const { return Bytes(data).first(history); }
     Bytes own() const { return Bytes(data).subspan(history); }
@@ -66,7 +67,7 @@ Deflated deflateOnThreads(Source& source, Sink& sink, const Settings& settings,
     Deflated result{checksum.initial, 0};
     std::deque<codec::DeflateEncoder> encoders;
     while (encoders.size() < settings.jobs) encoders.emplace_back(deflateOptions(settings));
-    std::vector<uint8_t> tail;  // The end of what was read, history for the next block.
+    Buffer tail;  // The end of what was read, history for the next block.
     bool more = true;
 
     const auto produce = [&](Block& block) {

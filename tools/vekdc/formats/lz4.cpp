@@ -13,6 +13,7 @@
 #include "codec/lz4_frame_encoder.h"
 #include "tools/vekdc/formats/block_parts.h"
 #include "tools/vekdc/formats/formats.h"
+#include "tools/vekdc/io/buffer.h"
 #include "tools/vekdc/io/files.h"
 #include "tools/vekdc/io/pipeline.h"
 
@@ -21,7 +22,7 @@ namespace {
 
 using codec::Lz4FrameInfo;
 using codec::Lz4FrameOptions;
-using Data = std::vector<uint8_t>;
+using Data = Buffer;
 
 bool isMagic(Bytes start) {
     return start.size() >= 4 &&
@@ -101,24 +102,23 @@ void compressFrame(Source& source, Sink& sink, const Settings& settings) {
     codec::Lz4Hash hash;
     std::vector<codec::Lz4BlockEncoder> encoders;
     for (unsigned i = 0; i < settings.jobs; ++i) encoders.emplace_back(options.coding);
-    bool isFirst = true;
     const auto produce = [&](Block& block) {
-        block.data = history;
+        if (first.empty() && source.atEnd()) return false;
         block.history = history.size();
-        if (isFirst) {
-            block.data.insert(block.data.end(), first.begin(), first.end());
-            first = {};
+        if (!first.empty()) {
+            first.insert(first.begin(), history.begin(), history.end());
+            block.data = std::exchange(first, {});
         } else {
+            block.data = history;
             block.data.resize(block.history + blockSize);
             block.data.resize(block.history +
                               source.read(block.data.data() + block.history, blockSize));
         }
-        isFirst = false;
         if (options.linked) {
             const Bytes end = codec::lz4History(block.data);
             history.assign(end.begin(), end.end());
         }
-        return block.data.size() != block.history;
+        return true;
     };
     const auto work = [&](Block& block, unsigned thread) {
         const Bytes own = block.own();

@@ -10,6 +10,7 @@
 #include "codec/lzop_encoder.h"
 #include "tools/vekdc/formats/block_parts.h"
 #include "tools/vekdc/formats/formats.h"
+#include "tools/vekdc/io/buffer.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc {
@@ -17,7 +18,7 @@ namespace {
 
 using codec::LzopInfo;
 using codec::LzopOptions;
-using Data = std::vector<uint8_t>;
+using Data = Buffer;
 
 /// What the options and the level ask for.
 LzopOptions choose(const Settings& settings) {

@@ -9,13 +9,14 @@
 #include "codec/lzss_encoder.h"
 #include "tools/vekdc/formats/block_parts.h"
 #include "tools/vekdc/formats/formats.h"
+#include "tools/vekdc/io/buffer.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc {
 namespace {
 
 using codec::LzssInfo;
-using Data = std::vector<uint8_t>;
+using Data = Buffer;
 
 constexpr size_t kBlock = size_t{1} << codec::kLzssBlockBits;
 

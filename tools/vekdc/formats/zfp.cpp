@@ -20,6 +20,7 @@
 #include "codec/zfp_field_encoder.h"
 #include "tools/vekdc/formats/formats.h"
 #include "tools/vekdc/formats/pump.h"
+#include "tools/vekdc/io/buffer.h"
 #include "tools/vekdc/io/pipeline.h"
 
 namespace vekdc {
@@ -231,7 +232,7 @@ Header peekHeader(Source& source) {
 uint64_t decodeFixedRate(Source& source, Sink& sink, const Header& header, unsigned jobs) {
     struct Work {
         Dims dims;
-        std::vector<uint8_t> coded;
+        Buffer coded;
         unsigned skip = 0;
         Memory<float> values;
     };

@@ -9,8 +9,8 @@
 #include <sys/stat.h>
 
 #include <string>
-#include <vector>
 
+#include "tools/vekdc/io/buffer.h"
 #include "tools/vekdc/io/progress.h"
 #include "tools/vekdc/io/stream.h"
 
@@ -102,7 +102,7 @@ class OutputFile : public Sink {
     int descriptor_ = -1;
     struct stat like_ {};
     bool copiesAttributes_ = false;
-    std::vector<uint8_t> buffer_;
+    Buffer buffer_;
     uint64_t written_ = 0;
     bool leavesHoles_ = false;
     bool endsInHole_ = false;

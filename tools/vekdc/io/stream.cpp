@@ -39,7 +39,7 @@ size_t Source::read(uint8_t* to, size_t count) {
     return done;
 }
 
-void Source::take(std::vector<uint8_t>& to, size_t count) {
+void Source::take(Buffer& to, size_t count) {
     for (size_t piece = 0; count != 0; count -= piece) {
         const Bytes bytes = peek();
         if (bytes.empty()) throwTruncated();

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/vekdc/io/buffer.h"
+
 namespace vekdc {
 
 using Bytes = std::span<const uint8_t>;
@@ -120,7 +122,7 @@ class Source {
 
     /// Puts the next `count` bytes behind what `to` holds; throws FormatError when the input ends.
     /// A length that lies takes no more memory than what follows it.
-    void take(std::vector<uint8_t>& to, size_t count);
+    void take(Buffer& to, size_t count);
 
     /// Moves on to the first byte that is not 0, or to the end.
     void skipZeros();
@@ -143,7 +145,7 @@ class Source {
 
     static constexpr uint8_t kNothing = 0;
     Reader* reader_ = nullptr;
-    std::vector<uint8_t> buffer_;
+    Buffer buffer_;
     Bytes view_;     // What was read: a part of buffer_, or the caller's memory.
     size_t at_ = 0;  // The next byte, within view_.
     uint64_t offset_ = 0;
