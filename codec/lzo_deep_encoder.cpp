@@ -6,15 +6,18 @@
 //
 // Matches come from chains of earlier places with the same 4 bytes, nearest first, so the first one
 // of a length is the cheapest of that length; and from the latest places with the same 3 and 2
-// bytes, as these pay only where they are near. The level says how many candidates are looked at,
-// and from which length on a match, the longest of them, is taken without a look at what lies
-// inside it. Inside shorter ones most places are passed over too: to search there made the output
-// smaller by a thousandth.
+// bytes, as these pay only where they are near. A match longer than the one in hand is on the chain
+// of the last 4 bytes that it must have, too: where the latest of these is farther back, the search
+// goes on there, which halves the time of long chains. The level says how many candidates are
+// looked at, and from which length on a match, the longest of them, is taken without a look at what
+// lies inside it. Inside shorter ones most places are passed over too: to search there made the
+// output smaller by a thousandth.
 #include "codec/lzo_deep_encoder.h"
 
 #include <algorithm>
 #include <cstring>
 
+#include "codec/match_length.h"
 #include "vekdc.h"
 
 namespace vekdc::codec {
@@ -65,20 +68,6 @@ uint32_t hash(uint32_t word) {
     return word * 0x9E3779B1U >> (32 - Bits);
 }
 
-uint32_t commonLength(const uint8_t* a, const uint8_t* b, uint32_t limit) {
-    uint32_t n = 0;
-    while (limit - n >= 8) {
-        uint64_t x = 0;
-        uint64_t y = 0;
-        std::memcpy(&x, a + n, 8);
-        std::memcpy(&y, b + n, 8);
-        if (x != y) return n + static_cast<uint32_t>(__builtin_ctzll(x ^ y)) / 8;
-        n += 8;
-    }
-    while (n < limit && a[n] == b[n]) ++n;
-    return n;
-}
-
 /// Bytes that extend a length by `rest`, at least 1.
 uint32_t extensionSize(uint32_t rest) {
     return (rest + 254) / 255;
@@ -101,6 +90,14 @@ uint32_t matchCost(uint32_t distance, uint32_t length, uint32_t run) {
     if (isBeyond(distance, length, run)) return 2;
     const uint32_t direct = distance <= kMiddleDistance ? kMiddleLength : kFarLength;
     return length <= direct ? 3 : 3 + extensionSize(length - direct);
+}
+
+/// The longest match that costs as much.
+uint32_t longestAtCost(uint32_t distance, uint32_t length, uint32_t run) {
+    if (distance <= kNearDistance && length <= kNearLength) return kNearLength;
+    if (isBeyond(distance, length, run)) return kShortest;
+    const uint32_t direct = distance <= kMiddleDistance ? kMiddleLength : kFarLength;
+    return length <= direct ? direct : direct + 255 * extensionSize(length - direct);
 }
 
 class Parser {
@@ -179,12 +176,15 @@ class Parser {
     /// Offers the matches of `distance` and `least` to `most` bytes.
     void offer(uint32_t at, uint32_t distance, uint32_t least, uint32_t most) {
         const Place from = places_[at];
-        for (uint32_t length = least; length <= most; ++length) {
+        for (uint32_t length = least; length <= most;) {
             const uint32_t cost = from.cost + matchCost(distance, length, from.run);
-            Place& to = places_[at + length];
-            // At the same cost, what leaves more literals without a run of their own.
-            if (cost < to.cost || (cost == to.cost && to.run - 1 < kTrailing))
-                to = {cost, 0, length, distance};
+            const uint32_t end = std::min(most, longestAtCost(distance, length, from.run));
+            for (; length <= end; ++length) {
+                Place& to = places_[at + length];
+                // At the same cost, what leaves more literals without a run of their own.
+                if (cost < to.cost || (cost == to.cost && to.run - 1 < kTrailing))
+                    to = {cost, 0, length, distance};
+            }
         }
     }
 
@@ -192,9 +192,7 @@ class Parser {
     uint32_t matches(uint32_t at) {
         if (size_ - at < 4) return 0;
         const uint8_t* const here = data_ + at;
-        const uint32_t limit = size_ - at;
         const uint32_t word = load4(here);
-        uint32_t best = kShortest - 1;
         const uint32_t run = places_[at].run;
         const uint32_t pair = at - pair_[word & 0xFFFF];
         // No bytes saved, but the byte of a longer run.
@@ -202,30 +200,48 @@ class Parser {
             static_cast<uint16_t>(load4(here - pair) ^ word) == 0)
             offer(at, pair, 2, 2);
         const uint32_t latest = short_[hash<kShortBits>(word << 8)];
-        if (at - latest <= kBeyondDistance && at != latest &&
-            (load4(data_ + latest) ^ word) << 8 == 0) {
-            best = kShortest;
-            offer(at, at - latest, kShortest, kShortest);
-        }
-        uint32_t candidate = head_[hash<kHeadBits>(word)];
-        uint32_t farthest = 0;  // Of the candidates taken.
-        for (uint32_t left = effort_.candidates; left != 0 && best < limit; --left) {
-            const uint32_t distance = at - candidate;
-            if (distance - 1 >= kFarDistance) break;
-            const uint8_t* const there = data_ + candidate;
-            // The bytes that would make it longer, first.
-            const uint32_t decisive = std::max(best, kShortest) - kShortest;
-            if (load4(there + decisive) == load4(here + decisive) && load4(there) == word) {
-                const uint32_t length = commonLength(here, there, limit);
+        const bool three = at - latest <= kBeyondDistance && at != latest &&
+                           (load4(data_ + latest) ^ word) << 8 == 0;
+        if (three) offer(at, at - latest, kShortest, kShortest);
+        return longMatches(at, three ? kShortest : kShortest - 1);
+    }
+
+    /// Likewise, those of 4 bytes and more; `best` is the length of the longest one so far.
+    uint32_t longMatches(uint32_t at, uint32_t best) {
+        const uint8_t* const here = data_ + at;
+        const uint32_t limit = size_ - at;
+        const uint32_t word = load4(here);
+        uint32_t farthest = 0;  // Of the distances taken.
+        // The 4 bytes that a longer match ends with at the least come first.
+        uint32_t decisive = 0;
+        uint32_t tail = word;
+        // The next place on the chain of the 4 bytes that stand behind the first `offset`.
+        uint32_t offset = 0;
+        uint32_t next = head_[hash<kHeadBits>(word)];
+        for (uint32_t left = effort_.candidates; left != 0; --left) {
+            const uint32_t distance = at + offset - next;
+            if (distance - 1 >= std::min(at, kFarDistance)) break;
+            const uint8_t* const there = here - distance;
+            if (load4(there + decisive) == tail && load4(there) == word) {
+                const uint32_t length = matchLength(here, there, 4, limit);
                 if (length > best) {
                     if (length < effort_.enough) offer(at, distance, best + 1, length);
                     best = length;
                     farthest = distance;
+                    if (best == limit) break;
+                    decisive = best - kShortest;
+                    tail = load4(here + decisive);
+                    const uint32_t latest = head_[hash<kHeadBits>(tail)];
+                    if (at + decisive - latest > distance) {
+                        offset = decisive;
+                        next = latest;
+                        continue;
+                    }
                 }
             }
-            const uint32_t older = chain_[candidate % kChain];
-            if (older >= candidate) break;
-            candidate = older;
+            const uint32_t older = chain_[next % kChain];
+            if (older >= next) break;
+            next = older;
         }
         if (best >= effort_.enough) offer(at, farthest, best, best);
         return best;
