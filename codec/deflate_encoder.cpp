@@ -51,44 +51,45 @@ enum class Refined : uint8_t { Small, Binary, All };
 
 /// What the levels 1 to 9 do.
 struct Level {
-    /// The matcher's.
-    int32_t parameters[4];
+    DeflateMatcher::Way way;
+    DeflateSearch search;
     /// Up to which size a whole stream takes the search for short ones, and how many places that
     /// looks at: as long as its pairs are as small as the level's own.
     size_t longestShort;
     uint32_t shortDepth;
     Refined refined;
 };
-/// Levels up to 4 take the greedy matcher, the others the lazy one.
-constexpr int kFirstLazyLevel = 5;
+using Way = DeflateMatcher::Way;
 constexpr int kMaxLevel = 9;
-constexpr Level kLevels[kMaxLevel] = {{{1, 8, 8, 8}, kMostShort, 4, Refined::Small},
-                                      {{4, 16, 16, 16}, kMostShort, 8, Refined::Small},
-                                      {{16, 32, 32, 258}, kMostShort, 12, Refined::Small},
-                                      {{20, 32, 64, 258}, kMostShort, 16, Refined::All},
-                                      {{32, 12, 64, 16}, 1024, 16, Refined::Binary},
-                                      {{64, 32, 128, 32}, 1024, 24, Refined::Binary},
-                                      {{128, 32, 258, 64}, 1024, 32, Refined::Binary},
-                                      {{512, 64, 258, 128}, 1024, 64, Refined::Binary},
-                                      {{1024, 128, 258, 258}, 1024, 128, Refined::Binary}};
-constexpr int32_t kLiteralsOnly[4] = {0, 4, 4, 4};
-
+constexpr Level kLevels[kMaxLevel] = {
+    {Way::Quick, {1, 8, 8, 8}, kMostShort, 4, Refined::Small},
+    {Way::Greedy, {4, 16, 16, 16}, kMostShort, 8, Refined::Small},
+    {Way::Greedy, {16, 32, 32, 258}, kMostShort, 12, Refined::Small},
+    {Way::Greedy, {20, 32, 64, 258}, kMostShort, 16, Refined::All},
+    {Way::Lazy, {32, 12, 64, 16}, 1024, 16, Refined::Binary},
+    {Way::Lazy, {64, 32, 128, 32}, 1024, 24, Refined::Binary},
+    {Way::Lazy, {128, 32, 258, 64}, 1024, 32, Refined::Binary},
+    {Way::Lazy, {512, 64, 258, 128}, 1024, 64, Refined::Binary},
+    {Way::Lazy, {1024, 128, 258, 258}, 1024, 128, Refined::Binary}};
 constexpr DeflateEffort kBestEffort = {150, 258, 4, 256 << 10};
 
-constexpr uint32_t kBlockPairs = 65535;
+// Together with the tables they make what a stream takes.
+constexpr size_t kTextBytes = 103 << 10;
+constexpr uint32_t kBlockPairs = 26 << 10;
+/// The text is moved down for no less room than this.
+constexpr size_t kLeastGain = 8 << 10;
+constexpr size_t kLeastText = 4 << 10;
+
+constexpr uint32_t kParsePairs = 256 << 10;
 /// With less room for pairs than this no parse is begun.
 constexpr uint32_t kLeastParse = 4096;
 constexpr size_t kBlockBytes = 256 << 10;
 constexpr size_t kMaxStored = 65535;
 /// Input of at least this size is taken where it stands.
 constexpr size_t kDirect = 64 << 10;
-constexpr size_t kLeastRaw = 4 << 10;
 
 constexpr uint32_t kLeastTable = 256;
-constexpr uint32_t kMaxHashSize = 65536;
 constexpr uint32_t kFastestHashSize = 32768;  // smaller: it is cleared for each piece
-/// Of positions farther back than any window reaches.
-constexpr int kNoPositionByte = 0x80;
 
 /// Pairs that are coded at once at the least; more where their code goes straight to the caller.
 constexpr uint32_t kStagedPairs = 256;
@@ -108,14 +109,13 @@ bool isAscii(const DeflateTables& counts) {
 }  // namespace
 
 DeflateEncoder::DeflateEncoder(const DeflateOptions& options, const Allocator& allocator)
-    : raw_(allocator),
-      window_(allocator),
-      head_(allocator),
-      prev_(allocator),
+    : text_(allocator),
+      matcher_(allocator),
       lits_(allocator),
       dists_(allocator),
       latest_(allocator),
       parser_(allocator),
+      heads_(allocator),
       coded_(allocator) {
     state_.options = options;
 }
@@ -138,26 +138,25 @@ void DeflateEncoder::tune(int level, DeflateStrategy strategy) {
 Status DeflateEncoder::setHistory(Bytes history) {
     state_.matching = false;
     state_.method = method();
-    return enterHistory(history) ? Status::Going : Status::NoMemory;
-}
-
-/// Makes the bytes all that matches may refer to, where they are sought.
-bool DeflateEncoder::enterHistory(Bytes history) {
-    State& s = state_;
-    if (s.method == Method::Parse) {
-        if (!prepareParser(0) || !parser_.prepareParse(kBestEffort, 0)) return false;
+    if (state_.method == Method::Parse) {
+        if (!prepareParser(0) || !parser_.prepareParse(kBestEffort, 0)) return Status::NoMemory;
         parser_.setHistory(history);
     }
-    if (s.method != Method::Match) return true;
-    if (!prepareMatcher(0)) return false;
-    if (history.size() > s.windowSize) history = history.last(s.windowSize);
-    if (history.empty()) return true;
-    std::memcpy(window_.data(), history.data(), history.size());
-    s.position = static_cast<int32_t>(history.size());
-    // Where the matcher looks whether its source was placed in the window: it was not.
-    window_[history.size() % s.windowSize] = static_cast<uint8_t>(~history.front());
-    veksDeflateUpdateHash_8u(history.data(), 0, s.position, head_.data(), s.hashSize, prev_.data(),
-                             s.windowSize, 1);
+    return !keepsText(state_.method) || placeHistory(history) ? Status::Going : Status::NoMemory;
+}
+
+/// Puts what matches may refer to in front of what is to be matched.
+bool DeflateEncoder::placeHistory(Bytes history) {
+    State& s = state_;
+    history = history.last(std::min(history.size(), window()));
+    const size_t ahead = s.end - s.begin;
+    if (!reserveText(history.size() + ahead)) return false;
+    uint8_t* const text = text_.data();
+    if (ahead != 0) std::memmove(text + history.size(), text + s.begin, ahead);
+    if (!history.empty()) std::memcpy(text, history.data(), history.size());
+    s.oldest = 0;
+    s.begin = s.matched = history.size();
+    s.end = s.begin + ahead;
     return true;
 }
 
@@ -165,34 +164,25 @@ bool DeflateEncoder::enterHistory(Bytes history) {
 bool DeflateEncoder::changeMethod(Method to) {
     State& s = state_;
     const Method from = std::exchange(s.method, to);
-    if (!std::exchange(s.matching, false)) return true;
-    if (from == Method::Parse) return enterHistory(parser_.history());
-    const auto position = static_cast<uint32_t>(s.position);
-    if (position > s.windowSize)
-        std::rotate(window_.data(), window_.data() + position % s.windowSize,
-                    window_.data() + s.windowSize);
-    return enterHistory({window_.data(), std::min(position, s.windowSize)});
+    const bool matching = std::exchange(s.matching, false);
+    if (from == Method::Parse && matching && keepsText(to)) return placeHistory(parser_.history());
+    if (to != Method::Parse) return true;
+    if (!prepareParser(0) || !parser_.prepareParse(kBestEffort, 0)) return false;
+    parser_.setHistory({text_.data() + s.oldest, s.begin - s.oldest});
+    return true;
 }
 
 size_t DeflateEncoder::copyHistory(uint8_t* to) const {
     const State& s = state_;
-    const size_t window = size_t{1} << s.options.windowBits;
-    // What is matched stands in the matcher's window, the rest in the block's buffer.
-    const size_t ahead = std::min(s.end - s.matched, window);
-    const auto position = static_cast<uint32_t>(s.position);
-    const bool parsed = s.method == Method::Parse;
-    const size_t kept = !s.matching ? 0
-                        : parsed    ? parser_.history().size()
-                                    : std::min(position, s.windowSize);
-    const size_t behind = std::min(kept, window - ahead);
-    if (to == nullptr) return ahead + behind;
-    for (size_t i = 0; i < behind; ++i)
-        to[i] = parsed ? parser_.history()[kept - behind + i]
-                       : window_[(position - behind + i) % s.windowSize];
-    // The matcher inverts the byte that has come out of its reach.
-    if (s.method == Method::Match && behind == s.windowSize) to[0] = static_cast<uint8_t>(~to[0]);
-    if (ahead != 0) std::memcpy(to + behind, raw_.data() + s.end - ahead, ahead);
-    return ahead + behind;
+    const bool parsed = s.method == Method::Parse && s.matching;
+    const size_t held = std::min(s.end - (parsed ? s.matched : s.oldest), window());
+    const Bytes before =
+        parsed ? parser_.history().last(std::min(parser_.history().size(), window() - held))
+               : Bytes();
+    if (to == nullptr) return before.size() + held;
+    if (!before.empty()) std::memcpy(to, before.data(), before.size());
+    if (held != 0) std::memcpy(to + before.size(), text_.data() + s.end - held, held);
+    return before.size() + held;
 }
 
 bool DeflateEncoder::prime(uint32_t value, uint32_t count) {
@@ -205,12 +195,10 @@ bool DeflateEncoder::prime(uint32_t value, uint32_t count) {
 Status DeflateEncoder::copyFrom(const DeflateEncoder& other) {
     const State& from = other.state_;
     const bool parsed = from.matching && from.method == Method::Parse;
-    const bool tables = from.matching && from.method == Method::Match;
-    const size_t window = from.matching && !parsed ? from.windowSize : 0;
+    const bool matched = from.matching && usesMatcher(from.method);
     const size_t pairs = from.pairs == 0 ? 0 : kSpare + from.pairs;
-    if (!raw_.copyFrom(other.raw_, from.end) || !window_.copyFrom(other.window_, window) ||
-        !head_.copyFrom(other.head_, tables ? from.hashSize : 0) ||
-        !prev_.copyFrom(other.prev_, tables ? window : 0) || !lits_.copyFrom(other.lits_, pairs) ||
+    if (!text_.reserve(other.text_.room()) || !text_.copyFrom(other.text_, from.end) ||
+        (matched && !matcher_.copyFrom(other.matcher_)) || !lits_.copyFrom(other.lits_, pairs) ||
         !dists_.copyFrom(other.dists_, pairs) ||
         !latest_.copyFrom(other.latest_, other.latest_.room()) ||
         (parsed && !parser_.copyFrom(other.parser_)) ||
@@ -237,24 +225,23 @@ Status DeflateEncoder::work(Input& in, Output& out, Directive directive) {
         if (!drain(out)) return Status::Going;
         if (s.ended) return Status::Ended;
         if (in.left != 0) s.done = Directive::Go;
-        const bool direct =
-            s.matched == s.end && (directive != Directive::Go ? in.left != 0 : in.left >= kDirect);
-        // Once the buffer was full, all of it is coded before more comes in.
-        if (s.matched == s.end) compact();
-        const bool leftOver = s.begin != 0;
-        if (!direct && !leftOver) {
+        const bool direct = !keepsText(method()) && s.matched == s.end &&
+                            (directive != Directive::Go ? in.left != 0 : in.left >= kDirect);
+        if (!direct) {
             if (!gather(in)) return Status::NoMemory;
-            if (directive == Directive::Go && s.end - s.begin < kBlockBytes) return Status::Going;
+            if (directive == Directive::Go && s.end < mostText()) return Status::Going;
         }
+        // To be coded now, as opposed to what more input may make a part of longer matches.
+        const bool all = directive != Directive::Go && (direct || in.left == 0);
         const Bytes ahead =
-            direct ? Bytes(in.next, in.left) : Bytes(raw_.data() + s.matched, s.end - s.matched);
+            direct ? Bytes(in.next, in.left) : Bytes(text_.data() + s.matched, matchable(all));
         if (!ahead.empty()) {
-            const Status status = codeStretch(ahead, direct, in, out, directive);
+            const Status status = codeStretch(ahead, direct, all, in, out, directive);
             if (status != Status::Going) return status;
-        } else if (s.matched != s.begin) {
-            s.last = directive == Directive::Finish;
+        } else if (s.matched != s.begin && (all || in.left != 0)) {
+            s.last = directive == Directive::Finish && all;
             beginBlocks(s.matched - s.begin);
-        } else if (directive > s.done) {
+        } else if (all && directive > s.done) {
             endFlush(directive);
         } else {
             return Status::Going;
@@ -268,50 +255,83 @@ DeflateEncoder::Method DeflateEncoder::method() const {
     if (options.strategy == DeflateStrategy::RunLength) return Method::RunLength;
     if (options.level == kDeflateFastest && options.strategy == DeflateStrategy::Usual)
         return Method::Fastest;
-    return options.level == kDeflateBest && options.strategy != DeflateStrategy::HuffmanOnly
-               ? Method::Parse
-               : Method::Match;
+    if (options.strategy == DeflateStrategy::HuffmanOnly) return Method::Literals;
+    return options.level == kDeflateBest ? Method::Parse
+                                         : static_cast<Method>(kLevels[usualLevel() - 1].way);
 }
 
 // --- input --------------------------------------------------------------------------------------
 
-/// Moves the block under way to the front of its buffer.
-void DeflateEncoder::compact() {
-    State& s = state_;
-    if (s.begin == 0) return;
-    std::memmove(raw_.data(), raw_.data() + s.begin, s.end - s.begin);
-    s.matched -= s.begin;
-    s.end -= s.begin;
-    s.begin = 0;
+/// How much text there is to be before it is looked at.
+size_t DeflateEncoder::mostText() const {
+    return keepsText(method()) ? kTextBytes : kBlockBytes;
 }
 
-/// Takes as much of the input as a block's buffer holds.
+/// How much of the text is to be matched now.
+size_t DeflateEncoder::matchable(bool all) const {
+    const State& s = state_;
+    const size_t ahead = s.end - s.matched;
+    if (all || !keepsText(method())) return ahead;
+    return ahead - std::min<size_t>(ahead, DeflateMatcher::kLookahead);
+}
+
+/// Drops what is not needed any more from the front of the text.
+void DeflateEncoder::compact() {
+    State& s = state_;
+    const size_t reach = keepsText(method())
+                             ? std::max(s.oldest, s.matched - std::min(s.matched, window()))
+                             : s.begin;
+    const size_t gain = std::min(s.begin, reach);
+    if (gain < std::min(kLeastGain, s.end)) return;
+    std::memmove(text_.data(), text_.data() + gain, s.end - gain);
+    s.oldest -= std::min(s.oldest, gain);
+    s.begin -= gain;
+    s.matched -= gain;
+    s.end -= gain;
+    matcher_.slide(static_cast<uint32_t>(gain));
+}
+
+/// Takes as much of the input as the text has room for.
 bool DeflateEncoder::gather(Input& in) {
     State& s = state_;
-    if (in.left == 0) return true;
-    const size_t count = std::min(in.left, kBlockBytes - s.end);
-    if (!reserveRaw(s.end + count)) return false;
-    Output room{raw_.data() + s.end, count};
-    s.end += copyAcross(in, room);
+    const size_t most = mostText();
+    if (s.end + in.left > most && matchable(false) == 0) compact();
+    const size_t count = std::min(in.left, most - std::min(most, s.end));
+    if (count == 0) return true;
+    if (!append({in.next, count})) return false;
+    in.next += count;
+    in.left -= count;
     return true;
 }
 
-bool DeflateEncoder::reserveRaw(size_t count) {
-    if (count <= raw_.room()) return true;
-    return raw_.reserve(std::max(kLeastRaw, std::min(kBlockBytes, std::bit_ceil(count))),
-                        state_.end);
+bool DeflateEncoder::append(Bytes bytes) {
+    State& s = state_;
+    if (!reserveText(s.end + bytes.size())) return false;
+    std::memcpy(text_.data() + s.end, bytes.data(), bytes.size());
+    s.end += bytes.size();
+    std::memset(text_.data() + s.end, 0, DeflateMatcher::kBehind);
+    return true;
+}
+
+/// Beside tables, the text does not grow in steps of which the last two are there at once.
+bool DeflateEncoder::reserveText(size_t count) {
+    constexpr size_t behind = DeflateMatcher::kBehind;
+    if (count + behind <= text_.room()) return true;
+    const size_t most = std::max(mostText(), count);
+    const size_t wanted = state_.matching && count > kSmall ? most : std::bit_ceil(count);
+    return text_.reserve(std::clamp(wanted, kLeastText, most) + behind, state_.end);
 }
 
 /// Codes what lies ahead, or the first part of it, and begins to write the block if it is full or
 /// to end here.
-Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& out,
+Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, bool all, Input& in, Output& out,
                                    Directive directive) {
     State& s = state_;
     const size_t held = s.matched - s.begin;
-    const bool whole = directive != Directive::Go && (direct || in.left == 0);
-    const Bytes piece = ahead.first(std::min(ahead.size(), kBlockBytes - held));
-    const bool ending = whole && piece.size() == ahead.size();
-    const bool allThere = ending && directive == Directive::Finish;
+    const size_t most =
+        keepsText(method()) ? ahead.size() : kBlockBytes - std::min(held, kBlockBytes);
+    const Bytes piece = ahead.first(std::min(ahead.size(), most));
+    const bool allThere = all && directive == Directive::Finish && piece.size() == ahead.size();
     const size_t known = allThere ? piece.size() : 0;
     const Method now = isShort(known) ? Method::Short : method();
     if (now != s.method) {
@@ -322,40 +342,41 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
             return Status::Going;
         }
         if (!changeMethod(now)) return Status::NoMemory;
+        // The text may stand elsewhere.
+        return Status::Going;
     }
 
     // A block that begins and ends in the caller's memory needs no copy, unless it may have to be
     // stored and there is no room for it. This comes first: behind it nothing fails.
-    // Behind refined pairs it is not certain that several blocks are smaller than one.
-    const uint64_t roomForBlocks =
-        bound(piece.size()) +
-        (mayRefine(piece.size()) ? 6 * (piece.size() / DeflateBlocks::kUnit) : 0);
     const bool inPlace =
-        direct && held == 0 && directive != Directive::Go && out.left >= roomForBlocks;
-    if (direct && !inPlace && !reserveRaw(held + piece.size())) return Status::NoMemory;
-    if (now == Method::Short && !window_.reserve(kMostShort + kBehindShort))
-        return Status::NoMemory;
-    if (now == Method::Match && !prepareMatcher(known)) return Status::NoMemory;
+        direct && held == 0 && directive != Directive::Go && out.left >= bound(piece.size());
+    if (direct && !inPlace) {
+        compact();
+        if (!reserveText(s.end + piece.size())) return Status::NoMemory;
+    }
+    if (usesMatcher(now) && !prepareMatcher(known)) return Status::NoMemory;
     if (now == Method::Parse &&
         (!prepareParser(known) || !parser_.prepareParse(kBestEffort, piece.size())))
         return Status::NoMemory;
     const bool paired = now != Method::Fastest && now != Method::Stored;
-    if (paired && !reservePairs(piece.size())) return Status::NoMemory;
+    if (paired && !reservePairs(all ? piece.size() : mostPairs())) return Status::NoMemory;
     if (now == Method::Fastest && !reserveFastest(piece.size(), out)) return Status::NoMemory;
 
-    const size_t consumed = now == Method::Match       ? match(piece, ending)
+    const size_t consumed = usesMatcher(now)           ? match(piece.size())
                             : now == Method::Short     ? matchShort(piece)
                             : now == Method::Parse     ? parse(piece)
                             : now == Method::RunLength ? matchRuns(piece)
+                            : now == Method::Literals  ? matchLiterals(piece)
                                                        : piece.size();
     const size_t size = held + consumed;
-    const bool atEnd = whole && consumed == ahead.size();
-    const bool full =
-        !paired || consumed != piece.size() || s.pairs == kBlockPairs || size == kBlockBytes;
+    const bool atEnd = all && consumed == ahead.size();
+    const bool full = !paired || consumed < piece.size() || s.pairs == mostPairs() ||
+                      (!keepsText(now) && size == kBlockBytes);
     if (direct) {
-        if (!inPlace) {
-            std::memcpy(raw_.data() + s.end, in.next, consumed);
-            s.end += consumed;
+        if (inPlace) {
+            s.oldest = s.begin = s.matched = s.end = 0;
+        } else {
+            append(piece.first(consumed));
         }
         in.next += consumed;
         in.left -= consumed;
@@ -364,7 +385,7 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
     if (!full && !atEnd) return Status::Going;
     s.last = atEnd && directive == Directive::Finish;
     s.inPlace = inPlace ? piece.data() : nullptr;
-    const uint8_t* const bytes = inPlace ? piece.data() : raw_.data() + s.begin;
+    const uint8_t* const bytes = inPlace ? piece.data() : text_.data() + s.begin;
     if (now == Method::Fastest && codeFastest(Bytes(bytes, size), out)) return Status::Going;
     beginBlocks(size);
     return Status::Going;
@@ -372,25 +393,20 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, Input& in, Output& 
 
 // --- pairs --------------------------------------------------------------------------------------
 
-/// Empty tables, unless they are those of the stream so far. `whole` is the size of a stream that
-/// is all there, 0 of any other.
+/// Tables that know the text so far. `whole` is the size of a stream that is all there, 0 of any
+/// other.
 bool DeflateEncoder::prepareMatcher(size_t whole) {
     State& s = state_;
     if (s.matching) return true;
-    const uint32_t most = 1U << std::clamp(s.options.windowBits, 8U, 15U);
-    s.windowSize = most;
-    s.hashSize = std::min(kMaxHashSize, 8 * most);
-    if (whole != 0 && whole < most) {
-        s.windowSize = std::max(kLeastTable, std::bit_ceil(static_cast<uint32_t>(whole)));
-        s.hashSize = std::min(s.hashSize, 2 * s.windowSize);
-    }
-    if (!window_.reserve(s.windowSize) || !prev_.reserve(s.windowSize) ||
-        !head_.reserve(s.hashSize))
+    const size_t history = std::min(s.matched - s.oldest, window());
+    const size_t from = s.matched - history;
+    const auto way = static_cast<DeflateMatcher::Way>(s.method);
+    if (!matcher_.prepare(way, s.options.windowBits,
+                          static_cast<uint32_t>(whole == 0 ? 0 : history + whole),
+                          static_cast<uint32_t>(from)))
         return false;
-    std::memset(head_.data(), kNoPositionByte, s.hashSize * sizeof(int32_t));
-    std::memset(prev_.data(), kNoPositionByte, s.windowSize * sizeof(int32_t));
-    std::memset(window_.data(), 0, s.windowSize);
-    s.position = 0;
+    matcher_.enterHistory(text_.data(), static_cast<uint32_t>(from),
+                          static_cast<uint32_t>(s.matched));
     s.matching = true;
     return true;
 }
@@ -411,13 +427,13 @@ bool DeflateEncoder::isShort(size_t whole) const {
     const State& s = state_;
     const size_t longest = kLevels[usualLevel() - 1].longestShort;
     return whole != 0 && whole <= std::min(longest, size_t{1} << s.options.windowBits) &&
-           method() == Method::Match && s.options.strategy == DeflateStrategy::Usual &&
-           !s.matching && s.matched == s.begin;
+           usesMatcher(method()) && s.options.strategy == DeflateStrategy::Usual &&
+           s.matched == s.oldest;
 }
 
 /// Whether the pairs of so many bytes may be made cheaper before they are coded.
 bool DeflateEncoder::mayRefine(size_t size) const {
-    return state_.method == Method::Match && state_.options.strategy == DeflateStrategy::Usual &&
+    return usesMatcher(state_.method) && state_.options.strategy == DeflateStrategy::Usual &&
            (size <= kSmall || kLevels[usualLevel() - 1].refined != Refined::Small);
 }
 
@@ -431,49 +447,53 @@ bool DeflateEncoder::refines(const DeflateTables& counts, size_t size) const {
 }
 
 uint32_t DeflateEncoder::mostPairs() const {
-    return state_.options.level == kDeflateBest ? static_cast<uint32_t>(kBlockBytes) : kBlockPairs;
+    return method() == Method::Parse ? kParsePairs : kBlockPairs;
 }
 
 /// Room for the pairs of `count` more bytes, as many as a block takes.
 bool DeflateEncoder::reservePairs(size_t count) {
     const size_t wanted = std::min<size_t>(mostPairs(), state_.pairs + count);
     const size_t held = state_.pairs == 0 ? 0 : kSpare + state_.pairs;
+    if (held == 0 && kSpare + wanted > lits_.room()) {
+        lits_.release();
+        dists_.release();
+    }
     return lits_.reserve(kSpare + wanted, held) && dists_.reserve(kSpare + wanted, held) &&
            (state_.method == Method::Short || latest_.reserve(kRefineTable));
 }
 
-/// Finds pairs from the start of the piece on, until it or the room is used up; returns how far.
-size_t DeflateEncoder::match(Bytes piece, bool last) {
+/// Finds pairs of the next `size` bytes, until these or the room are used up; returns how far.
+size_t DeflateEncoder::match(size_t size) {
     State& s = state_;
-    const int level = usualLevel();
-    const int32_t* const parameters = s.options.strategy == DeflateStrategy::HuffmanOnly
-                                          ? kLiteralsOnly
-                                          : kLevels[level - 1].parameters;
-    const auto matcher = level >= kFirstLazyLevel ? veksDeflateLZ77Slow_8u : veksDeflateLZ77Fast_8u;
-    const uint8_t* src = piece.data();
-    auto left = static_cast<int32_t>(piece.size());
-    const auto room =
-        static_cast<uint32_t>(std::min<size_t>(kBlockPairs, s.pairs + piece.size()) - s.pairs);
-    uint32_t roomLeft = room;
-    matcher(&src, &left, &s.position, window_.data(), s.windowSize, head_.data(), prev_.data(),
-            s.hashSize, s.counts.lit, s.counts.dist, lits_.data() + kSpare + s.pairs,
-            dists_.data() + kSpare + s.pairs, &roomLeft, parameters, last ? 2 : 0);
-    s.pairs += room - roomLeft;
-    return piece.size() - static_cast<size_t>(left);
+    const uint32_t before = s.pairs;
+    DeflatePairRoom room{lits_.data() + kSpare + before, dists_.data() + kSpare + before,
+                         std::min<uint32_t>(kBlockPairs - before, static_cast<uint32_t>(size))};
+    const uint32_t behind = matcher_.match(
+        text_.data(), static_cast<uint32_t>(s.matched), static_cast<uint32_t>(s.matched + size),
+        static_cast<uint32_t>(s.end), kLevels[usualLevel() - 1].search, room);
+    s.pairs = static_cast<uint32_t>(room.lits - (lits_.data() + kSpare));
+    countPairs(pairs(), before, s.pairs, s.counts);
+    return behind - s.matched;
 }
 
-/// Likewise, with those of a short stream. It stands in the window afterwards, without tables.
+/// Likewise, with those of a short stream.
 size_t DeflateEncoder::matchShort(Bytes piece) {
     State& s = state_;
-    std::memcpy(window_.data(), piece.data(), piece.size());
-    const Bytes kept(window_.data(), piece.size());
-    s.windowSize = kMostShort;
-    s.hashSize = 0;
-    s.position = static_cast<int32_t>(piece.size());
-    s.matching = true;
-    s.pairs = parseShort(kept, kLevels[usualLevel() - 1].shortDepth, lits_.data() + kSpare,
+    s.pairs = parseShort(piece, kLevels[usualLevel() - 1].shortDepth, lits_.data() + kSpare,
                          dists_.data() + kSpare, s.counts);
     return piece.size();
+}
+
+/// Likewise, with none but literals.
+size_t DeflateEncoder::matchLiterals(Bytes piece) {
+    State& s = state_;
+    const size_t count = std::min<size_t>(piece.size(), kBlockPairs - s.pairs);
+    std::memcpy(lits_.data() + kSpare + s.pairs, piece.data(), count);
+    std::fill_n(dists_.data() + kSpare + s.pairs, count, uint16_t{0});
+    const uint32_t before = s.pairs;
+    s.pairs += static_cast<uint32_t>(count);
+    countPairs(pairs(), before, s.pairs, s.counts);
+    return count;
 }
 
 /// Likewise, with the best pairs.
@@ -522,7 +542,7 @@ uint32_t DeflateEncoder::fastestHashSize(size_t size) {
     return std::clamp(std::bit_ceil(static_cast<uint32_t>(size)), kLeastTable, kFastestHashSize);
 }
 bool DeflateEncoder::reserveFastest(size_t size, const Output& out) {
-    return head_.reserve(fastestHashSize(size)) &&
+    return heads_.reserve(fastestHashSize(size)) &&
            (out.left >= fastestRoom(size) || coded_.reserve(fastestRoom(size)));
 }
 
@@ -551,9 +571,8 @@ bool DeflateEncoder::codeFastest(Bytes piece, Output& out) {
     };
     for (uint32_t at = 0; at < headerBits; at += 8)
         put(header[at / 8], std::min<uint32_t>(8, headerBits - at));
-    veksDeflateLZ77Fastest_8u(piece.data(), length, reinterpret_cast<uint32_t*>(head_.data()),
-                              fastestHashSize(piece.size()), &bits, &bitCount, codes.lit,
-                              codes.dist, to, &room, &index);
+    veksDeflateLZ77Fastest_8u(piece.data(), length, heads_.data(), fastestHashSize(piece.size()),
+                              &bits, &bitCount, codes.lit, codes.dist, to, &room, &index);
     put(codes.lit[kEndOfBlock].code, codes.lit[kEndOfBlock].length);
     if (8 * uint64_t{index} + bitCount - s.bitCount > storedBits(piece.size())) return false;
     s.bits = bits;
@@ -589,7 +608,7 @@ void DeflateEncoder::beginBlocks(size_t size) {
     s.blocks.split(pairs(), s.pairs,
                    s.method == Method::Parse ? DeflateBlocks::kFineUnit : DeflateBlocks::kUnit);
     if (s.blocks.count() != 1 && !splitPays(size)) s.blocks.join(s.pairs);
-    if (mayRefine(size)) std::fill_n(latest_.data(), kRefineTable, 0U);
+    if (mayRefine(size)) std::fill_n(latest_.data(), kRefineTable, uint16_t{0});
     beginBlock();
 }
 
@@ -694,7 +713,6 @@ void DeflateEncoder::endBlock() {
     s.pairs = 0;
     s.counts = DeflateTables{};
     s.begin = s.matched;
-    if (s.begin == s.end) s.begin = s.matched = s.end = 0;
 }
 
 /// All input is coded in blocks that are written; what the directive wants behind them.
@@ -710,6 +728,7 @@ void DeflateEncoder::endFlush(Directive directive) {
             return;
         case Directive::FullFlush:
             s.matching = false;
+            s.oldest = s.begin;
             [[fallthrough]];
         case Directive::SyncFlush:
             putBits(0, 3);

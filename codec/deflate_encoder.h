@@ -6,6 +6,7 @@
 #include "codec/codec.h"
 #include "codec/deflate_blocks.h"
 #include "codec/deflate_codes.h"
+#include "codec/deflate_matcher.h"
 #include "codec/deflate_parser.h"
 #include "codec/fields.h"
 #include "codec/memory.h"
@@ -38,7 +39,7 @@ class DeflateEncoder {
 
     /// Room that suffices for a stream of `size` bytes coded by one call of run() to Finish or to a
     /// flush.
-    static constexpr uint64_t bound(uint64_t size) { return size + 10 * (size / 65535 + 1) + 32; }
+    static constexpr uint64_t bound(uint64_t size) { return size + 5 * (size / 16384 + 1) + 32; }
 
     /// A flush ends with an empty stored block; said again without input in between, it writes
     /// nothing more. Block ends at any bit, of which pendingBits() are kept back.
@@ -95,7 +96,17 @@ class DeflateEncoder {
     static constexpr uint32_t kSpare = 1024;
 
     /// How stretches of input become blocks.
-    enum class Method : uint8_t { Match, Short, Parse, RunLength, Fastest, Stored };
+    enum class Method : uint8_t {
+        Quick,
+        Greedy,
+        Lazy,
+        Short,
+        Literals,
+        RunLength,
+        Parse,
+        Fastest,
+        Stored
+    };
     /// What of a block is still to be written.
     enum class Rest : uint8_t { Nothing, Block, Pairs, Stored, Coded };
 
@@ -109,19 +120,18 @@ class DeflateEncoder {
         uint32_t bitCount = 0;
         FieldsOut<kStagedBytes> staged;
 
-        // The matcher's.
-        bool matching = false;  ///< The tables are those of the stream so far.
-        int32_t position = 0;
-        uint32_t windowSize = 0;
-        uint32_t hashSize = 0;
+        /// The matcher's or the parser's tables are those of the stream so far.
+        bool matching = false;
 
-        // In raw_: the block under way, and from `matched` on what is not looked at yet.
+        // In text_: what may be referred to, the block under way, and from `matched` on what is not
+        // looked at yet.
+        size_t oldest = 0;
         size_t begin = 0;
         size_t matched = 0;
         size_t end = 0;
 
         // The blocks under way, and then what of them is written.
-        Method method = Method::Match;
+        Method method = Method::Lazy;
         uint32_t pairs = 0;
         DeflateTables counts{};
         DeflateBlocks blocks;
@@ -143,12 +153,21 @@ class DeflateEncoder {
 
     Status work(Input& in, Output& out, Directive directive);
     Method method() const;
+    static bool usesMatcher(Method method) { return method <= Method::Lazy; }
+    /// Whether matches may refer to what stands in text_; otherwise that is no more than what
+    /// waits to be coded, and input may be taken where it stands.
+    static bool keepsText(Method method) { return method <= Method::RunLength; }
+    size_t window() const { return size_t{1} << state_.options.windowBits; }
+    size_t mostText() const;
+    size_t matchable(bool all) const;
     void compact();
     bool gather(Input& in);
-    bool reserveRaw(size_t count);
+    bool append(Bytes bytes);
+    bool reserveText(size_t count);
+    bool placeHistory(Bytes history);
 
-    Status codeStretch(Bytes ahead, bool direct, Input& in, Output& out, Directive directive);
-    bool enterHistory(Bytes history);
+    Status codeStretch(Bytes ahead, bool direct, bool all, Input& in, Output& out,
+                       Directive directive);
     bool changeMethod(Method to);
     bool prepareMatcher(size_t whole);
     bool prepareParser(size_t whole);
@@ -156,9 +175,10 @@ class DeflateEncoder {
     bool isShort(size_t whole) const;
     uint32_t mostPairs() const;
     bool reservePairs(size_t count);
-    size_t match(Bytes piece, bool last);
+    size_t match(size_t stop);
     size_t parse(Bytes piece);
     size_t matchShort(Bytes piece);
+    size_t matchLiterals(Bytes piece);
     size_t matchRuns(Bytes piece);
     static uint32_t fastestRoom(size_t size);
     static uint32_t fastestHashSize(size_t size);
@@ -168,7 +188,7 @@ class DeflateEncoder {
     DeflatePairs pairs() const { return {lits_.data() + kSpare, dists_.data() + kSpare}; }
     /// The bytes of the blocks under way.
     const uint8_t* blockBytes() const {
-        return state_.inPlace != nullptr ? state_.inPlace : raw_.data() + state_.begin;
+        return state_.inPlace != nullptr ? state_.inPlace : text_.data() + state_.begin;
     }
     void beginBlocks(size_t size);
     bool splitPays(size_t size) const;
@@ -189,15 +209,14 @@ class DeflateEncoder {
     void alignToByte();
 
     State state_;
-    Memory<uint8_t> raw_;
-    Memory<uint8_t> window_;
-    Memory<int32_t> head_;
-    Memory<int32_t> prev_;
+    Memory<uint8_t> text_;
+    DeflateMatcher matcher_;
     Memory<uint8_t> lits_;
     Memory<uint16_t> dists_;
-    Memory<uint32_t> latest_;  ///< Of what refines pairs.
+    Memory<uint16_t> latest_;  ///< Of what refines pairs.
     DeflateParser parser_;
-    Memory<uint8_t> coded_;  ///< What the fastest level coded where there was no room.
+    Memory<uint32_t> heads_;  ///< Of the fastest level.
+    Memory<uint8_t> coded_;   ///< What the fastest level coded where there was no room.
 };
 
 }  // namespace vekdc::codec

@@ -27,7 +27,7 @@ uint32_t threeBytes(const uint8_t* p) {
 class Refinement {
  public:
     Refinement(const DeflatePairs& pairs, Bytes bytes, const DeflatePrices& prices,
-               uint32_t farthest, uint32_t* latest, uint8_t* lits, uint16_t* dists)
+               uint32_t farthest, uint16_t* latest, uint8_t* lits, uint16_t* dists)
         : pairs_(pairs),
           bytes_(bytes.data()),
           hashable_(
@@ -65,16 +65,17 @@ class Refinement {
             }
             const uint32_t behind = at + length;
             for (const uint32_t stop = std::min(behind, hashable_); ++at < stop;)
-                latest_[hash(at)] = at + 1;
+                latest_[hash(at)] = static_cast<uint16_t>(at + 1);
             at = behind;
         }
         return size_;
     }
 
  private:
-    /// Enters a position, and returns the one of the same hash before it. 0 stands for none.
+    /// Enters a position, and returns the low half of the one of the same hash before it, both one
+    /// higher. 0 stands for none.
     uint32_t enter(uint32_t at) {
-        return at < hashable_ ? std::exchange(latest_[hash(at)], at + 1) : 0;
+        return at < hashable_ ? std::exchange(latest_[hash(at)], static_cast<uint16_t>(at + 1)) : 0;
     }
 
     uint32_t hash(uint32_t at) const {
@@ -83,9 +84,9 @@ class Refinement {
 
     /// How far before the position that one is where the same three bytes stand, or 0.
     uint32_t distanceTo(uint32_t before, uint32_t at) const {
-        const uint32_t distance = at + 1 - before;
-        return before != 0 && distance <= farthest_ &&
-                       threeBytes(bytes_ + before - 1) == threeBytes(bytes_ + at)
+        const uint32_t distance = (at + 1 - before) & 0xFFFF;
+        return before != 0 && distance != 0 && distance <= farthest_ &&
+                       threeBytes(bytes_ + at - distance) == threeBytes(bytes_ + at)
                    ? distance
                    : 0;
     }
@@ -109,7 +110,7 @@ class Refinement {
     const uint32_t hashable_;  ///< Positions at which four bytes can be read.
     const DeflatePrices& prices_;
     const uint32_t farthest_;
-    uint32_t* const latest_;
+    uint16_t* const latest_;
     uint8_t* const lits_;
     uint16_t* const dists_;
     uint32_t size_ = 0;
@@ -118,7 +119,7 @@ class Refinement {
 }  // namespace
 
 uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Bytes bytes,
-                     uint32_t at, uint32_t window, const DeflateTables& counts, uint32_t* latest,
+                     uint32_t at, uint32_t window, const DeflateTables& counts, uint16_t* latest,
                      uint8_t* lits, uint16_t* dists) {
     const auto refine = [&](const DeflatePrices& prices) {
         return Refinement(pairs, bytes, prices, std::min(window, kFarthest), latest, lits, dists)

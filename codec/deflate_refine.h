@@ -21,7 +21,7 @@ constexpr uint32_t kRefineTable = 4096;
 /// beyond what is read. `latest` has kRefineTable positions of earlier bytes, all 0 at first.
 /// Returns how many pairs there are then.
 uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Bytes bytes,
-                     uint32_t at, uint32_t window, const DeflateTables& counts, uint32_t* latest,
+                     uint32_t at, uint32_t window, const DeflateTables& counts, uint16_t* latest,
                      uint8_t* lits, uint16_t* dists);
 
 }  // namespace vekdc::codec
