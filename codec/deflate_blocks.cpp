@@ -117,12 +117,14 @@ uint64_t estimatedBits(const BlockSymbols& symbols, uint32_t bytes) {
     return std::min(coded, storedBits + 8 * uint64_t{bytes});
 }
 
-void DeflateBlocks::split(const DeflatePairs& pairs, uint32_t count, uint32_t unit) {
+void DeflateBlocks::split(const DeflatePairs& pairs, uint32_t count, DeflateTables& counts,
+                          uint32_t unit) {
     count_ = 0;
-    if (count >= 2 * unit) {
-        DeflateTables block{};
-        uint32_t end = unit;
-        uint32_t bytes = countPairs(pairs, 0, end, block);
+    bits_ = 0;
+    DeflateTables block{};
+    uint32_t end = count < 2 * unit ? count : unit;
+    uint32_t bytes = countPairs(pairs, 0, end, block);
+    if (end != count) {
         uint64_t bits = estimatedBits(BlockSymbols(block), bytes);
         while (end != count) {
             const uint32_t behind = count - end < unit + unit / 2 ? count : end + unit;
@@ -134,6 +136,8 @@ void DeflateBlocks::split(const DeflatePairs& pairs, uint32_t count, uint32_t un
             const uint64_t joinedBits = estimatedBits(BlockSymbols(joined), bytes + nextBytes);
             if (bits + nextBits < joinedBits) {
                 ends_[count_++] = end;
+                addCounts(counts, block);
+                bits_ += bits;
                 block = next;
                 bytes = nextBytes;
                 bits = nextBits;
@@ -144,7 +148,9 @@ void DeflateBlocks::split(const DeflatePairs& pairs, uint32_t count, uint32_t un
             }
             end = behind;
         }
+        bits_ += bits;
     }
+    addCounts(counts, block);
     ends_[count_++] = count;
 }
 

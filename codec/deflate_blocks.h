@@ -62,7 +62,9 @@ class DeflateBlocks {
     static constexpr uint32_t kMostPairs = 256 << 10;
     static constexpr uint32_t kMost = kMostPairs / kFineUnit;
 
-    void split(const DeflatePairs& pairs, uint32_t count, uint32_t unit = kUnit);
+    /// Adds the symbols of all pairs to `counts`.
+    void split(const DeflatePairs& pairs, uint32_t count, DeflateTables& counts,
+               uint32_t unit = kUnit);
     /// All pairs in one block.
     void join(uint32_t count) {
         ends_[0] = count;
@@ -70,12 +72,15 @@ class DeflateBlocks {
     }
 
     uint32_t count() const { return count_; }
+    /// What several blocks take, about.
+    uint64_t bits() const { return bits_; }
     /// Behind the block's last pair.
     uint32_t end(uint32_t block) const { return ends_[block]; }
 
  private:
     std::array<uint32_t, kMost> ends_{};
     uint32_t count_ = 0;
+    uint64_t bits_ = 0;
 };
 
 }  // namespace vekdc::codec

@@ -465,14 +465,12 @@ bool DeflateEncoder::reservePairs(size_t count) {
 /// Finds pairs of the next `size` bytes, until these or the room are used up; returns how far.
 size_t DeflateEncoder::match(size_t size) {
     State& s = state_;
-    const uint32_t before = s.pairs;
-    DeflatePairRoom room{lits_.data() + kSpare + before, dists_.data() + kSpare + before,
-                         std::min<uint32_t>(kBlockPairs - before, static_cast<uint32_t>(size))};
+    DeflatePairRoom room{lits_.data() + kSpare + s.pairs, dists_.data() + kSpare + s.pairs,
+                         std::min<uint32_t>(kBlockPairs - s.pairs, static_cast<uint32_t>(size))};
     const uint32_t behind = matcher_.match(
         text_.data(), static_cast<uint32_t>(s.matched), static_cast<uint32_t>(s.matched + size),
         static_cast<uint32_t>(s.end), kLevels[usualLevel() - 1].search, room);
     s.pairs = static_cast<uint32_t>(room.lits - (lits_.data() + kSpare));
-    countPairs(pairs(), before, s.pairs, s.counts);
     return behind - s.matched;
 }
 
@@ -490,9 +488,7 @@ size_t DeflateEncoder::matchLiterals(Bytes piece) {
     const size_t count = std::min<size_t>(piece.size(), kBlockPairs - s.pairs);
     std::memcpy(lits_.data() + kSpare + s.pairs, piece.data(), count);
     std::fill_n(dists_.data() + kSpare + s.pairs, count, uint16_t{0});
-    const uint32_t before = s.pairs;
     s.pairs += static_cast<uint32_t>(count);
-    countPairs(pairs(), before, s.pairs, s.counts);
     return count;
 }
 
@@ -504,7 +500,7 @@ size_t DeflateEncoder::parse(Bytes piece) {
         const uint32_t room = mostPairs() - std::min(mostPairs(), s.pairs);
         if (room < std::min<size_t>(kLeastParse, piece.size() - at)) break;
         at += parser_.parse(piece.subspan(at), room, lits_.data() + kSpare, dists_.data() + kSpare,
-                            s.pairs, s.counts);
+                            s.pairs);
     }
     return at;
 }
@@ -522,13 +518,11 @@ size_t DeflateEncoder::matchRuns(Bytes piece) {
         if (run >= kMinMatch) {
             lits_[kSpare + s.pairs] = static_cast<uint8_t>(run - kMinMatch);
             dists_[kSpare + s.pairs] = 1;
-            countSymbol(s.counts.lit[lengthSymbol(static_cast<uint32_t>(run))]);
-            countSymbol(s.counts.dist[0]);
             at += run;
         } else {
             lits_[kSpare + s.pairs] = piece[at];
             dists_[kSpare + s.pairs] = 0;
-            countSymbol(s.counts.lit[piece[at++]]);
+            ++at;
         }
     }
     return at;
@@ -601,13 +595,17 @@ void DeflateEncoder::beginBlocks(size_t size) {
         s.blocks.join(0);
         return beginStored(size);
     }
+    if (s.method == Method::Short) {
+        s.blocks.join(s.pairs);
+    } else {
+        s.blocks.split(pairs(), s.pairs, s.counts,
+                       s.method == Method::Parse ? DeflateBlocks::kFineUnit : DeflateBlocks::kUnit);
+        if (s.blocks.count() != 1 && !splitPays(size)) s.blocks.join(s.pairs);
+    }
     if (!s.kindKnown) {
         s.kindKnown = true;
         s.text = literalsAreText(s.counts);
     }
-    s.blocks.split(pairs(), s.pairs,
-                   s.method == Method::Parse ? DeflateBlocks::kFineUnit : DeflateBlocks::kUnit);
-    if (s.blocks.count() != 1 && !splitPays(size)) s.blocks.join(s.pairs);
     if (mayRefine(size)) std::fill_n(latest_.data(), kRefineTable, uint16_t{0});
     beginBlock();
 }
@@ -625,6 +623,7 @@ uint64_t fixedBits(const BlockSymbols& symbols) {
 /// stream's bound holds. Where much is saved anyway that does not matter.
 bool DeflateEncoder::splitPays(size_t size) const {
     const State& s = state_;
+    if (s.blocks.bits() < storedBits(size) / 16 * 15) return true;
     constexpr uint32_t padding = 7;
     uint64_t bits = 0;
     uint32_t begin = 0;

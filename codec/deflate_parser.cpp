@@ -276,7 +276,7 @@ uint32_t DeflateParser::refine(const uint8_t* input, uint32_t from, uint32_t to,
 }
 
 uint32_t DeflateParser::parse(Bytes input, size_t most, uint8_t* lits, uint16_t* dists,
-                              uint32_t& pairs, DeflateTables& counts) {
+                              uint32_t& pairs) {
     const uint32_t size = findMatches(input, most);
     uint32_t found = 0;
     for (uint32_t i = 0; i < size; ++i) found += found_[i];
@@ -290,7 +290,8 @@ uint32_t DeflateParser::parse(Bytes input, size_t most, uint8_t* lits, uint16_t*
     // Where the pairs make blocks, each one by itself. All of the first parse is in the steps, so
     // that the pairs of a block may overwrite those of the next.
     DeflateBlocks blocks;
-    blocks.split({lits, dists}, whole, DeflateBlocks::kFineUnit);
+    DeflateTables all{};
+    blocks.split({lits, dists}, whole, all, DeflateBlocks::kFineUnit);
     const Match* matches = matches_.data();
     uint32_t count = 0;
     uint32_t pair = 0;
@@ -304,7 +305,6 @@ uint32_t DeflateParser::parse(Bytes input, size_t most, uint8_t* lits, uint16_t*
         count += refine(input.data(), from, to, matches, own, lits + count, dists + count);
         from = to;
     }
-    countPairs({lits, dists}, 0, count, counts);
     pairs += count;
     return size;
 }

@@ -49,9 +49,8 @@ class DeflateParser {
     Bytes history() const { return Bytes(text_.data() + kFirst, position_ - kFirst); }
 
     /// Parses a stretch from the start of the input, which may be longer, of at most `most` bytes.
-    /// The pairs are no more than the bytes that it returns, and are added to the counts.
-    uint32_t parse(Bytes input, size_t most, uint8_t* lits, uint16_t* dists, uint32_t& pairs,
-                   DeflateTables& counts);
+    /// The pairs are no more than the bytes that it returns.
+    uint32_t parse(Bytes input, size_t most, uint8_t* lits, uint16_t* dists, uint32_t& pairs);
 
  private:
     struct Match {
