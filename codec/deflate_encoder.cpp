@@ -41,7 +41,7 @@
 namespace vekdc::codec {
 namespace {
 
-constexpr size_t kSmall = 16 << 10;
+constexpr size_t kSmall = 8 << 10;
 
 /// Which blocks' pairs are refined: small ones, those of more than ASCII text, or all. The greedy
 /// matcher knows no matches of three bytes, so behind it that saves up to a twentieth, of small
@@ -79,6 +79,8 @@ constexpr uint32_t kBlockPairs = 26 << 10;
 /// The text is moved down for no less room than this.
 constexpr size_t kLeastGain = 8 << 10;
 constexpr size_t kLeastText = 4 << 10;
+/// A text of no more than this may stand beside the larger one that it is copied to.
+constexpr size_t kGrowing = 16 << 10;
 
 constexpr uint32_t kParsePairs = 256 << 10;
 /// With less room for pairs than this no parse is begun.
@@ -282,7 +284,7 @@ void DeflateEncoder::compact() {
                              ? std::max(s.oldest, s.matched - std::min(s.matched, window()))
                              : s.begin;
     const size_t gain = std::min(s.begin, reach);
-    if (gain < std::min(kLeastGain, s.end)) return;
+    if (gain == 0 || gain < std::min(kLeastGain, s.end)) return;
     std::memmove(text_.data(), text_.data() + gain, s.end - gain);
     s.oldest -= std::min(s.oldest, gain);
     s.begin -= gain;
@@ -318,7 +320,7 @@ bool DeflateEncoder::reserveText(size_t count) {
     constexpr size_t behind = DeflateMatcher::kBehind;
     if (count + behind <= text_.room()) return true;
     const size_t most = std::max(mostText(), count);
-    const size_t wanted = state_.matching && count > kSmall ? most : std::bit_ceil(count);
+    const size_t wanted = state_.matching && count > kGrowing ? most : std::bit_ceil(count);
     return text_.reserve(std::clamp(wanted, kLeastText, most) + behind, state_.end);
 }
 

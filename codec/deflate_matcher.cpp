@@ -75,8 +75,6 @@ struct Chains {
         latest = Linked ? std::exchange(prev[position & prevMask], restored) : restored;
     }
 
-    /// Fetches the entry of `hash` ahead of its use.
-    void prefetch(uint32_t hash) const { __builtin_prefetch(head + (hash & headMask)); }
 };
 
 /// The pairs written.
@@ -387,15 +385,6 @@ class NearMatches {
     std::array<uint16_t, kEntries> latest_;
 };
 
-/// How far ahead of its use an entry of the head table is fetched.
-constexpr uint32_t kHeadsAhead = 12;
-
-/// Enters offset `at` and returns the position that it hides; one some way ahead is made ready.
-inline uint32_t enterAhead(const Source& source, const Chains<true>& chains, uint32_t at) {
-    chains.prefetch(hash4(source.bytes + std::min(at + kHeadsAhead, source.enterable - 1)));
-    return chains.insert(hash4(source.bytes + at), source.start + at);
-}
-
 /// Misses in a row after which it pays to expect more of them.
 constexpr uint32_t kManyLazyMisses = 16;
 
@@ -415,7 +404,7 @@ uint32_t parseLazily(const Source& sharedSource, const Chains<true>& sharedChain
             misses = 0;
             continue;
         }
-        uint32_t candidate = enterAhead(source, chains, at);
+        uint32_t candidate = chains.insert(hash4(source.bytes + at), source.start + at);
         const uint32_t nearby = nearMatches.enter(source.bytes + at);
         Match match =
             findRarest(source, chains, search, at, candidate, {kHashBytes - 1, 0}, search.maxChain);
@@ -430,7 +419,7 @@ uint32_t parseLazily(const Source& sharedSource, const Chains<true>& sharedChain
         uint32_t entered = at + 1;
         while (match.length < search.lengthLimit && pairs.left() >= 2 &&
                entered < source.enterable) {
-            candidate = enterAhead(source, chains, entered);
+            candidate = chains.insert(hash4(source.bytes + entered), source.start + entered);
             nearMatches.enter(source.bytes + entered);
             ++entered;
             if (match.length >= source.limit(at + 1)) break;
@@ -444,10 +433,7 @@ uint32_t parseLazily(const Source& sharedSource, const Chains<true>& sharedChain
             match = next;
         }
         pairs.match(match.length, match.distance);
-        const uint32_t behind = std::min(at + match.length, source.enterable);
-        const uint32_t fetching = std::max(entered, behind - std::min(behind, kHeadsAhead));
-        enterRange(source, chains, entered, fetching);
-        for (entered = fetching; entered < behind; ++entered) enterAhead(source, chains, entered);
+        enterRange(source, chains, entered, std::min(at + match.length, source.enterable));
         at += match.length;
     }
     sharedPairs = pairs;
