@@ -1,27 +1,25 @@
 // An encoder of raw deflate streams, composed of the library's stages.
 //
-// The matcher is run over up to 256 KiB of input, or as much as gives 65535 pairs, which become one
-// block or several, where their statistics change (deflate_blocks.h). A block's size is known
-// exactly for each of the format's three ways (dynamic code, fixed code, stored) from the
-// frequencies and the code lengths alone, without coding it; the cheapest is written. So data that
-// does not compress grows by a few bytes a block. (65535 pairs are at least as many bytes, and a
-// stored block holds no more than that.)
+// Input is gathered in one piece of text, behind the part of it that matches may refer to, and
+// matched when that is full or must be coded now. As much as gives 26 Ki pairs, or as the text
+// holds, becomes one block or several, where its statistics change (deflate_blocks.h). A block's
+// size is known exactly for each of the format's three ways (dynamic code, fixed code, stored) from
+// the frequencies and the code lengths alone, without coding it; the cheapest is written. So data
+// that does not compress grows by a few bytes a block. A block's bytes stay in the text as long as
+// they may be stored or looked at. Nothing coded is kept but the pairs: they are coded when there
+// is room, as many as fit, in stretches of a small buffer at the least.
 //
-// The matcher is given long stretches, since each of its calls begins with the history apart from
-// the source and ends all matches: straight from the caller's memory where that holds enough, or
-// must be coded now; from a buffer where input comes in small pieces. A block's bytes are kept as
-// long as they may be stored. Nothing coded is kept but the pairs: they are coded when there is
-// room, as many as fit, in stretches of a small buffer at the least.
+// Text, pairs and the matcher's tables (deflate_matcher.h) are as large as 400,000 bytes allow:
+// larger blocks are smaller by half a thousandth only. The text is moved down only when all of it
+// is matched, and pairs are counted once, where blocks are split, so that neither costs much beside
+// matching, which takes two thirds of the time at level 1 and nearly all of it from level 5 on.
 //
-// A short stream that comes whole gets a window and tables of its own size, so that it costs no
-// more to begin than to code; a very short one a search of its own (deflate_short.h). The matcher
-// runs through a window of 32 KiB otherwise; history (of the stream's part before this one, or of
-// another thread's block) is entered there without being coded. Matching takes three quarters of
-// the time at level 1 and nearly all of it from level 5 on, codes and headers less than a
-// twentieth. The head table is as large as the matcher allows: fewer positions of other bytes under
-// the same hash save more time than the larger table's cache misses take. Where it pays, the
-// matchers' pairs are refined once a block's statistics are known (deflate_refine.h); that and the
-// parameters make each level smaller than the one before, and than the usual encoders' same level.
+// A short stream that comes whole gets tables of its own size, so that it costs no more to begin
+// than to code; a very short one a search of its own (deflate_short.h). History (of the stream's
+// part before this one, or of another thread's block) is put in front of the text without being
+// coded. Where it pays, the matcher's pairs are refined once a block's statistics are known
+// (deflate_refine.h); that and the parameters make each level smaller than the one before, and than
+// the usual encoders' same level.
 //
 // The best level finds the cheapest of all parses instead (deflate_parser.h).
 //

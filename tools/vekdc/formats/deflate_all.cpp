@@ -2,7 +2,7 @@
 // the 32 KiB before it, so that hardly any match is lost at the seams. Every block but the last
 // ends with an empty stored block, which fills up the last byte; so the pieces join into one
 // stream. Checksums are taken by the threads and combined in order. A block under way takes about
-// twice its size, an encoder about 900 KiB, and 12 MiB for the best parse.
+// twice its size, an encoder 400 KB, and 12 MiB for the best parse.
 //
 // What a block becomes follows from its bytes and that history alone: where blocks end by what they
 // hold, a change in a file changes no more than the block or two that it is in.
