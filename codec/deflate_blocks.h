@@ -14,7 +14,7 @@
 
 namespace vekdc::codec {
 
-/// Literals, with a distance of 0, and matches, as the library's matchers write them.
+/// Literals, with a distance of 0, and matches, as the library's coder takes them.
 struct DeflatePairs {
     const uint8_t* lits;
     const uint16_t* dists;

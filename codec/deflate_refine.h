@@ -1,6 +1,6 @@
 // Makes a block's pairs cheaper once its statistics are known.
 //
-// The library's matchers seek matches of four bytes and more, and take what is long. Here three
+// The matcher seeks matches of four bytes and more, and takes what is long. Here three
 // literals become a match where the same three bytes are near and that is cheaper, and a short
 // match becomes literals where its distance costs more than they do. One walk over the block's
 // bytes with a small table of the latest positions does it, in a small part of the time that

@@ -203,6 +203,51 @@ TEST(DeflateEncoder, RefersToItsHistory) {
     }
 }
 
+// The text is moved down, tables are lowered, and streams copied, between any pieces, flushes and
+// levels; what may be referred to is always the latest input.
+TEST(DeflateEncoder, TheTextMovesOnUnseen) {
+    Random random(49);
+    const Bytes text = shapes()[4].make(90000, 8);
+    const Bytes plain = text + shapes()[1].make(70000, 8) + Bytes(200000, 'a') + text +
+                        shapes()[4].make(150000, 9) + text;
+    for (const unsigned bits : {9U, 12U, 15U})
+        for (const int level : {1, 3, 5, 6, 9}) {
+            const size_t window = size_t{1} << bits;
+            const Bytes history = part(plain, 0, pick(random, 0, 60000));
+            const Bytes in = part(plain, history.size());
+            const bool tuned = random() % 2 != 0;
+            SCOPED_TRACE(testing::Message() << "level " << level << ", window " << bits << ", "
+                                            << history.size() << (tuned ? ", tuned" : ""));
+            DeflateEncoder encoders[2] = {DeflateEncoder({level, {}, bits}), DeflateEncoder()};
+            EXPECT_EQ(encoders[0].setHistory(history), Status::Going);
+            Bytes out(static_cast<size_t>(DeflateEncoder::bound(in.size())) + 40000);
+            Output room{out.data(), out.size()};
+            for (size_t at = 0, turn = 0; at < in.size();) {
+                DeflateEncoder& encoder = encoders[turn];
+                const size_t size = std::min(in.size() - at, pick(random, 1, 2U << random() % 18));
+                const bool last = at + size == in.size();
+                Input piece{in.data() + at, size};
+                const auto directive = static_cast<Directive>(random() % 3 != 0 ? 0 : random() % 5);
+                encoder.run(piece, room, last ? Directive::Finish : directive);
+                ASSERT_EQ(piece.left, 0U);
+                at += size;
+                Bytes kept(window);
+                kept.resize(encoder.copyHistory(kept.data()));
+                ASSERT_TRUE(std::equal(kept.rbegin(), kept.rend(),
+                                       plain.rend() - static_cast<ptrdiff_t>(history.size() + at)));
+                if (random() % 3 == 0) {
+                    turn = 1 - turn;
+                    ASSERT_EQ(encoders[turn].copyFrom(encoder), Status::Going);
+                    encoder.reset();
+                }
+                if (tuned) encoders[turn].tune(static_cast<int>(random() % 9) + 1, {});
+            }
+            out.resize(out.size() - room.left);
+            const Bytes before = part(history, history.size() - std::min(window, history.size()));
+            ASSERT_EQ(zlibInflate(out, -static_cast<int>(bits), in.size(), before), in);
+        }
+}
+
 TEST(DeflateEncoder, NoPeriodHidesTheHistory) {
     for (const size_t period : {256, 4096, 10000, 16384, 32512}) {
         const Bytes block = shapes()[1].make(period, 47);

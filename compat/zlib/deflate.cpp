@@ -302,7 +302,7 @@ int deflateParams(z_streamp strm, int level, int strategy) {
     return Z_OK;
 }
 
-/// The matchers have parameters of another kind; the level's stay.
+/// The matcher has parameters of another kind; the level's stay.
 int deflateTune(z_streamp strm, int, int, int, int) {
     return stateOf(strm) == nullptr ? Z_STREAM_ERROR : Z_OK;
 }
