@@ -46,7 +46,8 @@ inline uint32_t sameBytes(const uint8_t* a, const uint8_t* b, uint32_t limit) {
     return limit;
 }
 
-/// The head and chain tables; without links the former alone.
+/// The head and chain tables; without links the former alone. The latter holds distances, from each
+/// position to the one before it.
 template <bool Linked>
 struct Chains {
     uint16_t* head;
@@ -58,21 +59,27 @@ struct Chains {
     uint32_t insert(uint32_t hash, uint32_t position) const {
         uint16_t& latest = head[hash & headMask];
         const uint32_t before = latest;
-        if (Linked) prev[position & prevMask] = static_cast<uint16_t>(before);
+        if (Linked) prev[position & prevMask] = static_cast<uint16_t>(position - before);
         latest = static_cast<uint16_t>(position);
         return before;
     }
     uint32_t latest(uint32_t hash) const { return head[hash & headMask]; }
-    uint32_t next(uint32_t position) const { return prev[position & prevMask]; }
+    /// How far before `position` the next one of its chain is.
+    uint32_t step(uint32_t position) const { return prev[position & prevMask]; }
 
     /// What remove() is to be told of an insertion, before it is made.
     uint16_t toRestore(uint32_t hash, uint32_t position) const {
-        return static_cast<uint16_t>(Linked ? next(position) : latest(hash));
+        return static_cast<uint16_t>(Linked ? step(position) : latest(hash));
     }
     /// Takes back the insertion of `position`, the latest one.
     void remove(uint32_t hash, uint32_t position, uint16_t restored) const {
         uint16_t& latest = head[hash & headMask];
-        latest = Linked ? std::exchange(prev[position & prevMask], restored) : restored;
+        if (Linked) {
+            latest = static_cast<uint16_t>(position - prev[position & prevMask]);
+            prev[position & prevMask] = restored;
+        } else {
+            latest = restored;
+        }
     }
 
 };
@@ -152,15 +159,14 @@ template <uint32_t Places, bool Whole, bool Linked>
     const uint8_t* const bytes = source.bytes + at;
     const uint32_t position = source.start + at;
     uint32_t inReach = 0;
-    const auto listIfInReach = [&](uint32_t i, uint32_t candidate) {
-        const uint32_t back = position + i - 1 - candidate;
+    const auto listIfInReach = [&](uint32_t i, uint32_t back) {
         places[inReach] = {i, back};
         inReach += static_cast<uint32_t>(back < source.reach(position + i));
     };
     for (uint32_t i = 0; i < kMissBatch; ++i) {
         const uint32_t hash = hash4(bytes + i);
         restored[i] = chains.toRestore(hash, position + i);
-        listIfInReach(i, chains.insert(hash, position + i));
+        listIfInReach(i, position + i - 1 - chains.insert(hash, position + i));
     }
     uint32_t misses = kMissBatch;
     for (uint32_t k = 0; k < Places; ++k) {
@@ -171,7 +177,7 @@ template <uint32_t Places, bool Whole, bool Linked>
             const bool matches = load32(current) == load32(current - 1 - back) ||
                                  (Linked && back > chains.prevMask - kMissBatch);
             misses = matches ? std::min(misses, i) : misses;
-            if (Whole || k + 1 < Places) listIfInReach(i, chains.next(position + i - 1 - back));
+            if (Whole || k + 1 < Places) listIfInReach(i, back + chains.step(position + i - 1 - back));
         }
     }
     if (inReach != 0) misses = std::min(misses, places[0].i);
@@ -210,13 +216,12 @@ template <bool Linked>
     const uint32_t limit = source.limit(at);
     const uint32_t nice = std::min(search.niceLength, limit);
     uint32_t budget = search.maxChain;
+    uint32_t distance = position - candidate;
     Match found{kHashBytes - 1, 0};
     // The last four bytes of a match that is longer.
     const uint8_t* tail = current;
     uint32_t tailBytes = load32(tail);
-    for (uint32_t steps = 0; steps < budget; ++steps) {
-        const uint32_t distance = position - candidate;
-        if (distance - 1 >= reach) break;
+    for (uint32_t steps = 0; steps < budget && distance - 1 < reach; ++steps) {
         if (load32(tail - distance) == tailBytes) {
             const uint32_t length = sameBytes(current, current - distance, limit);
             if (length > found.length) {
@@ -227,7 +232,7 @@ template <bool Linked>
                 tailBytes = load32(tail);
             }
         }
-        if (Linked) candidate = chains.next(candidate);
+        if (Linked) distance += chains.step(position - distance);
     }
     return found;
 }
@@ -295,6 +300,31 @@ struct Chain {
     }
 };
 
+/// Of up to this many chains the one of the longest step is found at once.
+constexpr uint32_t kChainsAtOnce = 8;
+
+/// Of the `count` positions from `position` on the one whose chain's next step is the longest, and
+/// that step; those behind the table's edge are not looked at. The table is as much longer than its
+/// positions as is read beyond.
+inline Chain longestStep(const Chains<true>& chains, uint32_t position, uint32_t count) {
+    alignas(16) static constexpr std::array<uint16_t, 2 * kChainsAtOnce> kUnused = [] {
+        std::array<uint16_t, 2 * kChainsAtOnce> unused{};
+        for (uint32_t i = kChainsAtOnce; i < unused.size(); ++i) unused[i] = 0xFFFF;
+        return unused;
+    }();
+    const uint32_t slot = position & chains.prevMask;
+    count = std::min({count, kChainsAtOnce, chains.prevMask + 1 - slot});
+    const auto load = [](const uint16_t* p) {
+        return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    };
+    const __m128i unused = load(kUnused.data() + kChainsAtOnce - count);
+    const __m128i steps = load(chains.prev + slot);
+    const __m128i shortest =
+        _mm_minpos_epu16(_mm_or_si128(_mm_xor_si128(steps, _mm_set1_epi16(-1)), unused));
+    const auto found = static_cast<uint32_t>(_mm_cvtsi128_si32(shortest));
+    return {found >> 16, 0xFFFF - (found & 0xFFFF)};
+}
+
 /// Looks for a match at offset `at` longer than `found`, and returns the best.
 ///
 /// The chain is the rarest that it knows, `candidate` being the first place on the position's own.
@@ -304,7 +334,6 @@ struct Chain {
 inline Match findRarest(const Source& source, const Chains<true>& chains,
                         const DeflateSearch& search, uint32_t at, uint32_t candidate, Match found,
                         uint32_t budget) {
-    constexpr uint32_t mostOffsets = 16;
     const uint8_t* const current = source.bytes + at;
     const uint32_t last = source.start + at - 1;
     const uint32_t reach = source.reach(last + 1);
@@ -325,14 +354,14 @@ inline Match findRarest(const Source& source, const Chains<true>& chains,
                 if (length >= nice) break;
                 if (length >= search.goodLength) budget = search.maxChain / 4;
                 const uint32_t back = chain.back;
-                const uint32_t offsets = std::min({length - kHashBytes, back, mostOffsets});
-                chain = newest(length - 3);
-                for (uint32_t i = 0; i <= offsets; ++i)
-                    chain.preferFarther({i, last + i - chains.next(last + i - back)});
+                const uint32_t known = std::min(length - kHashBytes, back) + 1;
+                chain = longestStep(chains, last - back, known);
+                chain.back += back;
+                chain.preferFarther(newest(length - 3));
                 continue;
             }
         }
-        chain.back = last + chain.offset - chains.next(last + chain.offset - chain.back);
+        chain.back += chains.step(last + chain.offset - chain.back);
     }
     return found;
 }
@@ -440,9 +469,9 @@ uint32_t parseLazily(const Source& sharedSource, const Chains<true>& sharedChain
     return at;
 }
 
-/// Lowers every position by `shift`; those that come below the first become none.
-void lowerAll(uint16_t* positions, uint32_t count, uint32_t shift) {
-    const __m128i less = _mm_set1_epi16(static_cast<int16_t>(shift));
+/// Lowers every position by a window's length; those that come below the first become none.
+void lowerAll(uint16_t* positions, uint32_t count) {
+    const __m128i less = _mm_set1_epi16(static_cast<int16_t>(kWindow));
     constexpr uint32_t atOnce = 64;
     static_assert(kLeastTable % atOnce == 0);
     for (const uint16_t* const end = positions + count; positions != end; positions += atOnce) {
@@ -466,7 +495,8 @@ bool DeflateMatcher::prepare(Way way, unsigned windowBits, uint32_t most, uint32
     }
     farthest_ = prevSize_ - 1;
     if (way == Way::Quick) prevSize_ = 0;
-    if (!head_.reserve(headSize_) || !prev_.reserve(prevSize_)) return false;
+    if (!head_.reserve(headSize_) || !prev_.reserve(prevSize_ == 0 ? 0 : prevSize_ + kChainsAtOnce))
+        return false;
     std::memset(head_.data(), 0, headSize_ * sizeof(uint16_t));
     base_ = kFirst - at;
     oldest_ = entered_ = kFirst;
@@ -481,7 +511,8 @@ bool DeflateMatcher::copyFrom(const DeflateMatcher& other) {
     base_ = other.base_;
     oldest_ = other.oldest_;
     entered_ = other.entered_;
-    return head_.copyFrom(other.head_, headSize_) && prev_.copyFrom(other.prev_, prevSize_);
+    return head_.copyFrom(other.head_, headSize_) && prev_.reserve(other.prev_.room()) &&
+           prev_.copyFrom(other.prev_, prevSize_);
 }
 
 /// Enters what is not entered yet of the text before `to`, of which four bytes are there.
@@ -500,8 +531,7 @@ void DeflateMatcher::enter(const uint8_t* text, uint32_t at, uint32_t to) {
 
 /// Lowers all positions by a window's length.
 void DeflateMatcher::lower() {
-    lowerAll(head_.data(), headSize_, kWindow);
-    lowerAll(prev_.data(), prevSize_, kWindow);
+    lowerAll(head_.data(), headSize_);
     base_ -= kWindow;
     entered_ -= kWindow;
     oldest_ = std::max(oldest_, kWindow + kFirst) - kWindow;
