@@ -1,7 +1,7 @@
 // An encoder of raw deflate streams, composed of the library's stages.
 //
 // Input is gathered in one piece of text, behind the part of it that matches may refer to, and
-// matched when that is full or must be coded now. As much as gives 26 Ki pairs, or as the text
+// matched when that is full or must be coded now. As much as gives 28 Ki pairs, or as the text
 // holds, becomes one block or several, where its statistics change (deflate_blocks.h). A block's
 // size is known exactly for each of the format's three ways (dynamic code, fixed code, stored) from
 // the frequencies and the code lengths alone, without coding it; the cheapest is written. So data
@@ -72,8 +72,8 @@ constexpr Level kLevels[kMaxLevel] = {
 constexpr DeflateEffort kBestEffort = {150, 258, 4, 256 << 10};
 
 // Together with the tables they make what a stream takes.
-constexpr size_t kTextBytes = 103 << 10;
-constexpr uint32_t kBlockPairs = 26 << 10;
+constexpr size_t kTextBytes = 105 << 10;
+constexpr uint32_t kBlockPairs = 28 << 10;
 /// The text is moved down for no less room than this.
 constexpr size_t kLeastGain = 8 << 10;
 constexpr size_t kLeastText = 4 << 10;
@@ -113,7 +113,6 @@ DeflateEncoder::DeflateEncoder(const DeflateOptions& options, const Allocator& a
       matcher_(allocator),
       lits_(allocator),
       dists_(allocator),
-      latest_(allocator),
       parser_(allocator),
       heads_(allocator),
       coded_(allocator) {
@@ -199,9 +198,7 @@ Status DeflateEncoder::copyFrom(const DeflateEncoder& other) {
     const size_t pairs = from.pairs == 0 ? 0 : kSpare + from.pairs;
     if (!text_.reserve(other.text_.room()) || !text_.copyFrom(other.text_, from.end) ||
         (matched && !matcher_.copyFrom(other.matcher_)) || !lits_.copyFrom(other.lits_, pairs) ||
-        !dists_.copyFrom(other.dists_, pairs) ||
-        !latest_.copyFrom(other.latest_, other.latest_.room()) ||
-        (parsed && !parser_.copyFrom(other.parser_)) ||
+        !dists_.copyFrom(other.dists_, pairs) || (parsed && !parser_.copyFrom(other.parser_)) ||
         !coded_.copyFrom(other.coded_, from.rest == Rest::Coded ? from.stop : 0)) {
         reset();
         return Status::NoMemory;
@@ -458,8 +455,7 @@ bool DeflateEncoder::reservePairs(size_t count) {
         lits_.release();
         dists_.release();
     }
-    return lits_.reserve(kSpare + wanted, held) && dists_.reserve(kSpare + wanted, held) &&
-           (state_.method == Method::Short || latest_.reserve(kRefineTable));
+    return lits_.reserve(kSpare + wanted, held) && dists_.reserve(kSpare + wanted, held);
 }
 
 /// Finds pairs of the next `size` bytes, until these or the room are used up; returns how far.
@@ -606,7 +602,6 @@ void DeflateEncoder::beginBlocks(size_t size) {
         s.kindKnown = true;
         s.text = literalsAreText(s.counts);
     }
-    if (mayRefine(size)) std::fill_n(latest_.data(), kRefineTable, uint16_t{0});
     beginBlock();
 }
 
@@ -657,8 +652,7 @@ void DeflateEncoder::beginBlock() {
     if (refines(counts, size)) {
         const Bytes bytes(blockBytes(), s.coded + size);
         s.stop = refinePairs(pairs(), begin, end, bytes, static_cast<uint32_t>(s.coded),
-                             1U << s.options.windowBits, counts, latest_.data(), lits_.data(),
-                             dists_.data());
+                             1U << s.options.windowBits, counts, lits_.data(), dists_.data());
         s.at = 0;
         counts = {};
         countPairs({lits_.data(), dists_.data()}, 0, static_cast<uint32_t>(s.stop), counts);

@@ -213,7 +213,6 @@ class DeflateEncoder {
     DeflateMatcher matcher_;
     Memory<uint8_t> lits_;
     Memory<uint16_t> dists_;
-    Memory<uint16_t> latest_;  ///< Of what refines pairs.
     DeflateParser parser_;
     Memory<uint32_t> heads_;  ///< Of the fastest level.
     Memory<uint8_t> coded_;   ///< What the fastest level coded where there was no room.

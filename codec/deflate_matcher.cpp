@@ -81,7 +81,6 @@ struct Chains {
             latest = restored;
         }
     }
-
 };
 
 /// The pairs written.
@@ -177,7 +176,8 @@ template <uint32_t Places, bool Whole, bool Linked>
             const bool matches = load32(current) == load32(current - 1 - back) ||
                                  (Linked && back > chains.prevMask - kMissBatch);
             misses = matches ? std::min(misses, i) : misses;
-            if (Whole || k + 1 < Places) listIfInReach(i, back + chains.step(position + i - 1 - back));
+            if (Whole || k + 1 < Places)
+                listIfInReach(i, back + chains.step(position + i - 1 - back));
         }
     }
     if (inReach != 0) misses = std::min(misses, places[0].i);

@@ -2,15 +2,15 @@
 //
 // Every position is entered under the hash of the four bytes that begin there: the head table holds
 // the latest position of each hash, the chain table how far it is from each position to the one
-// before it with the same hash. A search follows a chain from the nearest place to farther ones and keeps the
-// longest match, the nearest of equals. There are three ways, each with its own need of tables:
-// quick, which looks at the latest place alone; greedy, which takes the longest match that it finds
-// at each position; lazy, which looks at the next position before it takes one.
+// before it with the same hash. A search follows a chain from the nearest place to farther ones and
+// keeps the longest match, the nearest of equals. There are three ways, each with its own need of
+// tables: quick, which looks at the latest place alone; greedy, which takes the longest match that
+// it finds at each position; lazy, which looks at the next position before it takes one.
 //
 // The text is one piece of memory: what matches may refer to stands in front of what is matched.
 // Positions are those in the text, moved so that they fit 16 bits and 0 stands for none; when they
-// come to an end the head table is lowered by a window's length. So the tables take half of what they
-// would with positions of a whole stream, which is time too: they stay in nearer caches.
+// come to an end the head table is lowered by a window's length. So the tables take half of what
+// they would with positions of a whole stream, which is time too: they stay in nearer caches.
 #pragma once
 
 #include <cstdint>

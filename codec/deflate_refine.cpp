@@ -1,5 +1,7 @@
 #include "codec/deflate_refine.h"
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -9,11 +11,12 @@ namespace vekdc::codec {
 namespace {
 
 constexpr uint32_t kTableBits = 12;
-static_assert(kRefineTable == 1U << kTableBits);
 /// Longer matches are always cheaper than literals.
 constexpr uint32_t kLongestDoubted = 6;
 /// Of three bytes at most.
 constexpr uint32_t kFarthest = 8192;
+/// Bytes before a block that are entered first.
+constexpr uint32_t kBefore = 4096;
 
 constexpr DeflatePrices kFixedPrices = DeflatePrices::fixed();
 
@@ -27,18 +30,18 @@ uint32_t threeBytes(const uint8_t* p) {
 class Refinement {
  public:
     Refinement(const DeflatePairs& pairs, Bytes bytes, const DeflatePrices& prices,
-               uint32_t farthest, uint16_t* latest, uint8_t* lits, uint16_t* dists)
+               uint32_t farthest, uint8_t* lits, uint16_t* dists)
         : pairs_(pairs),
           bytes_(bytes.data()),
           hashable_(
               static_cast<uint32_t>(bytes.size() - std::min<size_t>(bytes.size(), kMinMatch))),
           prices_(prices),
           farthest_(farthest),
-          latest_(latest),
           lits_(lits),
           dists_(dists) {}
 
     uint32_t run(uint32_t from, uint32_t to, uint32_t at) {
+        enterRange(at - std::min(at, kBefore), at);
         for (uint32_t i = from; i < to;) {
             const uint32_t distance = pairs_.dists[i];
             const uint32_t length =
@@ -64,8 +67,7 @@ class Refinement {
                 continue;
             }
             const uint32_t behind = at + length;
-            for (const uint32_t stop = std::min(behind, hashable_); ++at < stop;)
-                latest_[hash(at)] = static_cast<uint16_t>(at + 1);
+            enterRange(at + 1, behind);
             at = behind;
         }
         return size_;
@@ -76,6 +78,11 @@ class Refinement {
     /// higher. 0 stands for none.
     uint32_t enter(uint32_t at) {
         return at < hashable_ ? std::exchange(latest_[hash(at)], static_cast<uint16_t>(at + 1)) : 0;
+    }
+
+    void enterRange(uint32_t at, uint32_t to) {
+        for (to = std::min(to, hashable_); at < to; ++at)
+            latest_[hash(at)] = static_cast<uint16_t>(at + 1);
     }
 
     uint32_t hash(uint32_t at) const {
@@ -110,7 +117,7 @@ class Refinement {
     const uint32_t hashable_;  ///< Positions at which four bytes can be read.
     const DeflatePrices& prices_;
     const uint32_t farthest_;
-    uint16_t* const latest_;
+    std::array<uint16_t, 1U << kTableBits> latest_{};
     uint8_t* const lits_;
     uint16_t* const dists_;
     uint32_t size_ = 0;
@@ -119,10 +126,10 @@ class Refinement {
 }  // namespace
 
 uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Bytes bytes,
-                     uint32_t at, uint32_t window, const DeflateTables& counts, uint16_t* latest,
-                     uint8_t* lits, uint16_t* dists) {
+                     uint32_t at, uint32_t window, const DeflateTables& counts, uint8_t* lits,
+                     uint16_t* dists) {
     const auto refine = [&](const DeflatePrices& prices) {
-        return Refinement(pairs, bytes, prices, std::min(window, kFarthest), latest, lits, dists)
+        return Refinement(pairs, bytes, prices, std::min(window, kFarthest), lits, dists)
             .run(from, to, at);
     };
     // In a short block it is the fixed code that counts.

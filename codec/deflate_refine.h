@@ -14,14 +14,11 @@
 
 namespace vekdc::codec {
 
-constexpr uint32_t kRefineTable = 4096;
-
 /// Refines the pairs [from, to), which stand for the bytes from `at` to the end, and writes what
 /// comes of them to `lits` and `dists`, which may begin before them in the same arrays: never
-/// beyond what is read. `latest` has kRefineTable positions of earlier bytes, all 0 at first.
-/// Returns how many pairs there are then.
+/// beyond what is read. Returns how many pairs there are then.
 uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Bytes bytes,
-                     uint32_t at, uint32_t window, const DeflateTables& counts, uint16_t* latest,
-                     uint8_t* lits, uint16_t* dists);
+                     uint32_t at, uint32_t window, const DeflateTables& counts, uint8_t* lits,
+                     uint16_t* dists);
 
 }  // namespace vekdc::codec
