@@ -262,8 +262,9 @@ uint32_t parseGreedily(const Source& sharedSource, const Chains<ShortChain != 1>
         if (match.distance == 0) {
             pairs.literal(source.bytes[at]);
             ++at;
-            if (++misses >= kManyMisses && ShortChain != 0) {
-                const uint32_t passed = passMisses<ShortChain, false>(source, chains, at, pairs);
+            if (++misses >= kManyMisses) {
+                const uint32_t passed = passMisses < ShortChain != 0 ? ShortChain : 3,
+                               ShortChain == 0 > (source, chains, at, pairs);
                 pairs.skip(passed);
                 at += passed;
                 misses = 0;
