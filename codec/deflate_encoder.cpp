@@ -49,26 +49,26 @@ enum class Refined : uint8_t { Small, Binary, All };
 
 /// What the levels 1 to 9 do.
 struct Level {
-    DeflateMatcher::Way way;
     DeflateSearch search;
     /// Up to which size a whole stream takes the search for short ones, and how many places that
     /// looks at: as long as its pairs are as small as the level's own.
     size_t longestShort;
     uint32_t shortDepth;
+    DeflateMatcher::Way way;
     Refined refined;
 };
 using Way = DeflateMatcher::Way;
 constexpr int kMaxLevel = 9;
 constexpr Level kLevels[kMaxLevel] = {
-    {Way::Quick, {1, 8, 8, 8}, kMostShort, 4, Refined::Small},
-    {Way::Greedy, {4, 16, 16, 16}, kMostShort, 8, Refined::Small},
-    {Way::Greedy, {16, 32, 32, 258}, kMostShort, 12, Refined::Small},
-    {Way::Greedy, {20, 32, 64, 258}, kMostShort, 16, Refined::All},
-    {Way::Lazy, {32, 12, 64, 16}, 1024, 16, Refined::Binary},
-    {Way::Lazy, {64, 32, 128, 32}, 1024, 24, Refined::Binary},
-    {Way::Lazy, {128, 32, 258, 64}, 1024, 32, Refined::Binary},
-    {Way::Lazy, {512, 64, 258, 128}, 1024, 64, Refined::Binary},
-    {Way::Lazy, {1024, 128, 258, 258}, 1024, 128, Refined::Binary}};
+    {{1, 8, 8, 8}, kMostShort, 4, Way::Quick, Refined::Small},
+    {{4, 16, 16, 16}, kMostShort, 8, Way::Greedy, Refined::Small},
+    {{16, 32, 32, 258}, kMostShort, 12, Way::Greedy, Refined::Small},
+    {{20, 32, 64, 258}, kMostShort, 16, Way::Greedy, Refined::All},
+    {{32, 12, 64, 16}, 1024, 16, Way::Lazy, Refined::Binary},
+    {{64, 32, 128, 32}, 1024, 24, Way::Lazy, Refined::Binary},
+    {{128, 32, 258, 64}, 1024, 32, Way::Lazy, Refined::Binary},
+    {{512, 64, 258, 128}, 1024, 64, Way::Lazy, Refined::Binary},
+    {{1024, 128, 258, 258}, 1024, 128, Way::Lazy, Refined::Binary}};
 constexpr DeflateEffort kBestEffort = {150, 258, 4, 256 << 10};
 
 // Together with the tables they make what a stream takes.
@@ -253,6 +253,8 @@ DeflateEncoder::Method DeflateEncoder::method() const {
     if (options.level == kDeflateFastest && options.strategy == DeflateStrategy::Usual)
         return Method::Fastest;
     if (options.strategy == DeflateStrategy::HuffmanOnly) return Method::Literals;
+    static_assert(static_cast<int>(Method::Quick) == static_cast<int>(Way::Quick) &&
+                  static_cast<int>(Method::Lazy) == static_cast<int>(Way::Lazy));
     return options.level == kDeflateBest ? Method::Parse
                                          : static_cast<Method>(kLevels[usualLevel() - 1].way);
 }

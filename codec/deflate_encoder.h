@@ -95,7 +95,7 @@ class DeflateEncoder {
     /// Room before the pairs, for those that some of them become.
     static constexpr uint32_t kSpare = 1024;
 
-    /// How stretches of input become blocks.
+    /// How stretches of input become blocks; the first ones are the matcher's ways.
     enum class Method : uint8_t {
         Quick,
         Greedy,
