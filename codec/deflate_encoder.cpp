@@ -6,7 +6,8 @@
 // size is known exactly for each of the format's three ways (dynamic code, fixed code, stored) from
 // the frequencies and the code lengths alone, without coding it; the cheapest is written. So data
 // that does not compress grows by a few bytes a block. A block's bytes stay in the text as long as
-// they may be stored or looked at. Nothing coded is kept but the pairs: they are coded when there
+// they may be stored or looked at; where it is full of what makes few pairs, they are let go so
+// that the block may go on. Nothing coded is kept but the pairs: they are coded when there
 // is room, as many as fit, in stretches of a small buffer at the least.
 //
 // Text, pairs and the matcher's tables (deflate_matcher.h) are as large as 400,000 bytes allow:
@@ -197,8 +198,11 @@ Status DeflateEncoder::copyFrom(const DeflateEncoder& other) {
     const bool matched = from.matching && usesMatcher(from.method);
     const size_t pairs = from.pairs == 0 ? 0 : kSpare + from.pairs;
     if (!text_.reserve(other.text_.room()) || !text_.copyFrom(other.text_, from.end) ||
-        (matched && !matcher_.copyFrom(other.matcher_)) || !lits_.copyFrom(other.lits_, pairs) ||
-        !dists_.copyFrom(other.dists_, pairs) || (parsed && !parser_.copyFrom(other.parser_)) ||
+        (matched && !matcher_.copyFrom(other.matcher_)) ||
+        (pairs != 0 &&
+         (!lits_.reserve(other.lits_.room()) || !dists_.reserve(other.dists_.room()))) ||
+        !lits_.copyFrom(other.lits_, pairs) || !dists_.copyFrom(other.dists_, pairs) ||
+        (parsed && !parser_.copyFrom(other.parser_)) ||
         !coded_.copyFrom(other.coded_, from.rest == Rest::Coded ? from.stop : 0)) {
         reset();
         return Status::NoMemory;
@@ -235,9 +239,11 @@ Status DeflateEncoder::work(Input& in, Output& out, Directive directive) {
         if (!ahead.empty()) {
             const Status status = codeStretch(ahead, direct, all, in, out, directive);
             if (status != Status::Going) return status;
-        } else if (s.matched != s.begin && (all || in.left != 0)) {
+        } else if (!all && in.left != 0 && s.pairs < kBlockPairs / 2 && usesMatcher(s.method)) {
+            dropBytes();
+        } else if (underWay() != 0 && (all || in.left != 0)) {
             s.last = directive == Directive::Finish && all;
-            beginBlocks(s.matched - s.begin);
+            beginBlocks(underWay());
         } else if (all && directive > s.done) {
             endFlush(directive);
         } else {
@@ -272,6 +278,33 @@ size_t DeflateEncoder::matchable(bool all) const {
     const size_t ahead = s.end - s.matched;
     if (all || !keepsText(method())) return ahead;
     return ahead - std::min<size_t>(ahead, DeflateMatcher::kLookahead);
+}
+
+/// Lets go of the bytes of the block under way, once their pairs are refined. So a block of few
+/// pairs may go on where the text is full: it is too small to be stored.
+void DeflateEncoder::dropBytes() {
+    State& s = state_;
+    const size_t size = s.matched - s.begin;
+    const uint32_t from = s.refined;
+    DeflateTables counts{};
+    countPairs(pairs(), from, s.pairs, counts);
+    if (refines(counts, size, size)) {
+        // What comes of them begins before them, behind those that went before; and may be more.
+        const size_t room = std::min(lits_.room(), dists_.room()) - kSpare - s.pairs;
+        const size_t spare = std::min<size_t>(kSpare, room);
+        uint8_t* const lits = lits_.data() + kSpare;
+        uint16_t* const dists = dists_.data() + kSpare;
+        std::copy_n(lits, from, lits - spare);
+        std::copy_n(dists, from, dists - spare);
+        s.pairs = from + refinePairs(pairs(), from, s.pairs, {text_.data() + s.begin, size}, 0,
+                                     1U << s.options.windowBits, counts, lits - spare + from,
+                                     dists - spare + from);
+        std::copy_backward(lits - spare, lits - spare + s.pairs, lits + s.pairs);
+        std::copy_backward(dists - spare, dists - spare + s.pairs, dists + s.pairs);
+    }
+    s.refined = s.pairs;
+    s.dropped += size;
+    s.begin = s.matched;
 }
 
 /// Drops what is not needed any more from the front of the text.
@@ -326,7 +359,7 @@ bool DeflateEncoder::reserveText(size_t count) {
 Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, bool all, Input& in, Output& out,
                                    Directive directive) {
     State& s = state_;
-    const size_t held = s.matched - s.begin;
+    const size_t held = underWay();
     const size_t most =
         keepsText(method()) ? ahead.size() : kBlockBytes - std::min(held, kBlockBytes);
     const Bytes piece = ahead.first(std::min(ahead.size(), most));
@@ -436,9 +469,9 @@ bool DeflateEncoder::mayRefine(size_t size) const {
            (size <= kSmall || kLevels[usualLevel() - 1].refined != Refined::Small);
 }
 
-/// Whether those of a block of such counts are.
-bool DeflateEncoder::refines(const DeflateTables& counts, size_t size) const {
-    if (!mayRefine(state_.wholeSize)) return false;
+/// Whether those of a block of such counts are, of blocks of `whole` bytes.
+bool DeflateEncoder::refines(const DeflateTables& counts, size_t size, size_t whole) const {
+    if (!mayRefine(whole)) return false;
     if (kLevels[usualLevel() - 1].refined == Refined::Binary && isAscii(counts)) return false;
     // Much that hardly compresses has no near matches that pay.
     return size <= kSmall || estimatedBits(BlockSymbols(counts), static_cast<uint32_t>(size)) <
@@ -586,6 +619,7 @@ bool DeflateEncoder::codeFastest(Bytes piece, Output& out) {
 /// Begins to write the blocks under way, of `size` bytes.
 void DeflateEncoder::beginBlocks(size_t size) {
     State& s = state_;
+    if (s.dropped != 0) dropBytes();
     s.block = 0;
     s.coded = 0;
     s.wholeSize = size;
@@ -651,7 +685,8 @@ void DeflateEncoder::beginBlock() {
     }
     s.at = kSpare + begin;
     s.stop = kSpare + end;
-    if (refines(counts, size)) {
+    const bool there = s.dropped == 0;
+    if (there && refines(counts, size, s.wholeSize)) {
         const Bytes bytes(blockBytes(), s.coded + size);
         s.stop = refinePairs(pairs(), begin, end, bytes, static_cast<uint32_t>(s.coded),
                              1U << s.options.windowBits, counts, lits_.data(), dists_.data());
@@ -666,7 +701,7 @@ void DeflateEncoder::beginBlock() {
     const DynamicCode own(symbols);
     const uint64_t dynamic =
         s.options.strategy == DeflateStrategy::FixedCodes ? UINT64_MAX : own.bits();
-    if (stored < dynamic && stored < fixed) return beginStored(size);
+    if (there && stored < dynamic && stored < fixed) return beginStored(size);
     s.coded += size;
     if (fixed <= dynamic) {
         putBits((inLastBlock() ? 1U : 0U) | 1U << 1, 3);
@@ -705,7 +740,8 @@ void DeflateEncoder::endBlock() {
     }
     s.rest = Rest::Nothing;
     s.inPlace = nullptr;
-    s.pairs = 0;
+    s.pairs = s.refined = 0;
+    s.dropped = 0;
     s.counts = DeflateTables{};
     s.begin = s.matched;
 }

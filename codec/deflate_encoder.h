@@ -68,8 +68,7 @@ class DeflateEncoder {
     /// input at all that is not written.
     bool writing() const { return state_.rest != Rest::Nothing || !state_.staged.empty(); }
     bool allMatched() const {
-        return state_.rest != Rest::Nothing ? state_.matched == state_.end
-                                            : state_.begin == state_.end;
+        return state_.matched == state_.end && (state_.rest != Rest::Nothing || underWay() == 0);
     }
     bool betweenBlocks() const { return state_.rest == Rest::Nothing && allMatched(); }
     /// The stream's last block is under way or written.
@@ -129,10 +128,12 @@ class DeflateEncoder {
         size_t begin = 0;
         size_t matched = 0;
         size_t end = 0;
+        size_t dropped = 0;  ///< Of the block under way's bytes, before those that are there.
 
         // The blocks under way, and then what of them is written.
         Method method = Method::Lazy;
         uint32_t pairs = 0;
+        uint32_t refined = 0;  ///< Pairs of the dropped bytes.
         DeflateTables counts{};
         DeflateBlocks blocks;
         uint32_t block = 0;                ///< The one that is written, or the next one.
@@ -160,6 +161,9 @@ class DeflateEncoder {
     size_t window() const { return size_t{1} << state_.options.windowBits; }
     size_t mostText() const;
     size_t matchable(bool all) const;
+    /// Bytes of the block under way.
+    size_t underWay() const { return state_.dropped + state_.matched - state_.begin; }
+    void dropBytes();
     void compact();
     bool gather(Input& in);
     bool append(Bytes bytes);
@@ -186,7 +190,7 @@ class DeflateEncoder {
     bool codeFastest(Bytes piece, Output& out);
 
     DeflatePairs pairs() const { return {lits_.data() + kSpare, dists_.data() + kSpare}; }
-    /// The bytes of the blocks under way.
+    /// The bytes of the blocks under way, if none were dropped.
     const uint8_t* blockBytes() const {
         return state_.inPlace != nullptr ? state_.inPlace : text_.data() + state_.begin;
     }
@@ -194,7 +198,7 @@ class DeflateEncoder {
     bool splitPays(size_t size) const;
     void beginBlock();
     bool mayRefine(size_t size) const;
-    bool refines(const DeflateTables& counts, size_t size) const;
+    bool refines(const DeflateTables& counts, size_t size, size_t whole) const;
     void beginStored(size_t size);
     bool inLastBlock() const { return state_.last && state_.block + 1 == state_.blocks.count(); }
     uint64_t storedBits(size_t size) const;

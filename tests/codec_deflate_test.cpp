@@ -130,7 +130,9 @@ TEST(DeflateEncoder, BlocksFollowTheData) {
                           {text + noise + text, {1, 0, 2}, 11},
                           {noise + text + noise, {2, 0, 1}, 11},
                           {steep, {0, 0, 1}, 4},
-                          {Bytes(5, 'x'), {0, 1, 0}, 1}};
+                          {Bytes(5, 'x'), {0, 1, 0}, 1},
+                          // However many bytes these are, few pairs make few blocks.
+                          {Bytes(250000, 'x'), {0, 0, 1}, 1}};
     for (const Case& c : cases) {
         size_t before = c.in.size() + 100;
         for (int level = 1; level <= kDeflateBest; ++level) {
