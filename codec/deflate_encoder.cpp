@@ -40,7 +40,7 @@
 namespace vekdc::codec {
 namespace {
 
-constexpr size_t kSmall = 8 << 10;
+constexpr size_t kSmall = 4 << 10;
 
 /// Which blocks' pairs are refined: small ones, those of more than ASCII text, or all. The greedy
 /// matcher knows no matches of three bytes, so behind it that saves up to a twentieth, of small
@@ -71,6 +71,10 @@ constexpr Level kLevels[kMaxLevel] = {
     {{512, 64, 258, 128}, 1024, 64, Way::Lazy, Refined::Binary},
     {{1024, 128, 258, 258}, 1024, 128, Way::Lazy, Refined::Binary}};
 constexpr DeflateEffort kBestEffort = {150, 258, 4, 256 << 10};
+
+/// Up to this size a stream takes hardly longer at the second level than at the first, and is
+/// smaller than refinement would make it.
+constexpr size_t kLeastQuick = 16 << 10;
 
 // Together with the tables they make what a stream takes.
 constexpr size_t kTextBytes = 105 << 10;
@@ -365,7 +369,7 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, bool all, Input& in
     const Bytes piece = ahead.first(std::min(ahead.size(), most));
     const bool allThere = all && directive == Directive::Finish && piece.size() == ahead.size();
     const size_t known = allThere ? piece.size() : 0;
-    const Method now = isShort(known) ? Method::Short : method();
+    const Method now = methodFor(known);
     if (now != s.method) {
         // What is matched belongs to a block of its own.
         if (held != 0) {
@@ -454,13 +458,15 @@ bool DeflateEncoder::prepareParser(size_t whole) {
     return s.matching;
 }
 
-/// Whether a stream of `whole` bytes that are all there takes the search for short ones.
-bool DeflateEncoder::isShort(size_t whole) const {
+/// That of a stream of `whole` bytes that are all there, or of any other where that is 0.
+DeflateEncoder::Method DeflateEncoder::methodFor(size_t whole) const {
     const State& s = state_;
+    const Method usual = method();
+    if (whole == 0 || s.matched != s.oldest || !usesMatcher(usual)) return usual;
     const size_t longest = kLevels[usualLevel() - 1].longestShort;
-    return whole != 0 && whole <= std::min(longest, size_t{1} << s.options.windowBits) &&
-           usesMatcher(method()) && s.options.strategy == DeflateStrategy::Usual &&
-           s.matched == s.oldest;
+    if (whole <= std::min(longest, window()) && s.options.strategy == DeflateStrategy::Usual)
+        return Method::Short;
+    return usual == Method::Quick && whole <= kLeastQuick ? Method::Greedy : usual;
 }
 
 /// Whether the pairs of so many bytes may be made cheaper before they are coded.
@@ -496,11 +502,12 @@ bool DeflateEncoder::reservePairs(size_t count) {
 /// Finds pairs of the next `size` bytes, until these or the room are used up; returns how far.
 size_t DeflateEncoder::match(size_t size) {
     State& s = state_;
+    const int level = s.method == Method::Greedy ? std::max(usualLevel(), 2) : usualLevel();
     DeflatePairRoom room{lits_.data() + kSpare + s.pairs, dists_.data() + kSpare + s.pairs,
                          std::min<uint32_t>(kBlockPairs - s.pairs, static_cast<uint32_t>(size))};
     const uint32_t behind = matcher_.match(
         text_.data(), static_cast<uint32_t>(s.matched), static_cast<uint32_t>(s.matched + size),
-        static_cast<uint32_t>(s.end), kLevels[usualLevel() - 1].search, room);
+        static_cast<uint32_t>(s.end), kLevels[level - 1].search, room);
     s.pairs = static_cast<uint32_t>(room.lits - (lits_.data() + kSpare));
     return behind - s.matched;
 }

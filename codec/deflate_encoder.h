@@ -176,7 +176,7 @@ class DeflateEncoder {
     bool prepareMatcher(size_t whole);
     bool prepareParser(size_t whole);
     int usualLevel() const;
-    bool isShort(size_t whole) const;
+    Method methodFor(size_t whole) const;
     uint32_t mostPairs() const;
     bool reservePairs(size_t count);
     size_t match(size_t stop);
