@@ -1,6 +1,6 @@
-// Deflate: the whole pipeline as the codec composes it from the library's stages ("vekdc -6"), with
-// matcher parameters of its own; the pipeline with the library's levels ("level 6"), in a program
-// of the plainest kind; and Huffman coding alone.
+// Deflate: whole streams as the codec makes them ("vekdc -6"), with a matcher of its own; the
+// library's stages and levels ("level 6") in a program of the plainest kind; and Huffman coding
+// alone.
 
 #include <libdeflate.h>
 #include <zlib.h>
