@@ -254,7 +254,8 @@ bool Lz4FrameDecoder::makeBlock(Bytes coded, bool stored, uint64_t offset, Outpu
 /// block's.
 VekStatus Lz4FrameDecoder::decode(Bytes coded, bool stored, Bytes history, uint8_t* to,
                                   size_t& size) {
-    const bool empty = !stored && coded.size() == 1 && coded[0] == 0;
+    // No literals, and a last token's match is not there.
+    const bool empty = !stored && coded.size() == 1 && (coded[0] & 0xF0) == 0;
     if (stored || empty) {
         size = empty ? 0 : coded.size();
         if (size != 0) std::memcpy(to, coded.data(), size);
