@@ -152,6 +152,8 @@ void deflateByCalls(Choices choices) {
                                    ZLIB_VERSION, sizeof(z_stream));
         }) != Z_OK)
         return;
+    // For this input, and 256 KiB of earlier calls that ours may not have coded yet.
+    static Data room(400000);
     Data coded;       // Since the latest reset.
     Data dictionary;  // For what follows it.
     bool fresh = true;
@@ -161,7 +163,6 @@ void deflateByCalls(Choices choices) {
         const int argument = choices.byte();
         Data in = what > 12 ? plainBytes(choices) : Data();
         in.reserve(1);
-        Data room(what > 12 ? 2 * in.size() + 100000 : 100000);
         for (Side& side : sides) {
             side.stream.next_in = in.data();
             side.stream.avail_in = static_cast<uInt>(in.size());
