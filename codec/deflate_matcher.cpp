@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "codec/deflate_codes.h"
+#include "codec/words.h"
 
 namespace vekdc::codec {
 namespace {
@@ -23,12 +24,6 @@ constexpr uint32_t kMostHeads = 65536;
 /// The first position; 0 stands for none, and is out of reach of all.
 constexpr uint32_t kFirst = 1;
 constexpr uint32_t kPositions = 65536;
-
-uint32_t load32(const uint8_t* p) {
-    uint32_t value;
-    std::memcpy(&value, p, sizeof(value));
-    return value;
-}
 
 uint32_t hash4(const uint8_t* p) {
     return _mm_crc32_u32(0, load32(p));

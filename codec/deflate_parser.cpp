@@ -5,6 +5,7 @@
 
 #include "codec/deflate_prices.h"
 #include "codec/match_length.h"
+#include "codec/words.h"
 
 namespace vekdc::codec {
 namespace {
@@ -15,12 +16,6 @@ constexpr uint32_t kLeastBits = 8;
 constexpr uint32_t kHashed = 4;
 /// Matches of three bytes at greater distances are dearer than their bytes, in most data.
 constexpr uint32_t kNear = 16384;
-
-uint32_t load32(const uint8_t* p) {
-    uint32_t value;
-    std::memcpy(&value, p, sizeof(value));
-    return value;
-}
 
 uint32_t hashOf(uint32_t bytes, uint32_t bits) {
     return (bytes * 0x9E3779B1U) >> (32 - bits);

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <utility>
 
 #include "codec/deflate_prices.h"
+#include "codec/words.h"
 
 namespace vekdc::codec {
 namespace {
@@ -22,9 +22,7 @@ constexpr DeflatePrices kFixedPrices = DeflatePrices::fixed();
 
 /// The bytes at p, of which four are read.
 uint32_t threeBytes(const uint8_t* p) {
-    uint32_t four;
-    std::memcpy(&four, p, sizeof(four));
-    return four & 0xFFFFFF;
+    return load32(p) & 0xFFFFFF;
 }
 
 class Refinement {

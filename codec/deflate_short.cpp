@@ -4,6 +4,7 @@
 
 #include "codec/deflate_blocks.h"
 #include "codec/match_length.h"
+#include "codec/words.h"
 
 namespace vekdc::codec {
 namespace {
@@ -23,9 +24,7 @@ struct ShortMatch {
 
 /// The bytes at p but for the fourth.
 uint32_t threeBytes(const uint8_t* p) {
-    uint32_t four;
-    std::memcpy(&four, p, sizeof(four));
-    return four << 8;
+    return load32(p) << 8;
 }
 
 /// Positions by the three bytes that begin there. 0 stands for none, 1 for the first.

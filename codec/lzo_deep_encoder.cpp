@@ -15,9 +15,9 @@
 #include "codec/lzo_deep_encoder.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "codec/match_length.h"
+#include "codec/words.h"
 #include "vekdc.h"
 
 namespace vekdc::codec {
@@ -56,12 +56,6 @@ constexpr size_t kPairs = 1U << 16;
 constexpr uint32_t kChain = 1U << 16;
 static_assert(kChain > kFarDistance);
 constexpr size_t kTables = (size_t{1} << kHeadBits) + (size_t{1} << kShortBits) + kPairs + kChain;
-
-uint32_t load4(const uint8_t* p) {
-    uint32_t word = 0;
-    std::memcpy(&word, p, sizeof(word));
-    return word;
-}
 
 template <unsigned Bits>
 uint32_t hash(uint32_t word) {
@@ -156,7 +150,7 @@ class Parser {
  private:
     void insert(uint32_t at) {
         if (size_ - at < 4) return;
-        const uint32_t word = load4(data_ + at);
+        const uint32_t word = load32(data_ + at);
         uint32_t& head = head_[hash<kHeadBits>(word)];
         chain_[at % kChain] = head;
         head = at;
@@ -192,16 +186,16 @@ class Parser {
     uint32_t matches(uint32_t at) {
         if (size_ - at < 4) return 0;
         const uint8_t* const here = data_ + at;
-        const uint32_t word = load4(here);
+        const uint32_t word = load32(here);
         const uint32_t run = places_[at].run;
         const uint32_t pair = at - pair_[word & 0xFFFF];
         // No bytes saved, but the byte of a longer run.
         if (run - 1 < kTrailing && run != at && pair <= kPairDistance &&
-            static_cast<uint16_t>(load4(here - pair) ^ word) == 0)
+            static_cast<uint16_t>(load32(here - pair) ^ word) == 0)
             offer(at, pair, 2, 2);
         const uint32_t latest = short_[hash<kShortBits>(word << 8)];
         const bool three = at - latest <= kBeyondDistance && at != latest &&
-                           (load4(data_ + latest) ^ word) << 8 == 0;
+                           (load32(data_ + latest) ^ word) << 8 == 0;
         if (three) offer(at, at - latest, kShortest, kShortest);
         return longMatches(at, three ? kShortest : kShortest - 1);
     }
@@ -210,7 +204,7 @@ class Parser {
     uint32_t longMatches(uint32_t at, uint32_t best) {
         const uint8_t* const here = data_ + at;
         const uint32_t limit = size_ - at;
-        const uint32_t word = load4(here);
+        const uint32_t word = load32(here);
         uint32_t farthest = 0;  // Of the distances taken.
         // The 4 bytes that a longer match ends with at the least come first.
         uint32_t decisive = 0;
@@ -222,7 +216,7 @@ class Parser {
             const uint32_t distance = at + offset - next;
             if (distance - 1 >= std::min(at, kFarDistance)) break;
             const uint8_t* const there = here - distance;
-            if (load4(there + decisive) == tail && load4(there) == word) {
+            if (load32(there + decisive) == tail && load32(there) == word) {
                 const uint32_t length = matchLength(here, there, 4, limit);
                 if (length > best) {
                     if (length < effort_.enough) offer(at, distance, best + 1, length);
@@ -230,7 +224,7 @@ class Parser {
                     farthest = distance;
                     if (best == limit) break;
                     decisive = best - kShortest;
-                    tail = load4(here + decisive);
+                    tail = load32(here + decisive);
                     const uint32_t latest = head_[hash<kHeadBits>(tail)];
                     if (at + decisive - latest > distance) {
                         offset = decisive;
