@@ -31,4 +31,9 @@ inline size_t matchLength(const uint8_t* a, const uint8_t* b, size_t limit) {
     return n;
 }
 
+/// The same where the first `known` bytes are known to be in common.
+inline uint32_t matchLength(const uint8_t* a, const uint8_t* b, uint32_t known, uint32_t limit) {
+    return known + static_cast<uint32_t>(matchLength(a + known, b + known, limit - known));
+}
+
 }  // namespace vek::inline VEK_LEVEL

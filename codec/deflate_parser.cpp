@@ -3,12 +3,15 @@
 #include <algorithm>
 #include <cstring>
 
+#include "bytes/match_length.h"
+#include "bytes/words.h"
 #include "codec/deflate_prices.h"
-#include "codec/match_length.h"
-#include "codec/words.h"
 
 namespace vekdc::codec {
 namespace {
+
+using vek::load;
+using vek::matchLength;
 
 constexpr uint32_t kMostHashBits = 15;
 constexpr uint32_t kMostNearBits = 13;
@@ -80,7 +83,7 @@ void DeflateParser::slide() {
 /// The latest position of the same three bytes, if it is near.
 DeflateParser::Match* DeflateParser::enterNear(Match* to, uint32_t limit) {
     const uint8_t* const at = text_.data() + entered_;
-    const uint32_t bytes = load32(at) << 8;
+    const uint32_t bytes = load<uint32_t>(at) << 8;
     uint16_t& latest = nearHead()[hashOf(bytes, nearBits_)];
     const uint32_t candidate = latest;
     latest = static_cast<uint16_t>(entered_);
@@ -88,7 +91,7 @@ DeflateParser::Match* DeflateParser::enterNear(Match* to, uint32_t limit) {
     const uint32_t distance = entered_ - candidate;
     if (candidate == 0 || distance > std::min(reach_, kNear)) return to;
     const uint8_t* const before = at - distance;
-    if (load32(before) << 8 != bytes) return to;
+    if (load<uint32_t>(before) << 8 != bytes) return to;
     *to = {static_cast<uint16_t>(matchLength(at, before, kMinMatch, limit)),
            static_cast<uint16_t>(distance)};
     return to + 1;
@@ -105,7 +108,7 @@ DeflateParser::Match* DeflateParser::enter(Match* to) {
     const Match* const before = to;
     to = enterNear(to, limit);
     uint32_t longest = Collect && to != before ? to[-1].length : kHashed - 1;
-    uint16_t& root = head()[hashOf(load32(at), hashBits_)];
+    uint16_t& root = head()[hashOf(load<uint32_t>(at), hashBits_)];
     uint32_t candidate = root;
     root = static_cast<uint16_t>(entered_);
     uint16_t* const tree = children();

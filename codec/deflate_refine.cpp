@@ -4,11 +4,13 @@
 #include <array>
 #include <utility>
 
+#include "bytes/words.h"
 #include "codec/deflate_prices.h"
-#include "codec/words.h"
 
 namespace vekdc::codec {
 namespace {
+
+using vek::load;
 
 constexpr uint32_t kTableBits = 12;
 /// Longer matches are always cheaper than literals.
@@ -22,7 +24,7 @@ constexpr DeflatePrices kFixedPrices = DeflatePrices::fixed();
 
 /// The bytes at p, of which four are read.
 uint32_t threeBytes(const uint8_t* p) {
-    return load32(p) & 0xFFFFFF;
+    return load<uint32_t>(p) & 0xFFFFFF;
 }
 
 class Refinement {

@@ -2,12 +2,15 @@
 
 #include <algorithm>
 
+#include "bytes/match_length.h"
+#include "bytes/words.h"
 #include "codec/deflate_blocks.h"
-#include "codec/match_length.h"
-#include "codec/words.h"
 
 namespace vekdc::codec {
 namespace {
+
+using vek::load;
+using vek::matchLength;
 
 constexpr uint32_t kByteWeight = 4;
 /// With less than that a match is dearer than its bytes.
@@ -24,7 +27,7 @@ struct ShortMatch {
 
 /// The bytes at p but for the fourth.
 uint32_t threeBytes(const uint8_t* p) {
-    return load32(p) << 8;
+    return load<uint32_t>(p) << 8;
 }
 
 /// Positions by the three bytes that begin there. 0 stands for none, 1 for the first.

@@ -16,12 +16,15 @@
 
 #include <algorithm>
 
-#include "codec/match_length.h"
-#include "codec/words.h"
+#include "bytes/match_length.h"
+#include "bytes/words.h"
 #include "vekdc.h"
 
 namespace vekdc::codec {
 namespace {
+
+using vek::load;
+using vek::matchLength;
 
 using Place = LzoDeepEncoder::Place;
 
@@ -150,7 +153,7 @@ class Parser {
  private:
     void insert(uint32_t at) {
         if (size_ - at < 4) return;
-        const uint32_t word = load32(data_ + at);
+        const uint32_t word = load<uint32_t>(data_ + at);
         uint32_t& head = head_[hash<kHeadBits>(word)];
         chain_[at % kChain] = head;
         head = at;
@@ -186,16 +189,16 @@ class Parser {
     uint32_t matches(uint32_t at) {
         if (size_ - at < 4) return 0;
         const uint8_t* const here = data_ + at;
-        const uint32_t word = load32(here);
+        const uint32_t word = load<uint32_t>(here);
         const uint32_t run = places_[at].run;
         const uint32_t pair = at - pair_[word & 0xFFFF];
         // No bytes saved, but the byte of a longer run.
         if (run - 1 < kTrailing && run != at && pair <= kPairDistance &&
-            static_cast<uint16_t>(load32(here - pair) ^ word) == 0)
+            static_cast<uint16_t>(load<uint32_t>(here - pair) ^ word) == 0)
             offer(at, pair, 2, 2);
         const uint32_t latest = short_[hash<kShortBits>(word << 8)];
         const bool three = at - latest <= kBeyondDistance && at != latest &&
-                           (load32(data_ + latest) ^ word) << 8 == 0;
+                           (load<uint32_t>(data_ + latest) ^ word) << 8 == 0;
         if (three) offer(at, at - latest, kShortest, kShortest);
         return longMatches(at, three ? kShortest : kShortest - 1);
     }
@@ -204,7 +207,7 @@ class Parser {
     uint32_t longMatches(uint32_t at, uint32_t best) {
         const uint8_t* const here = data_ + at;
         const uint32_t limit = size_ - at;
-        const uint32_t word = load32(here);
+        const uint32_t word = load<uint32_t>(here);
         uint32_t farthest = 0;  // Of the distances taken.
         // The 4 bytes that a longer match ends with at the least come first.
         uint32_t decisive = 0;
@@ -216,7 +219,7 @@ class Parser {
             const uint32_t distance = at + offset - next;
             if (distance - 1 >= std::min(at, kFarDistance)) break;
             const uint8_t* const there = here - distance;
-            if (load32(there + decisive) == tail && load32(there) == word) {
+            if (load<uint32_t>(there + decisive) == tail && load<uint32_t>(there) == word) {
                 const uint32_t length = matchLength(here, there, 4, limit);
                 if (length > best) {
                     if (length < effort_.enough) offer(at, distance, best + 1, length);
@@ -224,7 +227,7 @@ class Parser {
                     farthest = distance;
                     if (best == limit) break;
                     decisive = best - kShortest;
-                    tail = load32(here + decisive);
+                    tail = load<uint32_t>(here + decisive);
                     const uint32_t latest = head_[hash<kHeadBits>(tail)];
                     if (at + decisive - latest > distance) {
                         offset = decisive;

@@ -2,8 +2,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "deflate/hash_chains.h"
 #include "deflate/level_table.h"
+#include "deflate/matcher.h"
 #include "frame/args.h"
 #include "include/vekdc.h"
 
@@ -15,7 +15,8 @@ using namespace vek::deflate;
 constexpr int32_t rollingHashBytes = 3;
 
 /// Enters the positions from `first` on under the matchers' hash; the last three lack the bytes.
-void enterChained(const uint8_t* src, uint32_t first, uint32_t length, const HashChains& chains) {
+void enterChained(const uint8_t* src, uint32_t first, uint32_t length,
+                  const PositionChains& chains) {
     for (uint32_t i = 0; i + hashBytes <= length; ++i) chains.insert(hash4(src + i), first + i);
 }
 
@@ -37,7 +38,7 @@ VekStatus enterHistory(const uint8_t* src, int32_t first, int32_t length, int32_
     if (hashMode != 0) {
         if (length >= static_cast<int32_t>(hashBytes))
             enterChained(src, position, static_cast<uint32_t>(length),
-                         HashChains{head, prev, hashSize - 1, ringSize(winSize) - 1});
+                         PositionChains{head, prev, hashSize - 1, ringSize(winSize) - 1});
     } else if (length >= rollingHashBytes) {
         enterRolling(src, position, static_cast<uint32_t>(length), head, hashSize - 1);
     }

@@ -1,5 +1,16 @@
-// What surrounds a matcher: its arguments, the ring that holds the history, the positions that one
-// call leaves to the next.
+// What surrounds an exported matcher: its arguments, the ring that holds the history, the positions
+// that one call leaves to the next.
+//
+// Positions count from the start of the stream, and the caller keeps only the last `winSize` bytes,
+// in a ring. The source of the running call is not copied there first. Its beginning is matched in
+// a copy that has the ring's bytes in front, the oldest first, so that nothing has to ask where a
+// candidate is; once a call has come a ring's length into its source, every candidate within reach
+// is in the source itself.
+//
+// The tables are the caller's, and may hold anything. A candidate is used only if its distance is
+// 1 .. winSize - 1 and its bytes are still there, which one unsigned comparison says; then its
+// bytes are compared. So whatever the tables hold, the pairs give back the source; a chain that
+// runs in a circle ends with the search's budget.
 //
 // A call's last three positions lack the bytes to be hashed. The next call enters them first, from
 // the ring and its own source, if the tables name them: nothing else is history, since a caller may
@@ -13,17 +24,47 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <utility>
 
 #include "bytes/match_length.h"
-#include "deflate/hash_chains.h"
+#include "deflate/symbol_counts.h"
 #include "frame/args.h"
 #include "include/vekdc.h"
+#include "matching/chains.h"
+#include "matching/pairs.h"
 
 namespace vek::inline VEK_LEVEL::deflate {
+
+using matching::hash4;
+using matching::hashBytes;
+using matching::PositionChains;
+using matching::SearchLimits;
+using matching::Text;
+using Pairs = matching::PairWriter<SymbolCounts>;
+
+/// The empty table entry, farther back than any window reaches.
+constexpr int32_t noPosition = -static_cast<int32_t>(maxDistance);
+
+/// Whether the sizes of the window and the head table are within their bounds.
+constexpr bool validSizes(uint32_t winSize, uint32_t hashSize) {
+    return winSize >= 256 && winSize <= maxDistance && hashSize >= 256 && hashSize <= 65536;
+}
+
+/// Size of the ring within a window of `winSize` bytes: a power of two.
+inline uint32_t ringSize(uint32_t winSize) {
+    return std::bit_floor(winSize);
+}
+
+/// The four parameters. No chain is longer than the ring, unless it runs in a circle.
+inline SearchLimits searchLimits(const int32_t* params, uint32_t ring) {
+    const auto maxChain = static_cast<uint32_t>(params[0]);
+    return {std::min(maxChain, ring), std::min(maxChain / 4, ring),
+            static_cast<uint32_t>(params[1]), static_cast<uint32_t>(params[2]),
+            static_cast<uint32_t>(params[3])};
+}
 
 /// No larger piece of the source is matched between two looks at whether to rebase, so that
 /// positions stay below 2^31 whatever the source's length.
@@ -115,23 +156,24 @@ inline uint32_t placedInRing(const MatcherCall& call, const uint8_t* src, uint32
 }
 
 /// Whether `position` is among the latest under `hash`; no later one than `start` is.
-inline bool isEntered(const HashChains& chains, uint32_t hash, uint32_t position, uint32_t start) {
-    auto candidate = static_cast<uint32_t>(chains.head[hash & chains.hashMask]);
+inline bool isEntered(const PositionChains& chains, uint32_t hash, uint32_t position,
+                      uint32_t start) {
+    uint32_t candidate = chains.latest(hash);
     for (uint32_t later = start; candidate < later && candidate > position;
          candidate = chains.next(candidate))
         later = candidate;
     return candidate == position;
 }
 
-/// Enters the positions before `history.start` that the call before could not hash and that can be
-/// hashed now, with `available` more bytes, where the tables name them.
-inline void enterHeldBack(const History& history, const HashChains& chains, uint32_t available) {
+/// Enters the positions before `text.start` that the call before could not hash and that can be
+/// hashed now, where the tables name them.
+inline void enterHeldBack(const Text& text, const PositionChains& chains) {
     bool named = false;
-    for (uint32_t back = std::min(history.start - history.oldest, hashBytes); back != 0; --back) {
-        if (available + back < hashBytes) return;
-        const uint32_t hash = hash4(history.src - back);
-        const uint32_t position = history.start - back;
-        if (isEntered(chains, hash, position, history.start)) {
+    for (uint32_t back = std::min(text.start - text.oldest, hashBytes); back != 0; --back) {
+        if (text.length + back < hashBytes) return;
+        const uint32_t hash = hash4(text.bytes - back);
+        const uint32_t position = text.start - back;
+        if (isEntered(chains, hash, position, text.start)) {
             named = true;
         } else if (named || chains.next(position) == position) {
             chains.insert(hash, position);
@@ -140,12 +182,9 @@ inline void enterHeldBack(const History& history, const HashChains& chains, uint
     }
 }
 
-/// Marks the positions of the source offsets [from, to) as literals that a later call may enter.
-inline void holdBack(const History& history, const HashChains& chains, uint32_t from, uint32_t to) {
-    for (uint32_t i = from; i < to; ++i) {
-        const uint32_t position = history.start + i;
-        chains.prev[position & history.ringMask] = static_cast<int32_t>(position);
-    }
+/// Marks the positions [from, to) as literals that a later call may enter.
+inline void holdBack(const PositionChains& chains, uint32_t from, uint32_t to) {
+    for (; from < to; ++from) chains.prev[from & chains.prevMask] = static_cast<int32_t>(from);
 }
 
 /// The history of a call, the oldest byte first, and the beginning of its source behind it.
@@ -194,19 +233,46 @@ inline void spoilNext(const MatcherCall& call, uint32_t position) {
     }
 }
 
-/// Runs a matcher over the source: `parse(lead, src, chains, params, length, pairs)` matches the
-/// source, whose beginning is in `lead` too, until `length` bytes or the room for pairs is used up
-/// and returns the bytes consumed.
+/// Matches the `piece` bytes at `src`, whose beginning is in `lead` too: `parse(text, at)` matches
+/// from offset `at` until the text's stop or the end of the room is reached, and returns where.
+/// Returns the bytes consumed.
 template <class Parse>
-VekStatus runMatcher(const MatcherCall& call, Parse parse) {
+uint32_t matchPiece(Text lead, const uint8_t* src, const PositionChains& chains,
+                    const SearchLimits& limits, Pairs& pairs, Parse parse) {
+    const uint32_t length = lead.length;
+    if (limits.maxChain == 0) return writeLiterals(src, 0, length, pairs);
+    uint32_t hashable = 0;
+    uint32_t at = 0;
+    if (length >= hashBytes) {
+        hashable = length - hashBytes + 1;
+        const uint32_t ring = chains.prevMask + 1;
+        lead.length = std::min(length, ring + Lead::overlap);
+        lead.hashable = lead.length - hashBytes + 1;
+        lead.stop = std::min(ring, hashable);
+        at = parse(lead, at);
+        if (at < hashable) {
+            const Text rest{src,    lead.start, lead.oldest, lead.farthest,
+                            length, hashable,   hashable};
+            at = parse(rest, at);
+        }
+    }
+    const uint32_t end = writeLiterals(src, at, length, pairs);
+    holdBack(chains, lead.start + std::max(at, hashable), lead.start + end);
+    return end;
+}
+
+/// Runs a matcher over the source: `match(lead, src, chains, limits, pairs)` matches a piece of it,
+/// whose beginning is in `lead` too, and returns the bytes consumed.
+template <class Match>
+VekStatus runMatcher(const MatcherCall& call, Match match) {
     if (const VekStatus status = check(call); status != vekStatusOk) return status;
-    const MatchParameters params(call.pParams, ringSize(call.winSize));
-    const HashChains chains{call.pHashHead, call.pHashPrev, call.hashSize - 1,
-                            ringSize(call.winSize) - 1};
-    PairWriter pairs{call.pLitDst,
-                     call.pDistDst,
-                     {call.pLitFreqTable, call.pDistFreqTable},
-                     call.pLitDst + *call.pDstLen};
+    const uint32_t ring = ringSize(call.winSize);
+    const SearchLimits limits = searchLimits(call.pParams, ring);
+    const PositionChains chains{call.pHashHead, call.pHashPrev, call.hashSize - 1, ring - 1};
+    Pairs pairs{call.pLitDst,
+                call.pDistDst,
+                call.pLitDst + *call.pDstLen,
+                {call.pLitFreqTable, call.pDistFreqTable}};
     const uint8_t* src = *call.ppSrc;
     auto left = static_cast<uint32_t>(*call.pSrcLen);
     auto position = static_cast<uint32_t>(*call.pSrcIdx);
@@ -214,12 +280,11 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
         position = rebase(call, position, left);
         const uint32_t piece = std::min(left, maxPiece);
         const uint32_t placed = placedInRing(call, src, position, left);
-        const uint32_t kept = chains.ringMask + 1 - placed;
-        const uint32_t held = std::min(position, kept);
+        const uint32_t held = std::min(position, ring - placed);
         const Lead lead(call, src, piece, position, held);
-        const History history{lead.src(), position, position - held, chains.ringMask};
-        enterHeldBack(history, chains, piece);
-        const uint32_t consumed = parse(history, src, chains, params, piece, pairs);
+        const Text text{lead.src(), position, position - held, ring - 1, piece, 0, 0};
+        enterHeldBack(text, chains);
+        const uint32_t consumed = match(text, src, chains, limits, pairs);
         fillRing(call, src, position, consumed);
         if (consumed >= placed) spoilNext(call, position + consumed);
         src += consumed;
@@ -231,107 +296,6 @@ VekStatus runMatcher(const MatcherCall& call, Parse parse) {
     *call.pSrcIdx = static_cast<int32_t>(position);
     *call.pDstLen = pairs.left();
     return vekStatusOk;
-}
-
-/// Makes literals of the source from offset `at` on, as far as `length` and the room go.
-inline uint32_t writeLiterals(const uint8_t* src, uint32_t at, uint32_t length, PairWriter& pairs) {
-    const uint32_t count = std::min(length - at, pairs.left());
-    pairs.literals(src + at, count);
-    return at + count;
-}
-
-/// Enters the positions of the source offsets [from, to).
-inline void insertRange(const History& history, const HashChains& chains, uint32_t from,
-                        uint32_t to) {
-    for (; from < to; ++from) chains.insert(hash4(history.src + from), history.start + from);
-}
-
-/// Positions that passMisses() takes at once.
-constexpr uint32_t missBatch = 32;
-
-/// How many of the `missBatch` positions from source offset `at` on, which it enters, have no match
-/// of four bytes among the first `Places` places of their chains and, with `Whole`, no more places.
-///
-/// Whether a place is in reach cannot be predicted, and in data that hardly compresses most are
-/// not. So all positions are entered first, and those whose place is in reach go to a list, without
-/// a branch; the list is gone through for each further place, and shortens soon. Places whose slots
-/// the entries of the same batch may have taken count as matches: the caller looks again.
-template <uint32_t Places, bool Whole>
-[[gnu::always_inline]] inline uint32_t enterMisses(const History& history, const HashChains& chains,
-                                                   uint32_t at) {
-    struct Place {
-        uint32_t i;
-        uint32_t back;
-    };
-    std::array<Place, missBatch> places;
-    std::array<int32_t, missBatch> older;
-    const uint8_t* const src = history.src + at;
-    const uint32_t position = history.start + at;
-    uint32_t inReach = 0;
-    const auto listIfInReach = [&](uint32_t i, uint32_t candidate) {
-        const uint32_t back = position + i - 1 - candidate;
-        places[inReach] = {i, back};
-        inReach += static_cast<uint32_t>(back < history.reach(position + i));
-    };
-    for (uint32_t i = 0; i < missBatch; ++i) {
-        older[i] = static_cast<int32_t>(chains.next(position + i));
-        listIfInReach(i, chains.insert(hash4(src + i), position + i));
-    }
-    uint32_t misses = missBatch;
-    for (uint32_t k = 0; k < Places; ++k) {
-        const uint32_t listed = std::exchange(inReach, 0);
-        for (uint32_t n = 0; n < listed; ++n) {
-            const auto [i, back] = places[n];
-            const uint8_t* const current = src + i;
-            const bool matches = load<uint32_t>(current) == load<uint32_t>(current - 1 - back);
-            misses = matches || back > chains.ringMask - missBatch ? std::min(misses, i) : misses;
-            if (Whole || k + 1 < Places) listIfInReach(i, chains.next(position + i - 1 - back));
-        }
-    }
-    if (inReach != 0) misses = std::min(misses, places[0].i);
-    for (uint32_t i = missBatch; i-- > misses;)
-        chains.remove(hash4(src + i), position + i, older[i]);
-    return misses;
-}
-
-/// Makes literals of the source from offset `at` on and enters them, as far as `stop`, the room and
-/// enterMisses() go. Returns how many; `pairs`, which the caller keeps in registers, is not moved.
-template <uint32_t Places, bool Whole>
-[[gnu::noinline]] uint32_t passMisses(History history, HashChains chains, uint32_t at,
-                                      uint32_t stop, PairWriter pairs) {
-    const uint32_t from = at;
-    stop = std::min(stop, at + pairs.left());
-    while (stop - at >= missBatch) {
-        const uint32_t misses = enterMisses<Places, Whole>(history, chains, at);
-        at += misses;
-        if (misses < missBatch) break;
-    }
-    pairs.literals(history.src + from, at - from);
-    return at - from;
-}
-
-/// Matches a source: `parse(history, at, stop, length)` matches the first `length` bytes of what is
-/// in `history` from offset `at` until `stop`, `length` or the room is reached, and returns where.
-template <class Parse>
-uint32_t parseSource(const History& lead, const uint8_t* src, const HashChains& chains,
-                     const MatchParameters& params, uint32_t length, PairWriter& pairs,
-                     Parse parse) {
-    if (params.maxChain == 0) return writeLiterals(src, 0, length, pairs);
-    uint32_t hashable = 0;
-    uint32_t at = 0;
-    if (length >= hashBytes) {
-        hashable = length - hashBytes + 1;
-        const uint32_t ring = chains.ringMask + 1;
-        at = parse(lead, at, std::min(ring, hashable), std::min(length, ring + Lead::overlap));
-        if (at < hashable) {
-            History history = lead;
-            history.src = src;
-            at = parse(history, at, hashable, length);
-        }
-    }
-    const uint32_t end = writeLiterals(src, at, length, pairs);
-    holdBack(lead, chains, std::max(at, hashable), end);
-    return end;
 }
 
 }  // namespace vek::inline VEK_LEVEL::deflate
