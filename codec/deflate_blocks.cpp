@@ -45,7 +45,7 @@ constexpr auto kDistanceSymbols = [] {
     for (uint32_t i = 0; i < 256; ++i) symbols[i] = static_cast<uint8_t>(distanceSymbol(i + 1));
     for (uint32_t i = 0; i < 256; ++i)
         symbols[256 + i] = static_cast<uint8_t>(distanceSymbol((i << 7) + 1));
-    symbols.back() = kDistSymbols;
+    symbols.back() = distSymbols;
     return symbols;
 }();
 
@@ -60,24 +60,24 @@ void addCounts(VekHuffEntry* to, const VekHuffEntry* more, uint32_t count) {
 
 /// Adds the other's counts.
 void addCounts(DeflateTables& to, const DeflateTables& more) {
-    addCounts(to.lit, more.lit, kLitSymbols);
-    addCounts(to.dist, more.dist, kDistSymbols);
+    addCounts(to.lit, more.lit, litLenSymbols);
+    addCounts(to.dist, more.dist, distSymbols);
 }
 
 /// With fewer pairs than this, counters of their own take longer than those of the symbols.
 constexpr uint32_t kFewPairs = 512;
 
 uint32_t countFew(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts) {
-    std::array<uint32_t, kDistSymbols + 1> dists{};
+    std::array<uint32_t, distSymbols + 1> dists{};
     uint32_t bytes = 0;
     for (uint32_t i = from; i < to; ++i) {
         const uint32_t distance = pairs.dists[i];
-        const uint32_t length = pairs.lits[i] + kMinMatch;
+        const uint32_t length = pairs.lits[i] + minMatch;
         countSymbol(counts.lit[distance != 0 ? lengthSymbol(length) : pairs.lits[i]]);
         ++dists[tabledDistanceSymbol(distance)];
         bytes += distance != 0 ? length : 1;
     }
-    for (uint32_t i = 0; i < kDistSymbols; ++i) addFrequency(counts.dist[i], dists[i]);
+    for (uint32_t i = 0; i < distSymbols; ++i) addFrequency(counts.dist[i], dists[i]);
     return bytes;
 }
 
@@ -88,8 +88,7 @@ uint32_t countFew(const DeflatePairs& pairs, uint32_t from, uint32_t to, Deflate
 uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts) {
     if (to - from < kFewPairs) return countFew(pairs, from, to, counts);
     std::array<std::array<uint32_t, 256>, 2> lits{};
-    std::array<std::array<uint32_t, kDistSymbols + 1>, 4>
-        dists{};  // One alone would be waited for.
+    std::array<std::array<uint32_t, distSymbols + 1>, 4> dists{};  // One alone would be waited for.
     for (uint32_t i = from; i < to; ++i) {
         const uint32_t distance = pairs.dists[i];
         ++lits[distance != 0][pairs.lits[i]];
@@ -97,12 +96,12 @@ uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Defla
     }
     uint32_t bytes = 0;
     for (uint32_t i = 0; i < 256; ++i) {
-        bytes += lits[0][i] + lits[1][i] * (i + kMinMatch);
+        bytes += lits[0][i] + lits[1][i] * (i + minMatch);
         addFrequency(counts.lit[i], lits[0][i]);
-        addFrequency(counts.lit[lengthSymbol(i + kMinMatch)], lits[1][i]);
+        addFrequency(counts.lit[lengthSymbol(i + minMatch)], lits[1][i]);
     }
     for (const auto& some : dists)
-        for (uint32_t i = 0; i < kDistSymbols; ++i) addFrequency(counts.dist[i], some[i]);
+        for (uint32_t i = 0; i < distSymbols; ++i) addFrequency(counts.dist[i], some[i]);
     return bytes;
 }
 
@@ -111,9 +110,9 @@ uint64_t estimatedBits(const BlockSymbols& symbols, uint32_t bytes) {
     constexpr uint64_t storedBits = 40;
     const uint64_t coded =
         headerBits +
-        alphabetBits(symbols.lit, kLitSymbols,
-                     [](uint32_t s) { return s < 257 ? 0 : lengthExtraBits(s); }) +
-        alphabetBits(symbols.dist, kDistSymbols, distanceExtraBits);
+        alphabetBits(symbols.lit, litLenSymbols,
+                     [](uint32_t s) { return s < firstLengthSymbol ? 0 : lengthExtraBits(s); }) +
+        alphabetBits(symbols.dist, distSymbols, distanceExtraBits);
     return std::min(coded, storedBits + 8 * uint64_t{bytes});
 }
 

@@ -48,12 +48,12 @@ constexpr void numberCodes(VekHuffEntry* codes, const uint8_t* lengths, const Sy
 /// The fixed code (RFC 1951, 3.2.6).
 constexpr DeflateTables makeFixedCodes() {
     DeflateTables codes{};
-    std::array<uint8_t, kFixedLits> lengths{};
-    for (uint32_t s = 0; s < kFixedLits; ++s) lengths[s] = fixedLitLength(s);
-    std::array<VekHuffEntry, kFixedLits> all{};
-    numberCodes(all.data(), lengths.data(), kAllSymbols<kFixedLits>);
-    for (uint32_t s = 0; s < kLitSymbols; ++s) codes.lit[s] = all[s];
-    for (uint32_t s = 0; s < kDistSymbols; ++s)
+    std::array<uint8_t, allLitLenSymbols> lengths{};
+    for (uint32_t s = 0; s < allLitLenSymbols; ++s) lengths[s] = fixedLitLength(s);
+    std::array<VekHuffEntry, allLitLenSymbols> all{};
+    numberCodes(all.data(), lengths.data(), kAllSymbols<allLitLenSymbols>);
+    for (uint32_t s = 0; s < litLenSymbols; ++s) codes.lit[s] = all[s];
+    for (uint32_t s = 0; s < distSymbols; ++s)
         codes.dist[s] = {reversed(s, kFixedDistLength), kFixedDistLength};
     return codes;
 }
@@ -76,10 +76,10 @@ uint32_t buildLengths(const SymbolCount* leaves, uint32_t count, uint8_t* length
     // Of merged nodes, in order of weight; the last one is the root. Behind the leaves and the
     // nodes that are there stands one that is never taken.
     constexpr uint32_t none = UINT32_MAX;
-    std::array<uint32_t, kLitSymbols + 1> leafWeight;
-    std::array<uint32_t, kLitSymbols> weight;
-    std::array<uint16_t, kLitSymbols> leafParent;
-    std::array<uint16_t, kLitSymbols> parent;
+    std::array<uint32_t, litLenSymbols + 1> leafWeight;
+    std::array<uint32_t, litLenSymbols> weight;
+    std::array<uint16_t, litLenSymbols> leafParent;
+    std::array<uint16_t, litLenSymbols> parent;
     for (uint32_t i = 0; i < count; ++i) leafWeight[i] = leaves[i].count;
     leafWeight[count] = none;
     const uint32_t root = count - 2;
@@ -97,7 +97,7 @@ uint32_t buildLengths(const SymbolCount* leaves, uint32_t count, uint8_t* length
         }
         weight[node] = sum;
     }
-    std::array<uint8_t, kLitSymbols> depth;
+    std::array<uint8_t, litLenSymbols> depth;
     depth[root] = 0;
     for (uint32_t node = root; node-- != 0;)
         depth[node] = static_cast<uint8_t>(depth[parent[node]] + 1);
@@ -110,7 +110,7 @@ uint32_t buildLengths(const SymbolCount* leaves, uint32_t count, uint8_t* length
 /// the leaves with the pairs of the round before, of which the cheapest 2 * count - 2 are taken. A
 /// leaf's length is in how many rounds it is among those.
 void limitLengths(const SymbolCount* leaves, uint32_t count, uint32_t limit, uint8_t* lengths) {
-    constexpr uint32_t mostNodes = 2 * kLitSymbols;
+    constexpr uint32_t mostNodes = 2 * litLenSymbols;
     std::array<std::bitset<mostNodes>, kMaxCodeLength> isLeaf;
     std::array<uint32_t, mostNodes> before;
     std::array<uint32_t, mostNodes> weight;
@@ -139,14 +139,14 @@ void limitLengths(const SymbolCount* leaves, uint32_t count, uint32_t limit, uin
 /// Code lengths up to `limit` for the used ones of `count` symbols.
 void codeLengths(const UsedSymbols& used, uint32_t count, uint32_t limit, uint8_t* lengths) {
     std::fill_n(lengths, count, uint8_t{0});
-    std::array<SymbolCount, kLitSymbols> leaves;
+    std::array<SymbolCount, litLenSymbols> leaves;
     sortByCount(used, leaves.data());
     if (buildLengths(leaves.data(), used.size(), lengths) > limit)
         limitLengths(leaves.data(), used.size(), limit, lengths);
 }
 
 constexpr uint32_t litExtraBits(uint32_t symbol) {
-    return symbol <= kEndOfBlock ? 0 : lengthExtraBits(symbol);
+    return symbol <= endOfBlock ? 0 : lengthExtraBits(symbol);
 }
 
 /// Bits that the symbols take; `bits(symbol)` of each.
@@ -167,7 +167,7 @@ bool literalsAreText(const DeflateTables& counts) {
     for (uint32_t symbol = 0; symbol < 32; ++symbol)
         if ((notInTexts >> symbol & 1) != 0 && occurs(symbol)) return false;
     if (occurs('\t') || occurs('\n') || occurs('\r')) return true;
-    for (uint32_t symbol = 32; symbol < kEndOfBlock; ++symbol)
+    for (uint32_t symbol = 32; symbol < endOfBlock; ++symbol)
         if (occurs(symbol)) return true;
     return false;
 }
@@ -194,8 +194,7 @@ uint64_t codedBits(const BlockSymbols& symbols, const DeflateTables& codes) {
 }
 
 DynamicCode::DynamicCode(const BlockSymbols& symbols)
-    : litCount_(std::max(symbols.lit.last(), kEndOfBlock) + 1),
-      distCount_(symbols.dist.last() + 1) {
+    : litCount_(std::max(symbols.lit.last(), endOfBlock) + 1), distCount_(symbols.dist.last() + 1) {
     uint8_t* const distLengths = lengths_.data() + litCount_;
     codeLengths(symbols.lit, litCount_, kMaxCodeLength, lengths_.data());
     codeLengths(symbols.dist, distCount_, kMaxCodeLength, distLengths);
@@ -219,7 +218,7 @@ DeflateTables DynamicCode::codes(const BlockSymbols& symbols) const {
     DeflateTables codes{};
     // The library codes large blocks faster by tables that have something for every symbol; of
     // those that do not occur it does not matter what.
-    std::fill_n(codes.lit, kLitSymbols, VekHuffEntry{0, 1});
+    std::fill_n(codes.lit, litLenSymbols, VekHuffEntry{0, 1});
     numberCodes(codes.lit, lengths_.data(), symbols.lit);
     numberCodes(codes.dist, lengths_.data() + litCount_, symbols.dist);
     return codes;

@@ -12,46 +12,42 @@
 #include <cstdint>
 #include <cstring>
 
+#include "bits/deflate_symbols.h"
 #include "vekdc.h"
 
 namespace vekdc::codec {
 
-constexpr uint32_t kLitSymbols = 286;
-constexpr uint32_t kDistSymbols = 30;
-constexpr uint32_t kEndOfBlock = 256;
-constexpr uint32_t kMinMatch = 3;
-constexpr uint32_t kMaxMatch = 258;
+using namespace vek::deflate_format;
 
 /// The two alphabets' codes, or while a block is gathered how often each symbol occurs.
 struct DeflateTables {
-    VekHuffEntry lit[kLitSymbols];
-    VekHuffEntry dist[kDistSymbols];
+    VekHuffEntry lit[litLenSymbols];
+    VekHuffEntry dist[distSymbols];
 };
 
 extern const DeflateTables kFixedCodes;
 
-// The fixed codes have symbols besides that never occur.
-constexpr uint32_t kFixedLits = 288;
-constexpr uint32_t kFixedDists = 32;
+/// Lengths of the fixed codes.
 constexpr uint8_t fixedLitLength(uint32_t symbol) {
     return symbol < 144 ? 8 : symbol < 256 ? 9 : symbol < 280 ? 7 : 8;
 }
 constexpr uint8_t kFixedDistLength = 5;
 
 constexpr uint32_t lengthExtraBits(uint32_t symbol) {
-    const uint32_t code = symbol - 257;
-    return code < 8 || code == 28 ? 0 : code / 4 - 1;
+    return litExtraTable[symbol - firstLengthSymbol];
 }
 constexpr uint32_t distanceExtraBits(uint32_t symbol) {
-    return symbol < 4 ? 0 : symbol / 2 - 1;
+    return distExtraTable[symbol];
 }
 
 constexpr auto kSymbolOfLength = [] {
-    std::array<uint16_t, kMaxMatch + 1> symbols{};
-    uint32_t length = kMinMatch;
-    for (uint16_t symbol = 257; symbol < 285; ++symbol)
-        for (uint32_t i = 0; i < 1U << lengthExtraBits(symbol); ++i) symbols[length++] = symbol;
-    symbols[kMaxMatch] = 285;
+    std::array<uint16_t, maxMatch + 1> symbols{};
+    uint16_t code = 0;
+    for (uint32_t length = minMatch; length < maxMatch; ++length) {
+        if (code + 2U < lengthCodes && litBaseTable[code + 1U] == length - minMatch) ++code;
+        symbols[length] = static_cast<uint16_t>(firstLengthSymbol + code);
+    }
+    symbols[maxMatch] = litLenSymbols - 1;
     return symbols;
 }();
 
@@ -101,14 +97,14 @@ class UsedSymbols {
     uint32_t last() const { return used_[size_ - 1].symbol; }
 
  private:
-    std::array<SymbolCount, kLitSymbols> used_;
+    std::array<SymbolCount, litLenSymbols> used_;
     uint32_t size_ = 0;
 };
 
 /// Those of a block.
 struct BlockSymbols {
     explicit BlockSymbols(const DeflateTables& counts)
-        : lit(counts.lit, kLitSymbols), dist(counts.dist, kDistSymbols) {}
+        : lit(counts.lit, litLenSymbols), dist(counts.dist, distSymbols) {}
 
     UsedSymbols lit;
     UsedSymbols dist;
@@ -168,8 +164,8 @@ class DynamicCode {
 
     uint32_t litCount_;
     uint32_t distCount_;
-    std::array<uint8_t, kLitSymbols + kDistSymbols> lengths_;  ///< Those of distances behind.
-    std::array<Run, kLitSymbols + kDistSymbols> runs_;
+    std::array<uint8_t, litLenSymbols + distSymbols> lengths_;  ///< Those of distances behind.
+    std::array<Run, litLenSymbols + distSymbols> runs_;
     uint32_t runCount_ = 0;
     std::array<uint8_t, kLengthSymbols> runLengths_;
     uint32_t lengthCodeCount_ = kLengthSymbols;

@@ -550,11 +550,11 @@ size_t DeflateEncoder::matchRuns(Bytes piece) {
     for (; at < piece.size() && s.pairs < kBlockPairs; ++s.pairs) {
         size_t run = 0;
         if (at != 0) {
-            const size_t most = std::min<size_t>(piece.size() - at, kMaxMatch);
+            const size_t most = std::min<size_t>(piece.size() - at, maxMatch);
             while (run < most && piece[at + run] == piece[at - 1]) ++run;
         }
-        if (run >= kMinMatch) {
-            lits_[kSpare + s.pairs] = static_cast<uint8_t>(run - kMinMatch);
+        if (run >= minMatch) {
+            lits_[kSpare + s.pairs] = static_cast<uint8_t>(run - minMatch);
             dists_[kSpare + s.pairs] = 1;
             at += run;
         } else {
@@ -605,7 +605,7 @@ bool DeflateEncoder::codeFastest(Bytes piece, Output& out) {
         put(header[at / 8], std::min<uint32_t>(8, headerBits - at));
     veksDeflateLZ77Fastest_8u(piece.data(), length, heads_.data(), fastestHashSize(piece.size()),
                               &bits, &bitCount, codes.lit, codes.dist, to, &room, &index);
-    put(codes.lit[kEndOfBlock].code, codes.lit[kEndOfBlock].length);
+    put(codes.lit[endOfBlock].code, codes.lit[endOfBlock].length);
     if (8 * uint64_t{index} + bitCount - s.bitCount > storedBits(piece.size())) return false;
     s.bits = bits;
     s.bitCount = bitCount;
@@ -666,7 +666,7 @@ bool DeflateEncoder::splitPays(size_t size) const {
     uint64_t bits = 0;
     uint32_t begin = 0;
     const auto leastBits = [&](DeflateTables counts, uint64_t stored) {
-        countSymbol(counts.lit[kEndOfBlock]);
+        countSymbol(counts.lit[endOfBlock]);
         const BlockSymbols symbols(counts);
         return std::min({stored, fixedBits(symbols), DynamicCode(symbols).bits()});
     };
@@ -701,7 +701,7 @@ void DeflateEncoder::beginBlock() {
         counts = {};
         countPairs({lits_.data(), dists_.data()}, 0, static_cast<uint32_t>(s.stop), counts);
     }
-    countSymbol(counts.lit[kEndOfBlock]);
+    countSymbol(counts.lit[endOfBlock]);
     const uint64_t stored = storedBits(size);
     const BlockSymbols symbols(counts);
     const uint64_t fixed = fixedBits(symbols);
@@ -784,7 +784,7 @@ void DeflateEncoder::endFlush(Directive directive) {
 /// One of the fixed code.
 void DeflateEncoder::putEmptyBlock(bool last) {
     putBits((last ? 1U : 0U) | 1U << 1, 3);
-    putBits(kFixedCodes.lit[kEndOfBlock].code, kFixedCodes.lit[kEndOfBlock].length);
+    putBits(kFixedCodes.lit[endOfBlock].code, kFixedCodes.lit[endOfBlock].length);
 }
 
 // --- output -------------------------------------------------------------------------------------
@@ -838,7 +838,7 @@ void DeflateEncoder::writePairs(Output& out) {
     }
     s.at += count;
     if (s.at != s.stop) return;
-    putBits(s.codes.lit[kEndOfBlock].code, s.codes.lit[kEndOfBlock].length);
+    putBits(s.codes.lit[endOfBlock].code, s.codes.lit[endOfBlock].length);
     endBlock();
 }
 

@@ -48,7 +48,7 @@ bool DeflateParser::prepareParse(const DeflateEffort& effort, size_t size) {
     effort_ = effort;
     const size_t stretch = std::min<size_t>(effort.stretch, size);
     mostMatches_ = kMatchesPerByte * stretch;
-    return matches_.reserve(mostMatches_ + kMaxMatch) && steps_.reserve(stretch + 1) &&
+    return matches_.reserve(mostMatches_ + maxMatch) && steps_.reserve(stretch + 1) &&
            found_.reserve(stretch);
 }
 
@@ -92,7 +92,7 @@ DeflateParser::Match* DeflateParser::enterNear(Match* to, uint32_t limit) {
     if (candidate == 0 || distance > std::min(reach_, kNear)) return to;
     const uint8_t* const before = at - distance;
     if (load<uint32_t>(before) << 8 != bytes) return to;
-    *to = {static_cast<uint16_t>(matchLength(at, before, kMinMatch, limit)),
+    *to = {static_cast<uint16_t>(matchLength(at, before, minMatch, limit)),
            static_cast<uint16_t>(distance)};
     return to + 1;
 }
@@ -102,7 +102,7 @@ DeflateParser::Match* DeflateParser::enterNear(Match* to, uint32_t limit) {
 template <bool Collect>
 DeflateParser::Match* DeflateParser::enter(Match* to) {
     const uint8_t* const at = text_.data() + entered_;
-    const uint32_t limit = std::min(Collect ? kMaxMatch : effort_.nice, filled_ - entered_);
+    const uint32_t limit = std::min(Collect ? maxMatch : effort_.nice, filled_ - entered_);
     const uint32_t nice = std::min(effort_.nice, limit);
     const uint32_t mask = treeSize_ - 1;
     const Match* const before = to;
@@ -160,7 +160,7 @@ uint32_t DeflateParser::findMatches(Bytes input, size_t most) {
     uint32_t skip = 0;
     while (at < most && to < end) {
         // All of the longest match is in sight, if it is there.
-        const size_t ahead = std::min<size_t>(input.size() - at, kMaxMatch);
+        const size_t ahead = std::min<size_t>(input.size() - at, maxMatch);
         if (filled_ - position_ < ahead) {
             if (text_.room() - filled_ < ahead) slide();
             fill(input.subspan(at));
@@ -229,7 +229,7 @@ void DeflateParser::findCheapest(const uint8_t* input, uint32_t from, uint32_t t
     for (uint32_t at = to; at-- != from;) {
         Step best{steps[at + 1].price + prices.literal(input[at]), {1, 0}};
         matches -= found_[at];
-        uint32_t length = kMinMatch;
+        uint32_t length = minMatch;
         for (uint32_t i = 0; i < found_[at]; ++i) {
             const Match match = matches[i];
             const uint32_t distance = prices.distance(match.distance);
@@ -250,8 +250,7 @@ uint32_t DeflateParser::write(const uint8_t* input, uint32_t from, uint32_t to, 
     uint32_t count = 0;
     for (uint32_t at = from; at < to; ++count) {
         const Match step = steps_[at].match;
-        lits[count] =
-            step.distance == 0 ? input[at] : static_cast<uint8_t>(step.length - kMinMatch);
+        lits[count] = step.distance == 0 ? input[at] : static_cast<uint8_t>(step.length - minMatch);
         dists[count] = step.distance;
         at += step.length;
     }

@@ -14,21 +14,21 @@ namespace vekdc::codec {
 class DeflatePrices {
  public:
     /// Of a code for such a block. `longest` is the longest match of which the price is asked.
-    explicit DeflatePrices(const BlockSymbols& symbols, uint32_t longest = kMaxMatch) {
-        std::array<uint32_t, kLitSymbols> lits;
-        setPrices(symbols.lit, kLitSymbols, lits.data());
-        setPrices(symbols.dist, kDistSymbols, distance_.data());
+    explicit DeflatePrices(const BlockSymbols& symbols, uint32_t longest = maxMatch) {
+        std::array<uint32_t, litLenSymbols> lits;
+        setPrices(symbols.lit, litLenSymbols, lits.data());
+        setPrices(symbols.dist, distSymbols, distance_.data());
         addExtraBits(lits, longest);
     }
 
     /// Of the fixed codes.
     static constexpr DeflatePrices fixed() {
         DeflatePrices prices{};
-        std::array<uint32_t, kLitSymbols> lits{};
-        for (uint32_t s = 0; s < kLitSymbols; ++s)
+        std::array<uint32_t, litLenSymbols> lits{};
+        for (uint32_t s = 0; s < litLenSymbols; ++s)
             lits[s] = uint32_t{fixedLitLength(s)} << kLogFraction;
         prices.distance_.fill(uint32_t{kFixedDistLength} << kLogFraction);
-        prices.addExtraBits(lits, kMaxMatch);
+        prices.addExtraBits(lits, maxMatch);
         return prices;
     }
 
@@ -51,17 +51,17 @@ class DeflatePrices {
         for (const SymbolCount& symbol : used) prices[symbol.symbol] = price(2 * symbol.count);
     }
 
-    constexpr void addExtraBits(const std::array<uint32_t, kLitSymbols>& lits, uint32_t longest) {
+    constexpr void addExtraBits(const std::array<uint32_t, litLenSymbols>& lits, uint32_t longest) {
         std::copy_n(lits.begin(), literal_.size(), literal_.begin());
-        for (uint32_t i = kMinMatch; i <= longest; ++i)
+        for (uint32_t i = minMatch; i <= longest; ++i)
             length_[i] = lits[lengthSymbol(i)] + (lengthExtraBits(lengthSymbol(i)) << kLogFraction);
-        for (uint32_t s = 0; s < kDistSymbols; ++s)
+        for (uint32_t s = 0; s < distSymbols; ++s)
             distance_[s] += distanceExtraBits(s) << kLogFraction;
     }
 
     std::array<uint32_t, 256> literal_;
-    std::array<uint32_t, kMaxMatch + 1> length_;
-    std::array<uint32_t, kDistSymbols> distance_;
+    std::array<uint32_t, maxMatch + 1> length_;
+    std::array<uint32_t, distSymbols> distance_;
 };
 
 }  // namespace vekdc::codec

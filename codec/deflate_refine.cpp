@@ -33,8 +33,7 @@ class Refinement {
                uint32_t farthest, uint8_t* lits, uint16_t* dists)
         : pairs_(pairs),
           bytes_(bytes.data()),
-          hashable_(
-              static_cast<uint32_t>(bytes.size() - std::min<size_t>(bytes.size(), kMinMatch))),
+          hashable_(static_cast<uint32_t>(bytes.size() - std::min<size_t>(bytes.size(), minMatch))),
           prices_(prices),
           farthest_(farthest),
           lits_(lits),
@@ -45,9 +44,9 @@ class Refinement {
         for (uint32_t i = from; i < to;) {
             const uint32_t distance = pairs_.dists[i];
             const uint32_t length =
-                distance != 0 ? pairs_.lits[i] + kMinMatch
-                : to - i >= kMinMatch && pairs_.dists[i + 1] == 0 && pairs_.dists[i + 2] == 0
-                    ? kMinMatch
+                distance != 0 ? pairs_.lits[i] + minMatch
+                : to - i >= minMatch && pairs_.dists[i + 1] == 0 && pairs_.dists[i + 2] == 0
+                    ? minMatch
                     : 1;
             ++i;
             const uint32_t before = enter(at);
@@ -56,12 +55,12 @@ class Refinement {
                     price(length, distance) > literals(at, length)) {
                     for (uint32_t k = 0; k < length; ++k) put(bytes_[at + k], 0);
                 } else {
-                    put(length - kMinMatch, distance);
+                    put(length - minMatch, distance);
                 }
-            } else if (const uint32_t near = length == kMinMatch ? distanceTo(before, at) : 0;
-                       near != 0 && price(kMinMatch, near) < literals(at, kMinMatch)) {
+            } else if (const uint32_t near = length == minMatch ? distanceTo(before, at) : 0;
+                       near != 0 && price(minMatch, near) < literals(at, minMatch)) {
                 put(0, near);
-                i += kMinMatch - 1;
+                i += minMatch - 1;
             } else {
                 put(bytes_[at++], 0);
                 continue;
@@ -139,7 +138,7 @@ uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Byte
     if (fixed) return refine(kFixedPrices);
     // Matches of three bytes would be about as frequent as those of four.
     DeflateTables assumed = counts;
-    assumed.lit[lengthSymbol(kMinMatch)] = counts.lit[lengthSymbol(kMinMatch + 1)];
+    assumed.lit[lengthSymbol(minMatch)] = counts.lit[lengthSymbol(minMatch + 1)];
     return refine(DeflatePrices(BlockSymbols(assumed), kLongestDoubted));
 }
 

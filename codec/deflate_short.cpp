@@ -15,7 +15,7 @@ using vek::matchLength;
 constexpr uint32_t kByteWeight = 4;
 /// With less than that a match is dearer than its bytes.
 constexpr uint32_t kLeastWeight = 6;
-static_assert(kByteWeight * kMinMatch >= distanceExtraBits(distanceSymbol(kMostShort)));
+static_assert(kByteWeight * minMatch >= distanceExtraBits(distanceSymbol(kMostShort)));
 /// A match of this length ends a search.
 constexpr uint32_t kNice = 32;
 
@@ -43,7 +43,7 @@ class ShortMatches {
 
     /// Enters a position, and returns the one before it with the same hash.
     uint32_t enter(uint32_t at) {
-        if (at + kMinMatch > size_) return 0;
+        if (at + minMatch > size_) return 0;
         uint16_t& latest = latest_[threeBytes(bytes_ + at) * 0x9E3779B1U >> shift_];
         const uint32_t before = latest;
         before_[at] = latest;
@@ -54,13 +54,13 @@ class ShortMatches {
     /// Enters a position, and returns the match there of the greatest weight.
     ShortMatch find(uint32_t at) {
         ShortMatch best;
-        const uint32_t limit = std::min(size_ - std::min(at, size_), kMaxMatch);
+        const uint32_t limit = std::min(size_ - std::min(at, size_), maxMatch);
         const uint32_t bytes = threeBytes(bytes_ + at);
         uint32_t candidate = enter(at);
         for (uint32_t left = depth_; candidate != 0 && left != 0; --left) {
             const uint8_t* const from = bytes_ + candidate - 1;
             if (threeBytes(from) == bytes) {
-                const uint32_t length = matchLength(bytes_ + at, from, kMinMatch, limit);
+                const uint32_t length = matchLength(bytes_ + at, from, minMatch, limit);
                 const uint32_t distance = at + 1 - candidate;
                 const uint32_t weight =
                     kByteWeight * length - distanceExtraBits(distanceSymbol(distance));
@@ -111,7 +111,7 @@ uint32_t parseShort(Bytes bytes, uint32_t depth, uint8_t* lits, uint16_t* dists,
         }
         countSymbol(counts.lit[lengthSymbol(match.length)]);
         countSymbol(counts.dist[distanceSymbol(match.distance)]);
-        put(match.length - kMinMatch, match.distance);
+        put(match.length - minMatch, match.distance);
         at += match.length;
         while (entered < at) matches.enter(entered++);
     }

@@ -40,9 +40,9 @@ constexpr uint32_t kStepLiteral = 6;
 constexpr int32_t kInside = 2;
 
 constexpr auto kFixedLengths = [] {
-    std::array<uint16_t, kFixedLits + kFixedDists> lengths{};
-    for (uint32_t s = 0; s < kFixedLits; ++s) lengths[s] = fixedLitLength(s);
-    for (uint32_t s = 0; s < kFixedDists; ++s) lengths[kFixedLits + s] = kFixedDistLength;
+    std::array<uint16_t, allLitLenSymbols + allDistSymbols> lengths{};
+    for (uint32_t s = 0; s < allLitLenSymbols; ++s) lengths[s] = fixedLitLength(s);
+    for (uint32_t s = 0; s < allDistSymbols; ++s) lengths[allLitLenSymbols + s] = kFixedDistLength;
     return lengths;
 }();
 
@@ -118,7 +118,7 @@ class SlowCode {
 
  private:
     std::array<uint16_t, 16> counts_{};
-    std::array<uint16_t, kFixedLits> symbols_{};
+    std::array<uint16_t, allLitLenSymbols> symbols_{};
     bool complete_;
 };
 
@@ -359,10 +359,10 @@ void InflateDecoder::pauseBehind(InflatePause place) {
 bool InflateDecoder::readCounts(Input& in) {
     State& s = state_;
     if (!fill(in, 14)) return false;
-    s.litCount = take(5) + 257;
+    s.litCount = take(5) + firstLengthSymbol;
     s.distCount = take(5) + 1;
     s.lengthCount = take(4) + 4;
-    if (s.litCount > 286 || s.distCount > 30)
+    if (s.litCount > litLenSymbols || s.distCount > distSymbols)
         return broken(InflateFault::SymbolCounts, "too many symbols in a deflate block's code");
     s.codeLengths = {};
     s.at = 0;
@@ -530,9 +530,9 @@ bool InflateDecoder::brokenData(Input& in, const Output& out, const Position& st
     State& s = state_;
     const bool fixed = s.library.tableKind == 0;
     const uint16_t* const lengths = fixed ? kFixedLengths.data() : s.lengths.data();
-    const uint32_t litCount = fixed ? kFixedLits : s.litCount;
+    const uint32_t litCount = fixed ? allLitLenSymbols : s.litCount;
     const SlowCode lits(lengths, litCount);
-    const SlowCode dists(lengths + litCount, fixed ? kFixedDists : s.distCount);
+    const SlowCode dists(lengths + litCount, fixed ? allDistSymbols : s.distCount);
 
     SlowBits bits{start.in, start.bits, start.bitCount};
     uint64_t reach = start.reach;
@@ -548,14 +548,13 @@ bool InflateDecoder::brokenData(Input& in, const Output& out, const Position& st
                 step = kStepDistance;
                 break;
             case kStepDistance: {
-                const int symbol = dists.read(bits);
-                if (symbol < 0 || symbol >= 30) {
+                const auto code = static_cast<uint32_t>(dists.read(bits));
+                if (code >= distSymbols) {
                     kind = InflateFault::DistanceSymbol;
                     break;
                 }
-                const auto code = static_cast<uint32_t>(symbol);
-                extra = distanceExtraBits(code);
-                distance = code < 4 ? code + 1 : ((2 + code % 2) << extra) + 1;
+                extra = distExtraTable[code];
+                distance = distBaseTable[code] + 1U;
                 step = kStepDistanceExtra;
                 break;
             }
@@ -574,16 +573,14 @@ bool InflateDecoder::brokenData(Input& in, const Output& out, const Position& st
                 break;
             default: {
                 const int symbol = lits.read(bits);
-                if (symbol < 0 || symbol == 256 || symbol > 285) {
-                    kind = InflateFault::LiteralSymbol;
-                } else if (symbol < 256) {
+                const auto code = static_cast<uint32_t>(symbol) - firstLengthSymbol;
+                if (symbol >= 0 && symbol < static_cast<int>(endOfBlock)) {
                     step = kStepLiteral;
+                } else if (code >= lengthCodes) {
+                    kind = InflateFault::LiteralSymbol;
                 } else {
-                    const auto code = static_cast<uint32_t>(symbol) - 257;
-                    extra = lengthExtraBits(static_cast<uint32_t>(symbol));
-                    length = code == 28 ? 258
-                             : code < 8 ? code + 3
-                                        : ((4U + code % 4) << extra) + 3;
+                    extra = litExtraTable[code];
+                    length = code == lengthCodes - 1 ? maxMatch : litBaseTable[code] + minMatch;
                     step = kStepLengthExtra;
                 }
             }

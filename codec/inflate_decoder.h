@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 
+#include "bits/deflate_symbols.h"
 #include "codec/codec.h"
 #include "codec/memory.h"
 #include "vekdc.h"
@@ -102,6 +103,8 @@ class InflateDecoder {
  private:
     static constexpr size_t kAhead = 128 << 10;
     static constexpr size_t kExactAhead = 32 << 10;
+    static constexpr uint32_t kMostLengths =
+        vek::deflate_format::litLenSymbols + vek::deflate_format::distSymbols;
     static constexpr uint32_t kLengthSymbols = 19;
     static constexpr uint32_t kMaxLength = 7;
 
@@ -155,7 +158,7 @@ class InflateDecoder {
         uint32_t at = 0;
         std::array<uint8_t, kLengthSymbols> codeLengths{};
         std::array<Entry, 1U << kMaxLength> lengthCode{};
-        std::array<uint16_t, 286 + 30> lengths{};
+        std::array<uint16_t, kMostLengths> lengths{};
 
         // In window_: the latest output, and how much of it the caller has.
         size_t held = 0;
