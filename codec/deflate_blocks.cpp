@@ -3,6 +3,7 @@
 #include "codec/deflate_blocks.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace vekdc::codec {
 namespace {
@@ -64,6 +65,15 @@ void addCounts(DeflateTables& to, const DeflateTables& more) {
     addCounts(to.dist, more.dist, distSymbols);
 }
 
+template <uint32_t Count>
+bool allLiterals(const uint16_t* dists) {
+    std::array<uint64_t, Count / 4> fours;
+    std::memcpy(fours.data(), dists, sizeof(fours));
+    uint64_t any = 0;
+    for (const uint64_t four : fours) any |= four;
+    return any == 0;
+}
+
 /// With fewer pairs than this, counters of their own take longer than those of the symbols.
 constexpr uint32_t kFewPairs = 512;
 
@@ -83,17 +93,27 @@ uint32_t countFew(const DeflatePairs& pairs, uint32_t from, uint32_t to, Deflate
 
 }  // namespace
 
-// Without a branch that tells literals from matches, which could not be predicted: lengths are
-// counted one by one beside the literals, and a symbol behind the others stands for no distance.
+// In data that hardly compresses many pairs in a row are literals, which one look tells. Else no
+// branch tells literals from matches, as it could not be predicted: lengths are counted one by one
+// beside the literals, and a symbol behind the others stands for no distance.
 uint32_t countPairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, DeflateTables& counts) {
+    constexpr uint32_t atOnce = 32;
     if (to - from < kFewPairs) return countFew(pairs, from, to, counts);
     std::array<std::array<uint32_t, 256>, 2> lits{};
     std::array<std::array<uint32_t, distSymbols + 1>, 4> dists{};  // One alone would be waited for.
-    for (uint32_t i = from; i < to; ++i) {
+    const auto countOne = [&](uint32_t i, uint32_t k) {
         const uint32_t distance = pairs.dists[i];
         ++lits[distance != 0][pairs.lits[i]];
-        ++dists[i % 4][tabledDistanceSymbol(distance)];
+        ++dists[k % 4][tabledDistanceSymbol(distance)];
+    };
+    for (; to - from >= atOnce; from += atOnce) {
+        if (allLiterals<atOnce>(pairs.dists + from)) {
+            for (uint32_t k = 0; k < atOnce; ++k) ++lits[0][pairs.lits[from + k]];
+        } else {
+            for (uint32_t k = 0; k < atOnce; ++k) countOne(from + k, k);
+        }
     }
+    for (; from < to; ++from) countOne(from, 0);
     uint32_t bytes = 0;
     for (uint32_t i = 0; i < 256; ++i) {
         bytes += lits[0][i] + lits[1][i] * (i + minMatch);

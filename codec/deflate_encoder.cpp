@@ -698,8 +698,6 @@ void DeflateEncoder::beginBlock() {
         s.stop = refinePairs(pairs(), begin, end, bytes, static_cast<uint32_t>(s.coded),
                              1U << s.options.windowBits, counts, lits_.data(), dists_.data());
         s.at = 0;
-        counts = {};
-        countPairs({lits_.data(), dists_.data()}, 0, static_cast<uint32_t>(s.stop), counts);
     }
     countSymbol(counts.lit[endOfBlock]);
     const uint64_t stored = storedBits(size);

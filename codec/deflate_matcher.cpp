@@ -128,7 +128,7 @@ uint32_t DeflateMatcher::match(const uint8_t* text, uint32_t at, uint32_t stop, 
     } else if (way_ == Way::Greedy) {
         parse([&](const Text& part) { return parseGreedily(part, chains, limits, at, pairs); });
     } else {
-        NearMatches nearMatches(bytes, length, farthest_);
+        NearMatches nearMatches(vek::matching::nearReach(bytes, length, farthest_));
         uint32_t oldest = 0;
         parse([&](const Text& part) {
             return parseLazily(part, chains, limits, at, nearMatches, oldest, pairs);

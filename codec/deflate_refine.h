@@ -16,9 +16,10 @@ namespace vekdc::codec {
 
 /// Refines the pairs [from, to), which stand for the bytes from `at` to the end, and writes what
 /// comes of them to `lits` and `dists`, which may begin before them in the same arrays: never
-/// beyond what is read. Returns how many pairs there are then.
+/// beyond what is read. Returns how many pairs there are then, and in place of the given `counts`
+/// theirs.
 uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Bytes bytes,
-                     uint32_t at, uint32_t window, const DeflateTables& counts, uint8_t* lits,
+                     uint32_t at, uint32_t window, DeflateTables& counts, uint8_t* lits,
                      uint16_t* dists);
 
 }  // namespace vekdc::codec

@@ -11,7 +11,7 @@ using vek::matching::NearMatches;
 
 uint32_t matchLazily(const Text& lead, const uint8_t* src, const PositionChains& chains,
                      const SearchLimits& limits, Pairs& pairs) {
-    NearMatches nearMatches(src, lead.length, lead.farthest);
+    NearMatches nearMatches(vek::matching::nearReach(src, lead.length, lead.farthest));
     uint32_t oldest = lead.start;
     return matchPiece(lead, src, chains, limits, pairs, [&](const Text& text, uint32_t at) {
         return vek::matching::parseLazily(text, chains, limits, at, nearMatches, oldest, pairs);

@@ -8,54 +8,70 @@
 #include <array>
 #include <cstdint>
 #include <numeric>
+#include <utility>
 
-#include "bytes/crc32c_step.h"
 #include "bytes/words.h"
 
 namespace vek::inline VEK_LEVEL::matching {
 
-/// Whether the bytes are so many different ones that matches of three pay.
-inline bool wantsNearMatches(const uint8_t* bytes, uint32_t length) {
+/// How far matches of three pay before it is known what symbols cost: not at all in bytes that are
+/// few different ones.
+inline uint32_t nearReach(const uint8_t* bytes, uint32_t length, uint32_t farthest) {
+    constexpr uint32_t mostReach = 1024;
     constexpr uint32_t samples = 1024;
     constexpr int manyValues = 128;
     std::array<uint8_t, 256> seen{};
     const uint32_t step = length / samples | 1;
     for (uint32_t i = 0; i < length; i += step) seen[bytes[i]] = 1;
-    return std::accumulate(seen.begin(), seen.end(), 0) > manyValues;
+    const bool many = std::accumulate(seen.begin(), seen.end(), 0) > manyValues;
+    return many ? std::min(mostReach, farthest) : 0;
 }
 
 /// The latest places of three bytes.
 ///
-/// They pay where they are near. The table is one call's own: it begins empty, an entry is the low
-/// half of an offset, and what it names is verified.
+/// The table is one call's own: it begins empty, an entry is the low half of an offset, and what it
+/// names is verified.
 class NearMatches {
  public:
-    NearMatches(const uint8_t* bytes, uint32_t length, uint32_t farthest)
-        : reach_(wantsNearMatches(bytes, length) ? std::min(mostReach, farthest) : 0) {
+    /// Of distances up to `reach`; 0: there are none.
+    explicit NearMatches(uint32_t reach) : reach_(reach) {
         if (reach_ != 0) latest_.fill(0);
+    }
+
+    /// Enters the offsets [from, to).
+    void enterRange(const uint8_t* bytes, uint32_t from, uint32_t to) {
+        if (reach_ == 0) return;
+        for (; from < to; ++from)
+            latest_[hash(firstThree(bytes + from))] = static_cast<uint16_t>(from);
+    }
+
+    /// Enters bytes[at] and returns what distanceTo() is to be asked about.
+    uint16_t exchange(const uint8_t* bytes, uint32_t at) {
+        return std::exchange(latest_[hash(firstThree(bytes + at))], static_cast<uint16_t>(at));
+    }
+
+    /// How far before bytes[at] the same three bytes are, or 0.
+    uint32_t distanceTo(const uint8_t* bytes, uint32_t at, uint16_t latest) const {
+        const uint32_t distance = static_cast<uint16_t>(at - latest);
+        // Whether the distance is in reach cannot be predicted: one out of reach becomes 0.
+        const uint32_t usable = 0U - static_cast<uint32_t>(distance - 1 < std::min(at, reach_));
+        const uint32_t nearby = distance & usable;
+        return firstThree(bytes + (at - nearby)) == firstThree(bytes + at) ? nearby : 0;
     }
 
     /// Enters bytes[at] and returns the distance to the same three bytes, or 0.
     uint32_t enter(const uint8_t* bytes, uint32_t at) {
-        if (reach_ == 0) return 0;
-        const uint32_t three = firstThree(bytes + at);
-        uint16_t& slot = latest_[crc32cStep(0, three) % entries];
-        const uint32_t distance = static_cast<uint16_t>(at - slot);
-        slot = static_cast<uint16_t>(at);
-        // Whether the distance is in reach cannot be predicted: one out of reach becomes 0.
-        const uint32_t usable = 0U - static_cast<uint32_t>(distance - 1 < std::min(at, reach_));
-        const uint32_t nearby = distance & usable;
-        return firstThree(bytes + (at - nearby)) == three ? nearby : 0;
+        return reach_ == 0 ? 0 : distanceTo(bytes, at, exchange(bytes, at));
     }
 
  private:
-    static constexpr uint32_t entries = 4096;
-    static constexpr uint32_t mostReach = 1024;
+    static constexpr unsigned tableBits = 12;
 
-    static uint32_t firstThree(const uint8_t* p) { return load<uint32_t>(p) << 8; }
+    static uint32_t firstThree(const uint8_t* p) { return load<uint32_t>(p) & 0xFFFFFF; }
+    static uint32_t hash(uint32_t three) { return three * 0x9E3779B1U >> (32 - tableBits); }
 
     uint32_t reach_;
-    std::array<uint16_t, entries> latest_;
+    std::array<uint16_t, 1U << tableBits> latest_;
 };
 
 }  // namespace vek::inline VEK_LEVEL::matching
