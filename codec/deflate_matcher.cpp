@@ -20,6 +20,9 @@ constexpr uint32_t kMostHeads = 65536;
 /// The first position; 0 stands for none, and is out of reach of all.
 constexpr uint32_t kFirst = 1;
 constexpr uint32_t kPositions = 65536;
+/// Matches of three bytes that are farther away are left to refinement, which knows what they cost.
+constexpr uint32_t kNear = 32;
+static_assert(kNear < kLeastTable);
 
 using vek::matching::DistanceChains;
 using vek::matching::hashBytes;
@@ -128,7 +131,7 @@ uint32_t DeflateMatcher::match(const uint8_t* text, uint32_t at, uint32_t stop, 
     } else if (way_ == Way::Greedy) {
         parse([&](const Text& part) { return parseGreedily(part, chains, limits, at, pairs); });
     } else {
-        NearMatches nearMatches(vek::matching::nearReach(bytes, length, farthest_));
+        NearMatches nearMatches(vek::matching::nearReach(bytes, length, kNear));
         uint32_t oldest = 0;
         parse([&](const Text& part) {
             return parseLazily(part, chains, limits, at, nearMatches, oldest, pairs);

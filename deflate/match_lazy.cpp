@@ -1,4 +1,5 @@
 // The lazy matcher of deflate's LZ77 stage (RFC 1951), with chains of positions.
+#include <algorithm>
 #include <cstdint>
 
 #include "deflate/matcher.h"
@@ -11,7 +12,10 @@ using vek::matching::NearMatches;
 
 uint32_t matchLazily(const Text& lead, const uint8_t* src, const PositionChains& chains,
                      const SearchLimits& limits, Pairs& pairs) {
-    NearMatches nearMatches(vek::matching::nearReach(src, lead.length, lead.farthest));
+    // Those farther away cost more than they save.
+    constexpr uint32_t near = 1024;
+    NearMatches nearMatches(
+        vek::matching::nearReach(src, lead.length, std::min(near, lead.farthest)));
     uint32_t oldest = lead.start;
     return matchPiece(lead, src, chains, limits, pairs, [&](const Text& text, uint32_t at) {
         return vek::matching::parseLazily(text, chains, limits, at, nearMatches, oldest, pairs);

@@ -14,17 +14,14 @@
 
 namespace vek::inline VEK_LEVEL::matching {
 
-/// How far matches of three pay before it is known what symbols cost: not at all in bytes that are
-/// few different ones.
-inline uint32_t nearReach(const uint8_t* bytes, uint32_t length, uint32_t farthest) {
-    constexpr uint32_t mostReach = 1024;
+/// The reach of matches of three bytes: `most`, or 0 in bytes that are few different ones.
+inline uint32_t nearReach(const uint8_t* bytes, uint32_t length, uint32_t most) {
     constexpr uint32_t samples = 1024;
     constexpr int manyValues = 128;
     std::array<uint8_t, 256> seen{};
     const uint32_t step = length / samples | 1;
     for (uint32_t i = 0; i < length; i += step) seen[bytes[i]] = 1;
-    const bool many = std::accumulate(seen.begin(), seen.end(), 0) > manyValues;
-    return many ? std::min(mostReach, farthest) : 0;
+    return std::accumulate(seen.begin(), seen.end(), 0) > manyValues ? most : 0;
 }
 
 /// The latest places of three bytes.
