@@ -42,10 +42,10 @@ namespace {
 
 constexpr size_t kSmall = 4 << 10;
 
-/// Which blocks' pairs are refined: small ones, those of more than ASCII text, or all. The greedy
-/// matcher knows no matches of three bytes, so behind it that saves up to a twentieth, of small
-/// blocks of anything. Behind the lazy one it saves a hundredth of images and databases, but
-/// nothing of text, and takes a quarter of the time.
+/// Which blocks' pairs are refined: small ones, and of short streams those of more than ASCII text;
+/// of all streams these; or all. The greedy matcher knows no matches of three bytes, so behind it
+/// that saves up to a twentieth, of small blocks of anything. Behind the lazy one it saves a
+/// hundredth of images and databases, but nothing of text, and takes a quarter of the time.
 enum class Refined : uint8_t { Small, Binary, All };
 
 /// What the levels 1 to 9 do.
@@ -72,9 +72,9 @@ constexpr Level kLevels[kMaxLevel] = {
     {{1024, 128, 258, 258}, 1024, 128, Way::Lazy, Refined::Binary}};
 constexpr DeflateEffort kBestEffort = {150, 258, 4, 256 << 10};
 
-/// Up to this size a stream takes hardly longer at the second level than at the first, and is
-/// smaller than refinement would make it.
-constexpr size_t kLeastQuick = 16 << 10;
+/// Up to this size a stream takes hardly longer at the second level than at the first, and few
+/// bytes more or less are a large part of it.
+constexpr size_t kShortStream = 16 << 10;
 
 // Together with the tables they make what a stream takes.
 constexpr size_t kTextBytes = 105 << 10;
@@ -466,19 +466,21 @@ DeflateEncoder::Method DeflateEncoder::methodFor(size_t whole) const {
     const size_t longest = kLevels[usualLevel() - 1].longestShort;
     if (whole <= std::min(longest, window()) && s.options.strategy == DeflateStrategy::Usual)
         return Method::Short;
-    return usual == Method::Quick && whole <= kLeastQuick ? Method::Greedy : usual;
+    return usual == Method::Quick && whole <= kShortStream ? Method::Greedy : usual;
 }
 
 /// Whether the pairs of so many bytes may be made cheaper before they are coded.
 bool DeflateEncoder::mayRefine(size_t size) const {
     return usesMatcher(state_.method) && state_.options.strategy == DeflateStrategy::Usual &&
-           (size <= kSmall || kLevels[usualLevel() - 1].refined != Refined::Small);
+           (size <= kShortStream || kLevels[usualLevel() - 1].refined != Refined::Small);
 }
 
 /// Whether those of a block of such counts are, of blocks of `whole` bytes.
 bool DeflateEncoder::refines(const DeflateTables& counts, size_t size, size_t whole) const {
     if (!mayRefine(whole)) return false;
-    if (kLevels[usualLevel() - 1].refined == Refined::Binary && isAscii(counts)) return false;
+    const Refined refined = kLevels[usualLevel() - 1].refined;
+    const bool evenText = refined == Refined::All || (refined == Refined::Small && whole <= kSmall);
+    if (!evenText && isAscii(counts)) return false;
     // Much that hardly compresses has no near matches that pay.
     return size <= kSmall || estimatedBits(BlockSymbols(counts), static_cast<uint32_t>(size)) <
                                  storedBits(size) / 16 * 15;

@@ -119,8 +119,16 @@ uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Byte
     const BlockSymbols symbols(counts);
     const uint64_t own = estimatedBits(symbols, UINT32_MAX);
     const bool fixed = codedBits(symbols, kFixedCodes) < own + own / 16;
-    // Of a code of its own matches of three bytes would be about as frequent as those of four.
-    counts.lit[lengthSymbol(minMatch)] = counts.lit[lengthSymbol(minMatch + 1)];
+    // Of a code of its own matches of three bytes would be about as frequent as those of four, or
+    // where there are few of them, as in tables of offsets, as literals allow.
+    constexpr uint32_t literalsToMatch = 16;
+    uint32_t literals = 0;
+    for (uint32_t byte = 0; byte <= UINT8_MAX; ++byte) literals += frequency(counts.lit[byte]);
+    VekHuffEntry& shortest = counts.lit[lengthSymbol(minMatch)];
+    const uint32_t expected =
+        std::max(frequency(counts.lit[lengthSymbol(minMatch + 1)]), literals / literalsToMatch);
+    shortest = {};
+    addFrequency(shortest, expected);
     const uint32_t count =
         refine(fixed ? kFixedPrices : DeflatePrices(BlockSymbols(counts), kLongestDoubted));
     counts = refined;

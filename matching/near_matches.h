@@ -1,27 +1,27 @@
 // Matches of three bytes, which are too short for the chains.
 //
-// In data of many different bytes, such as programs, three literals cost more than such a match;
-// without them programs come out a tenth larger. Text has fewer bytes, and its literals are cheap.
+// In data that is not text, such as programs, three literals cost more than such a match; without
+// them programs come out a tenth larger, and tables of offsets half as large again.
 #pragma once
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <numeric>
 #include <utility>
 
 #include "bytes/words.h"
 
 namespace vek::inline VEK_LEVEL::matching {
 
-/// The reach of matches of three bytes: `most`, or 0 in bytes that are few different ones.
+/// The reach of matches of three bytes: `most`, or 0 where few bytes are below the tabulator's, as
+/// in text, whose literals are cheap, and in what is packed already.
 inline uint32_t nearReach(const uint8_t* bytes, uint32_t length, uint32_t most) {
     constexpr uint32_t samples = 1024;
-    constexpr int manyValues = 128;
-    std::array<uint8_t, 256> seen{};
     const uint32_t step = length / samples | 1;
-    for (uint32_t i = 0; i < length; i += step) seen[bytes[i]] = 1;
-    return std::accumulate(seen.begin(), seen.end(), 0) > manyValues ? most : 0;
+    uint32_t seen = 0;
+    uint32_t low = 0;
+    for (uint32_t i = 0; i < length; i += step, ++seen) low += bytes[i] < '\t' ? 1 : 0;
+    return low > seen / 16 ? most : 0;
 }
 
 /// The latest places of three bytes.
