@@ -66,7 +66,7 @@ constexpr Level kLevels[kMaxLevel] = {
     {{16, 32, 32, 258}, kMostShort, 12, Way::Greedy, Refined::Small},
     {{20, 32, 64, 258}, kMostShort, 16, Way::Greedy, Refined::All},
     {{32, 12, 64, 16}, 1024, 16, Way::Lazy, Refined::Binary},
-    {{64, 16, 128, 32}, 1024, 24, Way::Lazy, Refined::Binary},
+    {{64, 8, 128, 16}, 1024, 24, Way::Lazy, Refined::Binary},
     {{128, 32, 258, 64}, 1024, 32, Way::Lazy, Refined::Binary},
     {{512, 64, 258, 128}, 1024, 64, Way::Lazy, Refined::Binary},
     {{1024, 128, 258, 258}, 1024, 128, Way::Lazy, Refined::Binary}};
