@@ -108,6 +108,16 @@ TEST(DeflateEncoder, SmallInputsAreSmall) {
             sums[1] += zlibDeflate(in, {-15, Z_DEFAULT_STRATEGY, Z_NO_FLUSH, 6, 1}).size();
         }
     EXPECT_LE(sums[0], sums[1]);
+    // Tables of offsets have matches of three bytes alone, which no search for longer ones sees.
+    for (const int level : {1, 3, 6, 9})
+        for (const uint32_t size : {2048, 16384}) {
+            std::vector<uint32_t> offsets(size / 4);
+            for (uint32_t i = 0; i < offsets.size(); ++i) offsets[i] = 100000 + 16 * i;
+            Bytes in(size);
+            std::memcpy(in.data(), offsets.data(), size);
+            DeflateEncoder encoder({level});
+            EXPECT_LE(encode(encoder, in).size(), size / 2) << size << " at level " << level;
+        }
 }
 
 // Blocks end where the data changes and only there; one that would need codes too long is coded
