@@ -7,13 +7,14 @@
 // the frequencies and the code lengths alone, without coding it; the cheapest is written. So data
 // that does not compress grows by a few bytes a block. A block's bytes stay in the text as long as
 // they may be stored or looked at; where it is full of what makes few pairs, they are let go so
-// that the block may go on. Nothing coded is kept but the pairs: they are coded when there
-// is room, as many as fit, in stretches of a small buffer at the least.
+// that the block may go on. Little is kept of what is coded but the pairs: they are coded when
+// there is room, as many as fit, or as many at once as repay the coder's tables.
 //
-// Text, pairs and the matcher's tables (deflate_matcher.h) are as large as 400,000 bytes allow:
-// larger blocks are smaller by half a thousandth only. The text is moved down only when all of it
-// is matched, and pairs are counted once, where blocks are split, so that neither costs much beside
-// matching, which takes two thirds of the time at level 1 and nearly all of it from level 5 on.
+// Text, pairs, their code and the matcher's tables (deflate_matcher.h) are as large as 400,000
+// bytes allow: larger blocks are smaller by half a thousandth only. The text is moved down only
+// when all of it is matched, and pairs are counted once, where blocks are split, so that neither
+// costs much beside matching, which takes two thirds of the time at level 1 and nearly all of it
+// from level 5 on.
 //
 // A short stream that comes whole gets tables of its own size, so that it costs no more to begin
 // than to code; a very short one a search of its own (deflate_short.h). History (of the stream's
@@ -77,7 +78,7 @@ constexpr DeflateEffort kBestEffort = {150, 258, 4, 256 << 10};
 constexpr size_t kShortStream = 16 << 10;
 
 // Together with the tables they make what a stream takes.
-constexpr size_t kTextBytes = 105 << 10;
+constexpr size_t kTextBytes = 93 << 10;
 constexpr uint32_t kBlockPairs = 28 << 10;
 /// The text is moved down for no less room than this.
 constexpr size_t kLeastGain = 8 << 10;
@@ -96,9 +97,19 @@ constexpr size_t kDirect = 64 << 10;
 constexpr uint32_t kLeastTable = 256;
 constexpr uint32_t kFastestHashSize = 32768;  // smaller: it is cleared for each piece
 
-/// Pairs that are coded at once at the least; more where their code goes straight to the caller.
-constexpr uint32_t kStagedPairs = 256;
-constexpr uint32_t kPairBytes = 6;
+/// Pairs that are coded at once where there is room for fewer: so many that the coder makes tables
+/// for them, which is twice as fast; of a smaller block few.
+constexpr size_t kCodedPairs = 2048;
+constexpr size_t kFewPairs = 256;
+constexpr size_t kPairBytes = 6;
+
+/// Room for so many pairs' code, and how many surely fit into some.
+constexpr size_t pairRoom(size_t pairs) {
+    return (pairs + 1) * kPairBytes;
+}
+constexpr size_t pairsIn(size_t room) {
+    return std::max(room / kPairBytes, size_t{1}) - 1;
+}
 
 /// Whether nearly all literals are ASCII.
 bool isAscii(const DeflateTables& counts) {
@@ -206,8 +217,8 @@ Status DeflateEncoder::copyFrom(const DeflateEncoder& other) {
         (pairs != 0 &&
          (!lits_.reserve(other.lits_.room()) || !dists_.reserve(other.dists_.room()))) ||
         !lits_.copyFrom(other.lits_, pairs) || !dists_.copyFrom(other.dists_, pairs) ||
-        (parsed && !parser_.copyFrom(other.parser_)) ||
-        !coded_.copyFrom(other.coded_, from.rest == Rest::Coded ? from.stop : 0)) {
+        (parsed && !parser_.copyFrom(other.parser_)) || !coded_.reserve(other.coded_.room()) ||
+        !coded_.copyFrom(other.coded_, from.codedEnd)) {
         reset();
         return Status::NoMemory;
     }
@@ -395,7 +406,8 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, bool all, Input& in
         (!prepareParser(known) || !parser_.prepareParse(kBestEffort, piece.size())))
         return Status::NoMemory;
     const bool paired = now != Method::Fastest && now != Method::Stored;
-    if (paired && !reservePairs(all ? piece.size() : mostPairs())) return Status::NoMemory;
+    const size_t pairs = all ? s.pairs + piece.size() : mostPairs();
+    if (paired && !(reservePairs(pairs - s.pairs) && reserveCoded(pairs))) return Status::NoMemory;
     if (now == Method::Fastest && !reserveFastest(piece.size(), out)) return Status::NoMemory;
 
     const size_t consumed = usesMatcher(now)           ? match(piece.size())
@@ -499,6 +511,11 @@ bool DeflateEncoder::reservePairs(size_t count) {
         dists_.release();
     }
     return lits_.reserve(kSpare + wanted, held) && dists_.reserve(kSpare + wanted, held);
+}
+
+/// Room for the code of many of a block's pairs.
+bool DeflateEncoder::reserveCoded(size_t pairs) {
+    return pairs <= kFewPairs || coded_.reserve(pairRoom(std::min(pairs, kCodedPairs)));
 }
 
 /// Finds pairs of the next `size` bytes, until these or the room are used up; returns how far.
@@ -617,8 +634,8 @@ bool DeflateEncoder::codeFastest(Bytes piece, Output& out) {
         endBlock();
     } else {
         s.rest = Rest::Coded;
-        s.at = 0;
-        s.stop = index;
+        s.codedAt = 0;
+        s.codedEnd = index;
     }
     return true;
 }
@@ -792,7 +809,7 @@ void DeflateEncoder::putEmptyBlock(bool last) {
 /// Writes what is coded; true when nothing is left.
 bool DeflateEncoder::drain(Output& out) {
     State& s = state_;
-    while (s.staged.drain(out)) {
+    while (s.staged.drain(out) && drainCoded(out)) {
         switch (s.rest) {
             case Rest::Nothing:
                 return true;
@@ -805,41 +822,51 @@ bool DeflateEncoder::drain(Output& out) {
             case Rest::Stored:
                 writeStored(out);
                 break;
-            case Rest::Coded: {
-                Input coded{coded_.data() + s.at, s.stop - s.at};
-                s.at += copyAcross(coded, out);
-                if (s.at != s.stop) return false;
+            case Rest::Coded:
                 endBlock();
                 break;
-            }
         }
         if (out.left == 0 && s.rest == Rest::Stored && s.storedLeft != 0) return false;
     }
     return false;
 }
 
-/// Codes as many pairs as surely fit, or a few for the staging buffer.
+/// Likewise, of what stands in coded_.
+bool DeflateEncoder::drainCoded(Output& out) {
+    State& s = state_;
+    Input coded{coded_.data() + s.codedAt, s.codedEnd - s.codedAt};
+    s.codedAt += copyAcross(coded, out);
+    return s.codedAt == s.codedEnd;
+}
+
+/// Codes as many pairs as surely fit, or many at once to be given out in pieces. Behind the last
+/// ones the block ends.
 void DeflateEncoder::writePairs(Output& out) {
     State& s = state_;
     const size_t left = s.stop - s.at;
-    const size_t fitting = out.left / kPairBytes;
-    const bool straight = fitting > std::min<size_t>(left, kStagedPairs);
-    const auto count = static_cast<uint32_t>(
-        std::min<size_t>(left, straight ? fitting - 1 : size_t{kStagedPairs}));
-    uint8_t few[vekDeflateHuffBound(kStagedPairs)];
+    if (left == 0) {
+        putBits(s.codes.lit[endOfBlock].code, s.codes.lit[endOfBlock].length);
+        return endBlock();
+    }
+    const size_t fitting = pairsIn(out.left);
+    const size_t most = std::max(kFewPairs, pairsIn(coded_.room()));
+    const bool straight = fitting >= std::min(left, most);
+    const size_t count = std::min(left, straight ? fitting : most);
+    uint8_t few[pairRoom(kFewPairs)];
+    uint8_t* const to = straight ? out.next : count <= kFewPairs ? few : coded_.data();
     uint32_t index = 0;
-    veksDeflateHuff_8u(lits_.data() + s.at, dists_.data() + s.at, count, &s.bits, &s.bitCount,
-                       s.codes.lit, s.codes.dist, straight ? out.next : few, &index);
+    veksDeflateHuff_8u(lits_.data() + s.at, dists_.data() + s.at, static_cast<uint32_t>(count),
+                       &s.bits, &s.bitCount, s.codes.lit, s.codes.dist, to, &index);
+    s.at += count;
     if (straight) {
         out.next += index;
         out.left -= index;
-    } else {
+    } else if (to == few) {
         s.staged.add(few, index);
+    } else {
+        s.codedAt = 0;
+        s.codedEnd = index;
     }
-    s.at += count;
-    if (s.at != s.stop) return;
-    putBits(s.codes.lit[endOfBlock].code, s.codes.lit[endOfBlock].length);
-    endBlock();
 }
 
 /// Copies stored bytes, or makes the next block's header of them.

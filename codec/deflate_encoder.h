@@ -85,7 +85,7 @@ class DeflateEncoder {
     uint64_t totalIn() const { return state_.totalIn; }
     uint64_t totalOut() const { return state_.totalOut; }
     /// Coded, but not given out yet for want of room: whole bytes, those of blocks under way apart.
-    size_t pendingBytes() const { return state_.staged.size(); }
+    size_t pendingBytes() const { return state_.staged.size() + state_.codedEnd - state_.codedAt; }
     /// Coded bits of the stream's last, incomplete byte.
     unsigned pendingBits() const { return state_.bitCount; }
 
@@ -140,8 +140,10 @@ class DeflateEncoder {
         const uint8_t* inPlace = nullptr;  ///< The bytes, where they are the caller's.
         DeflateTables codes{};
         Rest rest = Rest::Nothing;
-        size_t at = 0;  ///< The next pair, stored byte or coded byte.
+        size_t at = 0;  ///< The next pair or stored byte.
         size_t stop = 0;
+        size_t codedAt = 0;  ///< Of the bytes in coded_, the next one, and
+        size_t codedEnd = 0;
         size_t storedLeft = 0;  ///< Of a stored block.
         size_t coded = 0;       ///< Bytes of the blocks up to this one.
         size_t wholeSize = 0;   ///< Bytes of all blocks.
@@ -179,6 +181,7 @@ class DeflateEncoder {
     Method methodFor(size_t whole) const;
     uint32_t mostPairs() const;
     bool reservePairs(size_t count);
+    bool reserveCoded(size_t pairs);
     size_t match(size_t stop);
     size_t parse(Bytes piece);
     size_t matchShort(Bytes piece);
@@ -207,6 +210,7 @@ class DeflateEncoder {
     void putEmptyBlock(bool last);
 
     bool drain(Output& out);
+    bool drainCoded(Output& out);
     void writePairs(Output& out);
     void writeStored(Output& out);
     void putBits(uint32_t bits, uint32_t count);
@@ -219,7 +223,7 @@ class DeflateEncoder {
     Memory<uint16_t> dists_;
     DeflateParser parser_;
     Memory<uint32_t> heads_;  ///< Of the fastest level.
-    Memory<uint8_t> coded_;   ///< What the fastest level coded where there was no room.
+    Memory<uint8_t> coded_;   ///< What was coded at once where there was no room for it.
 };
 
 }  // namespace vekdc::codec
