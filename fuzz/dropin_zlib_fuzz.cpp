@@ -133,7 +133,8 @@ void mustInflate(const Data& packed, const Data& plain, int windowBits, const Da
     }
 }
 
-/// With ample room both give the same codes, and take the same.
+/// With ample room both give the same codes, and take the same. Long, since each call of the
+/// interface is a case of one switch over both sides' state.
 void deflateByCalls(Choices choices) {
     const int level = choices.number(-2, 10);
     const int method = choices.number(7, 30) == 7 ? 7 : Z_DEFLATED;
@@ -258,7 +259,7 @@ void deflateByCalls(Choices choices) {
     both("after", [](const Zlib& z, Side& side) { return z.deflateEnd(&side.stream); });
 }
 
-/// Calls of inflate's side, between pieces of what deflate gives.
+/// Calls of inflate's side, between pieces of what deflate gives; long as above.
 void inflateByCalls(Choices choices) {
     const int windowBits = choices.number(-17, 50);
     Side sides[] = {{ours}, {stock}};

@@ -241,6 +241,7 @@ TEST(DropinBzip2, WhatCannotBeIsRefusedAlike) {
 }
 
 /// Handles on files: streams one behind the other, read as programs do it, and every wrong turn.
+/// Long, since each turn depends on what those before left in the handle.
 TEST(DropinBzip2, HandlesReturnTheSame) {
     Bytes plain = sample(2000 + effort(60000));
     const int size = length(plain);

@@ -114,6 +114,8 @@ void damage(Random& random, Bytes& stream) {
     }
 }
 
+// Long, since one random stream goes through every call, and each depends on the random choices
+// before.
 TEST(DropinZlib, InflatesAnythingAsTheStockLibraryDoes) {
     for (uint32_t seed = 1; seed <= effort(300); ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
