@@ -43,11 +43,14 @@ namespace {
 
 constexpr size_t kSmall = 4 << 10;
 
-/// Which blocks' pairs are refined: small ones, and of short streams those of more than ASCII text;
-/// of all streams these; or all. The greedy matcher knows no matches of three bytes, so behind it
-/// that saves up to a twentieth, of small blocks of anything. Behind the lazy one it saves a
+/// Which blocks' pairs are refined. The greedy matcher knows no matches of three bytes, so behind
+/// it that saves up to a twentieth, of small blocks of anything. Behind the lazy one it saves a
 /// hundredth of images and databases, but nothing of text, and takes a quarter of the time.
-enum class Refined : uint8_t { Small, Binary, All };
+enum class Refined : uint8_t {
+    Small,   ///< Small ones, and in short streams those of more than ASCII text.
+    Binary,  ///< Those of more than ASCII text.
+    All,
+};
 
 /// What the levels 1 to 9 do.
 struct Level {
@@ -98,7 +101,8 @@ constexpr uint32_t kLeastTable = 256;
 constexpr uint32_t kFastestHashSize = 32768;  // smaller: it is cleared for each piece
 
 /// Pairs that are coded at once where there is room for fewer: so many that the coder makes tables
-/// for them, which is twice as fast; of a smaller block few.
+/// for them, which is twice as fast. A block of few, such as a short stream's, takes no memory for
+/// that. The room is what vekDeflateHuffBound() says, and a little.
 constexpr size_t kCodedPairs = 2048;
 constexpr size_t kFewPairs = 256;
 constexpr size_t kPairBytes = 6;
@@ -406,8 +410,8 @@ Status DeflateEncoder::codeStretch(Bytes ahead, bool direct, bool all, Input& in
         (!prepareParser(known) || !parser_.prepareParse(kBestEffort, piece.size())))
         return Status::NoMemory;
     const bool paired = now != Method::Fastest && now != Method::Stored;
-    const size_t pairs = all ? s.pairs + piece.size() : mostPairs();
-    if (paired && !(reservePairs(pairs - s.pairs) && reserveCoded(pairs))) return Status::NoMemory;
+    if (paired && !reservePairs(all ? s.pairs + piece.size() : mostPairs()))
+        return Status::NoMemory;
     if (now == Method::Fastest && !reserveFastest(piece.size(), out)) return Status::NoMemory;
 
     const size_t consumed = usesMatcher(now)           ? match(piece.size())
@@ -502,20 +506,16 @@ uint32_t DeflateEncoder::mostPairs() const {
     return method() == Method::Parse ? kParsePairs : kBlockPairs;
 }
 
-/// Room for the pairs of `count` more bytes, as many as a block takes.
+/// Room for `count` pairs in all, as many as a block takes, and for the code of many of them.
 bool DeflateEncoder::reservePairs(size_t count) {
-    const size_t wanted = std::min<size_t>(mostPairs(), state_.pairs + count);
+    const size_t wanted = std::min<size_t>(mostPairs(), count);
     const size_t held = state_.pairs == 0 ? 0 : kSpare + state_.pairs;
     if (held == 0 && kSpare + wanted > lits_.room()) {
         lits_.release();
         dists_.release();
     }
-    return lits_.reserve(kSpare + wanted, held) && dists_.reserve(kSpare + wanted, held);
-}
-
-/// Room for the code of many of a block's pairs.
-bool DeflateEncoder::reserveCoded(size_t pairs) {
-    return pairs <= kFewPairs || coded_.reserve(pairRoom(std::min(pairs, kCodedPairs)));
+    return lits_.reserve(kSpare + wanted, held) && dists_.reserve(kSpare + wanted, held) &&
+           (wanted <= kFewPairs || coded_.reserve(pairRoom(std::min(wanted, kCodedPairs))));
 }
 
 /// Finds pairs of the next `size` bytes, until these or the room are used up; returns how far.
@@ -852,6 +852,7 @@ void DeflateEncoder::writePairs(Output& out) {
     const size_t most = std::max(kFewPairs, pairsIn(coded_.room()));
     const bool straight = fitting >= std::min(left, most);
     const size_t count = std::min(left, straight ? fitting : most);
+    static_assert(pairRoom(kFewPairs) <= kStagedBytes);
     uint8_t few[pairRoom(kFewPairs)];
     uint8_t* const to = straight ? out.next : count <= kFewPairs ? few : coded_.data();
     uint32_t index = 0;

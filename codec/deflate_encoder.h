@@ -181,7 +181,6 @@ class DeflateEncoder {
     Method methodFor(size_t whole) const;
     uint32_t mostPairs() const;
     bool reservePairs(size_t count);
-    bool reserveCoded(size_t pairs);
     size_t match(size_t stop);
     size_t parse(Bytes piece);
     size_t matchShort(Bytes piece);

@@ -119,8 +119,9 @@ uint32_t refinePairs(const DeflatePairs& pairs, uint32_t from, uint32_t to, Byte
     const BlockSymbols symbols(counts);
     const uint64_t own = estimatedBits(symbols, UINT32_MAX);
     const bool fixed = codedBits(symbols, kFixedCodes) < own + own / 16;
-    // Of a code of its own matches of three bytes would be about as frequent as those of four, or
-    // where there are few of them, as in tables of offsets, as literals allow.
+    // Of a code of its own matches of three bytes would be about as frequent as those of four.
+    // Where these are few, as in tables of offsets, one for some literals is expected: as rare as
+    // what does not occur, all of them would be too dear.
     constexpr uint32_t literalsToMatch = 16;
     uint32_t literals = 0;
     for (uint32_t byte = 0; byte <= UINT8_MAX; ++byte) literals += frequency(counts.lit[byte]);

@@ -1,7 +1,7 @@
 // Matches of three bytes, which are too short for the chains.
 //
 // In data that is not text, such as programs, three literals cost more than such a match; without
-// them programs come out a tenth larger, and tables of offsets half as large again.
+// them programs come out a tenth larger, and tables of offsets up to twice as large.
 #pragma once
 
 #include <algorithm>
